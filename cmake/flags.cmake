@@ -1,0 +1,34 @@
+# zentpost_flags: warnings and code generation for every target of ours, never for third-party code.
+add_library(zentpost_flags INTERFACE)
+target_include_directories(zentpost_flags INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(zentpost_flags INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow -Werror
+  -fstack-protector-strong -ffunction-sections -fdata-sections
+  # No path of the building machine may end up in an executable.
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${CMAKE_BINARY_DIR}/=)
+
+if(WIN32)
+  # 7 is the oldest Windows supported; the sockets' and the shell's declarations depend on it.
+  target_compile_definitions(zentpost_flags INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
+    _WIN32_WINNT=0x0601 WINVER=0x0601)
+  target_link_options(zentpost_flags INTERFACE
+    -static -fstack-protector-strong
+    LINKER:--gc-sections LINKER:--dynamicbase LINKER:--nxcompat LINKER:--no-insert-timestamp)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    target_link_options(zentpost_flags INTERFACE LINKER:--high-entropy-va)
+  endif()
+else()
+  target_link_options(zentpost_flags INTERFACE LINKER:--gc-sections)
+endif()
+
+if(ZENTPOST_SANITIZE)
+  target_compile_options(zentpost_flags INTERFACE
+    -fsanitize=${ZENTPOST_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(zentpost_flags INTERFACE -fsanitize=${ZENTPOST_SANITIZE})
+endif()
+
+# zentpost_traps: the cross compiler has no sanitizer runtimes, but undefined behaviour can trap.
+add_library(zentpost_traps INTERFACE)
+if(WIN32)
+  target_compile_options(zentpost_traps INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
+endif()
