@@ -1,0 +1,59 @@
+// Files as bytes, and the folders of the current user. Paths are UTF-16; line ends are never
+// touched here.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/status.h"
+#include "platform/unique_handle.h"
+
+namespace platform {
+
+enum class OpenMode {
+  kRead,     // an existing file, for reading
+  kRewrite,  // for writing; created when missing, emptied when not
+};
+
+enum class RawFile : std::uintptr_t {};
+struct FileTraits {
+  using Value = RawFile;
+  static constexpr RawFile kNone{};
+  static void Close(RawFile file) noexcept;
+};
+using File = UniqueHandle<FileTraits>;
+
+// Opens a file; others may read and write it meanwhile, as a C library's fopen allows. A folder
+// cannot be opened. On failure `file` owns nothing.
+[[nodiscard]] Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file);
+
+// The file's present size in bytes.
+[[nodiscard]] Status QueryFileSize(const File& file, std::uint64_t& bytes);
+
+// Reads on from where the last read ended until `capacity` bytes are there, the file ends or
+// reading fails; `count` says how many bytes arrived in either case.
+[[nodiscard]] Status ReadBytes(const File& file, void* buffer, std::size_t capacity,
+                               std::size_t& count);
+
+// Writes all `size` bytes behind what was written last, or fails with some of them written.
+[[nodiscard]] Status WriteBytes(const File& file, const void* bytes, std::size_t size);
+
+// Appends `size` bytes to the file at `path` in one step, whole and unmixed with what other
+// processes append at the same time; the file is created when missing, its folder is not.
+[[nodiscard]] Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size);
+
+[[nodiscard]] Status RemoveFile(const std::u16string& path);
+
+// The folder for temporary files, ending with a separator, as GetTempPathW gives it: `length` is
+// the number of units without the terminator when `buffer` (room for `capacity` units) took it, and
+// the room needed, terminator included, when it did not. On failure `length` is 0.
+[[nodiscard]] Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer,
+                                     std::uint32_t& length);
+
+// The current user's folder of local application data, without a separator at its end. Gives the
+// HRESULT of SHGetFolderPathW for CSIDL_LOCAL_APPDATA (0x1C), no token, the current path; `folder`
+// is empty when that is negative.
+[[nodiscard]] std::int32_t LocalApplicationDataFolder(std::u16string& folder);
+
+}  // namespace platform

@@ -1,0 +1,118 @@
+#include "platform/modules.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include "platform/codec/expand_variables.h"
+#include "platform/posix/utf8.h"
+
+namespace platform {
+namespace {
+
+RawModule Raw(void* module) {
+  return static_cast<RawModule>(reinterpret_cast<std::uintptr_t>(module));
+}
+
+void* Handle(RawModule module) {
+  return reinterpret_cast<void*>(static_cast<std::uintptr_t>(module));
+}
+
+// The path of the loaded library that `name` (a file name or a full path) stands for; empty when
+// there is none. A shared object has no other name of its own that the system would look for.
+std::string LoadedPath(const std::string& name) {
+  struct Search {
+    const std::string& name;
+    std::string path;
+  };
+  Search search{name, {}};
+  dl_iterate_phdr(
+      [](dl_phdr_info* library, std::size_t, void* data) {
+        Search& found = *static_cast<Search*>(data);
+        const std::string path = library->dlpi_name;
+        // The program itself has an empty name; npos + 1 is 0.
+        if (!path.empty() &&
+            (path == found.name || path.substr(path.rfind('/') + 1) == found.name)) {
+          found.path = path;
+          return 1;
+        }
+        return 0;
+      },
+      &search);
+  return search.path;
+}
+
+// Copies `text` with its terminator if there is room; gives its length without it.
+std::uint32_t CopyIfItFits(const std::u16string& text, char16_t* buffer, std::uint32_t capacity) {
+  const auto length = static_cast<std::uint32_t>(text.size());
+  if (length < capacity) {
+    std::copy_n(text.c_str(), text.size() + 1, buffer);
+  }
+  return length;
+}
+
+}  // namespace
+
+void ModuleTraits::Close(RawModule module) noexcept {
+  dlclose(Handle(module));
+}
+
+Status LoadModule(const char16_t* path, Module& module) {
+  module.Reset();
+  const std::string native = NativePath(path);
+  if (native.empty()) {
+    return kModuleNotFound;  // where the system would give the program itself
+  }
+  const std::string loaded = LoadedPath(native);
+  module.Reset(Raw(dlopen((loaded.empty() ? native : loaded).c_str(), RTLD_NOW | RTLD_LOCAL)));
+  return module ? kSuccess : kModuleNotFound;
+}
+
+Status FindLoadedModule(const char16_t* name, RawModule& module) {
+  module = RawModule{};
+  const std::string path = LoadedPath(NativePath(name));
+  if (!path.empty()) {
+    if (void* const found = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)) {
+      module = Raw(found);
+      dlclose(found);  // the handle stays valid as long as the library is loaded
+    }
+  }
+  return module != RawModule{} ? kSuccess : kModuleNotFound;
+}
+
+Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
+  procedure = nullptr;
+  if (module == RawModule{}) {
+    return kInvalidHandle;
+  }
+  procedure = reinterpret_cast<Procedure>(dlsym(Handle(module), name));
+  return procedure != nullptr ? kSuccess : kProcedureNotFound;
+}
+
+Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
+  const char* const configured = std::getenv("ZENTPOST_SYSTEM_DIRECTORY");
+  const std::u16string directory =
+      FromUtf8(configured != nullptr && *configured != '\0' ? configured : "/usr/lib");
+  length = CopyIfItFits(directory, buffer, capacity);
+  if (length >= capacity) {
+    ++length;  // the room needed counts the terminator
+  }
+  return kSuccess;
+}
+
+Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t capacity,
+                         std::uint32_t& length) {
+  const std::u16string expanded = software::ExpandVariables(
+      source, [](std::u16string_view name) -> std::optional<std::u16string> {
+        const char* const value = std::getenv(ToUtf8(name).c_str());
+        return value == nullptr ? std::nullopt : std::optional(FromUtf8(value));
+      });
+  length = CopyIfItFits(expanded, buffer, capacity) + 1;
+  return kSuccess;
+}
+
+}  // namespace platform

@@ -1,0 +1,170 @@
+#include "platform/registry.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "platform/posix/descriptor.h"
+#include "platform/posix/errno_status.h"
+#include "platform/posix/reg_file.h"
+#include "platform/posix/utf8.h"
+
+namespace platform {
+namespace {
+
+// A key knows the registry as it stood when it was opened.
+struct OpenedKey {
+  std::string path;  // From HKEY_... on, in UTF-8.
+  RegFile file;
+};
+
+OpenedKey* Get(RawKey key) {
+  return reinterpret_cast<OpenedKey*>(static_cast<std::uintptr_t>(key));
+}
+
+std::string_view RootName(Hive hive) {
+  switch (hive) {
+    case Hive::kCurrentUser:
+      return "HKEY_CURRENT_USER";
+    case Hive::kLocalMachine:
+      return "HKEY_LOCAL_MACHINE";
+    case Hive::kClassesRoot:
+      return "HKEY_CLASSES_ROOT";
+  }
+  return {};
+}
+
+// The file that stands for the registry; empty when the user has nowhere to put one.
+std::string RegistryPath() {
+  const auto variable = [](const char* name) {
+    const char* const value = std::getenv(name);
+    return std::string(value != nullptr ? value : "");
+  };
+  if (std::string path = variable("ZENTPOST_REGISTRY"); !path.empty()) {
+    return path;
+  }
+  if (const std::string folder = variable("XDG_CONFIG_HOME"); !folder.empty()) {
+    return folder + "/zentpost/registry.reg";
+  }
+  if (const std::string home = variable("HOME"); !home.empty()) {
+    return home + "/.config/zentpost/registry.reg";
+  }
+  return {};
+}
+
+// A missing file is an empty one: a registry without keys.
+Status ReadRegistry(std::string& bytes) {
+  const Descriptor file(open(RegistryPath().c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat properties = {};
+  if (!file || fstat(file.Get(), &properties) != 0) {
+    return errno == ENOENT || errno == ENOTDIR ? kSuccess : StatusFromErrno(errno);
+  }
+  bytes.resize(static_cast<std::size_t>(properties.st_size));
+  std::size_t count = 0;
+  while (count < bytes.size()) {
+    const ssize_t piece = read(file.Get(), bytes.data() + count, bytes.size() - count);
+    if (piece == 0) {
+      break;
+    }
+    if (piece > 0) {
+      count += static_cast<std::size_t>(piece);
+    } else if (errno != EINTR) {
+      return StatusFromErrno(errno);
+    }
+  }
+  bytes.resize(count);
+  return kSuccess;
+}
+
+Status Open(std::string path, const char16_t* below, RegistryKey& key) {
+  key.Reset();
+  try {
+    const bool is_root = path.find('\\') == std::string::npos;
+    bool is_same = true;
+    if (below != nullptr && *below != u'\0') {
+      path += '\\' + ToUtf8(below);
+      is_same = false;
+    }
+    // Windows does not mind a separator at the end.
+    if (path.back() == '\\') {
+      path.pop_back();
+    }
+    std::string bytes;
+    if (const Status status = ReadRegistry(bytes); status != kSuccess) {
+      return status;
+    }
+    auto opened =
+        std::make_unique<OpenedKey>(OpenedKey{std::move(path), RegFile(std::move(bytes))});
+    // The roots are always there.
+    if (!(is_root && is_same) && !opened->file.HasKey(opened->path)) {
+      return kFileNotFound;
+    }
+    key.Reset(RawKey{reinterpret_cast<std::uintptr_t>(opened.release())});
+    return kSuccess;
+  } catch (const std::bad_alloc&) {
+    return kNotEnoughMemory;
+  }
+}
+
+}  // namespace
+
+void RegistryKeyTraits::Close(RawKey key) noexcept {
+  delete Get(key);
+}
+
+Status OpenKey(Hive hive, const char16_t* path, std::uint32_t, RegistryKey& key) {
+  return Open(std::string(RootName(hive)), path, key);
+}
+
+Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t,
+                  RegistryKey& key) {
+  return parent ? Open(Get(parent.Get())->path, path, key) : kInvalidHandle;
+}
+
+Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type, void* data,
+                  std::uint32_t& size) {
+  if (!key) {
+    return kInvalidHandle;
+  }
+  try {
+    const OpenedKey& opened = *Get(key.Get());
+    const std::optional<RegValue> value =
+        opened.file.FindValue(opened.path, name != nullptr ? ToUtf8(name) : std::string());
+    if (!value) {
+      return kFileNotFound;
+    }
+    const std::size_t capacity = size;
+    size = static_cast<std::uint32_t>(value->data.size());
+    if (type != nullptr) {
+      *type = value->type;
+    }
+    if (data == nullptr) {
+      return kSuccess;  // Only the size is asked for.
+    }
+    if (capacity < value->data.size()) {
+      return kMoreData;
+    }
+    std::memcpy(data, value->data.data(), value->data.size());
+    return kSuccess;
+  } catch (const std::bad_alloc&) {
+    return kNotEnoughMemory;
+  }
+}
+
+Status CloseKey(RegistryKey& key) {
+  if (!key) {
+    return kInvalidHandle;
+  }
+  key.Reset();
+  return kSuccess;
+}
+
+}  // namespace platform

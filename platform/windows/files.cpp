@@ -1,0 +1,147 @@
+#include "platform/files.h"
+
+#include <shlobj.h>
+#include <windows.h>
+
+#include <algorithm>
+
+#include "platform/windows/wide.h"
+
+namespace platform {
+namespace {
+
+// One call moves at most what a DWORD counts; a round number below it keeps the calls few.
+constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
+
+// Where AppendToFile takes its turn: a byte that no file's data reaches.
+constexpr DWORD kTurnOffsetLow = 0xFFFFFFFE;
+constexpr DWORD kTurnOffsetHigh = 0x7FFFFFFF;
+
+HANDLE Handle(const File& file) {
+  return reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(file.Get()));
+}
+
+DWORD Piece(std::size_t size) {
+  return static_cast<DWORD>(std::min(size, kLargestPiece));
+}
+
+Status Open(const std::u16string& path, DWORD access, DWORD sharing, DWORD disposition,
+            File& file) {
+  const HANDLE opened = CreateFileW(ToSystem(path.c_str()), access, sharing, nullptr, disposition,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (opened == INVALID_HANDLE_VALUE) {
+    const Status status = GetLastError();
+    file.Reset();
+    return status;
+  }
+  file.Reset(RawFile{reinterpret_cast<std::uintptr_t>(opened)});
+  return kSuccess;
+}
+
+}  // namespace
+
+void FileTraits::Close(RawFile file) noexcept {
+  CloseHandle(reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(file)));
+}
+
+Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file) {
+  const bool reading = mode == OpenMode::kRead;
+  return Open(path, reading ? GENERIC_READ : GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+              reading ? OPEN_EXISTING : CREATE_ALWAYS, file);
+}
+
+Status QueryFileSize(const File& file, std::uint64_t& bytes) {
+  LARGE_INTEGER size = {};
+  if (!GetFileSizeEx(Handle(file), &size)) {
+    return GetLastError();
+  }
+  bytes = static_cast<std::uint64_t>(size.QuadPart);
+  return kSuccess;
+}
+
+Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size_t& count) {
+  count = 0;
+  while (count < capacity) {
+    DWORD read = 0;
+    if (!ReadFile(Handle(file), static_cast<char*>(buffer) + count, Piece(capacity - count), &read,
+                  nullptr)) {
+      return GetLastError();
+    }
+    if (read == 0) {
+      break;
+    }
+    count += read;
+  }
+  return kSuccess;
+}
+
+Status WriteBytes(const File& file, const void* bytes, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    DWORD written = 0;
+    if (!WriteFile(Handle(file), static_cast<const char*>(bytes) + done, Piece(size - done),
+                   &written, nullptr)) {
+      return GetLastError();
+    }
+    if (written == 0) {
+      return kWriteFault;
+    }
+    done += written;
+  }
+  return kSuccess;
+}
+
+Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size) {
+  if (size > kLargestPiece) {
+    return kInvalidParameter;
+  }
+  File file;
+  if (const Status status =
+          Open(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+               OPEN_ALWAYS, file);
+      status != kSuccess) {
+    return status;
+  }
+  // Writing at the end of the file is one step for the file systems of Windows, but not for those
+  // of other servers, nor for Wine; so those who append take turns. Whoever gets no turn (a file
+  // system without locks) appends all the same.
+  OVERLAPPED turn = {};
+  turn.Offset = kTurnOffsetLow;
+  turn.OffsetHigh = kTurnOffsetHigh;
+  const bool locked = LockFileEx(Handle(file), LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &turn) != 0;
+  // Both offsets with all bits set: behind the last byte, wherever that is by then.
+  OVERLAPPED end = {};
+  end.Offset = 0xFFFFFFFF;
+  end.OffsetHigh = 0xFFFFFFFF;
+  DWORD written = 0;
+  Status status = kSuccess;
+  if (!WriteFile(Handle(file), bytes, static_cast<DWORD>(size), &written, &end)) {
+    status = GetLastError();
+  } else if (written != size) {
+    status = kDiskFull;
+  }
+  if (locked) {
+    // Closing would do it too, but only when the system gets round to it.
+    UnlockFileEx(Handle(file), 0, 1, 0, &turn);
+  }
+  return status;
+}
+
+Status RemoveFile(const std::u16string& path) {
+  return DeleteFileW(ToSystem(path.c_str())) ? kSuccess : GetLastError();
+}
+
+Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
+  length = GetTempPathW(capacity, ToSystem(buffer));
+  return length != 0 ? kSuccess : GetLastError();
+}
+
+std::int32_t LocalApplicationDataFolder(std::u16string& folder) {
+  wchar_t path[MAX_PATH] = {};
+  const HRESULT result =
+      SHGetFolderPathW(nullptr, CSIDL_LOCAL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, path);
+  folder = result < 0 ? u"" : FromSystem(path);
+  return static_cast<std::int32_t>(result);
+}
+
+}  // namespace platform

@@ -1,0 +1,56 @@
+#include "platform/modules.h"
+
+#include <windows.h>
+
+#include "platform/windows/wide.h"
+
+namespace platform {
+namespace {
+
+RawModule Raw(HMODULE module) {
+  return static_cast<RawModule>(reinterpret_cast<std::uintptr_t>(module));
+}
+
+HMODULE Handle(RawModule module) {
+  return reinterpret_cast<HMODULE>(static_cast<std::uintptr_t>(module));
+}
+
+}  // namespace
+
+void ModuleTraits::Close(RawModule module) noexcept {
+  FreeLibrary(Handle(module));
+}
+
+Status LoadModule(const char16_t* path, Module& module) {
+  const HMODULE loaded = LoadLibraryW(ToSystem(path));
+  const Status status = loaded != nullptr ? kSuccess : GetLastError();
+  module.Reset(Raw(loaded));
+  return status;
+}
+
+Status FindLoadedModule(const char16_t* name, RawModule& module) {
+  module = Raw(GetModuleHandleW(ToSystem(name)));
+  return module != RawModule{} ? kSuccess : GetLastError();
+}
+
+Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
+  procedure = nullptr;
+  if (module == RawModule{}) {
+    return kInvalidHandle;  // where the system would look in the program itself
+  }
+  procedure = reinterpret_cast<Procedure>(GetProcAddress(Handle(module), name));
+  return procedure != nullptr ? kSuccess : GetLastError();
+}
+
+Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
+  length = GetSystemDirectoryW(ToSystem(buffer), capacity);
+  return length != 0 ? kSuccess : GetLastError();
+}
+
+Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t capacity,
+                         std::uint32_t& length) {
+  length = ExpandEnvironmentStringsW(ToSystem(source), ToSystem(buffer), capacity);
+  return length != 0 ? kSuccess : GetLastError();
+}
+
+}  // namespace platform
