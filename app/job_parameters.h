@@ -1,0 +1,56 @@
+// What is known of one fax job: two ordered lists of named texts, copied by value from stage to
+// stage. Pure data; knows nothing of files, routes or the system.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zentpost {
+
+// An ordered list of (name, value) pairs. A name may occur several times; entries keep the order in
+// which they were added, and a lookup sees the first.
+class ParameterList {
+ public:
+  using Entry = std::pair<std::u16string, std::u16string>;
+
+  // Appends; never replaces.
+  void Add(std::u16string name, std::u16string value);
+
+  // A copy of the first entry whose name equals `name` exactly, unit for unit; two empty texts when
+  // there is none or `name` is empty.
+  [[nodiscard]] Entry Find(std::u16string_view name) const;
+
+  // True when Find would find an entry.
+  [[nodiscard]] bool Contains(std::u16string_view name) const;
+
+  void Clear();
+
+  // All entries in their order.
+  [[nodiscard]] const std::vector<Entry>& Entries() const { return entries_; }
+
+ private:
+  [[nodiscard]] const Entry* First(std::u16string_view name) const;
+
+  std::vector<Entry> entries_;
+};
+
+struct JobParameters {
+  // "jobname" (path of the job file), "filename" (path of the document), "attdisplayname" (display
+  // name of the attachment), "faxcommand" (the raw fax command), and the command line's options
+  // under lower-case names.
+  ParameterList arguments;
+
+  // "+FAX" (the fax number) and the one-letter fields B, C, E, K, N, O, P, S, U, Z.
+  ParameterList faxFields;
+
+  // The first command-line argument named a file that parsed as a JSON job file.
+  bool fromJobFile = false;
+};
+
+// True when a fax field that switches something off by "-" is there and is anything but "-", the
+// empty text included.
+[[nodiscard]] bool IsSwitchedOn(const ParameterList& fields, std::u16string_view name);
+
+}  // namespace zentpost

@@ -1,0 +1,39 @@
+#include "diag/client_settings.h"
+
+#include "platform/registry.h"
+
+namespace zentpost {
+namespace {
+
+constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
+
+// The key stays open in `key`, so that the caller sees how closing it went.
+std::uint32_t ReadNumber(platform::Hive hive, const char16_t* value_name,
+                         platform::RegistryKey& key) {
+  if (platform::OpenKey(hive, kClientKey, platform::kKeyRead, key) != platform::kSuccess) {
+    return 0;
+  }
+  std::uint32_t number = 0;
+  std::uint32_t size = sizeof(number);
+  if (platform::QueryValue(key, value_name, nullptr, &number, size) != platform::kSuccess) {
+    return 0;
+  }
+  return number;
+}
+
+}  // namespace
+
+std::uint32_t ReadClientNumber(const char16_t* value_name) {
+  platform::RegistryKey key;
+  const std::uint32_t number = ReadNumber(platform::Hive::kCurrentUser, value_name, key);
+  if (number != 0) {
+    return number;
+  }
+  // The machine's value is asked for only once the user's key is properly closed.
+  if (key && platform::CloseKey(key) != platform::kSuccess) {
+    return 0;
+  }
+  return ReadNumber(platform::Hive::kLocalMachine, value_name, key);
+}
+
+}  // namespace zentpost

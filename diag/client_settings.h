@@ -1,0 +1,13 @@
+// The numbers by which the fax client's installation configures the tool, read afresh each time.
+#pragma once
+
+#include <cstdint>
+
+namespace zentpost {
+
+// The 32-bit number `value_name` of the key "Software\Sollvex\FaxClient": the user's, or the
+// machine's when the user's is 0 or absent; 0 when neither hive has one. The value's type is not
+// looked at; data of more than four bytes counts as absent.
+[[nodiscard]] std::uint32_t ReadClientNumber(const char16_t* value_name);
+
+}  // namespace zentpost

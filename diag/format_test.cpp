@@ -1,0 +1,235 @@
+#include "diag/format.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/support/text_printers.h"
+
+// That a format which does not fit its arguments does not compile is shown in tests/compile_fail.
+
+namespace zentpost {
+namespace {
+
+using test::Readable;
+
+constexpr std::int32_t kLowest = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
+
+TEST(Format, TextWithoutConversionsStandsAsItIs) {
+  EXPECT_EQ(Format(u""), u"");
+  EXPECT_EQ(Format(u"JSON error"), u"JSON error");
+  EXPECT_EQ(Format(u"\u00E4\u20AC\U0001F4E0\n"), u"\u00E4\u20AC\U0001F4E0\n");
+}
+
+TEST(Format, TextsAreInsertedUnchanged) {
+  EXPECT_EQ(Format(u"'%s'", u"a b"), u"'a b'");
+  EXPECT_EQ(Format(u"%s%s", u"", std::u16string(u"x")), u"x");
+  EXPECT_EQ(Format(u"%s|%ws", std::u16string_view(u"\u4E2D\U0001F4E0"), u"\u00E4"),
+            u"\u4E2D\U0001F4E0|\u00E4");
+  const std::u16string long_text(100000, u'\u20AC');
+  EXPECT_EQ(Format(u"<%s>", long_text), u"<" + long_text + u">");
+}
+
+TEST(Format, ConversionsInsideAnInsertedTextAreNotRead) {
+  EXPECT_EQ(Format(u"%s", u"100 % of %s and %d and %"), u"100 % of %s and %d and %");
+}
+
+TEST(Format, TextsEndAtTheirFirstZeroUnit) {
+  const std::u16string text(u"one\0two", 7);
+  EXPECT_EQ(Format(u"%s.", text), u"one.");
+  EXPECT_EQ(Format(u"%s.", std::u16string_view(text)), u"one.");
+  EXPECT_EQ(Format(u"%s.", text.c_str()), u"one.");
+}
+
+TEST(Format, NullTextIsShownAsSuch) {
+  const char16_t* const none = nullptr;
+  EXPECT_EQ(Format(u"[%s]", none), u"[(null)]");
+}
+
+TEST(Format, PercentSignsArePrintedByTwo) {
+  EXPECT_EQ(Format(u"%%"), u"%");
+  EXPECT_EQ(Format(u"100%% %s%%", u"x"), u"100% x%");
+  EXPECT_EQ(Format(u"%%s"), u"%s");
+}
+
+TEST(Format, ArgumentsAreTakenInOrder) {
+  EXPECT_EQ(Format(u"%s %d %x %s", u"a", 1, 255U, u"b"), u"a 1 ff b");
+}
+
+TEST(Format, NumbersOfBothSigns) {
+  struct Case {
+    std::u16string actual;
+    const char16_t* expected;
+  };
+  const std::uint16_t port = 65535;
+  const Case cases[] = {
+      {Format(u"%d", 0), u"0"},
+      {Format(u"%d", 7), u"7"},
+      {Format(u"%d", -7), u"-7"},
+      {Format(u"%d", kHighest), u"2147483647"},
+      {Format(u"%d", kLowest), u"-2147483648"},
+      {Format(u"%d", port), u"65535"},
+      {Format(u"%u", 0U), u"0"},
+      {Format(u"%u", 4294967295U), u"4294967295"},
+      {Format(u"%u", -1), u"4294967295"},
+      {Format(u"%x", 0x8004010FU), u"8004010f"},
+      {Format(u"%x", -1), u"ffffffff"},
+      {Format(u"%x", kLowest), u"80000000"},
+      {Format(u"%x", 0), u"0"},
+      {Format(u"%X", 0xABCDEFU), u"ABCDEF"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.actual, c.expected);
+  }
+}
+
+TEST(Format, PrecisionIsTheLeastNumberOfDigits) {
+  struct Case {
+    std::u16string actual;
+    const char16_t* expected;
+  };
+  const Case cases[] = {
+      {Format(u"%.4d", 2026), u"2026"},
+      {Format(u"%.4d", 0), u"0000"},
+      {Format(u"%.2d", 7), u"07"},
+      {Format(u"%.2d", 123), u"123"},
+      {Format(u"%.2d", -1), u"-01"},
+      {Format(u"%.3u", 9U), u"009"},
+      {Format(u"%.8x", 5U), u"00000005"},
+      {Format(u"0x%.8x", 0x80004005U), u"0x80004005"},
+      {Format(u"%.8x", -1), u"ffffffff"},
+      {Format(u"%.12x", 0xABCU), u"000000000abc"},
+      {Format(u"%.8X", 0xABCU), u"00000ABC"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.actual, c.expected);
+  }
+}
+
+TEST(Format, WidthIsFilledWithBlanksOrZeros) {
+  struct Case {
+    std::u16string actual;
+    const char16_t* expected;
+  };
+  const Case cases[] = {
+      {Format(u"%5d", 42), u"   42"},
+      {Format(u"%5d", -42), u"  -42"},
+      {Format(u"%1d", 42), u"42"},
+      {Format(u"%05d", 42), u"00042"},
+      {Format(u"%05d", -42), u"-0042"},
+      {Format(u"%02x", 0x5U), u"05"},
+      {Format(u"%08X", 0xBEEFU), u"0000BEEF"},
+      {Format(u"%0d", 42), u"42"},
+      {Format(u"%6.3d", 7), u"   007"},
+      {Format(u"%6.3d", -7), u"  -007"},
+      {Format(u"%10u|%3u", 1U, 12345U), u"         1|12345"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.actual, c.expected);
+  }
+}
+
+TEST(Format, PrecisionSwitchesTheZeroFlagOffAsInC) {
+  EXPECT_EQ(Format(u"%08.3d", 7), u"     007");
+  EXPECT_EQ(Format(u"%08.3x", 0xAU), u"     00a");
+}
+
+TEST(Format, PointersHaveAllTheirDigitsInUpperCase) {
+  constexpr std::size_t kDigits = 2 * sizeof(void*);
+  const auto pointer = [](std::uintptr_t address) {
+    return reinterpret_cast<const void*>(address);
+  };
+  EXPECT_EQ(Format(u"%p", pointer(0)), std::u16string(kDigits, u'0'));
+  EXPECT_EQ(Format(u"%p", pointer(0xABCDEF)), std::u16string(kDigits - 6, u'0') + u"ABCDEF");
+  EXPECT_EQ(Format(u"%p", pointer(std::numeric_limits<std::uintptr_t>::max())),
+            std::u16string(kDigits, u'F'));
+  const int number = 0;
+  EXPECT_EQ(Format(u"%p", &number), Format(u"%p", static_cast<const void*>(&number)));
+}
+
+// What the log's time stamp is made of.
+TEST(Format, TimeStamp) {
+  EXPECT_EQ(Format(u"%.4d/%.2d/%.2d %.2d:%.2d:%.2d", 2026, 1, 9, 3, 4, 5), u"2026/01/09 03:04:05");
+  EXPECT_EQ(Format(u"%.4d/%.2d/%.2d %.2d:%.2d:%.2d", 0, 0, 0, -1, -1, -1),
+            u"0000/00/00 -01:-01:-01");
+}
+
+// A format is held against its arguments when it is compiled, so this cannot come from Format.
+TEST(Format, FormatsThatDoNotFitAreHarmlessAtRunTime) {
+  struct Case {
+    const char16_t* format;
+    std::vector<FormatArgument> arguments;
+    const char16_t* expected;
+  };
+  const Case cases[] = {
+      {u"%s and %s", {u"a"}, u"a and "},
+      {u"%d", {}, u""},
+      {u"a%", {}, u"a"},
+      {u"a%5", {1}, u"a"},
+      {u"a%.", {1}, u"a"},
+      {u"%q%s", {u"a"}, u"a"},
+      {u"%s", {u"a", u"b"}, u"a"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(Readable(c.format));
+    EXPECT_EQ(FormatText(c.format, c.arguments), c.expected);
+  }
+}
+
+// The reader that both the compile-time check and the formatter use.
+TEST(Format, ConversionsAreReadToTheirEnd) {
+  struct Case {
+    std::u16string_view text;
+    bool valid;
+    std::size_t length;
+    bool zero_padded;
+    std::size_t width;
+    std::size_t precision;
+    char16_t type;
+  };
+  const Case cases[] = {
+      {u"%s", true, 2, false, 0, 0, u's'},
+      {u"%ws rest", true, 3, false, 0, 0, u's'},
+      {u"%d", true, 2, false, 0, 0, u'd'},
+      {u"%.8x -->", true, 4, false, 0, 8, u'x'},
+      {u"%08X", true, 4, true, 8, 0, u'X'},
+      {u"%12.34u", true, 7, false, 12, 34, u'u'},
+      {u"%012.34u", true, 8, false, 12, 34, u'u'},
+      {u"%p", true, 2, false, 0, 0, u'p'},
+      {u"%%s", true, 2, false, 0, 0, u'%'},
+      {u"%", false, 0, false, 0, 0, 0},
+      {u"%0", false, 0, true, 0, 0, 0},
+      {u"%5", false, 0, false, 5, 0, 0},
+      {u"%.", false, 0, false, 0, 0, 0},
+      {u"%c", false, 2, false, 0, 0, u'c'},
+      {u"%ld", false, 2, false, 0, 0, u'l'},
+      {u"%-5d", false, 2, false, 0, 0, u'-'},
+      {u"%wd", false, 2, false, 0, 0, u'w'},
+      {u"%hs", false, 2, false, 0, 0, u'h'},
+      {u"%S", false, 2, false, 0, 0, u'S'},
+      {u"%5s", false, 3, false, 5, 0, u's'},
+      {u"%.3s", false, 4, false, 0, 3, u's'},
+      {u"%0s", false, 3, true, 0, 0, u's'},
+      {u"%5ws", false, 4, false, 5, 0, u's'},
+      {u"%5%", false, 3, false, 5, 0, u'%'},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(Readable(c.text));
+    const format_internal::Conversion conversion = format_internal::ReadConversion(c.text);
+    EXPECT_EQ(conversion.valid, c.valid);
+    EXPECT_EQ(conversion.length, c.length);
+    EXPECT_EQ(conversion.zero_padded, c.zero_padded);
+    EXPECT_EQ(conversion.width, c.width);
+    EXPECT_EQ(conversion.precision, c.precision);
+    EXPECT_EQ(conversion.type, c.type);
+  }
+}
+
+}  // namespace
+}  // namespace zentpost
