@@ -1,0 +1,24 @@
+// The application object: does the whole job in its start-up hook and ends the process with the
+// job's outcome. Never opens a window.
+#pragma once
+
+#include "platform/application.h"
+
+namespace zentpost {
+
+class CAmbroluxPrintSendApp : public platform::CWinApp {
+ public:
+  // Parses the command line, logs it and delivers the job. Always false: there is nothing to wait
+  // for. Does not throw; a job for which memory ran out is a job that was not delivered.
+  bool InitInstance() override;
+
+  // 0 when the job was delivered, 1 when it was not.
+  int ExitInstance() override;
+
+ private:
+  void DeliverJob();
+
+  bool m_bJobSucceeded = false;
+};
+
+}  // namespace zentpost

@@ -1,0 +1,265 @@
+#include "app/application.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/fake/machine_test_fixture.h"
+#include "tests/expected_texts.h"
+#include "tests/steps.h"
+#include "tests/support/allocation_faults.h"
+#include "tests/support/log_lines.h"
+
+namespace zentpost {
+namespace {
+
+using platform::Hive;
+using test::LogText;
+using test::PayloadText;
+using Sent = std::vector<std::string>;
+
+constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
+constexpr char16_t kPortKey[] = u"Software\\Sollvex\\OutlookAddin";
+constexpr std::uint16_t kPort = 5000;
+
+const std::string kJobFile =
+    "{\n\t\"FilePath\":\t\"C:\\\\docs\\\\fax.pdf\",\n\t\"SourceFileName\":\t\"Letter\"\n}";
+
+class Application : public platform::fake::MachineTest {
+ protected:
+  // A whole process on this machine; gives its exit code.
+  int Run(const char16_t* command_line) {
+    CAmbroluxPrintSendApp application;
+    application.m_lpCmdLine = command_line;
+    EXPECT_FALSE(application.InitInstance());
+    return application.ExitInstance();
+  }
+
+  void Listen() {
+    machine_.SetString(Hive::kCurrentUser, kPortKey, u"TolvanAddinPort", u"5000");
+    machine_.Listen(kPort);
+  }
+};
+
+// The log of a job that says nothing but its document, on the Extended MAPI route without MAPI.
+std::string MapiLog(const std::string& attachment) {
+  return "INFO: ProcessToExtendedMapi(): Processing single job to extended MAPI.\n"
+         "INFO: ProcessToExtendedMapi(): Parameters :\n"
+         "INFO: ProcessToExtendedMapi(): Receiver   : \n"
+         "INFO: ProcessToExtendedMapi(): Recipient  : \n"
+         "INFO: ProcessToExtendedMapi(): Sendername : \n"
+         "INFO: ProcessToExtendedMapi(): Comment    : \n"
+         "INFO: ProcessToExtendedMapi(): Subject    : \n"
+         "INFO: ProcessToExtendedMapi(): SendTime   : \n"
+         "INFO: ProcessToExtendedMapi(): Attachment : " +
+         attachment +
+         "\n"
+         "INFO: ProcessToExtendedMapi(): Attach Name: \n"
+         "INFO: ProcessToExtendedMapi(): ECM        : True\n"
+         "INFO: ProcessToExtendedMapi(): Preview    : False\n" +
+         test::kNoMapiLog;
+}
+
+TEST_F(Application, AJobThatWasNeverStartedWasNotDelivered) {
+  CAmbroluxPrintSendApp application;
+  EXPECT_EQ(application.ExitInstance(), 1);
+}
+
+TEST_F(Application, ADeliveredJobEndsTheProcessWith0) {
+  Listen();
+  machine_.SetFile(u"a.json", kJobFile);
+  EXPECT_EQ(Run(u"a.json"), 0);
+  const std::string payload =
+      PayloadText{.file_name = "C:\\\\docs\\\\fax.pdf", .attachment_name = "Letter.pdf"}.Bytes();
+  EXPECT_EQ(machine_.Connections(), (Sent{"", payload}));
+  EXPECT_EQ(machine_.FileBytes(u"a.json"), test::WithSuccess(kJobFile));
+  EXPECT_EQ(LogText(),
+            "INFO: StartZentpost(): a.json\n"
+            "INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.\n"
+            "INFO: ProcessToOutlookClient(): Created JSON:\r\n" +
+                payload +
+                "\r\n\n"
+                "INFO: ProcessToOutlookClient(): The JSON payload successfully sent.\n");
+}
+
+TEST_F(Application, AFailedJobEndsTheProcessWith1) {
+  machine_.SetFile(u"a.json", kJobFile);
+  EXPECT_EQ(Run(u"a.json"), 1);
+  EXPECT_EQ(machine_.FileBytes(u"a.json"), test::WithMapiError(kJobFile));
+}
+
+TEST_F(Application, StepsFollowOneAnother) {
+  Listen();
+  const std::string size = std::to_string(kJobFile.size());
+  const std::string payload =
+      PayloadText{.file_name = "C:\\\\docs\\\\fax.pdf", .attachment_name = "Letter.pdf"}.Bytes();
+  machine_.SetFile(u"a.json", kJobFile);
+  EXPECT_EQ(Run(u"a.json"), 0);
+  EXPECT_EQ(test::Steps(),
+            (std::vector<std::string>{
+                "InitializeCommonControls(0xff)",
+                "StartSockets(0x202)",
+                "OpenFileAt(a.json, kRead)",
+                "QueryFileSize(a.json)",
+                "ReadBytes(a.json, " + size + ")",
+                "log INFO: StartZentpost(): a.json",
+                "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
+                "QueryValue(TolvanAddinPort, 40)",
+                "Create()",
+                "Connect(127.0.0.1, 5000)",
+                "log INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.",
+                "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + payload + "\r\n",
+                "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
+                "QueryValue(TolvanAddinPort, 40)",
+                "Create()",
+                "Connect(127.0.0.1, 5000)",
+                "StartWorker()",
+                "Send(" + std::to_string(payload.size()) + ")",
+                "WaitForWorker()",
+                "log INFO: ProcessToOutlookClient(): The JSON payload successfully sent.",
+                "OpenFileAt(a.json, kRead)",
+                "QueryFileSize(a.json)",
+                "ReadBytes(a.json, " + size + ")",
+                "OpenFileAt(a.json, kRewrite)",
+                "WriteBytes(a.json, " + std::to_string(test::WithSuccess(kJobFile).size()) + ")",
+                "EndSockets()"}));
+}
+
+TEST_F(Application, TheReadersLinesStandBeforeTheStart) {
+  machine_.SetFile(u"a.json", "{}");
+  EXPECT_EQ(Run(u"a.json"), 1);
+  EXPECT_EQ(LogText(),
+            "ERROR: GetDocumentFromJson(): Filename not found\n"
+            "ERROR: ReadFromFile(): Read document failed\n"
+            "INFO: StartZentpost(): a.json\n" +
+                MapiLog(""));
+}
+
+TEST_F(Application, AnEmptyCommandLineIsAJobThatFails) {
+  for (const char16_t* line : {u"", u"  \t "}) {
+    machine_.Reset();
+    EXPECT_EQ(Run(line), 1);
+    EXPECT_EQ(LogText(), std::string("INFO: StartZentpost(): ") + (*line == 0 ? "" : "  \t ") +
+                             "\n" + MapiLog(""));
+  }
+}
+
+TEST_F(Application, TheCommandLineIsLoggedAsItIs) {
+  EXPECT_EQ(Run(u" \"C:\\my docs\\100%s.pdf\"  '030' /x"), 1);
+  EXPECT_EQ(LogText(),
+            "ERROR: ReadFromFile(): Parse JSON failed with error ''\n"
+            "INFO: StartZentpost():  \"C:\\my docs\\100%s.pdf\"  '030' /x\n" +
+                MapiLog("C:\\my docs\\100%s.pdf"));
+}
+
+TEST_F(Application, ADocumentOnTheCommandLineIsDelivered) {
+  Listen();
+  machine_.SetFile(u"C:\\docs\\fax.pdf", "%PDF-1.4\n");
+  EXPECT_EQ(Run(u"C:\\docs\\fax.pdf 030;SHello"), 0);
+  EXPECT_EQ(
+      machine_.Connections(),
+      (Sent{"",
+            PayloadText{.receiver = "030", .file_name = "C:\\\\docs\\\\fax.pdf", .subject = "Hello"}
+                .Bytes()}));
+  EXPECT_EQ(machine_.FileBytes(u"C:\\docs\\fax.pdf"), "%PDF-1.4\n");
+}
+
+TEST_F(Application, ALongCommandLineIsDelivered) {
+  Listen();
+  const std::u16string comment(32000 - 11, u'k');
+  EXPECT_EQ(Run((u"a.pdf 030;K" + comment).c_str()), 0);
+  EXPECT_EQ(machine_.Connections(),
+            (Sent{"", PayloadText{.receiver = "030",
+                                  .file_name = "a.pdf",
+                                  .comment = std::string(comment.size(), 'k')}
+                          .Bytes()}));
+}
+
+TEST_F(Application, CommonControlsThatAreRefusedAreNotNeeded) {
+  Listen();
+  machine_.FailCallOf("InitializeCommonControls", 0, platform::kGeneralFailure);
+  EXPECT_EQ(Run(u"a.pdf"), 0);
+}
+
+TEST_F(Application, WithoutTheSocketLibraryTheJobTakesTheOtherRoute) {
+  Listen();
+  machine_.FailCallOf("StartSockets", 0, platform::kGeneralFailure);
+  EXPECT_EQ(Run(u"a.pdf"), 1);
+  EXPECT_EQ(machine_.Connections(), Sent());
+  EXPECT_EQ(LogText(),
+            "ERROR: ReadFromFile(): Parse JSON failed with error ''\n"
+            "INFO: StartZentpost(): a.pdf\n" +
+                MapiLog("a.pdf"));
+  // What did not start is not ended.
+  EXPECT_EQ(machine_.CallsOf("EndSockets"), std::vector<std::string>());
+}
+
+TEST_F(Application, TheExitCodeFollowsTheRouteThatRunsLast) {
+  machine_.SetString(Hive::kCurrentUser, kPortKey, u"TolvanAddinPort", u"5000");
+  machine_.Listen(kPort, platform::fake::Peer::kAccept, 1);
+  EXPECT_EQ(Run(u"a.pdf"), 1);
+  machine_.SetDword(Hive::kCurrentUser, kClientKey, u"SkipExtendedMapi", 1);
+  machine_.Listen(kPort, platform::fake::Peer::kAccept, 1);
+  EXPECT_EQ(Run(u"a.pdf"), 0);
+}
+
+TEST_F(Application, TheOutcomeStaysUntilTheEnd) {
+  Listen();
+  CAmbroluxPrintSendApp application;
+  application.m_lpCmdLine = u"a.pdf";
+  EXPECT_FALSE(application.InitInstance());
+  EXPECT_EQ(application.ExitInstance(), 0);
+  EXPECT_EQ(application.ExitInstance(), 0);
+}
+
+// Without memory a job may lose log lines and values, and it may fail; but it always ends, ends the
+// socket library, and leaves a job file that is the old one, one with an outcome, or an empty one.
+TEST_F(Application, EveryJobEndsWithoutMemory) {
+  const std::vector<std::string> job_files = {
+      kJobFile, test::WithSuccess(kJobFile), test::WithMapiError(kJobFile),
+      test::WithResult(kJobFile, 1, 1000, "Outlook: Data encoding failure."),
+      // The text that was written to tell of the failure was lost itself.
+      test::WithResult(kJobFile, 1, 1000, ""), test::WithResult(kJobFile, 1, -2147467259, ""), ""};
+  test::SweepAllocations("a whole job", [&](test::AllocationFaults& faults) {
+    machine_.Reset();
+    Listen();
+    machine_.SetFile(u"a.json", kJobFile);
+    CAmbroluxPrintSendApp application;
+    application.m_lpCmdLine = u"a.json";
+    bool goes_on = true;
+    EXPECT_TRUE(faults.Run([&] { goes_on = application.InitInstance(); }));
+    EXPECT_FALSE(goes_on);
+    const int exit_code = application.ExitInstance();
+    if (faults.Mode() == test::AllocationFaultMode::kNone) {
+      EXPECT_EQ(exit_code, 0);
+    }
+
+    const std::string job_file = machine_.FileBytes(u"a.json").value_or("no job file");
+    EXPECT_EQ(std::count(job_files.begin(), job_files.end(), job_file), 1) << job_file;
+    if (job_file == test::WithSuccess(kJobFile)) {
+      EXPECT_EQ(exit_code, 0);
+    }
+    if (job_file == test::WithMapiError(kJobFile)) {
+      EXPECT_EQ(exit_code, 1);
+    }
+    std::size_t payloads = 0;
+    for (const std::string& bytes : machine_.Connections()) {
+      if (!bytes.empty()) {
+        ++payloads;
+        EXPECT_TRUE(bytes.starts_with("{\n\t\"Parameters\":\t{\n") && bytes.ends_with("\n\t}\n}"))
+            << bytes;
+      }
+    }
+    EXPECT_LE(payloads, 1u);
+    EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
+    EXPECT_EQ(machine_.OpenHandles(), 0u);
+  });
+}
+
+}  // namespace
+}  // namespace zentpost

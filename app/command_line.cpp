@@ -1,0 +1,92 @@
+#include "app/command_line.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "diag/text_trim.h"
+#include "jobfile/commands.h"
+
+namespace zentpost {
+namespace {
+
+bool IsQuote(char16_t unit) {
+  return unit == u'"' || unit == u'\'';
+}
+
+// Letters beyond ASCII are left alone: no option and no field has one.
+char16_t ToLower(char16_t unit) {
+  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
+}
+char16_t ToUpper(char16_t unit) {
+  return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - (u'a' - u'A')) : unit;
+}
+
+std::u16string FinishToken(std::u16string_view raw) {
+  std::u16string token(Trimmed(raw));
+  std::erase_if(token, IsQuote);
+  return token;
+}
+
+}  // namespace
+
+std::vector<std::u16string> SplitQuoted(std::u16string_view text, char16_t separator) {
+  std::vector<std::u16string> tokens;
+  if (text.empty()) {
+    return tokens;
+  }
+  bool quoted = false;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (IsQuote(text[i])) {
+      // A quote closes before a blank whatever the separator is: fax commands rely on it.
+      quoted = !quoted || (i + 1 != text.size() && text[i + 1] != u' ');
+    }
+    if (text[i] == separator && !quoted) {
+      tokens.push_back(FinishToken(text.substr(start, i - start)));
+      start = i + 1;
+    }
+  }
+  tokens.push_back(FinishToken(text.substr(start)));
+  return tokens;
+}
+
+void ParseFaxCommand(ParameterList& faxFields, std::u16string_view text) {
+  faxFields.Clear();
+  const std::vector<std::u16string> fields = SplitQuoted(Trimmed(text), u';');
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const std::u16string& field = fields[i];
+    if (i == 0) {
+      faxFields.Add(u"+FAX", field);
+    } else if (!field.empty()) {
+      faxFields.Add(std::u16string(1, ToUpper(field.front())), field.substr(1));
+    }
+  }
+}
+
+void ParseCommandLine(JobParameters& params, std::u16string_view command_line) {
+  params.arguments.Clear();
+  const std::vector<std::u16string> tokens = SplitQuoted(Trimmed(command_line), u' ');
+  if (tokens.empty()) {
+    return;
+  }
+  params.fromJobFile = CCommands::ReadFromFile(params, tokens[0]);
+  params.arguments.Add(params.fromJobFile ? u"jobname" : u"filename", tokens[0]);
+
+  std::size_t next = 1;
+  if (next < tokens.size() && !tokens[next].starts_with(u'/')) {
+    params.arguments.Add(u"faxcommand", tokens[next]);
+    ParseFaxCommand(params.faxFields, tokens[next]);
+    ++next;
+  }
+  while (next < tokens.size()) {
+    // What stands in the option's first place goes, whether or not it is a slash; what follows is
+    // its value, whether or not it looks like another option.
+    std::u16string name = tokens[next].substr(tokens[next].empty() ? 0 : 1);
+    std::transform(name.begin(), name.end(), name.begin(), ToLower);
+    const bool has_value = next + 1 < tokens.size();
+    params.arguments.Add(std::move(name), has_value ? tokens[next + 1] : u"1");
+    next += 2;
+  }
+}
+
+}  // namespace zentpost

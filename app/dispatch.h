@@ -1,0 +1,13 @@
+// The choice of the route by which a job is delivered.
+#pragma once
+
+#include "app/job_parameters.h"
+
+namespace zentpost {
+
+// Delivers the job through the mail client's add-in when one accepts connections, and through
+// Extended MAPI when there is none or that route fails. True when the job was delivered. The route
+// that runs last decides, and its outcome is what the job file keeps. Logs nothing itself.
+[[nodiscard]] bool DispatchJob(JobParameters params);
+
+}  // namespace zentpost

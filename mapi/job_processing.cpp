@@ -1,0 +1,57 @@
+#include "mapi/job_processing.h"
+
+#include <string>
+
+#include "addin/payload.h"
+#include "diag/client_settings.h"
+#include "diag/log_file.h"
+#include "jobfile/commands.h"
+#include "mapi/send_mail.h"
+
+namespace zentpost {
+
+bool ProcessToExtendedMapi(JobParameters params) {
+  LogInfo(u"ProcessToExtendedMapi(): Processing single job to extended MAPI.");
+  const ParameterList& fields = params.faxFields;
+  const std::u16string attachment_path = params.arguments.Find(u"filename").second;
+  const std::u16string attachment_name = params.arguments.Find(u"attdisplayname").second;
+  const std::u16string recipient = fields.Find(u"+FAX").second;
+  const std::u16string recipient_name = fields.Find(u"E").second;
+  const std::u16string sender_name = fields.Find(u"U").second;
+  const std::u16string comment = fields.Find(u"K").second;
+  const std::u16string subject = fields.Find(u"S").second;
+  const std::u16string send_time = fields.Find(u"Z").second;
+  const bool preview = IsSwitchedOn(fields, u"P");
+
+  LogInfo(u"ProcessToExtendedMapi(): Parameters :");
+  LogInfo(u"ProcessToExtendedMapi(): Receiver   : %s", recipient);
+  LogInfo(u"ProcessToExtendedMapi(): Recipient  : %s", recipient_name);
+  LogInfo(u"ProcessToExtendedMapi(): Sendername : %s", sender_name);
+  LogInfo(u"ProcessToExtendedMapi(): Comment    : %s", comment);
+  LogInfo(u"ProcessToExtendedMapi(): Subject    : %s", subject);
+  LogInfo(u"ProcessToExtendedMapi(): SendTime   : %s", send_time);
+  LogInfo(u"ProcessToExtendedMapi(): Attachment : %s", attachment_path);
+  LogInfo(u"ProcessToExtendedMapi(): Attach Name: %s", attachment_name);
+  // The line tells the opposite of the switch, as it always has; support staff read it so.
+  LogInfo(u"ProcessToExtendedMapi(): ECM        : %s",
+          IsSwitchedOn(fields, u"C") ? u"False" : u"True");
+  LogInfo(u"ProcessToExtendedMapi(): Preview    : %s", preview ? u"True" : u"False");
+
+  if (fields.Contains(u"O")) {
+    WriteAddinJsonFile(params, fields.Find(u"O").second);
+  } else if (ReadClientNumber(u"SkipExtendedMapi") == 0) {
+    // Without a recipient only the user can complete the message.
+    const bool show_modal = preview || recipient.empty();
+    const std::int32_t result =
+        SendMail(subject, comment, show_modal ? 1 : 0, show_modal ? 0 : 1, 0, 0, recipient,
+                 recipient_name, attachment_path, attachment_name, sender_name);
+    if (result < 0) {
+      CCommands::UpdateJobFile(params, 1, result, u"MAPI Error");
+      return false;
+    }
+  }
+  CCommands::UpdateJobFile(params, 0, 0, u"");
+  return true;
+}
+
+}  // namespace zentpost

@@ -1,0 +1,14 @@
+// The Extended MAPI route: one job from its parameters to its outcome.
+#pragma once
+
+#include "app/job_parameters.h"
+
+namespace zentpost {
+
+// Logs the job's values, hands them to SendMail and writes the outcome into the job file. A job
+// without a fax number, or with a preview, is shown to the user instead of being sent. A fax field
+// "O" diverts the add-in's payload into the file that it names, and the registry value
+// "SkipExtendedMapi" leaves the sending out: both count as delivered. False when SendMail failed.
+[[nodiscard]] bool ProcessToExtendedMapi(JobParameters params);
+
+}  // namespace zentpost
