@@ -1,0 +1,158 @@
+#include "tools/addin_listener/options.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace zentpost::addin_listener {
+namespace {
+
+using std::chrono::seconds;
+
+TEST(Options, NoArgumentsMeanOneDeliveryOnAFreePort) {
+  std::string error;
+  const auto options = ParseOptions({}, error);
+  ASSERT_TRUE(options) << error;
+  EXPECT_EQ(options->action, Action::kListen);
+  EXPECT_EQ(options->display, Display::kReadable);
+  EXPECT_EQ(options->listener.port, 0);
+  EXPECT_EQ(options->listener.count, 1u);
+  EXPECT_FALSE(options->listener.timeout);
+  EXPECT_EQ(options->listener.misbehaviour, Misbehaviour::kNone);
+  EXPECT_EQ(options->listener.connection, 0u);
+  EXPECT_EQ(options->listener.slow_interval, seconds(1));
+  EXPECT_FALSE(options->port_file);
+  EXPECT_FALSE(options->out_folder);
+}
+
+TEST(Options, EachOptionIsTaken) {
+  std::string error;
+  const auto options = ParseOptions(
+      {"--port", "65535", "--port-file", "a b.txt", "--count", "0", "--timeout", "86400", "--json",
+       "--out", "f", "--code-page", "1252", "--misbehave", "slow", "--connection", "3"},
+      error);
+  ASSERT_TRUE(options) << error;
+  EXPECT_EQ(options->listener.port, 65535);
+  EXPECT_EQ(options->port_file, "a b.txt");
+  EXPECT_EQ(options->listener.count, 0u);
+  EXPECT_EQ(options->listener.timeout, seconds(86400));
+  EXPECT_EQ(options->display, Display::kJson);
+  EXPECT_EQ(options->out_folder, "f");
+  EXPECT_EQ(options->listener.misbehaviour, Misbehaviour::kSlow);
+  EXPECT_EQ(options->listener.connection, 3u);
+}
+
+TEST(Options, EachMisbehaviourHasItsName) {
+  const struct {
+    const char* name;
+    Misbehaviour kind;
+  } cases[] = {{"never-read", Misbehaviour::kNeverRead},
+               {"slow", Misbehaviour::kSlow},
+               {"reset", Misbehaviour::kReset},
+               {"stop-after-probe", Misbehaviour::kStopAfterProbe}};
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.name);
+    std::string error;
+    const auto options = ParseOptions({"--misbehave", item.name}, error);
+    ASSERT_TRUE(options) << error;
+    EXPECT_EQ(options->listener.misbehaviour, item.kind);
+    EXPECT_EQ(options->listener.connection, 0u);
+  }
+}
+
+TEST(Options, ValueMayFollowAnEqualsSign) {
+  std::string error;
+  const auto options = ParseOptions({"--port=5000", "--out=a=b", "--quiet"}, error);
+  ASSERT_TRUE(options) << error;
+  EXPECT_EQ(options->listener.port, 5000);
+  EXPECT_EQ(options->out_folder, "a=b");
+  EXPECT_EQ(options->display, Display::kQuiet);
+}
+
+TEST(Options, LastOneOfTheSameOptionCounts) {
+  std::string error;
+  const auto options = ParseOptions({"--port", "1", "--port=2"}, error);
+  ASSERT_TRUE(options) << error;
+  EXPECT_EQ(options->listener.port, 2);
+}
+
+TEST(Options, PathsAreReadAsUtf8) {
+  std::string error;
+  const auto options = ParseOptions({"--out",
+                                     "Gr\xC3\xBC\xC3\x9F"
+                                     "e"},
+                                    error);
+  ASSERT_TRUE(options) << error;
+  EXPECT_EQ(options->out_folder, std::filesystem::path(u8"Gr\u00FC\u00DFe"));
+}
+
+TEST(Options, HelpAndVersionCountAtOnce) {
+  std::string error;
+  const auto help = ParseOptions({"--json", "--help", "--nonsense"}, error);
+  ASSERT_TRUE(help) << error;
+  EXPECT_EQ(help->action, Action::kShowHelp);
+  const auto version = ParseOptions({"--version"}, error);
+  ASSERT_TRUE(version) << error;
+  EXPECT_EQ(version->action, Action::kShowVersion);
+}
+
+TEST(Options, SaysWhatIsWrong) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* error;
+  } cases[] = {
+      {{"5000"}, "unknown argument \"5000\""},
+      {{""}, "unknown argument \"\""},
+      {{"--prt", "1"}, "unknown argument \"--prt\""},
+      {{"--json=1"}, "unknown argument \"--json=1\""},
+      {{"--port"}, "--port needs a value"},
+      {{"--port", ""}, "--port takes a number from 0 to 65535, not \"\""},
+      {{"--port", "65536"}, "--port takes a number from 0 to 65535, not \"65536\""},
+      {{"--port", "-1"}, "--port takes a number from 0 to 65535, not \"-1\""},
+      {{"--port", "+1"}, "--port takes a number from 0 to 65535, not \"+1\""},
+      {{"--port", "1x"}, "--port takes a number from 0 to 65535, not \"1x\""},
+      {{"--port=0x10"}, "--port takes a number from 0 to 65535, not \"0x10\""},
+      {{"--count", "4294967296"},
+       "--count takes a number from 0 to 4294967295, not \"4294967296\""},
+      {{"--timeout", "0"}, "--timeout takes a number from 1 to 86400, not \"0\""},
+      {{"--timeout", "86401"}, "--timeout takes a number from 1 to 86400, not \"86401\""},
+      {{"--connection", "0", "--misbehave", "slow"},
+       "--connection takes a number from 1 to 4294967295, not \"0\""},
+      {{"--connection", "2"}, "--connection needs --misbehave"},
+      {{"--misbehave", "Slow"},
+       "--misbehave takes never-read, slow, reset or stop-after-probe, not \"Slow\""},
+      {{"--code-page", "1250"}, "--code-page takes 1252 only, not \"1250\""},
+      {{"--out", ""}, "--out takes a name, not an empty text"},
+      {{"--port-file="}, "--port-file takes a name, not an empty text"},
+      {{"--json", "--quiet"}, "--json and --quiet exclude each other"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.error);
+    std::string error;
+    EXPECT_FALSE(ParseOptions(item.arguments, error));
+    EXPECT_EQ(error, item.error);
+  }
+}
+
+TEST(Options, HelpNamesEveryOptionAndExitCode) {
+  const std::string_view help = HelpText();
+  for (const char* const word :
+       {"--port N",         "--port-file FILE", "--count N",    "--timeout SECONDS",
+        "--json",           "--quiet",          "--out FOLDER", "--code-page 1252",
+        "--misbehave KIND", "never-read",       "slow",         "reset",
+        "stop-after-probe", "--connection N",   "--help",       "--version",
+        "\n  0  ",          "\n  1  ",          "\n  2  ",      "\n  3  ",
+        "\n  4  "}) {
+    EXPECT_NE(help.find(word), std::string_view::npos) << word;
+  }
+  for (std::size_t begin = 0; begin < help.size();) {
+    const std::size_t end = help.find('\n', begin);
+    ASSERT_NE(end, std::string_view::npos) << "the last line has no end";
+    EXPECT_LE(end - begin, 80u) << help.substr(begin, end - begin);
+    begin = end + 1;
+  }
+}
+
+}  // namespace
+}  // namespace zentpost::addin_listener
