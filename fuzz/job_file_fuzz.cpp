@@ -1,0 +1,97 @@
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "addin/text_encoding.h"
+#include "fuzz/targets.h"
+#include "jobfile/commands.h"
+#include "platform/fake/machine.h"
+
+namespace zentpost::fuzz {
+namespace {
+
+constexpr char16_t kPath[] = u"job.json";
+
+// Reading twice must give the same.
+JobParameters Read(bool& is_job_file) {
+  JobParameters params;
+  is_job_file = CCommands::ReadFromFile(params, kPath);
+  return params;
+}
+
+void CheckParameters(const JobParameters& params, bool is_job_file) {
+  const std::vector<ParameterList::Entry>& arguments = params.arguments.Entries();
+  const std::vector<ParameterList::Entry>& fields = params.faxFields.Entries();
+  if (!is_job_file || arguments.empty()) {
+    Require(arguments.empty() && fields.empty());
+    return;
+  }
+  Require(arguments.size() == 2);
+  Require(arguments[0].first == u"filename");
+  Require(arguments[1].first == u"attdisplayname");
+  Require(arguments[1].second.find(u".pdf") != std::u16string::npos);
+  // Every field at most once and in its order, the number last.
+  std::u16string letters;
+  for (const auto& [name, value] : fields) {
+    letters += name == u"+FAX" ? u"~" : name;
+  }
+  std::size_t at = 0;
+  for (const char16_t letter : letters) {
+    at = std::u16string_view(u"BCEKNOPSUZ~").find(letter, at);
+    Require(at != std::u16string_view::npos);
+    ++at;
+  }
+}
+
+// Writes an outcome and looks for it in the file.
+void CheckOutcome(std::int32_t status, std::int32_t code, const std::u16string& text) {
+  JobParameters job;
+  job.arguments.Add(u"jobname", kPath);
+  Require(CCommands::UpdateJobFile(job, status, code, text));
+  std::u16string error;
+  const JsonTree tree = CCommands::LoadJsonFile(kPath, error);
+  Require(tree != nullptr);
+  const cJSON* result = cJSON_GetObjectItem(tree.get(), "Result");
+  Require(cJSON_IsObject(result) != 0);
+  const cJSON* status_member = cJSON_GetObjectItem(result, "Status");
+  const cJSON* code_member = cJSON_GetObjectItem(result, "ErrorCode");
+  std::u16string found;
+  Require(cJSON_IsNumber(status_member) != 0 && status_member->valueint == status);
+  Require(cJSON_IsNumber(code_member) != 0 && code_member->valueint == code);
+  Require(GetJsonString(result, u"ErrorText", found, u"none") && found == text);
+}
+
+}  // namespace
+
+void FuzzJobFile(std::string_view input) {
+  platform::fake::Machine& machine = platform::fake::TheMachine();
+  machine.Reset();
+  machine.SetFile(kPath, std::string(input));
+
+  bool is_job_file = false;
+  const JobParameters before = Read(is_job_file);
+  CheckParameters(before, is_job_file);
+  Require(machine.FileBytes(kPath) == input);
+
+  std::u16string error;
+  JsonTree tree = CCommands::LoadJsonFile(kPath, error);
+  Require((tree != nullptr) == is_job_file);
+  const bool is_object = cJSON_IsObject(tree.get()) != 0;
+  tree.reset();
+  if (is_object) {
+    CheckOutcome(1, 1004, u"OutlookClient: Connection cannot be established.");
+    CheckOutcome(1, -2147467259, u"MAPI Error");
+    CheckOutcome(0, 0, u"");
+    // What the job says is still what it said.
+    bool is_still_job_file = false;
+    const JobParameters after = Read(is_still_job_file);
+    Require(is_still_job_file);
+    Require(after.arguments.Entries() == before.arguments.Entries());
+    Require(after.faxFields.Entries() == before.faxFields.Entries());
+  }
+  Require(machine.OpenHandles() == 0);
+}
+
+}  // namespace zentpost::fuzz

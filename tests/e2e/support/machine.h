@@ -1,0 +1,72 @@
+// The machine as a test furnishes it: the registry that the tool reads, its folders, its files.
+// Real ones: on Windows the user's own registry and application data, elsewhere what stands in for
+// them. What was there before is put aside for the whole run and put back at its end.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+
+#include "tests/e2e/support/process.h"
+
+namespace zentpost::e2e {
+
+// Before the first and after the last test.
+void TakeMachineOver();
+void GiveMachineBack();
+
+inline constexpr char kFaxClientKey[] = "Software\\Sollvex\\FaxClient";
+inline constexpr char kAddinKey[] = "Software\\Sollvex\\OutlookAddin";
+
+enum class Hive { kCurrentUser, kLocalMachine };
+
+// Makes a file impossible to write for as long as the object lives; reading it stays possible.
+class ReadOnly {
+ public:
+  explicit ReadOnly(const std::filesystem::path& path);
+  ~ReadOnly();
+  ReadOnly(const ReadOnly&) = delete;
+  ReadOnly& operator=(const ReadOnly&) = delete;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+// One test's machine. It begins with no values in the registry, an empty folder and no log folder,
+// and leaves nothing behind.
+class Machine {
+ public:
+  Machine();
+  ~Machine();
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  // The registry.
+  void SetText(Hive hive, std::string_view key, std::string_view name, std::string_view text);
+  void SetNumber(Hive hive, std::string_view key, std::string_view name, std::uint32_t number);
+  void AddKey(Hive hive, std::string_view key);
+  // False where this user may not write to the hive.
+  [[nodiscard]] static bool CanWrite(Hive hive);
+
+  // The test's own folder, in which the tool works, and in it the folder for temporary files.
+  [[nodiscard]] const std::filesystem::path& Folder() const { return folder_; }
+  [[nodiscard]] std::filesystem::path TemporaryFolder() const { return folder_ / "temporary"; }
+
+  // The log file, and the folder that the fax client's installation would make for it.
+  [[nodiscard]] std::filesystem::path LogFolder() const;
+  [[nodiscard]] std::filesystem::path LogFile() const { return LogFolder() / "zentpost.log"; }
+  void AddLogFolder();
+
+  // For processes that are to see this machine.
+  [[nodiscard]] ProcessOptions Options() const;
+
+ private:
+  struct Registry;
+
+  std::filesystem::path folder_;
+  std::unique_ptr<Registry> registry_;
+};
+
+}  // namespace zentpost::e2e

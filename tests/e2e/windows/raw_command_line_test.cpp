@@ -1,0 +1,174 @@
+// Command lines as one text that reaches the tool untouched, as only Windows hands them over.
+#include "tests/e2e/support/windows/raw_run.h"
+
+#include "tests/e2e/support/job_test.h"
+#include "tests/e2e/support/sample_job.h"
+#include "tests/e2e/support/settings.h"
+
+namespace zentpost::e2e {
+namespace {
+
+class RawCommandLine : public JobTest {
+ protected:
+  ToolRun RunWith(std::u16string_view command_line) {
+    const std::time_t begin = std::time(nullptr);
+    return Checked(RunRaw(TheSettings().tool, command_line, machine_.Options()), begin);
+  }
+};
+
+TEST_F(RawCommandLine, DocumentsAndFaxCommandsWithQuotesAndBlanks) {
+  const struct {
+    const char16_t* command_line;
+    PayloadMembers members;
+  } cases[] = {
+      {u"c:\\a.pdf", {.file = R"(c:\\a.pdf)"}},
+      {u"\"c:\\my docs\\a.pdf\"", {.file = R"(c:\\my docs\\a.pdf)"}},
+      {u"'c:\\my docs\\a.pdf' 0301", {.receiver = "0301", .file = R"(c:\\my docs\\a.pdf)"}},
+      // Either quote closes what the other opened.
+      {u"\"c:\\my docs\\a.pdf' 0301", {.receiver = "0301", .file = R"(c:\\my docs\\a.pdf)"}},
+      // A quote that no quote closes makes the rest one token.
+      {u"c:\\o'brien.pdf x", {.file = R"(c:\\obrien.pdf x)"}},
+      {u"a.pdf \"0301;Shello there",
+       {.receiver = "0301", .file = "a.pdf", .subject = "hello there"}},
+      // A quote inside a quoted stretch closes only before a blank or at the end.
+      {u"\"a\"b c.pdf\" 0301", {.receiver = "0301", .file = "ab c.pdf"}},
+      // The fax command has lost its quotes before it is taken apart.
+      {u"a.pdf 0301;Sit's_mine;Kb",
+       {.receiver = "0301", .file = "a.pdf", .comment = "b", .subject = "its_mine"}},
+      {u"a.pdf '0301;Ssubject';Kcomment more",
+       {.receiver = "0301", .file = "a.pdf", .comment = "comment more", .subject = "subject"}},
+      {u"\"\"", {}},
+      {u"\"", {}},
+      {u"''  x", {}},
+      {u"a.pdf  0301", {.file = "a.pdf"}},  // an empty fax command, and the number an option
+      {u"a.pdf\t0301", {.file = R"(a.pdf\t0301)"}},              // only blanks separate
+      {u"a.pdf \t0301", {.receiver = "0301", .file = "a.pdf"}},  // tokens are trimmed
+      {u"a.pdf 0301   ", {.receiver = "0301", .file = "a.pdf"}},
+      {u"a.pdf \"\" 0301", {.file = "a.pdf"}},
+      {u"a.pdf /x 0301;Sshort", {.file = "a.pdf"}},
+      {u"/a.pdf 0301", {.receiver = "0301", .file = "/a.pdf"}},
+      {u"\"a.pdf\"0301;Sx", {.file = "a.pdf0301;Sx"}},
+  };
+  SwitchLogOn();
+  for (const auto& each : cases) {
+    SCOPED_TRACE(Utf8(each.command_line));
+    Addin addin;
+    SetAddinPort(addin);
+
+    const ToolRun run = RunWith(each.command_line);
+
+    const std::string payload = Payload(each.members);
+    EXPECT_EQ(run.exit_code, 0);
+    ExpectDelivered(addin, payload);
+    // The log has the command line as it was given, to the last blank and quote.
+    EXPECT_TRUE(Same(NotAJobFile() + Info("StartZentpost(): " + Utf8(each.command_line)) +
+                         AddinLines(payload) + Info(kSentMessage),
+                     run.log));
+  }
+}
+
+TEST_F(RawCommandLine, BlanksInFrontAreNotPartOfIt) {
+  Addin addin;
+  SetAddinPort(addin);
+
+  const ToolRun run = RunWith(u"   a.pdf 0301 ");
+
+  const std::string payload = Payload({.receiver = "0301", .file = "a.pdf"});
+  EXPECT_EQ(run.exit_code, 0);
+  ExpectDelivered(addin, payload);
+  EXPECT_TRUE(Same(NotAJobFile() + Info("StartZentpost(): a.pdf 0301 ") + AddinLines(payload) +
+                       Info(kSentMessage),
+                   run.log));
+}
+
+TEST_F(RawCommandLine, BlanksAloneAreNoCommandLine) {
+  const ToolRun run = RunWith(u"   ");
+
+  EXPECT_EQ(run.exit_code, 1);
+  EXPECT_TRUE(Same(Info("StartZentpost(): ") + MapiLines({}), run.log));
+}
+
+TEST_F(RawCommandLine, ThirtyTwoThousandCharactersWithQuotes) {
+  Addin addin;
+  SetAddinPort(addin);
+  SetFile("my job.json", kJobFile);
+  std::u16string line = u"'my job.json' \"0301;K";
+  line.append(32000 - line.size() - 1, u'x').append(u"\"");
+
+  const ToolRun run = RunWith(line);
+
+  const std::string payload = Payload({.receiver = "0301",
+                                       .file = "C:\\\\Fax\\\\Letter 7.pdf",
+                                       .attachment = "Letter 7.pdf",
+                                       .comment = std::string(32000 - 22, 'x')});
+  EXPECT_EQ(run.exit_code, 0);
+  ExpectDelivered(addin, payload);
+  EXPECT_TRUE(Same(JobFileDelivered(), FileBytes("my job.json")));
+  EXPECT_TRUE(Same(
+      Info("StartZentpost(): " + Utf8(line)) + AddinLines(payload) + Info(kSentMessage), run.log));
+}
+
+TEST_F(RawCommandLine, UnpairedSurrogateIsKeptInTheCommandLineAndReplacedInUtf8) {
+  Addin addin;
+  SetAddinPort(addin);
+
+  const ToolRun run = RunWith(std::u16string{u'a', char16_t{0xD800}, u'b', u'c', u'd'});
+
+  EXPECT_EQ(run.exit_code, 0);
+  // U+FFFD is EF BF BD, read as Windows-1252 and sent in UTF-8.
+  const std::string payload = Payload({.file = "a\xC3\xAF\xC2\xBF\xC2\xBD"
+                                               "bcd"});
+  ExpectDelivered(addin, payload);
+  EXPECT_TRUE(Same(NotAJobFile() +
+                       Info("StartZentpost(): a\xEF\xBF\xBD"
+                            "bcd") +
+                       AddinLines(payload) + Info(kSentMessage),
+                   run.log));
+}
+
+TEST_F(RawCommandLine, EventsTellADebuggerTheSameLines) {
+  const std::time_t begin = std::time(nullptr);
+  SwitchLogOn();
+  SetFile("job.json", kJobFile);
+
+  const ToolRun run = Checked(
+      RunRawWithDebugEvents(TheSettings().tool, u"job.json /preview", machine_.Options()), begin);
+
+  EXPECT_EQ(run.exit_code, 1);
+  EXPECT_TRUE(Same(Info("StartZentpost(): job.json /preview") + MapiLinesOfJobFile(), run.log));
+}
+
+TEST_F(RawCommandLine, LogLevelCountsFromTheNextLineOn) {
+  machine_.AddLogFolder();
+  ExpectLogFile(LogFile::kUnchecked);
+  SetFile("job.json", kJobFile);
+  ProcessOptions options = machine_.Options();
+  options.at_debug_output = [this](std::string_view text) {
+    // The line is with the debugger and has not yet reached the file, but the number has been read.
+    if (text.ends_with("ProcessToExtendedMapi(): Parameters :")) {
+      machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 1);
+    } else if (text.ends_with("Sendername : Sam Sender")) {
+      machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 0);
+    }
+  };
+
+  const std::time_t begin = std::time(nullptr);
+  const ToolRun run = Checked(RunRaw(TheSettings().tool, u"job.json", options), begin);
+
+  EXPECT_TRUE(Same(Info("StartZentpost(): job.json") + MapiLinesOfJobFile(), run.log));
+  std::string file = ReadBytes(machine_.LogFile()).value_or("");
+  ASSERT_GT(file.size(), 0U);
+  std::string lines;
+  for (const char* message :
+       {"Receiver   : 0301234567", "Recipient  : Erika Example", "Sendername : Sam Sender"}) {
+    const std::size_t end = file.find("\r\n");
+    ASSERT_NE(end, std::string::npos);
+    EXPECT_EQ(file.substr(19, end - 19),
+              " - INFO   : ProcessToExtendedMapi(): " + std::string(message));
+    file.erase(0, end + 2);
+  }
+  EXPECT_EQ(file, "");
+}
+
+}  // namespace
+}  // namespace zentpost::e2e

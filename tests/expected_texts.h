@@ -1,0 +1,59 @@
+// The texts that a job leaves behind as they are expected: the add-in's payload and the job file
+// with its outcome, put together without the code that writes them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace zentpost::test {
+
+// The add-in's payload. The values stand as JSON writes them, in UTF-8 and with its escapes; at
+// first they are those of a job that says nothing.
+struct PayloadText {
+  std::string receiver{};
+  std::string recipient_name{};
+  std::string sender_name{};
+  std::string file_name{};
+  std::string attachment_name{};
+  std::string comment{};
+  std::string subject{};
+  std::string send_time{};
+  bool ecm = true;
+  bool preview = false;
+
+  [[nodiscard]] std::string Bytes() const {
+    const auto text = [](const char* name, const std::string& value) {
+      return "\t\t\"" + std::string(name) + "\":\t\"" + value + "\",\n";
+    };
+    const auto flag = [](bool value) { return std::string(value ? "true" : "false"); };
+    return "{\n\t\"Parameters\":\t{\n" + text("Receiver", receiver) +
+           text("RecipientName", recipient_name) + text("SenderName", sender_name) +
+           text("FileName", file_name) + text("AttachmentName", attachment_name) +
+           text("Comment", comment) + text("Subject", subject) + text("SendTime", send_time) +
+           "\t\t\"ECM\":\t" + flag(ecm) + ",\n\t\t\"Preview\":\t" + flag(preview) + "\n\t}\n}";
+  }
+};
+
+// `job_file`, an object in the layout in which it is written back, with an outcome behind its last
+// member. `text` stands as JSON writes it.
+inline std::string WithResult(const std::string& job_file, std::int32_t status, std::int32_t code,
+                              const std::string& text) {
+  return job_file.substr(0, job_file.rfind("\n}")) + ",\n\t\"Result\":\t{\n\t\t\"Status\":\t" +
+         std::to_string(status) + ",\n\t\t\"ErrorCode\":\t" + std::to_string(code) +
+         ",\n\t\t\"ErrorText\":\t\"" + text + "\"\n\t}\n}";
+}
+
+// What SendMail logs where there is no MAPI.
+inline constexpr char kNoMapiLog[] = "";
+
+// What the Extended MAPI route then writes: 0x80004005.
+inline std::string WithMapiError(const std::string& job_file) {
+  return WithResult(job_file, 1, -2147467259, "MAPI Error");
+}
+
+// What either route writes when the job counts as delivered.
+inline std::string WithSuccess(const std::string& job_file) {
+  return WithResult(job_file, 0, 0, "");
+}
+
+}  // namespace zentpost::test
