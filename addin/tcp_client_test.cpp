@@ -132,7 +132,8 @@ TEST_F(TcpClient, SendsUnderAWatchdogThatItWaitsFor) {
   EXPECT_TRUE(client->m_pWatchdogThread);
   EXPECT_EQ(machine_.Connections(), std::vector<std::string>{"hello"});
   // A watchdog whose send is over has waited at least once and cancelled nothing.
-  EXPECT_EQ(machine_.WorkerCalls(), Calls(machine_.SleepCount(), "worker: SleepMilliseconds(1)"));
+  EXPECT_EQ(machine_.WorkerCalls(),
+            Calls(static_cast<std::size_t>(machine_.SleepCount()), "worker: SleepMilliseconds(1)"));
   EXPECT_GE(machine_.SleepCount(), 1u);
 }
 

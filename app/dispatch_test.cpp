@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -118,6 +120,45 @@ TEST_F(Dispatch, TheProbeComesBeforeTheRouteAndThePortIsReadForBoth) {
                 "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + Payload() + "\r\n",
                 "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
                 "QueryValue(TolvanAddinPort, 40)", "Create()", "Connect(127.0.0.1, 5000)"}));
+}
+
+// What the machine looked like when a call began: how many calls there had been, and what was open.
+struct Beginning {
+  std::size_t calls;
+  std::size_t open_handles;
+};
+std::vector<Beginning> beginnings;
+
+void RecordBeginning(bool begins) {
+  const platform::fake::Machine& machine = platform::fake::TheMachine();
+  if (begins) {
+    beginnings.push_back({machine.Calls().size(), machine.OpenHandles()});
+  }
+}
+
+// An add-in that serves one peer at a time would make the job wait behind its own probe.
+TEST_F(Dispatch, TheProbeIsClosedAtOnce) {
+  SetPort(u"5000");
+  // So that the probe is the last connection in either case.
+  for (const unsigned connections : {1U, 0U}) {
+    SCOPED_TRACE(connections);
+    machine_.Listen(kPort, Peer::kAccept, connections);
+    machine_.ClearCalls();
+    beginnings.clear();
+    machine_.SetCallHook(RecordBeginning);
+    EXPECT_FALSE(DispatchJob(Job()));
+    machine_.SetCallHook(nullptr);
+    const std::vector<std::string> calls = machine_.Calls();
+    const auto probe = std::find(calls.begin(), calls.end(), "Connect(127.0.0.1, 5000)");
+    ASSERT_NE(probe, calls.end());
+    const auto calls_with_probe = static_cast<std::size_t>(probe - calls.begin()) + 1;
+    // The socket's end is no call of its own: it begins with this number, too, and before the next.
+    const auto next = std::find_if(
+        beginnings.rbegin(), beginnings.rend(),
+        [&](const Beginning& beginning) { return beginning.calls == calls_with_probe; });
+    ASSERT_NE(next, beginnings.rend());
+    EXPECT_EQ(next->open_handles, 0u);
+  }
 }
 
 TEST_F(Dispatch, WithoutAPortThereIsNoProbe) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -470,7 +471,8 @@ TEST_F(LogFile, EveryCallOfAFailureWithItsCode) {
     EXPECT_EQ(machine_.FileBytes(kTemporaryLogPath).value_or(""), expected.temporary_log);
     EXPECT_EQ(machine_.FileBytes(u"zentpost.log").value_or(""), expected.current_log);
   });
-  EXPECT_EQ(runs, 2 * (2 * 10 + 1u));
+  constexpr std::size_t kCalls = 2 * 10 + 1;
+  EXPECT_EQ(runs, 2 * kCalls);
 }
 
 }  // namespace

@@ -157,7 +157,7 @@ TEST_F(JobFileReader, EveryFieldUnderItsLetter) {
     const std::string member = R"(")" + field.letter + R"(": "v")";
     EXPECT_EQ(ReadCommand(R"({"Commands": {)" + member + "}}").fields, field.letter + "=v\n");
     // In the file they stand the other way round.
-    commands = member + (commands.empty() ? "" : ", " + commands);
+    commands.insert(0, commands.empty() ? member : member + ", ");
     expected += field.letter + "=v\n";
   }
   EXPECT_EQ(ReadCommand(R"({"Commands": {)" + commands + "}}").fields, expected);
@@ -449,7 +449,7 @@ TEST_F(JobFileReader, AZeroByteEndsTheText) {
   ExpectNoJob(std::string("x\0{}", 4), "x");
   ExpectNoJob(std::string("\0{}", 3), "");
   ExpectNoJob(std::string("[1, x\0y]", 8), "x");
-  const ReadJob job = Read(std::string("{\"FilePath\": \"d\", \"SourceFileName\": \"n\"}\0x", 43));
+  const ReadJob job = Read(R"({"FilePath": "d", "SourceFileName": "n"})" + std::string("\0x", 2));
   EXPECT_TRUE(job.result);
   EXPECT_EQ(job.arguments, "filename=d\nattdisplayname=n.pdf\n");
 }
@@ -780,7 +780,8 @@ TEST_F(JobFileReader, EveryCallOfAReading) {
   });
   // Four to read the file; the names of two members, of eight fields under both names, of one under
   // the long one and of one under the letter; five values.
-  EXPECT_EQ(runs, 2 * (4 + 2 * (2 + 8 * 2 + 1 + 1) + 2 * 5u));
+  constexpr std::size_t kCalls = 4 + 2 * (2 + 8 * 2 + 1 + 1) + 2 * 5;
+  EXPECT_EQ(runs, 2 * kCalls);
 }
 
 // The lines of `text` that are not lines of `whole`, in order.

@@ -104,7 +104,7 @@ class Listener {
 
   std::string ReadToEnd(Connection connection) const {
     std::string received;
-    std::vector<char> piece(256 * 1024);
+    std::vector<char> piece(262144);
     while (const std::size_t count = Receive(connection, piece.data(), piece.size())) {
       received.append(piece.data(), count);
       if (peer_ == Peer::kReadsSlow) {
@@ -142,19 +142,19 @@ Listener& Find(std::uint16_t port) {
 std::filesystem::path MakeFolder() {
   const std::filesystem::path parent = std::filesystem::temp_directory_path();
   for (int number = 0;; ++number) {
-    const std::filesystem::path made = parent / ("zentpost-contract-" + std::to_string(number));
+    std::filesystem::path made = parent / ("zentpost-contract-" + std::to_string(number));
     if (std::filesystem::create_directory(made)) {
       return made;
     }
   }
 }
 
-void RemoveFolder(const std::filesystem::path& made) {
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(made)) {
+void RemoveFolder(const std::filesystem::path& unwanted) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(unwanted)) {
     std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_write,
                                  std::filesystem::perm_options::add);
   }
-  std::filesystem::remove_all(made);
+  std::filesystem::remove_all(unwanted);
 }
 
 void PrepareFilesAndPeers() {
@@ -222,6 +222,7 @@ std::optional<int> RunCopies(int count, const std::string& name, const std::u16s
   std::uint16_t port = 0;
   const Connection meeting_point = ListenAnywhere(port);
   std::vector<std::intptr_t> processes;
+  processes.reserve(static_cast<std::size_t>(count));
   for (int number = 0; number < count; ++number) {
     std::ostringstream value;
     value << number << ' ' << port;
@@ -233,6 +234,7 @@ std::optional<int> RunCopies(int count, const std::string& name, const std::u16s
   }
   SetVariable(kCopyVariable, "");
   std::vector<Connection> arrived;
+  arrived.reserve(static_cast<std::size_t>(count));
   for (int number = 0; number < count; ++number) {
     arrived.push_back(Accept(meeting_point));
   }

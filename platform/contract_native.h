@@ -36,7 +36,7 @@ bool IsWritable(const std::u16string& path);
 // Makes an empty folder that nobody else has, in the system's folder for temporary files, and takes
 // one away with all that is in it, read-only or not.
 std::filesystem::path MakeFolder();
-void RemoveFolder(const std::filesystem::path& folder);
+void RemoveFolder(const std::filesystem::path& unwanted);
 
 // The share that contract_native.cpp has in PrepareMachine and ClearMachine.
 void PrepareFilesAndPeers();

@@ -483,7 +483,8 @@ TEST_F(FilesContract, ReadingNoBytesSucceeds) {
 }
 
 TEST_F(FilesContract, ReadsAndWritesManyBytes) {
-  std::string bytes(9'000'001, '\0');
+  std::string bytes;
+  bytes.resize(9'000'001);
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     bytes[i] = static_cast<char>(i % 251);
   }
@@ -1246,7 +1247,7 @@ TEST_F(WorkerContract, AnEmptyOwnerCannotBeAwaited) {
 
 constexpr std::uint16_t kVersion = 0x0202;
 constexpr Status kNotASocket = 10038;  // WSAENOTSOCK
-constexpr std::size_t kMoreThanAnyBuffer = 64 * 1024 * 1024;
+constexpr std::size_t kMoreThanAnyBuffer = std::size_t{64} << 20;
 
 class SocketsContract : public ContractTest {
  protected:

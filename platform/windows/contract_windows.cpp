@@ -114,15 +114,15 @@ LONG CALLBACK TakeDebugOutput(EXCEPTION_POINTERS* exception) {
   // The length counts the terminator.
   const auto length = static_cast<std::size_t>(record.ExceptionInformation[0]) - 1;
   const std::lock_guard lock(debug_mutex);
+  const auto* text = reinterpret_cast<const void*>(record.ExceptionInformation[1]);
   if (record.ExceptionCode == kWidePrintException) {
-    debug_output.append(
-        FromSystem(reinterpret_cast<const wchar_t*>(record.ExceptionInformation[1])), length);
+    debug_output.append(FromSystem(static_cast<const wchar_t*>(text)), length);
   } else {
     // Older systems have the narrow form only.
-    std::u16string text(length, u'\0');
-    MultiByteToWideChar(CP_ACP, 0, reinterpret_cast<const char*>(record.ExceptionInformation[1]),
-                        static_cast<int>(length), ToSystem(text.data()), static_cast<int>(length));
-    debug_output += text;
+    std::u16string wide(length, u'\0');
+    MultiByteToWideChar(CP_ACP, 0, static_cast<const char*>(text), static_cast<int>(length),
+                        ToSystem(wide.data()), static_cast<int>(length));
+    debug_output += wide;
   }
   return EXCEPTION_CONTINUE_EXECUTION;
 }
@@ -149,13 +149,13 @@ std::u16string KeyPath(std::u16string_view below) {
 }
 
 bool AddKey(Hive hive, const std::u16string& path) {
-  HKEY const key = MakeKey(hive, path);
+  HKEY key = MakeKey(hive, path);
   return key != nullptr && RegCloseKey(key) == ERROR_SUCCESS;
 }
 
 bool SetValue(Hive hive, const std::u16string& path, const std::u16string& name, std::uint32_t type,
               std::string_view bytes) {
-  HKEY const key = MakeKey(hive, path);
+  HKEY key = MakeKey(hive, path);
   if (key == nullptr) {
     return false;
   }
@@ -300,7 +300,7 @@ int WaitForCopy(std::intptr_t process) {
 }
 
 bool IsWritable(const std::u16string& path) {
-  HANDLE const file =
+  HANDLE file =
       CreateFileW(ToSystem(path.c_str()), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   return file != INVALID_HANDLE_VALUE && CloseHandle(file);

@@ -27,8 +27,8 @@ DWORD Piece(std::size_t size) {
 
 Status Open(const std::u16string& path, DWORD access, DWORD sharing, DWORD disposition,
             File& file) {
-  const HANDLE opened = CreateFileW(ToSystem(path.c_str()), access, sharing, nullptr, disposition,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE opened = CreateFileW(ToSystem(path.c_str()), access, sharing, nullptr, disposition,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
   if (opened == INVALID_HANDLE_VALUE) {
     const Status status = GetLastError();
     file.Reset();

@@ -26,7 +26,7 @@ struct Endpoint {
     if (socket != INVALID_SOCKET) {
       closesocket(socket);
     }
-    for (const HANDLE event : {network, cancel}) {
+    for (HANDLE event : {network, cancel}) {
       if (event != nullptr) {
         CloseHandle(event);
       }

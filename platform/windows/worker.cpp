@@ -36,7 +36,7 @@ Status StartWorker(WorkerProcedure procedure, void* parameter, Worker& worker) {
   if (!start) {
     return kNotEnoughMemory;
   }
-  const HANDLE thread = CreateThread(nullptr, 0, Run, start.get(), 0, nullptr);
+  HANDLE thread = CreateThread(nullptr, 0, Run, start.get(), 0, nullptr);
   if (thread == nullptr) {
     return GetLastError();
   }

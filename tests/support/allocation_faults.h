@@ -49,8 +49,9 @@ class AllocationFaults {
 
 // Calls `scenario` once to count the allocations in its run, then twice for each of them: with that
 // one failing alone, and with it and every later one failing. The scenario prepares everything
-// afresh, calls Run once and checks what has to hold; what it owns is gone when it returns. The
-// sweep expects that each fault was met and that no block of the run is left.
+// afresh, calls Run once and checks what has to hold; what it owns is gone when it returns. No JSON
+// tree may live across the beginning or the end of the sweep: cJSON frees with other functions
+// then. The sweep expects that each fault was met and that no block of the run is left.
 //
 // Prints and gives the number of runs with a fault. A scenario that allocates nothing is a failure.
 std::size_t SweepAllocations(const std::string& name,

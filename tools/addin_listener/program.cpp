@@ -7,7 +7,6 @@
 #include <new>
 #include <optional>
 #include <system_error>
-#include <utility>
 
 #include "tools/addin_listener/listener.h"
 #include "tools/addin_listener/options.h"
@@ -148,7 +147,7 @@ class Program {
       err_(text);
     }
   }
-  void TakeConnection(Connection connection);
+  void TakeConnection(const Connection& connection);
   void TakeDelivery(const std::string& heading, const Connection& connection);
 
   const Options& options_;
@@ -201,7 +200,7 @@ void Program::TakeDelivery(const std::string& heading, const Connection& connect
   }
 }
 
-void Program::TakeConnection(Connection connection) {
+void Program::TakeConnection(const Connection& connection) {
   const std::string heading = "connection " + std::to_string(connection.number) + ": ";
   switch (connection.end) {
     case ConnectionEnd::kProbe:
@@ -247,8 +246,8 @@ int Program::Run() {
   }
   Print("listening on 127.0.0.1:" + std::to_string(listener_.port()) + "\n");
 
-  const RunEnd end = listener_.Run(
-      [this](Connection connection) { TakeConnection(std::move(connection)); }, error);
+  const RunEnd end =
+      listener_.Run([this](const Connection& connection) { TakeConnection(connection); }, error);
 
   if (!keeping_error_.empty()) {
     return Fail(keeping_error_);
