@@ -65,9 +65,7 @@ Tokens SplitByHand(const std::u16string& text, char16_t separator) {
     if (text[i] == u'"' || text[i] == u'\'') {
       if (!quoted) {
         quoted = true;
-      } else if (i == text.size() - 1) {
-        quoted = false;
-      } else if (text[i + 1] == u' ') {
+      } else if (i == text.size() - 1 || text[i + 1] == u' ') {
         quoted = false;
       }
     }

@@ -3,7 +3,6 @@
 // conversion. A whole run of the tool is measured against a whole run of this.
 //
 // Usage: floor JOBFILE PORT (ZENTPOST_REGISTRY names the registry file)
-#define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <pthread.h>

@@ -1,6 +1,8 @@
 #include <string>
 #include <string_view>
 
+#include <new>
+
 #include "addin/text_encoding.h"
 #include "diag/log_file.h"
 #include "jobfile/commands.h"
@@ -35,7 +37,7 @@ bool HoldsOutcome(const cJSON* result, std::int32_t status, std::int32_t error_c
 }  // namespace
 
 bool CCommands::UpdateJobFile(const JobParameters& params, std::int32_t status,
-                              std::int32_t errorCode, const std::u16string& errorText) {
+                              std::int32_t errorCode, const std::u16string& errorText) try {
   const std::u16string path = params.arguments.Find(u"jobname").second;
   if (path.empty()) {
     return false;
@@ -67,6 +69,9 @@ bool CCommands::UpdateJobFile(const JobParameters& params, std::int32_t status,
         platform::WriteBytes(file, text.get(), std::char_traits<char>::length(text.get())));
   }
   return true;
+} catch (const std::bad_alloc&) {
+  // A job that was delivered stays delivered, whether or not that can be written down.
+  return false;
 }
 
 }  // namespace zentpost

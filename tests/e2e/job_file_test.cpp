@@ -68,7 +68,7 @@ TEST_F(JobFile, HundredThousandObjects) {
     text += "{\"a\":";
   }
   SetFile("job.json", text);
-  ExpectDocument(text.substr(1000 * 5));
+  ExpectDocument(text.substr(std::size_t{1000} * 5));
 }
 
 TEST_F(JobFile, SixtyFourMebibytesThatAreNotJson) {
