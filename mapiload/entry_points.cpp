@@ -1,0 +1,139 @@
+#include "mapiload/entry_points.h"
+
+#include <atomic>
+#include <type_traits>
+
+#include "mapiload/library.h"
+#include "mapiload/process_state.h"
+#include "platform/call.h"
+#include "platform/modules.h"
+
+namespace zentpost {
+namespace {
+
+// One function of the library, and where it was found. Both values are plain loads and stores in
+// machine code; BoundProc is written before BoundGeneration and read behind it, so that whoever
+// sees the generation sees the address that belongs to it.
+struct Binding {
+  const char* name;
+  std::atomic<platform::Procedure> BoundProc{};
+  std::atomic<std::uint32_t> BoundGeneration{};  // generations begin with 1
+};
+
+// Looks the function up in the library, which is searched for when there is none. Null when it
+// cannot be had.
+//
+// Without a library nothing is noted. A thread whose search found nothing must not undo what
+// another one has bound in the meantime.
+[[gnu::noinline]] platform::Procedure Bind(Binding& binding) {
+  const platform::RawModule library = GetPrivateMAPI();
+  if (library == platform::RawModule{}) {
+    return nullptr;
+  }
+  platform::Procedure procedure = nullptr;
+  // A failure leaves null, which stands until a new library is installed.
+  static_cast<void>(platform::FindProcedure(library, binding.name, procedure));
+  binding.BoundProc.store(procedure, std::memory_order_relaxed);
+  // Read only now: an installation that GetPrivateMAPI made counts.
+  binding.BoundGeneration.store(MapiHandleGeneration.load(std::memory_order_acquire),
+                                std::memory_order_release);
+  return procedure;
+}
+
+template <class Signature>
+class EntryPoint;
+
+// An entry point with the signature of the function that tools call.
+template <class Result, class... Arguments>
+class EntryPoint<Result(Arguments...)> {
+ public:
+  explicit constexpr EntryPoint(const char* name) : binding_{name} {}
+
+  Result operator()(Arguments... arguments) {
+    const bool is_bound = binding_.BoundGeneration.load(std::memory_order_acquire) ==
+                              MapiHandleGeneration.load(std::memory_order_acquire) &&
+                          GetMAPIHandle() != platform::RawModule{};
+    const platform::Procedure procedure =
+        is_bound ? binding_.BoundProc.load(std::memory_order_relaxed) : Bind(binding_);
+    if (procedure == nullptr) {
+      return Unavailable();
+    }
+    return reinterpret_cast<Result(PLATFORM_STDCALL*)(Arguments...)>(procedure)(arguments...);
+  }
+
+  Binding& Bound() { return binding_; }
+
+ private:
+  // Never a success where the result tells of one: only MAPIFreeBuffer's, unsigned, does not.
+  static Result Unavailable() {
+    if constexpr (std::is_same_v<Result, HRESULT>) {
+      return MAPI_E_CALL_FAILED;
+    } else {
+      return Result();
+    }
+  }
+
+  Binding binding_;
+};
+
+constinit EntryPoint<decltype(MAPIInitialize)> initialize("MAPIInitialize");
+constinit EntryPoint<decltype(MAPILogonEx)> logon_ex("MAPILogonEx");
+constinit EntryPoint<decltype(MAPIOpenFormMgr)> open_form_mgr("MAPIOpenFormMgr");
+constinit EntryPoint<decltype(MAPIAdminProfiles)> admin_profiles("MAPIAdminProfiles");
+constinit EntryPoint<decltype(HrQueryAllRows)> query_all_rows("HrQueryAllRows");
+constinit EntryPoint<decltype(FreeProws)> free_prows("FreeProws");
+constinit EntryPoint<decltype(FreePadrlist)> free_padrlist("FreePadrlist");
+constinit EntryPoint<decltype(MAPIAllocateBuffer)> allocate_buffer("MAPIAllocateBuffer");
+constinit EntryPoint<decltype(MAPIFreeBuffer)> free_buffer("MAPIFreeBuffer");
+
+}  // namespace
+
+HRESULT MAPIInitialize(void* init) {
+  return initialize(init);
+}
+
+HRESULT MAPILogonEx(std::uintptr_t ui_parameter, char16_t* profile, char16_t* password,
+                    std::uint32_t flags, IMAPISession** session) {
+  return logon_ex(ui_parameter, profile, password, flags, session);
+}
+
+HRESULT MAPIOpenFormMgr(IMAPISession* session, IMAPIFormMgr** form_manager) {
+  return open_form_mgr(session, form_manager);
+}
+
+HRESULT MAPIAdminProfiles(std::uint32_t flags, IProfAdmin** profile_admin) {
+  return admin_profiles(flags, profile_admin);
+}
+
+HRESULT HrQueryAllRows(IMAPITable* table, SPropTagArray* tags, SRestriction* restriction,
+                       SSortOrderSet* sort_order, std::int32_t maximum_rows, SRowSet** rows) {
+  return query_all_rows(table, tags, restriction, sort_order, maximum_rows, rows);
+}
+
+void FreeProws(SRowSet* rows) {
+  free_prows(rows);
+}
+
+void FreePadrlist(ADRLIST* list) {
+  free_padrlist(list);
+}
+
+SCODE MAPIAllocateBuffer(std::uint32_t size, void** buffer) {
+  return allocate_buffer(size, buffer);
+}
+
+std::uint32_t MAPIFreeBuffer(void* buffer) {
+  return free_buffer(buffer);
+}
+
+void ForgetEntryPoints() {
+  for (Binding* const binding :
+       {&initialize.Bound(), &logon_ex.Bound(), &open_form_mgr.Bound(), &admin_profiles.Bound(),
+        &query_all_rows.Bound(), &free_prows.Bound(), &free_padrlist.Bound(),
+        &allocate_buffer.Bound(), &free_buffer.Bound()}) {
+    binding->BoundProc = nullptr;
+    binding->BoundGeneration = 0;
+  }
+}
+
+}  // namespace zentpost

@@ -1,0 +1,245 @@
+// Several threads that search for the library and call its functions at the same time. Run under
+// the thread sanitizer, too.
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "mapiload/entry_points.h"
+#include "mapiload/library.h"
+#include "mapiload/process_state.h"
+#include "mapiload/trace.h"
+#include "platform/call.h"
+#include "platform/worker.h"
+#include "tests/support/mapi_search.h"
+
+namespace zentpost {
+namespace {
+
+using platform::Module;
+using platform::RawModule;
+
+constexpr std::uint32_t kFreed = 4242;
+
+HRESULT PLATFORM_STDCALL Initialize(void*) {
+  return S_OK;
+}
+HRESULT PLATFORM_STDCALL LogonEx(std::uintptr_t, char16_t*, char16_t*, std::uint32_t,
+                                 IMAPISession**) {
+  return S_OK;
+}
+HRESULT PLATFORM_STDCALL OpenFormMgr(IMAPISession*, IMAPIFormMgr**) {
+  return S_OK;
+}
+HRESULT PLATFORM_STDCALL AdminProfiles(std::uint32_t, IProfAdmin**) {
+  return S_OK;
+}
+HRESULT PLATFORM_STDCALL QueryAllRows(IMAPITable*, SPropTagArray*, SRestriction*, SSortOrderSet*,
+                                      std::int32_t, SRowSet**) {
+  return S_OK;
+}
+SCODE PLATFORM_STDCALL AllocateBuffer(std::uint32_t, void**) {
+  return S_OK;
+}
+std::uint32_t PLATFORM_STDCALL FreeBuffer(void*) {
+  return kFreed;
+}
+// What tells nothing by its result counts here, for each thread.
+thread_local int reached_rows = 0;
+thread_local int reached_lists = 0;
+void PLATFORM_STDCALL FreeRows(SRowSet*) {
+  ++reached_rows;
+}
+void PLATFORM_STDCALL FreeList(ADRLIST*) {
+  ++reached_lists;
+}
+
+template <class Function>
+platform::Procedure Exported(Function function) {
+  return reinterpret_cast<platform::Procedure>(function);
+}
+
+// How many of the nine entry points reach the library.
+int CallAll() {
+  int reached = 0;
+  reached += MAPIInitialize(nullptr) == S_OK ? 1 : 0;
+  reached += MAPILogonEx(0, nullptr, nullptr, 0, nullptr) == S_OK ? 1 : 0;
+  reached += MAPIOpenFormMgr(nullptr, nullptr) == S_OK ? 1 : 0;
+  reached += MAPIAdminProfiles(0, nullptr) == S_OK ? 1 : 0;
+  reached += HrQueryAllRows(nullptr, nullptr, nullptr, nullptr, 0, nullptr) == S_OK ? 1 : 0;
+  reached += MAPIAllocateBuffer(0, nullptr) == S_OK ? 1 : 0;
+  reached += MAPIFreeBuffer(nullptr) == kFreed ? 1 : 0;
+  reached_rows = 0;
+  reached_lists = 0;
+  FreeProws(nullptr);
+  FreePadrlist(nullptr);
+  return reached + reached_rows + reached_lists;
+}
+
+// Where threads wait for each other.
+class Meeting {
+ public:
+  explicit Meeting(int expected) : expected_(expected) {}
+
+  // Waits until as many threads as are expected have come.
+  void Join() {
+    std::unique_lock lock(mutex_);
+    ++arrived_;
+    changed_.notify_all();
+    changed_.wait(lock, [&] { return arrived_ >= expected_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  const int expected_;
+  int arrived_ = 0;
+};
+
+class SearchThreads : public test::MapiSearchTest {
+ protected:
+  SearchThreads() {
+    // The fixture's recorder is for one thread.
+    MapiTraceSink = nullptr;
+    MapiLoadTraceSink = nullptr;
+  }
+  static void AddLibrary() {
+    platform::fake::TheMachine().AddModule(kSystemMapi,
+                                           {{"MAPIInitialize", Exported(Initialize)},
+                                            {"MAPILogonEx", Exported(LogonEx)},
+                                            {"MAPIOpenFormMgr", Exported(OpenFormMgr)},
+                                            {"MAPIAdminProfiles", Exported(AdminProfiles)},
+                                            {"HrQueryAllRows", Exported(QueryAllRows)},
+                                            {"FreeProws", Exported(FreeRows)},
+                                            {"FreePadrlist", Exported(FreeList)},
+                                            {"MAPIAllocateBuffer", Exported(AllocateBuffer)},
+                                            {"MAPIFreeBuffer", Exported(FreeBuffer)}});
+  }
+  // Runs `procedure` on a thread of its own.
+  static platform::Worker Start(platform::WorkerProcedure procedure, void* parameter) {
+    platform::Worker worker;
+    EXPECT_EQ(platform::StartWorker(procedure, parameter, worker), platform::kSuccess);
+    return worker;
+  }
+};
+
+TEST_F(SearchThreads, ThatFindALibraryAtTheSameTimeKeepOneReference) {
+  AddLibrary();
+  // Each has loaded the library before one of them installs it.
+  Meeting loaded(2);
+  MapiTraceSink = [&](const char16_t* format, TraceArguments) {
+    if (std::u16string_view(format).starts_with(u"Exit GetDefaultMapiHandle")) {
+      loaded.Join();
+    }
+  };
+  const auto search = [](void* found) -> std::uint32_t {
+    *static_cast<RawModule*>(found) = GetPrivateMAPI();
+    return 0;
+  };
+  RawModule first{};
+  RawModule second{};
+  {
+    const platform::Worker one = Start(search, &first);
+    const platform::Worker other = Start(search, &second);
+  }
+  MapiTraceSink = nullptr;
+  EXPECT_NE(first, RawModule{});
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(GetMAPIHandle(), first);
+  EXPECT_EQ(machine_.ModuleReferences(kSystemMapi), 1u);
+  EXPECT_EQ(MapiHandleGeneration, 3u);
+  EXPECT_EQ(CallAll(), 9);
+}
+
+TEST_F(SearchThreads, ThatInstallDifferentLibrariesKeepOne) {
+  AddLibrary();
+  AddEmptyLibrary(u"C:\\b.dll");
+  struct Newcomer {
+    const char16_t* path;
+    Meeting& meeting;
+  };
+  const auto install = [](void* parameter) -> std::uint32_t {
+    const Newcomer& newcomer = *static_cast<Newcomer*>(parameter);
+    Module module;
+    EXPECT_EQ(platform::LoadModule(newcomer.path, module), platform::kSuccess);
+    newcomer.meeting.Join();
+    SetMAPIHandle(std::move(module));
+    EXPECT_NE(GetMAPIHandle(), RawModule{});
+    return 0;
+  };
+  Meeting loaded(2);
+  Newcomer first{kSystemMapi, loaded};
+  Newcomer second{u"C:\\b.dll", loaded};
+  {
+    const platform::Worker one = Start(install, &first);
+    const platform::Worker other = Start(install, &second);
+  }
+  EXPECT_EQ(machine_.ModuleReferences(kSystemMapi) + machine_.ModuleReferences(u"C:\\b.dll"), 1u);
+  EXPECT_EQ(machine_.ModuleReferences(machine_.ModulePath(GetMAPIHandle())), 1u);
+  EXPECT_EQ(MapiHandleGeneration, 3u);
+}
+
+TEST_F(SearchThreads, WhoseSearchFoundNothingDoNotUndoWhatAnotherHasBound) {
+  // A thread has searched in vain and is about to say so when the library is found by another.
+  Meeting in_vain(2);
+  Meeting bound(2);
+  MapiTraceSink = [&](const char16_t* format, TraceArguments arguments) {
+    if (std::u16string_view(format).starts_with(u"Exit GetPrivateMAPI: Returning") &&
+        std::get<TraceHandle>(arguments[0]) == TraceHandle{}) {
+      in_vain.Join();
+      bound.Join();
+    }
+  };
+  std::uint32_t result = 1;
+  {
+    const platform::Worker searcher = Start(
+        [](void* freed) -> std::uint32_t {
+          *static_cast<std::uint32_t*>(freed) = MAPIFreeBuffer(nullptr);
+          return 0;
+        },
+        &result);
+    in_vain.Join();
+    AddLibrary();
+    EXPECT_EQ(MAPIFreeBuffer(nullptr), kFreed);
+    bound.Join();
+  }
+  MapiTraceSink = nullptr;
+  EXPECT_EQ(result, 0u);
+  EXPECT_EQ(MAPIFreeBuffer(nullptr), kFreed);
+}
+
+TEST_F(SearchThreads, ReachAllFunctionsFromTheirFirstCallOn) {
+  for (int round = 0; round < 50; ++round) {
+    ForgetMapiLoading();
+    machine_.Reset();
+    AddLibrary();
+    struct Caller {
+      Meeting& start;
+      int reached = 0;
+    };
+    Meeting start(2);
+    Caller first{start};
+    Caller second{start};
+    const auto call_all = [](void* parameter) -> std::uint32_t {
+      Caller& caller = *static_cast<Caller*>(parameter);
+      caller.start.Join();
+      caller.reached = CallAll();
+      return 0;
+    };
+    {
+      const platform::Worker one = Start(call_all, &first);
+      const platform::Worker other = Start(call_all, &second);
+    }
+    EXPECT_EQ(first.reached, 9);
+    EXPECT_EQ(second.reached, 9);
+    EXPECT_EQ(machine_.ModuleReferences(kSystemMapi), 1u);
+    EXPECT_EQ(machine_.ModuleReferences(kKernel), 1u);
+  }
+}
+
+}  // namespace
+}  // namespace zentpost

@@ -1,0 +1,148 @@
+#include "mapiload/system_libraries.h"
+
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include "mapiload/process_state.h"
+#include "mapiload/trace.h"
+
+namespace zentpost {
+namespace {
+
+using platform::Module;
+using platform::Procedure;
+using platform::RawModule;
+
+// The directory is told in steps of this many characters.
+constexpr std::uint32_t kSystemDirectoryStep = 260;
+
+// Published in winerror.h, E_FAIL.
+constexpr std::uint32_t kFailed = 0x80004005;
+
+struct SystemDirectoryCache {
+  std::mutex mutex;
+  bool computed = false;
+  std::u16string directory;
+};
+
+SystemDirectoryCache& CachedSystemDirectory() {
+  static SystemDirectoryCache cache;
+  return cache;
+}
+
+// A function of a system library, and what is known of it.
+struct LazyFunction {
+  const char16_t* library;
+  const char* name;
+  const char16_t* wide_name;
+  std::atomic<RawModule> handle{};  // with a reference
+  std::atomic<Procedure> procedure{};
+};
+
+constinit LazyFunction provide_qualified_component{u"msi.dll", "MsiProvideQualifiedComponentW",
+                                                   u"MsiProvideQualifiedComponentW"};
+constinit LazyFunction get_module_handle_ex{u"kernel32.dll", "GetModuleHandleExW",
+                                            u"GetModuleHandleExW"};
+
+// The function's address, looked up when it is not known yet. Null is not remembered.
+Procedure LoadProc(LazyFunction& function) {
+  if (const Procedure bound = function.procedure.load(std::memory_order_acquire)) {
+    return bound;
+  }
+  RawModule library = function.handle.load(std::memory_order_acquire);
+  if (library == RawModule{}) {
+    Module loaded = LoadFromSystemDir(function.library);
+    // Of two threads that load at the same time, one keeps its reference. `library` is then what
+    // the other one stored.
+    if (loaded &&
+        function.handle.compare_exchange_strong(library, loaded.Get(), std::memory_order_acq_rel)) {
+      library = loaded.Detach();
+    }
+  }
+  if (library == RawModule{}) {
+    return nullptr;
+  }
+  Procedure procedure = nullptr;
+  if (platform::FindProcedure(library, function.name, procedure) != platform::kSuccess) {
+    MapiLoadTrace(u"LoadProc: failed to load \"%ws\" from \"%ws\"\n",
+                  {function.wide_name, function.library});
+    return nullptr;
+  }
+  function.procedure.store(procedure, std::memory_order_release);
+  return procedure;
+}
+
+void Forget(LazyFunction& function) {
+  function.procedure = nullptr;
+  const Module released(function.handle.exchange(RawModule{}));
+}
+
+}  // namespace
+
+std::u16string GetSystemDirectory() {
+  MapiTrace(u"Enter GetSystemDirectory\n");
+  std::u16string directory;
+  std::uint32_t size = kSystemDirectoryStep;
+  std::uint32_t length = 0;
+  for (;;) {
+    directory.resize(size);
+    const platform::Status status = platform::SystemDirectory(size, directory.data(), length);
+    if (length == 0) {
+      MapiTrace(u"GetSystemDirectory: GetSystemDirectoryW failed with 0x%08X\n", {status});
+    }
+    if (length < size) {
+      break;
+    }
+    size += kSystemDirectoryStep;
+  }
+  directory.resize(length);
+  MapiTrace(u"Exit GetSystemDirectory: found %ws\n", {directory.c_str()});
+  return directory;
+}
+
+Module LoadFromSystemDir(const char16_t* name) {
+  Module module;
+  if (*name == u'\0') {
+    return module;
+  }
+  MapiLoadTrace(u"LoadFromSystemDir - loading \"%ws\"\n", {name});
+  std::u16string path;
+  {
+    SystemDirectoryCache& cache = CachedSystemDirectory();
+    const std::lock_guard lock(cache.mutex);
+    if (!cache.computed) {
+      cache.directory = GetSystemDirectory();
+      cache.computed = true;
+    }
+    path.append(cache.directory).append(u"\\").append(name);
+  }
+  MapiLoadTrace(u"LoadFromSystemDir - loading from \"%ws\"\n", {path.c_str()});
+  // A failure leaves the owner empty, which is all that is asked for.
+  static_cast<void>(platform::LoadModule(path.c_str(), module));
+  return module;
+}
+
+std::uint32_t ProvideQualifiedComponent(const char16_t* category, const char16_t* qualifier,
+                                        std::uint32_t /*install_mode*/, char16_t* path,
+                                        std::uint32_t* count) {
+  using Function = std::uint32_t(PLATFORM_STDCALL*)(const char16_t*, const char16_t*, std::uint32_t,
+                                                    char16_t*, std::uint32_t*);
+  const auto function = reinterpret_cast<Function>(LoadProc(provide_qualified_component));
+  return function == nullptr ? kFailed : function(category, qualifier, 0, path, count);
+}
+
+ModuleHandleExFunction BindModuleHandleEx() {
+  return reinterpret_cast<ModuleHandleExFunction>(LoadProc(get_module_handle_ex));
+}
+
+void ForgetSystemLibraries() {
+  Forget(provide_qualified_component);
+  Forget(get_module_handle_ex);
+  SystemDirectoryCache& cache = CachedSystemDirectory();
+  const std::lock_guard lock(cache.mutex);
+  cache.computed = false;
+  std::u16string().swap(cache.directory);  // gives its memory back, too
+}
+
+}  // namespace zentpost
