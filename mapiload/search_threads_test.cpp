@@ -102,11 +102,7 @@ class Meeting {
 
 class SearchThreads : public test::MapiSearchTest {
  protected:
-  SearchThreads() {
-    // The fixture's recorder is for one thread.
-    MapiTraceSink = nullptr;
-    MapiLoadTraceSink = nullptr;
-  }
+  SearchThreads() { RecordNothing(); }
   static void AddLibrary() {
     platform::fake::TheMachine().AddModule(kSystemMapi,
                                            {{"MAPIInitialize", Exported(Initialize)},

@@ -53,8 +53,9 @@ class MapiSearchTest : public platform::fake::MachineTest {
   // The questions so far: "COMPONENT, QUALIFIER, ROOM, INSTALL", and whether the room was zeroed.
   static std::vector<std::string> StubQuestions();
 
-  // Sets both sinks so that they record, as they do at first.
-  static void RecordTrace();
+  // Records neither trace nor questions from now on: for a search on several threads, or one whose
+  // allocations are counted.
+  static void RecordNothing();
   // The trace so far, line by line: "FORMAT [ARGUMENT, ARGUMENT]" with a line feed as "\n". A
   // handle is the file name of its library, "null", or "handle". Lines of the load trace begin with
   // "load: ".
