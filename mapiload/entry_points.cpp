@@ -25,7 +25,7 @@ struct Binding {
 //
 // Without a library nothing is noted. A thread whose search found nothing must not undo what
 // another one has bound in the meantime.
-[[gnu::noinline]] platform::Procedure Bind(Binding& binding) {
+platform::Procedure Bind(Binding& binding) {
   const platform::RawModule library = GetPrivateMAPI();
   if (library == platform::RawModule{}) {
     return nullptr;
@@ -50,20 +50,29 @@ class EntryPoint<Result(Arguments...)> {
   explicit constexpr EntryPoint(const char* name) : binding_{name} {}
 
   Result operator()(Arguments... arguments) {
-    const bool is_bound = binding_.BoundGeneration.load(std::memory_order_acquire) ==
-                              MapiHandleGeneration.load(std::memory_order_acquire) &&
-                          GetMAPIHandle() != platform::RawModule{};
-    const platform::Procedure procedure =
-        is_bound ? binding_.BoundProc.load(std::memory_order_relaxed) : Bind(binding_);
-    if (procedure == nullptr) {
-      return Unavailable();
+    if (binding_.BoundGeneration.load(std::memory_order_acquire) ==
+            MapiHandleGeneration.load(std::memory_order_acquire) &&
+        GetMAPIHandle() != platform::RawModule{}) [[likely]] {
+      return Call(binding_.BoundProc.load(std::memory_order_relaxed), arguments...);
     }
-    return reinterpret_cast<Result(PLATFORM_STDCALL*)(Arguments...)>(procedure)(arguments...);
+    return BindAndCall(arguments...);
   }
 
   Binding& Bound() { return binding_; }
 
  private:
+  // Apart, so that a call of what is bound already needs no room for it.
+  [[gnu::noinline]] Result BindAndCall(Arguments... arguments) {
+    return Call(Bind(binding_), arguments...);
+  }
+
+  static Result Call(platform::Procedure procedure, Arguments... arguments) {
+    if (procedure == nullptr) [[unlikely]] {
+      return Unavailable();
+    }
+    return reinterpret_cast<Result(PLATFORM_STDCALL*)(Arguments...)>(procedure)(arguments...);
+  }
+
   // Never a success where the result tells of one: only MAPIFreeBuffer's, unsigned, does not.
   static Result Unavailable() {
     if constexpr (std::is_same_v<Result, HRESULT>) {
