@@ -14,8 +14,7 @@ using Facts = std::vector<std::pair<std::string, std::string>>;  // name and fac
 [[nodiscard]] Facts OurFacts();
 [[nodiscard]] Facts PublishedFacts();
 
-// What OurFacts and PublishedFacts would say of a method and a function in another calling
-// convention than the published one; the compiler's own.
+// What the facts say of a method in the compiler's own calling convention, and of one in Windows'.
 [[nodiscard]] std::string SignatureOfUnmarkedMethod();
 [[nodiscard]] std::string SignatureOfMarkedMethod();
 
