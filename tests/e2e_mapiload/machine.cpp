@@ -1,0 +1,88 @@
+#include "tests/e2e_mapiload/machine.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "tests/e2e/support/files.h"
+
+namespace zentpost::e2e_mapiload {
+
+std::filesystem::path StandIn(std::string_view name) {
+  return ThePrograms().stand_ins / (std::string(name) + ".dll");
+}
+
+std::string Machine::Put(std::string_view stand_in, const std::filesystem::path& below) {
+  const std::filesystem::path path = (folder_ / below).make_preferred();
+  std::filesystem::create_directories(path.parent_path());
+  std::filesystem::copy_file(StandIn(stand_in), path,
+                             std::filesystem::copy_options::overwrite_existing);
+  return path.string();
+}
+
+std::string Machine::PutBroken(const std::filesystem::path& below) {
+  const std::filesystem::path path = (folder_ / below).make_preferred();
+  std::filesystem::create_directories(path.parent_path());
+  e2e::WriteBytes(path, "This is no library.");
+  return path.string();
+}
+
+void Machine::Remove(const std::filesystem::path& below) {
+  std::filesystem::remove(folder_ / below);
+}
+
+void Machine::SetVariable(const std::string& name, const std::filesystem::path& value) {
+  environment_.emplace_back(name, value);
+}
+
+std::vector<std::string> Machine::Search(const std::vector<std::string>& steps) const {
+  const char* const output = "search.txt";
+  std::vector<std::string> arguments = {output};
+  arguments.insert(arguments.end(), steps.begin(), steps.end());
+  e2e::ProcessOptions options;
+  options.folder = folder_;
+  options.environment = environment_;
+  const e2e::ProcessRun run = e2e::RunProcess(program_, arguments, options);
+  EXPECT_EQ(run.exit_code, 0) << run.printed;
+  std::istringstream text(e2e::ReadBytes(folder_ / output).value_or(""));
+  std::filesystem::remove(folder_ / output);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+std::vector<std::string> Lines(const std::vector<std::string>& all, std::string_view name) {
+  const std::string begin = std::string(name) + ": ";
+  std::vector<std::string> lines;
+  for (const std::string& line : all) {
+    if (line.starts_with(begin)) {
+      lines.push_back(line.substr(begin.size()));
+    }
+  }
+  return lines;
+}
+
+bool IsTraced(const std::vector<std::string>& all, std::string_view text) {
+  for (const std::string& line : Lines(all, "trace")) {
+    if (line.starts_with(text)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::vector<std::string> Tried(const std::vector<std::string>& all) {
+  std::vector<std::string> paths;
+  for (const std::string& line : Lines(all, "trace")) {
+    constexpr std::string_view begin = "Trying ";
+    if (line.starts_with(begin)) {
+      paths.push_back(line.substr(begin.size()));
+    }
+  }
+  return paths;
+}
+
+}  // namespace zentpost::e2e_mapiload

@@ -1,0 +1,88 @@
+// The machine as a test of the search furnishes it: the mail client's registration, folders with
+// stand-in libraries, the program that searches. Real ones: on Windows the machine's own registry,
+// elsewhere what stands in for it. The mail clients that are registered before the first test are
+// put aside for the whole run and put back at its end.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/e2e/support/process.h"
+
+namespace zentpost::e2e_mapiload {
+
+// Where this run finds what it uses, as the command line says.
+struct Programs {
+  std::filesystem::path search;     // mapi_search
+  std::filesystem::path stand_ins;  // the folder of the stand-in libraries
+};
+[[nodiscard]] const Programs& ThePrograms();
+
+// Before the first and after the last test. False: this user may not register mail clients.
+[[nodiscard]] bool TakeMachineOver();
+void GiveMachineBack();
+
+// Names of the stand-in libraries, without an extension: "stand_in", "lacks_FUNCTION" and "stub".
+[[nodiscard]] std::filesystem::path StandIn(std::string_view name);
+
+// One test's machine: no mail client is registered, and the folder is empty.
+class Machine {
+ public:
+  Machine();
+  ~Machine();
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& Folder() const { return folder_; }
+
+  // The mail client of the machine, and a text of its key.
+  void SetDefaultClient(std::string_view client);
+  void SetText(std::string_view client, std::string_view name, std::string_view text);
+  void SetExpandableText(std::string_view client, std::string_view name, std::string_view text);
+
+  // Copies a stand-in library to this path below the folder, or puts a text there that is no
+  // library, or takes away what is there. The first two give the full path.
+  std::string Put(std::string_view stand_in, const std::filesystem::path& below);
+  std::string PutBroken(const std::filesystem::path& below);
+  void Remove(const std::filesystem::path& below);
+
+  // What the search finds when nothing else is there: the library of the system's own. Empty where
+  // the system has none.
+  [[nodiscard]] std::string SystemLibrary() const;
+  // Lets the programs that are started from now on find neither that one nor the system's stubs.
+  // False: this system cannot.
+  [[nodiscard]] bool HideSystemLibraries();
+  // Whether the system has a function that finds a loaded library and takes a reference.
+  [[nodiscard]] bool GivesReferences() const;
+  // Lets them find what stands in the folder by its bare name, before the system's own.
+  void PreferOwnLibraries();
+
+  void SetVariable(const std::string& name, const std::filesystem::path& value);
+
+  // Starts mapi_search with these steps and gives the lines that it wrote.
+  [[nodiscard]] std::vector<std::string> Search(const std::vector<std::string>& steps) const;
+
+ private:
+  struct System;
+
+  std::filesystem::path folder_;
+  e2e::Environment environment_;
+  std::filesystem::path program_;
+  std::unique_ptr<System> system_;
+};
+
+// Of a run's lines: what stands behind "NAME: ", of all lines of that name in their order.
+[[nodiscard]] std::vector<std::string> Lines(const std::vector<std::string>& all,
+                                             std::string_view name);
+// Whether a line of the trace begins with `text`.
+[[nodiscard]] bool IsTraced(const std::vector<std::string>& all, std::string_view text);
+// The paths that the search tried, in their order.
+[[nodiscard]] std::vector<std::string> Tried(const std::vector<std::string>& all);
+
+// The mail client that most tests register.
+inline constexpr char kClient[] = "Zentpost test client";
+
+}  // namespace zentpost::e2e_mapiload

@@ -1,0 +1,13 @@
+// Where a loaded library lies, asked of the system behind the seam's back.
+#pragma once
+
+#include <string>
+
+#include "platform/modules.h"
+
+namespace zentpost::e2e_mapiload {
+
+// The full path in UTF-8; empty for no module.
+[[nodiscard]] std::string PathOfModule(platform::RawModule module);
+
+}  // namespace zentpost::e2e_mapiload

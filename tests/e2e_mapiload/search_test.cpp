@@ -1,0 +1,247 @@
+// Where the search finds the mail client's library on a real machine, and what it prefers.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/e2e_mapiload/machine.h"
+#include "tests/e2e_mapiload/stand_in.h"
+
+namespace zentpost::e2e_mapiload {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+// The path that `machine` gives for the step "search".
+std::string Found(const Machine& machine) {
+  const Texts lines = Lines(machine.Search({"search"}), "search");
+  return lines.size() == 1 ? lines[0] : std::to_string(lines.size()) + " lines";
+}
+
+TEST(Search, FindsTheDefaultClientsLibraries) {
+  Machine machine;
+  machine.SetDefaultClient(kClient);
+  machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "extended.dll"));
+  machine.SetText("Another client", "DllPathEx", machine.Put("stand_in", "another.dll"));
+  const Texts lines = machine.Search({"search", "generation"});
+  const std::string path = (machine.Folder() / "extended.dll").string();
+  EXPECT_EQ(Lines(lines, "search"), Texts{path});
+  EXPECT_EQ(Lines(lines, "generation"), Texts{"2"});
+  EXPECT_EQ(Tried(lines), Texts{path});
+  EXPECT_TRUE(IsTraced(
+      lines, "GetHKeyMapiClient: HKLM\\Software\\Clients\\Mail = " + std::string(kClient)));
+}
+
+// Each source in turn is what remains.
+TEST(Search, PrefersTheSourcesInTheirOrder) {
+  for (const bool is_broken : {false, true}) {
+    Machine machine;
+    machine.PreferOwnLibraries();
+    machine.Put("stub", "mapi32.dll");
+    machine.SetDefaultClient(kClient);
+    machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "1.dll"));
+    machine.SetText(kClient, "DllPath", machine.Put("stand_in", "2.dll"));
+    machine.SetText(kClient, "MSIComponentID", kComponent);
+    machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+    machine.SetVariable(kAnswerVariable, machine.Put("stand_in", "3.dll"));
+    Texts tried;
+    for (const char* const name : {"1.dll", "2.dll", "3.dll"}) {
+      const std::string path = (machine.Folder() / name).string();
+      tried.push_back(path);
+      const Texts lines = machine.Search({"search"});
+      EXPECT_EQ(Lines(lines, "search"), Texts{path});
+      EXPECT_EQ(Tried(lines), tried);
+      if (is_broken) {
+        machine.PutBroken(name);
+      } else {
+        machine.Remove(name);
+      }
+    }
+    if (!machine.SystemLibrary().empty()) {
+      const Texts lines = machine.Search({"search"});
+      EXPECT_EQ(Lines(lines, "search"), Texts{machine.SystemLibrary()});
+      EXPECT_EQ(Tried(lines).size(), tried.size() + 1);
+    }
+  }
+}
+
+TEST(Search, EndsAtTheSystemsOwnLibrary) {
+  Machine machine;
+  if (machine.SystemLibrary().empty()) {
+    GTEST_SKIP() << "this system has no library of its own";
+  }
+  machine.SetDefaultClient(kClient);
+  machine.SetText(kClient, "DllPath", (machine.Folder() / "missing.dll").string());
+  EXPECT_EQ(Found(machine), machine.SystemLibrary());
+}
+
+TEST(Search, EndsAtTheSystemsOwnLibraryWhenNoClientIsRegistered) {
+  Machine machine;
+  if (machine.SystemLibrary().empty()) {
+    GTEST_SKIP() << "this system has no library of its own";
+  }
+  const Texts lines = machine.Search({"search"});
+  EXPECT_EQ(Lines(lines, "search"), Texts{machine.SystemLibrary()});
+  EXPECT_EQ(Tried(lines).size(), 1u);
+  EXPECT_TRUE(IsTraced(lines, "GetHKeyMapiClient: RegOpenKeyExW(HKLM) failed with 0x00000002"));
+}
+
+TEST(Search, BeginsAnewWhenNothingWasFound) {
+  Machine machine;
+  if (!machine.HideSystemLibraries()) {
+    GTEST_SKIP() << "this system cannot do without its own library";
+  }
+  const Texts lines = machine.Search({"search", "search", "generation"});
+  EXPECT_EQ(Lines(lines, "search"), (Texts{"nothing", "nothing"}));
+  EXPECT_EQ(Tried(lines).size(), 2u);
+  EXPECT_EQ(Lines(lines, "generation"), Texts{"1"});
+}
+
+TEST(Search, EndsWhereALibraryWasInstalled) {
+  Machine machine;
+  machine.SetDefaultClient(kClient);
+  machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "extended.dll"));
+  const Texts lines = machine.Search({"search", "search", "generation"});
+  const std::string path = (machine.Folder() / "extended.dll").string();
+  EXPECT_EQ(Lines(lines, "search"), (Texts{path, path}));
+  EXPECT_EQ(Tried(lines).size(), 1u);
+  EXPECT_EQ(Lines(lines, "generation"), Texts{"2"});
+}
+
+TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
+  for (const char* const name : {"DllPathEx", "DllPath"}) {
+    Machine machine;
+    const std::string path = machine.Put("stand_in", "expanded.dll");
+    machine.SetVariable("ZENTPOST_TEST_FOLDER", machine.Folder());
+    machine.SetDefaultClient(kClient);
+    const std::filesystem::path text =
+        std::filesystem::path("%ZENTPOST_TEST_FOLDER%") / "expanded.dll";
+    machine.SetExpandableText(kClient, name, text.string());
+    EXPECT_EQ(Found(machine), path);
+    machine.SetText(kClient, name, text.string());
+    EXPECT_NE(Found(machine), path);
+  }
+}
+
+TEST(Search, TakesALibraryThatIsLoadedAlreadyWithoutLookingFurther) {
+  for (const char* const name : {"olmapi32.dll", "msmapi32.dll"}) {
+    Machine machine;
+    machine.SetDefaultClient(kClient);
+    machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "extended.dll"));
+    const std::string path = machine.Put("stand_in", name);
+    const Texts lines =
+        machine.Search({"load=" + path, "search", "unload=" + path, std::string("loaded=") + name});
+    EXPECT_EQ(Lines(lines, "load"), Texts{"yes"});
+    EXPECT_EQ(Lines(lines, "search"), Texts{path});
+    EXPECT_EQ(Lines(lines, "unload"), Texts{"yes"});
+    // The search has a reference of its own, where the system can give one for a name.
+    EXPECT_EQ(Lines(lines, "loaded"), Texts{machine.GivesReferences() ? "yes" : "no"});
+    EXPECT_FALSE(IsTraced(lines, "Enter GetHKeyMapiClient"));
+    EXPECT_TRUE(Tried(lines).empty());
+  }
+}
+
+TEST(Search, PrefersOutlooksNewerLibraryAmongTheLoadedOnes) {
+  Machine machine;
+  const std::string newer = machine.Put("stand_in", "olmapi32.dll");
+  const std::string older = machine.Put("stand_in", "msmapi32.dll");
+  const Texts lines = machine.Search({"load=" + older, "load=" + newer, "search"});
+  EXPECT_EQ(Lines(lines, "load"), (Texts{"yes", "yes"}));
+  EXPECT_EQ(Lines(lines, "search"), Texts{newer});
+}
+
+// --- the library that the client registered with the installer ---
+
+TEST(Search, AsksEitherStubForTheClientsComponent) {
+  for (const char* const stub : {"mapi32.dll", "mapistub.dll"}) {
+    Machine machine;
+    machine.PreferOwnLibraries();
+    machine.Put("stub", stub);
+    if (stub != std::string("mapi32.dll")) {
+      machine.PutBroken("mapi32.dll");
+    }
+    machine.SetDefaultClient(kClient);
+    machine.SetText(kClient, "MSIComponentID", kComponent);
+    machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+    const std::string path = machine.Put("stand_in", "component.dll");
+    machine.SetVariable(kAnswerVariable, path);
+    const Texts lines = machine.Search({"search"});
+    EXPECT_EQ(Lines(lines, "search"), Texts{path}) << stub;
+    EXPECT_TRUE(IsTraced(lines, "GetComponentPath: path = " + path)) << stub;
+    EXPECT_TRUE(IsTraced(lines, "Exit GetComponentPath: fReturn = 0x00000001")) << stub;
+  }
+}
+
+TEST(Search, DoesWithoutAComponentThatTheStubDoesNotKnow) {
+  Machine machine;
+  machine.PreferOwnLibraries();
+  machine.Put("stub", "mapi32.dll");
+  machine.SetDefaultClient(kClient);
+  machine.SetText(kClient, "MSIComponentID", kComponent);
+  machine.SetText(kClient, "MSIApplicationLCID", "1031");
+  machine.SetVariable(kAnswerVariable, machine.Put("stand_in", "component.dll"));
+  const Texts lines = machine.Search({"search"});
+  EXPECT_TRUE(IsTraced(lines, "Exit GetComponentPath: fReturn = 0x00000000"));
+  EXPECT_TRUE(IsTraced(lines, "Exit GetMailClientFromMSIData: szPath = "));
+  EXPECT_NE(Lines(lines, "search"), Texts{(machine.Folder() / "component.dll").string()});
+}
+
+TEST(Search, DoesWithoutAComponentWhenThereIsNoStub) {
+  Machine machine;
+  if (!machine.HideSystemLibraries()) {
+    GTEST_SKIP() << "this system cannot do without its own stubs";
+  }
+  machine.SetDefaultClient(kClient);
+  machine.SetText(kClient, "MSIComponentID", kComponent);
+  machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+  const Texts lines = machine.Search({"search"});
+  EXPECT_TRUE(IsTraced(lines, "Enter GetComponentPath: szComponent = " + std::string(kComponent) +
+                                  ", szQualifier = " + kQualifier + ", fInstall = 0x00000000"));
+  EXPECT_TRUE(IsTraced(lines, "Exit GetComponentPath: fReturn = 0x00000000"));
+  EXPECT_EQ(Lines(lines, "search"), Texts{"nothing"});
+}
+
+TEST(Search, LetsTheStubGo) {
+  Machine machine;
+  machine.PreferOwnLibraries();
+  machine.Put("stub", "mapi32.dll");
+  machine.SetDefaultClient(kClient);
+  machine.SetText(kClient, "MSIComponentID", kComponent);
+  machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+  machine.SetVariable(kAnswerVariable, machine.Put("stand_in", "component.dll"));
+  const Texts lines = machine.Search({"search", "loaded=mapi32.dll"});
+  EXPECT_EQ(Lines(lines, "search"), Texts{(machine.Folder() / "component.dll").string()});
+  EXPECT_EQ(Lines(lines, "loaded"), Texts{"no"});
+}
+
+// --- installing ---
+
+TEST(Installation, TheFirstLibraryStays) {
+  Machine machine;
+  const std::string first = machine.Put("stand_in", "first.dll");
+  const std::string second = machine.Put("stand_in", "second.dll");
+  const Texts lines =
+      machine.Search({"generation", "install=" + first, "generation", "install=" + second,
+                      "generation", "loaded=second.dll", "remove=" + second, "search"});
+  EXPECT_EQ(Lines(lines, "install"), (Texts{first, first}));
+  EXPECT_EQ(Lines(lines, "generation"), (Texts{"1", "2", "3"}));
+  EXPECT_EQ(Lines(lines, "loaded"), Texts{"no"});
+  // The system does not let go of the file of a library that is loaded.
+  EXPECT_EQ(Lines(lines, "remove"), Texts{"yes"});
+  EXPECT_EQ(Lines(lines, "search"), Texts{first});
+}
+
+TEST(Installation, ALibraryCanBeTakenAway) {
+  Machine machine;
+  const std::string first = machine.Put("stand_in", "first.dll");
+  const Texts lines = machine.Search({"install=" + first, "loaded=first.dll", "clear",
+                                      "loaded=first.dll", "generation", "remove=" + first});
+  EXPECT_EQ(Lines(lines, "install"), Texts{first});
+  EXPECT_EQ(Lines(lines, "loaded"), (Texts{"yes", "no"}));
+  EXPECT_EQ(Lines(lines, "clear"), Texts{"nothing"});
+  EXPECT_EQ(Lines(lines, "generation"), Texts{"2"});
+  EXPECT_EQ(Lines(lines, "remove"), Texts{"yes"});
+}
+
+}  // namespace
+}  // namespace zentpost::e2e_mapiload

@@ -1,0 +1,22 @@
+// What the stand-in libraries, the program that uses them and the tests agree on.
+#pragma once
+
+namespace zentpost::e2e_mapiload {
+
+// A stand-in for a mail client's MAPI library exports the nine functions that the tool calls, each
+// under its own name. It does nothing but to note the call. Its further export "StandInLastCall"
+// tells of the last one, "NAME ARGUMENT ...", the arguments in hexadecimal, and forgets it.
+using StandInLastCall = const char* (*)();
+
+// The results of its functions, in the order in which the tool's own header declares them; those of
+// FreeProws and FreePadrlist are not given.
+inline constexpr unsigned kFirstResult = 0x1001;
+
+// A stand-in for the system's MAPI stub exports FGetComponentPath alone. Asked for this component
+// and qualifier, with room for 260 bytes and without leave to install, it answers with what stands
+// in this variable of the environment; otherwise, and without the variable, it knows nothing.
+inline constexpr char kComponent[] = "{6F3D1A52-0C7B-4D0E-9A41-2B9E5C8D7F13}";
+inline constexpr char kQualifier[] = "1033";
+inline constexpr char kAnswerVariable[] = "ZENTPOST_TEST_COMPONENT_PATH";
+
+}  // namespace zentpost::e2e_mapiload

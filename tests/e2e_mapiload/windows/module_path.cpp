@@ -1,0 +1,22 @@
+#include "tests/e2e_mapiload/module_path.h"
+
+#include <windows.h>
+
+#include <iterator>
+
+#include "tests/e2e/support/text.h"
+
+namespace zentpost::e2e_mapiload {
+
+std::string PathOfModule(platform::RawModule module) {
+  if (module == platform::RawModule{}) {
+    return {};
+  }
+  wchar_t path[4096];
+  const DWORD length =
+      GetModuleFileNameW(reinterpret_cast<HMODULE>(static_cast<std::uintptr_t>(module)), path,
+                         static_cast<DWORD>(std::size(path)));
+  return e2e::Utf8(std::u16string(path, path + length));
+}
+
+}  // namespace zentpost::e2e_mapiload

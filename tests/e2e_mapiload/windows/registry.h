@@ -1,0 +1,24 @@
+// What the tests write into the machine's own registry, and how it gets back what it had. Failures
+// throw, but for those that the results tell of.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace zentpost::e2e_mapiload {
+
+// Creates the key where it is missing. `text` may have zero units in it; a terminator is added.
+void SetRegistryText(HKEY root, const std::wstring& key, const std::wstring& name, DWORD type,
+                     const std::wstring& text);
+
+// With all that is below it, if it is there.
+void RemoveKey(HKEY root, const std::wstring& key);
+
+// Moves a key to another place for the time of the tests, and back. What is put aside already comes
+// from a run that was cut short: it is the machine's, and what stands in its place is that run's.
+// False: this user may not write there.
+[[nodiscard]] bool PutKeyAside(HKEY root, const std::wstring& key, const std::wstring& aside);
+void PutKeyBack(HKEY root, const std::wstring& key, const std::wstring& aside);
+
+}  // namespace zentpost::e2e_mapiload
