@@ -30,6 +30,15 @@ LSTATUS CreateKey(HKEY root, const std::wstring& path, Key& key) {
                          nullptr);
 }
 
+void SetValue(HKEY root, const std::wstring& path, const std::wstring& name, DWORD type,
+              const void* data, std::size_t size) {
+  Key key;
+  Demand(CreateKey(root, path, key), "RegCreateKeyExW");
+  Demand(RegSetValueExW(key.Get(), name.c_str(), 0, type, static_cast<const BYTE*>(data),
+                        static_cast<DWORD>(size)),
+         "RegSetValueExW");
+}
+
 // There is no call that renames a key on every Windows.
 void MoveKey(HKEY root, const std::wstring& from, const std::wstring& to) {
   Key source;
@@ -45,12 +54,11 @@ void MoveKey(HKEY root, const std::wstring& from, const std::wstring& to) {
 
 void SetRegistryText(HKEY root, const std::wstring& key, const std::wstring& name, DWORD type,
                      const std::wstring& text) {
-  Key opened;
-  Demand(CreateKey(root, key, opened), "RegCreateKeyExW");
-  Demand(RegSetValueExW(opened.Get(), name.c_str(), 0, type,
-                        reinterpret_cast<const BYTE*>(text.c_str()),
-                        static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
-         "RegSetValueExW");
+  SetValue(root, key, name, type, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+}
+
+void SetRegistryNumber(HKEY root, const std::wstring& key, const std::wstring& name, DWORD number) {
+  SetValue(root, key, name, REG_DWORD, &number, sizeof number);
 }
 
 void RemoveKey(HKEY root, const std::wstring& key) {

@@ -11,6 +11,7 @@ namespace zentpost::e2e_mapiload {
 // Creates the key where it is missing. `text` may have zero units in it; a terminator is added.
 void SetRegistryText(HKEY root, const std::wstring& key, const std::wstring& name, DWORD type,
                      const std::wstring& text);
+void SetRegistryNumber(HKEY root, const std::wstring& key, const std::wstring& name, DWORD number);
 
 // With all that is below it, if it is there.
 void RemoveKey(HKEY root, const std::wstring& key);

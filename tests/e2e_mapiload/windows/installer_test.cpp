@@ -1,0 +1,134 @@
+// What the search finds through the Windows Installer, whose msi.dll it binds when it runs.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/e2e/support/files.h"
+#include "tests/e2e_mapiload/machine.h"
+#include "tests/e2e_mapiload/stand_in.h"
+#include "tests/e2e_mapiload/windows/installer.h"
+
+namespace zentpost::e2e_mapiload {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+// Outlook's categories, in the order of the search.
+const Texts kCategories = {
+    "{5812C571-53F0-4467-BEFA-0A4F47A9437C}", "{E83B4360-C208-4325-9504-0D23003A74A5}",
+    "{1E77DE88-BCAB-4C37-B9E5-073AF52DFD7A}", "{24AAE126-0911-478F-A019-07B875EB9996}",
+    "{BC174BAD-2F53-4855-A1D5-0D575C19B1EA}", "{BC174BAD-2F53-4855-A1D5-1D575C19B1EA}",
+};
+
+class InstallerSearch : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    for (const std::string& category : kCategories) {
+      ASSERT_TRUE(PutCategoryAside(category));
+    }
+  }
+  static void TearDownTestSuite() {
+    for (const std::string& category : kCategories) {
+      PutCategoryBack(category);
+    }
+  }
+
+  // Installs an Outlook into a folder of its own and gives the path of its MAPI library.
+  std::string InstallOutlook(const std::string& category, const std::string& executable,
+                             const std::string& folder) {
+    const std::string library = machine_.Put("stand_in", folder + "/olmapi32.dll");
+    const std::filesystem::path path = (machine_.Folder() / folder / executable).make_preferred();
+    e2e::WriteBytes(path, "");
+    installer_.Register(category, executable, path);
+    return library;
+  }
+
+  Machine machine_;
+  Installer installer_;
+};
+
+TEST_F(InstallerSearch, FindsTheLibraryOfA64BitOutlook) {
+  const std::string library = InstallOutlook(kCategories[0], "outlook.x64.exe", "office");
+  const Texts lines = machine_.Search({"search"});
+  EXPECT_EQ(Lines(lines, "search"), Texts{library});
+  EXPECT_TRUE(IsTraced(lines, "Exit GetOutlookPath: Path = " +
+                                  (machine_.Folder() / "office" / "outlook.x64.exe").string()));
+  EXPECT_TRUE(IsTraced(lines, "GetInstalledOutlookMAPI: found " + library));
+  EXPECT_TRUE(IsTraced(lines, "Exit GetInstalledOutlookMAPI: found 1 paths"));
+}
+
+TEST_F(InstallerSearch, FindsTheLibraryOfA32BitOutlook) {
+  const std::string library = InstallOutlook(kCategories[0], "outlook.exe", "office");
+  const Texts lines = machine_.Search({"search"});
+  EXPECT_EQ(Lines(lines, "search"), Texts{library});
+  EXPECT_TRUE(IsTraced(lines, "Exit GetOutlookPath: Path = " +
+                                  (machine_.Folder() / "office" / "outlook.exe").string()));
+  EXPECT_TRUE(IsTraced(lines, "GetOutlookPath: MsiProvideQualifiedComponent(x64) failed with 0x"));
+}
+
+TEST_F(InstallerSearch, TriesTheCategoriesInTheirOrderAmongTheOtherSources) {
+  machine_.SetDefaultClient(kClient);
+  Texts expected = {machine_.Put("stand_in", "extended.dll")};
+  machine_.SetText(kClient, "DllPathEx", expected[0]);
+  for (std::size_t i = 0; i < kCategories.size(); ++i) {
+    expected.push_back(InstallOutlook(kCategories[i],
+                                      i % 2 == 0 ? "outlook.x64.exe" : "outlook.exe",
+                                      "office" + std::to_string(i)));
+  }
+  expected.push_back(machine_.Put("stand_in", "plain.dll"));
+  machine_.SetText(kClient, "DllPath", expected.back());
+  expected.push_back(machine_.Put("stand_in", "component.dll"));
+  installer_.Register(kComponent, kQualifier, expected.back());
+  machine_.SetText(kClient, "MSIComponentID", kComponent);
+  machine_.SetText(kClient, "MSIApplicationLCID", kQualifier);
+
+  Texts tried;
+  for (const std::string& path : expected) {
+    tried.push_back(path);
+    const Texts lines = machine_.Search({"search"});
+    EXPECT_EQ(Lines(lines, "search"), Texts{path});
+    EXPECT_EQ(Tried(lines), tried);
+    ASSERT_TRUE(std::filesystem::remove(path));
+  }
+}
+
+TEST_F(InstallerSearch, DoesWithoutAnOutlookThatIsGone) {
+  InstallOutlook(kCategories[0], "outlook.exe", "office");
+  machine_.Remove("office/outlook.exe");
+  const Texts lines = machine_.Search({"search"});
+  EXPECT_TRUE(IsTraced(lines, "Exit GetInstalledOutlookMAPI: found 0 paths"));
+  EXPECT_NE(Lines(lines, "search"),
+            Texts{(machine_.Folder() / "office" / "olmapi32.dll").string()});
+}
+
+TEST_F(InstallerSearch, TheSystemsOwnStubKnowsTheClientsComponent) {
+  const std::string library = machine_.Put("stand_in", "component.dll");
+  installer_.Register(kComponent, kQualifier, library);
+  machine_.SetDefaultClient(kClient);
+  machine_.SetText(kClient, "MSIComponentID", kComponent);
+  machine_.SetText(kClient, "MSIApplicationLCID", kQualifier);
+  const Texts lines = machine_.Search({"search"});
+  EXPECT_EQ(Lines(lines, "search"), Texts{library});
+  EXPECT_TRUE(IsTraced(lines, "Exit GetMailClientFromMSIData: szPath = " + library));
+}
+
+// Only the drive is loaded, which is no library; see LoadBesideOutlookMapi.
+TEST_F(InstallerSearch, DeliberateFailureToLoadTheCompanionBesideOutlooksLibrary) {
+  const std::string library = InstallOutlook(kCategories[0], "outlook.exe", "office");
+  machine_.Put("stand_in", "office/pstprx32.dll");
+  const Texts lines = machine_.Search({"search", "loaded=pstprx32.dll"});
+  EXPECT_EQ(Lines(lines, "search"), Texts{library});
+  EXPECT_EQ(Lines(lines, "loaded"), Texts{"no"});
+  const Texts loads = Lines(lines, "load trace");
+  const auto is_there = [&](const std::string& line) {
+    return std::find(loads.begin(), loads.end(), line) != loads.end();
+  };
+  EXPECT_TRUE(is_there("LoadFromOLMAPIDir - loading \"pstprx32.dll\""));
+  EXPECT_TRUE(is_there("LoadFromOLMAPIDir - loading from \"" + library.substr(0, 2) + "\""));
+}
+
+}  // namespace
+}  // namespace zentpost::e2e_mapiload
