@@ -52,10 +52,12 @@ TEST_F(ModulesContract, ALibraryStaysUntilItsLastReferenceGoes) {
 }
 
 TEST_F(ModulesContract, AnOwnerThatIsMovedKeepsTheReference) {
-  Module module;
-  ASSERT_EQ(LoadModule(Library().c_str(), module), kSuccess);
-  Module other = std::move(module);
-  module.Reset();
+  Module other;
+  {
+    Module module;
+    ASSERT_EQ(LoadModule(Library().c_str(), module), kSuccess);
+    other = std::move(module);
+  }
   EXPECT_TRUE(IsLibraryLoaded());
   other.Reset();
   EXPECT_FALSE(IsLibraryLoaded());

@@ -150,7 +150,7 @@ std::string SeenByTheLibrary() {
       platform::kSuccess) {
     return "nothing";
   }
-  const std::string seen = reinterpret_cast<StandInLastCall>(procedure)();
+  const std::string seen = reinterpret_cast<LastCallFunction>(procedure)();
   return seen.empty() ? "nothing" : seen;
 }
 

@@ -9,9 +9,8 @@
 #include "platform/call.h"
 #include "tests/e2e_mapiload/stand_in.h"
 
+namespace zentpost::e2e_mapiload {
 namespace {
-
-using namespace zentpost;
 
 // Not a std::string: this library is let go while the process lives on.
 char last_call[512];
@@ -39,7 +38,7 @@ std::int32_t Note(unsigned number, const char* name, Arguments... arguments) {
   };
   (append(Word(arguments)), ...);
   std::snprintf(last_call, sizeof last_call, "%s", text.c_str());
-  return static_cast<std::int32_t>(e2e_mapiload::kFirstResult + number);
+  return static_cast<std::int32_t>(kFirstResult + number);
 }
 
 }  // namespace
@@ -114,3 +113,4 @@ PLATFORM_EXPORT std::uint32_t PLATFORM_STDCALL MAPIFreeBuffer(void* buffer) {
 #endif
 
 }  // extern "C"
+}  // namespace zentpost::e2e_mapiload

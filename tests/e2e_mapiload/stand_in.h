@@ -6,7 +6,7 @@ namespace zentpost::e2e_mapiload {
 // A stand-in for a mail client's MAPI library exports the nine functions that the tool calls, each
 // under its own name. It does nothing but to note the call. Its further export "StandInLastCall"
 // tells of the last one, "NAME ARGUMENT ...", the arguments in hexadecimal, and forgets it.
-using StandInLastCall = const char* (*)();
+using LastCallFunction = const char* (*)();
 
 // The results of its functions, in the order in which the tool's own header declares them; those of
 // FreeProws and FreePadrlist are not given.

@@ -50,7 +50,7 @@ struct Machine::System {
     for (const auto& [path, values] : keys) {
       text += "\r\n[" + path + "]\r\n";
       for (const auto& [value, line] : values) {
-        text += value + "=" + line + "\r\n";
+        text.append(value).append("=").append(line).append("\r\n");
       }
     }
     e2e::WriteBytes(registry, text);
