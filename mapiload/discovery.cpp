@@ -325,7 +325,7 @@ std::u16string GetOutlookPath(const char16_t* szCategory) {
     std::u16string buffer(std::size_t{count} + 1, u'\0');
     // Both qualifiers again: which of them answered the question for the size is not kept.
     if (AskInstaller(szCategory, buffer.data(), count)) {
-      path = buffer.c_str();
+      path.assign(buffer, 0, buffer.find(u'\0'));
       MapiTrace(u"Exit GetOutlookPath: Path = %ws\n", {path.c_str()});
     }
   }

@@ -35,6 +35,9 @@ Lines Texts(const std::vector<std::u16string>& paths) {
   return texts;
 }
 
+const std::string kEnterComponentPath =
+    R"(Enter GetComponentPath: szComponent = %ws, szQualifier = %ws, fInstall = 0x%08X\n)";
+
 class Discovery : public test::MapiSearchTest {
  protected:
   RegistryKey ClientKey() {
@@ -165,7 +168,7 @@ TEST_F(Discovery, FindsNoClientWhenItsKeyIsMissing) {
 }
 
 TEST_F(Discovery, DeliberatelyReadsNoClientNameOfMoreThan130Characters) {
-  for (const std::size_t length : {129, 130}) {  // and a terminator
+  for (const std::size_t length : {129u, 130u}) {  // and a terminator
     const std::u16string name(length, u'c');
     machine_.SetString(Hive::kLocalMachine, kMailKey, u"", name);
     machine_.AddKey(Hive::kLocalMachine, std::u16string(kMailKey) + u"\\" + name);
@@ -208,7 +211,7 @@ TEST_F(Discovery, UsesAnExpansionOfUpTo259UnitsWithItsTerminator) {
   const RegistryKey key = ClientKey();
   machine_.SetVariable(u"long", std::u16string(258, u'x'));
   EXPECT_EQ(RegQueryWszExpand(key, u"DllPath"), Padded(std::u16string(258, u'x')));
-  for (const std::size_t length : {259, 260, 1000}) {
+  for (const std::size_t length : {259u, 260u, 1000u}) {
     machine_.SetVariable(u"long", std::u16string(length, u'x'));
     ClearTrace();
     EXPECT_EQ(RegQueryWszExpand(key, u"DllPath"), u"") << length;
@@ -286,14 +289,11 @@ TEST_F(Discovery, AsksTheStubForTheClientsComponent) {
                    "LoadModule(mapi32.dll)",
                    R"(FindProcedure(C:\Windows\system32\mapi32.dll, FGetComponentPath))"}));
   EXPECT_EQ(machine_.ModuleReferences(), 0u);
-  EXPECT_EQ(
-      Trace(),
-      (Lines{R"(Enter GetMailClientFromMSIData\n)",
-             R"(Enter GetComponentPath: szComponent = %ws, szQualifier = %ws, fInstall = 0x%08X\n)"
-             R"( [{C}, 1031, 0])",
-             R"(GetComponentPath: path = %ws\n [D:\Mail\mapi.dll])",
-             R"(Exit GetComponentPath: fReturn = 0x%08X\n [1])",
-             R"(Exit GetMailClientFromMSIData: szPath = %ws\n [D:\Mail\mapi.dll])"}));
+  EXPECT_EQ(Trace(),
+            (Lines{R"(Enter GetMailClientFromMSIData\n)", kEnterComponentPath + " [{C}, 1031, 0]",
+                   R"(GetComponentPath: path = %ws\n [D:\Mail\mapi.dll])",
+                   R"(Exit GetComponentPath: fReturn = 0x%08X\n [1])",
+                   R"(Exit GetMailClientFromMSIData: szPath = %ws\n [D:\Mail\mapi.dll])"}));
 }
 
 TEST_F(Discovery, AsksNobodyWithoutAClientKey) {
@@ -338,11 +338,8 @@ TEST_F(Discovery, TakesTheOtherStubWhenTheFirstDoesNotLoad) {
 
 TEST_F(Discovery, HasNoComponentPathWithoutAStub) {
   EXPECT_EQ(GetComponentPath(u"{C}", u"1", true), u"");
-  EXPECT_EQ(
-      Trace(),
-      (Lines{R"(Enter GetComponentPath: szComponent = %ws, szQualifier = %ws, fInstall = 0x%08X\n)"
-             R"( [{C}, 1, 1])",
-             R"(Exit GetComponentPath: fReturn = 0x%08X\n [0])"}));
+  EXPECT_EQ(Trace(), (Lines{kEnterComponentPath + " [{C}, 1, 1]",
+                            R"(Exit GetComponentPath: fReturn = 0x%08X\n [0])"}));
 }
 
 TEST_F(Discovery, HasNoComponentPathWhenTheStubLacksTheFunction) {

@@ -22,6 +22,9 @@ using Lines = std::vector<std::string>;
 constexpr char16_t kLibrary[] = u"C:\\Mail\\a.dll";
 constexpr char16_t kOther[] = u"C:\\Mail\\b.dll";
 
+const std::string kEnterComponentPath =
+    R"(Enter GetComponentPath: szComponent = %ws, szQualifier = %ws, fInstall = 0x%08X\n)";
+
 class Library : public test::MapiSearchTest {
  protected:
   Module Load(const char16_t* path) {
@@ -249,8 +252,7 @@ TEST_F(Library, SearchTracesItsWholeWay) {
   append({R"(Exit GetInstalledOutlookMAPI: found %d paths\n [0])",
           R"(Enter RegQueryWszExpand: hKey = %p, lpValueName = %ws\n [handle, DllPath])",
           R"(Exit RegQueryWszExpand: dwErr = 0x%08X\n [2])", R"(Enter GetMailClientFromMSIData\n)",
-          R"(Enter GetComponentPath: szComponent = %ws, szQualifier = %ws, fInstall = 0x%08X\n)"
-          R"( [{C}, 1031, 0])",
+          kEnterComponentPath + " [{C}, 1031, 0]",
           R"(GetComponentPath: path = %ws\n [C:\Mail\msi.dll])",
           R"(Exit GetComponentPath: fReturn = 0x%08X\n [1])",
           R"(Exit GetMailClientFromMSIData: szPath = %ws\n [C:\Mail\msi.dll])",

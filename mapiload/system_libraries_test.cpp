@@ -42,13 +42,13 @@ TEST_F(SystemLibraries, TellsTheSystemDirectory) {
 }
 
 TEST_F(SystemLibraries, AsksAgainWithMoreRoomForALongSystemDirectory) {
-  for (const std::size_t length : {258, 259}) {
+  for (const std::size_t length : {258u, 259u}) {
     machine_.SetSystemDirectory(std::u16string(length, u'd'));
     machine_.ClearCalls();
     EXPECT_EQ(GetSystemDirectory(), std::u16string(length, u'd'));
     EXPECT_EQ(machine_.Calls(), Lines{"SystemDirectory(260)"}) << length;
   }
-  for (const std::size_t length : {260, 261, 518, 519}) {
+  for (const std::size_t length : {260u, 261u, 518u, 519u}) {
     machine_.SetSystemDirectory(std::u16string(length, u'd'));
     machine_.ClearCalls();
     EXPECT_EQ(GetSystemDirectory(), std::u16string(length, u'd'));
