@@ -12,11 +12,12 @@
 #include <string>
 
 #include "tests/abi/facts.h"
+#include "tests/abi/paths.h"
 
 namespace zentpost::abi {
 namespace {
 
-std::filesystem::path declarations;  // mapiload/extended_mapi.h
+Paths paths;
 
 using FactMap = std::map<std::string, std::string>;
 
@@ -116,7 +117,7 @@ std::string ReadText(const std::filesystem::path& path) {
 
 TEST(ExtendedMapi, EveryDeclarationIsAmongTheFacts) {
   const FactMap ours = MapOf(OurFacts());
-  const std::string text = ReadText(declarations);
+  const std::string text = ReadText(ThePaths().declarations);
   // A type, a constant, or a method that can be called.
   const std::regex declaration(R"(\b(?:struct|union) (\w+)[^;{]*\{|\binline constexpr \S+ (\w+) =|)"
                                R"(\bvirtual [^;{]*PLATFORM_STDCALL (\w+)\([^;{]*= 0;)");
@@ -146,14 +147,23 @@ TEST(ExtendedMapi, EveryDeclarationIsAmongTheFacts) {
 }
 
 }  // namespace
+
+const Paths& ThePaths() {
+  return paths;
+}
+
+static int Run(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: mapi_abi_test PATH/TO/extended_mapi.h PATH/TO/LIBRARY\n");
+    return 2;
+  }
+  paths = {argv[1], std::filesystem::absolute(argv[2])};
+  return RUN_ALL_TESTS();
+}
+
 }  // namespace zentpost::abi
 
 int main(int argc, char** argv) {
-  testing::InitGoogleTest(&argc, argv);
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: mapi_abi_test PATH/TO/extended_mapi.h\n");
-    return 2;
-  }
-  zentpost::abi::declarations = argv[1];
-  return RUN_ALL_TESTS();
+  return zentpost::abi::Run(argc, argv);
 }

@@ -1,12 +1,19 @@
-// Calls objects that were made from the published declarations, through the tool's own ones.
+// Calls objects and functions that were made from the published declarations, through the tool's
+// own ones.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "mapiload/entry_points.h"
 #include "mapiload/extended_mapi.h"
+#include "mapiload/library.h"
+#include "platform/modules.h"
+#include "tests/abi/paths.h"
+#include "tests/abi/published_library.h"
 #include "tests/abi/published_objects.h"
 
 namespace zentpost::abi {
@@ -164,6 +171,67 @@ TEST(PublishedObjects, Table) {
 
 TEST(PublishedObjects, FormManager) {
   ExpectUnknown<IMAPIFormMgr>(PublishedFormManager());
+}
+
+// --- functions ---
+
+class PublishedLibrary : public testing::Test {
+ protected:
+  void SetUp() override {
+    platform::Module module;
+    ASSERT_EQ(platform::LoadModule(ThePaths().library.u16string().c_str(), module),
+              platform::kSuccess);
+    SetMAPIHandle(std::move(module));
+    platform::Procedure procedure = nullptr;
+    ASSERT_EQ(platform::FindProcedure(GetMAPIHandle(), "TakeLastCall", procedure),
+              platform::kSuccess);
+    take_last_call_ = reinterpret_cast<TakeLastCallFunction>(procedure);
+  }
+  void TearDown() override { SetMAPIHandle({}); }
+
+  // As ExpectCall does for methods, through the tool's own function of that name.
+  template <class Result, class... Parameters, class... Arguments>
+  void ExpectFunction(const std::string& name, Result (*function)(Parameters...),
+                      Arguments... arguments) {
+    std::uintptr_t first_place = 0;
+    for (int round = 0; round < 3; ++round) {
+      const std::uintptr_t place = StackPlace();
+      std::int32_t result = 0;
+      if constexpr (std::is_void_v<Result>) {
+        function(static_cast<Parameters>(arguments)...);
+      } else {
+        result = static_cast<std::int32_t>(function(static_cast<Parameters>(arguments)...));
+      }
+      const LibraryCall call = take_last_call_();
+      EXPECT_EQ(call.function, name);
+      EXPECT_EQ(std::vector<std::uintptr_t>(call.arguments, call.arguments + call.count),
+                std::vector<std::uintptr_t>{Word(arguments)...})
+          << name;
+      EXPECT_EQ(result, std::is_void_v<Result> ? 0 : call.result) << name;
+      EXPECT_EQ(place, round == 0 ? place : first_place) << name;
+      first_place = place;
+    }
+    EXPECT_EQ(StackPlace(), first_place) << name;
+  }
+
+ private:
+  TakeLastCallFunction take_last_call_ = nullptr;
+};
+
+TEST_F(PublishedLibrary, AllNineFunctions) {
+  ExpectFunction("MAPIInitialize", MAPIInitialize, Pointer<void>(1));
+  ExpectFunction("MAPILogonEx", MAPILogonEx, kWindow, Pointer<char16_t>(1), Pointer<char16_t>(2),
+                 MAPI_UNICODE | MAPI_EXTENDED, Pointer<IMAPISession*>(3));
+  ExpectFunction("MAPIOpenFormMgr", MAPIOpenFormMgr, Pointer<IMAPISession>(1),
+                 Pointer<IMAPIFormMgr*>(2));
+  ExpectFunction("MAPIAdminProfiles", MAPIAdminProfiles, MAPI_UNICODE, Pointer<IProfAdmin*>(1));
+  ExpectFunction("HrQueryAllRows", HrQueryAllRows, Pointer<IMAPITable>(1),
+                 Pointer<SPropTagArray>(2), Pointer<SRestriction>(3), Pointer<SSortOrderSet>(4),
+                 std::int32_t{-1}, Pointer<SRowSet*>(5));
+  ExpectFunction("FreeProws", FreeProws, Pointer<SRowSet>(1));
+  ExpectFunction("FreePadrlist", FreePadrlist, Pointer<ADRLIST>(1));
+  ExpectFunction("MAPIAllocateBuffer", MAPIAllocateBuffer, 0x80000010u, Pointer<void*>(1));
+  ExpectFunction("MAPIFreeBuffer", MAPIFreeBuffer, Pointer<void>(1));
 }
 
 }  // namespace
