@@ -33,6 +33,7 @@ void Machine::Remove(const std::filesystem::path& below) {
 }
 
 void Machine::SetVariable(const std::string& name, const std::filesystem::path& value) {
+  std::erase_if(environment_, [&](const auto& variable) { return variable.first == name; });
   environment_.emplace_back(name, value);
 }
 

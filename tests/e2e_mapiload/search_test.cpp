@@ -1,6 +1,8 @@
 // Where the search finds the mail client's library on a real machine, and what it prefers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -120,6 +122,41 @@ TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
     EXPECT_EQ(Found(machine), path);
     machine.SetText(kClient, name, text.string());
     EXPECT_NE(Found(machine), path);
+  }
+}
+
+// The buffer is told to the registry with half of its size.
+TEST(Search, DeliberateLimitOf260BytesForATextOfTheRegistry) {
+  Machine machine;
+  machine.SetDefaultClient(kClient);
+  const std::size_t begin = (machine.Folder() / "").string().size();
+  ASSERT_LT(begin, 100u);
+  for (const std::size_t length : {129u, 130u}) {
+    const std::string name = std::string(length - begin - 4, 'a') + ".dll";
+    const std::string path = machine.Put("stand_in", name);
+    ASSERT_EQ(path.size(), length);
+    machine.SetText(kClient, "DllPathEx", path);
+    const Texts lines = machine.Search({"search"});
+    if (length == 129) {
+      EXPECT_EQ(Lines(lines, "search"), Texts{path});
+    } else {
+      EXPECT_NE(Lines(lines, "search"), Texts{path});
+      EXPECT_TRUE(IsTraced(lines, "Exit RegQueryWszExpand: dwErr = 0x000000EA"));
+    }
+  }
+}
+
+TEST(Search, DoesWithoutAnExpansionThatDoesNotFit) {
+  Machine machine;
+  machine.SetDefaultClient(kClient);
+  machine.SetExpandableText(kClient, "DllPathEx", "%ZENTPOST_TEST_NAME%.dll");
+  // 259 units with the terminator, and one more.
+  const std::string fits = std::string(254, 'a') + ".dll";
+  for (const std::size_t length : {254u, 255u}) {
+    machine.SetVariable("ZENTPOST_TEST_NAME", std::string(length, 'a'));
+    const Texts tried = Tried(machine.Search({"search"}));
+    EXPECT_EQ(std::count(tried.begin(), tried.end(), fits), length == 254 ? 1 : 0);
+    EXPECT_EQ(tried.size(), length == 254 ? 2u : 1u);
   }
 }
 
