@@ -32,7 +32,7 @@ bool ProcessToExtendedMapi(JobParameters params) {
   LogInfo(u"ProcessToExtendedMapi(): SendTime   : %s", send_time);
   LogInfo(u"ProcessToExtendedMapi(): Attachment : %s", attachment_path);
   LogInfo(u"ProcessToExtendedMapi(): Attach Name: %s", attachment_name);
-  // The line tells the opposite of the switch, as it always has; support staff read it so.
+  // Deliberately the opposite of the switch.
   LogInfo(u"ProcessToExtendedMapi(): ECM        : %s",
           IsSwitchedOn(fields, u"C") ? u"False" : u"True");
   LogInfo(u"ProcessToExtendedMapi(): Preview    : %s", preview ? u"True" : u"False");

@@ -1,6 +1,5 @@
 // Extended MAPI as far as the tool uses it: the types, numbers and interfaces that the mail
-// client's library and the tool agree on. Windows' own development kits do not ship these
-// declarations.
+// client's library and the tool agree on. Declared here, so that every system sees the same.
 //
 // Names and numbers are the published ones of mapidefs.h, mapitags.h, mapicode.h, mapix.h,
 // mapiutil.h and mapiform.h. Widths are those of Windows on every system: a ULONG, LONG, HRESULT or
@@ -100,7 +99,7 @@ inline constexpr std::uint32_t PR_ATTACH_LONG_FILENAME_W = 0x3707001F;
 inline constexpr std::uint32_t PR_RENDERING_POSITION = 0x370B0003;
 inline constexpr std::uint32_t PR_ATTACH_FLAGS = 0x37140003;
 inline constexpr std::uint32_t PR_DEFAULT_PROFILE = 0x3D04000B;
-// Has no published name in mapitags.h; mail clients keep the place of an inline attachment there.
+// Has no published name in mapitags.h. Always set to 0.
 inline constexpr std::uint32_t PR_ATTACHMENT_LINKID = 0x7FFA0003;
 
 // --- data ---

@@ -44,7 +44,9 @@ inline std::string WithResult(const std::string& job_file, std::int32_t status, 
 }
 
 // What SendMail logs where there is no MAPI.
-inline constexpr char kNoMapiLog[] = "";
+inline constexpr char kNoMapiLog[] =
+    "ERROR: SendMail(): MAPIInititialize failed.\n"
+    "ERROR: Code 0x80004005 --> A general not more specified error occurred.\n";
 
 // What the Extended MAPI route then writes: 0x80004005.
 inline std::string WithMapiError(const std::string& job_file) {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "app/application.h"
+#include "mapiload/process_state.h"
 #include "platform/fake/fault_sweep.h"
 #include "platform/fake/machine.h"
 #include "platform/fake/machine_test_fixture.h"
@@ -280,8 +281,35 @@ class ExpectedJob {
     return Outcome(0, 0, "");
   }
 
-  // There is no MAPI on this machine, and nobody looks for it.
-  std::int32_t SendMail() { return kMapiMissing; }
+  // There is no MAPI on this machine: whatever fails in the search for it, nothing is found.
+  std::int32_t SendMail() {
+    LookForMapi();
+    Log("ERROR  ", "SendMail(): MAPIInititialize failed.");
+    Log("ERROR  ", "Code 0x80004005 --> A general not more specified error occurred.");
+    return kMapiMissing;
+  }
+
+  void LookForMapi() {
+    // Outlook's library and that of older clients, were they loaded already.
+    const bool has_system_directory = Works("SystemDirectory");
+    bool can_ask = false;
+    bool has_kernel = false;
+    for (int library = 0; library < 2; ++library) {
+      has_kernel = has_kernel || (Works("LoadModule") && has_system_directory);
+      can_ask = can_ask || (has_kernel && Works("FindProcedure"));
+      Works(can_ask ? "GetModuleHandleExW" : "FindLoadedModule");
+    }
+    // The mail clients' key is missing, and its values are asked for nevertheless.
+    Works("OpenKey");
+    Works("QueryValue");
+    // The installer's library, for each category and both qualifiers.
+    for (int question = 0; question < 12; ++question) {
+      Works("LoadModule");
+    }
+    Works("QueryValue");
+    Works("SystemDirectory");
+    Works("LoadModule");
+  }
 
   bool AddinPort() { return Works("OpenKey") && scenario_.has_port && Works("QueryValue"); }
 
@@ -637,6 +665,7 @@ std::size_t Sweep(Machine& machine, const Scenario& scenario) {
   const platform::fake::FaultScenario in_sweep = {
       .prepare =
           [&] {
+            ForgetMapiLoading();
             Furnish(machine, scenario);
             if (run == unwatched_run && scenario.peer == Peer::kNeverRead) {
               machine.Listen(kPort, Peer::kReset);

@@ -275,4 +275,26 @@ Machine& TheMachine() {
   return machine;
 }
 
+LibraryCall::LibraryCall() : hook_(TheMachine().State().call_hook) {
+  if (hook_ != nullptr) {
+    hook_(true);
+  }
+}
+
+LibraryCall::~LibraryCall() {
+  if (hook_ != nullptr) {
+    hook_(false);
+  }
+}
+
+void LibraryCall::Record(std::string call) {
+  LockedMachine machine;
+  machine.Record(std::move(call));
+}
+
+Status LibraryCall::RecordFallible(std::string call) {
+  LockedMachine machine;
+  return machine.RecordFallible(std::move(call));
+}
+
 }  // namespace platform::fake

@@ -194,4 +194,22 @@ class Machine {
 
 Machine& TheMachine();
 
+// One call of a function that a library of the test's own exports, for as long as this lives: what
+// happens meanwhile is the machine's doing, as in a seam call.
+class LibraryCall {
+ public:
+  LibraryCall();
+  LibraryCall(const LibraryCall&) = delete;
+  LibraryCall& operator=(const LibraryCall&) = delete;
+  ~LibraryCall();
+
+  // Records the call among the machine's own. One that can fail counts among the fallible calls and
+  // is told the number that it must fail with now; 0: none.
+  void Record(std::string call);
+  [[nodiscard]] Status RecordFallible(std::string call);
+
+ private:
+  Machine::CallHook hook_;
+};
+
 }  // namespace platform::fake

@@ -661,5 +661,42 @@ TEST_F(Machine, ClearCallsCountsFromZeroAgain) {
   EXPECT_EQ(machine_.Calls(), Texts{"InitializeCommonControls(0x2)"});
 }
 
+// --- libraries of a test's own ---
+
+TEST_F(Machine, ALibrarysCallsStandAmongTheMachines) {
+  SleepMilliseconds(1);
+  {
+    fake::LibraryCall call;
+    call.Record("Free(1)");
+    EXPECT_EQ(call.RecordFallible("Take(2)"), kSuccess);
+  }
+  SleepMilliseconds(2);
+  EXPECT_EQ(machine_.Calls(),
+            (Texts{"SleepMilliseconds(1)", "Free(1)", "Take(2)", "SleepMilliseconds(2)"}));
+  EXPECT_EQ(machine_.FallibleCalls(), 1u);
+}
+
+TEST_F(Machine, ALibrarysCallsFailWithTheMachines) {
+  machine_.FailCallOf("Take", 1, kAccessDenied);
+  fake::LibraryCall call;
+  EXPECT_EQ(call.RecordFallible("Take(1)"), kSuccess);
+  EXPECT_EQ(call.RecordFallible("Take(2)"), kAccessDenied);
+  EXPECT_EQ(machine_.FaultedCall(), "Take(2)");
+}
+
+TEST_F(Machine, ALibrarysCallIsTheMachinesDoing) {
+  static int depth = 0;
+  depth = 0;
+  machine_.SetCallHook([](bool begins) { depth += begins ? 1 : -1; });
+  {
+    fake::LibraryCall call;
+    EXPECT_EQ(depth, 1);
+    call.Record("Free(1)");
+    EXPECT_EQ(depth, 1);
+  }
+  EXPECT_EQ(depth, 0);
+  machine_.SetCallHook(nullptr);
+}
+
 }  // namespace
 }  // namespace platform

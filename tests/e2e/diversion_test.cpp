@@ -22,7 +22,7 @@ class Diversion : public JobTest {
            "\t\t\"ErrorText\":\t\"\"\n\t}\n}";
   }
   const std::string payload_ = Payload({.file = "a.pdf", .attachment = "a.pdf"});
-  const MapiJob mapi_job_ = {.attachment = "a.pdf", .attachment_name = "a.pdf"};
+  const MapiJob mapi_job_ = {.attachment = "a.pdf", .attachment_name = "a.pdf", .is_sent = false};
 };
 
 TEST_F(Diversion, BareNameIsInTheFolderForTemporaryFilesAndNoConnectionBringsThePayload) {
@@ -92,10 +92,12 @@ TEST_F(Diversion, FaxCommandCanDivert) {
       Payload({.receiver = "0301", .recipient = "Erika", .file = "letter.pdf"});
   EXPECT_EQ(run.exit_code, 0);
   EXPECT_TRUE(Same(payload, FileBytes("temporary/payload.json")));
-  EXPECT_TRUE(
-      Same(NotAJobFile() + Info("StartZentpost(): letter.pdf 0301;Opayload.json;EErika") +
-               MapiLines({.receiver = "0301", .recipient = "Erika", .attachment = "letter.pdf"}),
-           run.log));
+  EXPECT_TRUE(Same(NotAJobFile() + Info("StartZentpost(): letter.pdf 0301;Opayload.json;EErika") +
+                       MapiLines({.receiver = "0301",
+                                  .recipient = "Erika",
+                                  .attachment = "letter.pdf",
+                                  .is_sent = false}),
+                   run.log));
 }
 
 TEST_F(Diversion, DeliberateFileThatCannotBeWrittenStillCountsAsDelivered) {

@@ -104,6 +104,14 @@ std::string Error(std::string_view message) {
   return Line(" - ERROR  : ", message);
 }
 
+std::string Warning(std::string_view message) {
+  return Line(" - WARNING: ", message);
+}
+
+std::string Debug(std::string_view message) {
+  return Line(" - DEBUG  : ", message);
+}
+
 std::string NotAJobFile(std::string_view error_position) {
   return Error("ReadFromFile(): Parse JSON failed with error '" + std::string(error_position) +
                "'");
@@ -118,7 +126,11 @@ std::string MapiLines(const MapiJob& job) {
          Info(name + "SendTime   : " + job.send_time) +
          Info(name + "Attachment : " + job.attachment) +
          Info(name + "Attach Name: " + job.attachment_name) +
-         Info(name + "ECM        : " + job.ecm) + Info(name + "Preview    : " + job.preview);
+         Info(name + "ECM        : " + job.ecm) + Info(name + "Preview    : " + job.preview) +
+         (job.is_sent
+              ? Error("SendMail(): MAPIInititialize failed.") +
+                    Error("Code 0x80004005 --> A general not more specified error occurred.")
+              : "");
 }
 
 std::string AddinLines(std::string_view payload_as_logged) {

@@ -25,6 +25,8 @@ namespace zentpost::e2e {
 // line feed.
 [[nodiscard]] std::string Info(std::string_view message);
 [[nodiscard]] std::string Error(std::string_view message);
+[[nodiscard]] std::string Warning(std::string_view message);
+[[nodiscard]] std::string Debug(std::string_view message);
 
 // What the job file reader logs when the first argument is no job file; `error_position` is where
 // the JSON library stopped, and nothing when the argument cannot be read.
@@ -42,6 +44,8 @@ struct MapiJob {
   std::string attachment_name = {};
   std::string ecm = "True";
   std::string preview = "False";
+  // False when the job is diverted or its sending skipped. Otherwise it fails: there is no MAPI.
+  bool is_sent = true;
 };
 [[nodiscard]] std::string MapiLines(const MapiJob& job);
 

@@ -81,7 +81,7 @@ inline constexpr char kPayload[] = R"json({
 })json";
 
 // What the Extended MAPI route logs of it.
-[[nodiscard]] inline std::string MapiLinesOfJobFile() {
+[[nodiscard]] inline std::string MapiLinesOfJobFile(bool is_sent = true) {
   return MapiLines({.receiver = "0301234567",
                     .recipient = "Erika Example",
                     .sender = "Sam Sender",
@@ -91,7 +91,8 @@ inline constexpr char kPayload[] = R"json({
                     .attachment = "C:\\Fax\\Letter 7.pdf",
                     .attachment_name = "Letter 7.pdf",
                     .ecm = "False",
-                    .preview = "False"});
+                    .preview = "False",
+                    .is_sent = is_sent});
 }
 
 // A payload with these members and nothing else, for jobs without a job file.
