@@ -1,0 +1,457 @@
+#include "tools/sandbox_mapi/eml.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <vector>
+
+#include "tools/sandbox_mapi/sha256.h"
+#include "tools/sandbox_mapi/text.h"
+
+namespace zentpost::sandbox_mapi {
+namespace {
+
+constexpr std::size_t kLineLength = 76;   // RFC 2047 allows no more beside an encoded word.
+constexpr std::size_t kEncodedWord = 75;  // RFC 2047 allows no more.
+// These make 40 characters of base64: such a word fits on the line of every header's name.
+constexpr std::size_t kEncodedBytes = 30;
+constexpr std::size_t kBase64Line = 57;  // Bytes that make 76 characters, as RFC 2045 allows.
+constexpr std::size_t kLocalPartLimit = 240;
+constexpr std::string_view kCrLf = "\r\n";
+constexpr std::string_view kEncodedStart = "=?UTF-8?B?";
+constexpr std::string_view kEncodedEnd = "?=";
+
+// Published: values of PR_RECIPIENT_TYPE.
+constexpr std::int64_t kTo = 1;
+constexpr std::int64_t kCc = 2;
+constexpr std::int64_t kBcc = 3;
+
+bool IsAlphanumeric(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+}
+
+bool IsAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+void AppendBase64(std::string_view bytes, std::string& result) {
+  static constexpr char kDigits[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const auto byte = [bytes](std::size_t i) {
+    return std::uint32_t{static_cast<unsigned char>(bytes[i])};
+  };
+  std::size_t i = 0;
+  for (; i + 3 <= bytes.size(); i += 3) {
+    const std::uint32_t group = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
+    const char digits[] = {kDigits[group >> 18], kDigits[group >> 12 & 63],
+                           kDigits[group >> 6 & 63], kDigits[group & 63]};
+    result.append(digits, sizeof digits);
+  }
+  if (i + 2 == bytes.size()) {
+    const std::uint32_t group = byte(i) << 16 | byte(i + 1) << 8;
+    result += {kDigits[group >> 18], kDigits[group >> 12 & 63], kDigits[group >> 6 & 63], '='};
+  } else if (i + 1 == bytes.size()) {
+    const std::uint32_t group = byte(i) << 16;
+    result += {kDigits[group >> 18], kDigits[group >> 12 & 63], '=', '='};
+  }
+}
+
+std::string Base64(std::string_view bytes) {
+  std::string result;
+  AppendBase64(bytes, result);
+  return result;
+}
+
+// Where to cut `utf8` so that at most `limit` bytes come first and no character is torn apart.
+std::size_t CutAtCharacter(std::string_view utf8, std::size_t limit) {
+  if (utf8.size() <= limit) {
+    return utf8.size();
+  }
+  std::size_t length = limit;
+  while (length > 0 && (static_cast<unsigned char>(utf8[length]) & 0xC0) == 0x80) {
+    --length;
+  }
+  return length;
+}
+
+std::string WithoutControls(std::u16string_view text) {
+  std::string result = Utf8(text);
+  for (char& c : result) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
+      c = ' ';
+    }
+  }
+  return result;
+}
+
+std::vector<std::string> EncodedWords(std::string_view utf8) {
+  std::vector<std::string> words;
+  while (!utf8.empty()) {
+    const std::size_t length = CutAtCharacter(utf8, kEncodedBytes);
+    words.push_back(std::string(kEncodedStart) + Base64(utf8.substr(0, length)) +
+                    std::string(kEncodedEnd));
+    utf8.remove_prefix(length);
+  }
+  static_assert(kEncodedStart.size() + kEncodedBytes / 3 * 4 + kEncodedEnd.size() <= kEncodedWord);
+  return words;
+}
+
+// A header of words, each on the line before as long as there is room.
+std::string Fold(std::string_view name, const std::vector<std::string>& words) {
+  std::string result = std::string(name) + ":";
+  std::size_t column = result.size();
+  for (const std::string& word : words) {
+    if (column + 1 + word.size() > kLineLength && column > name.size() + 1) {
+      result += kCrLf;
+      column = 0;
+    }
+    result += ' ';
+    result += word;
+    column += 1 + word.size();
+  }
+  result += kCrLf;
+  return result;
+}
+
+// Whether a text can stand in a header as it is: ASCII whose blanks survive folding, and that
+// cannot be taken for an encoded word.
+bool IsPlain(std::string_view text) {
+  if (!IsAscii(text) || text.empty() || text.front() == ' ' || text.back() == ' ' ||
+      text.find("  ") != std::string_view::npos || text.find("=?") != std::string_view::npos) {
+    return false;
+  }
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find(' ', start), text.size());
+    if (end - start > kLineLength - 20) {
+      return false;  // A word that does not fit on a line beside a header's name.
+    }
+    start = end + 1;
+  }
+  return true;
+}
+
+std::vector<std::string> Words(std::string_view text) {
+  std::vector<std::string> words;
+  for (std::size_t start = 0; start <= text.size();) {
+    const std::size_t end = std::min(text.find(' ', start), text.size());
+    words.emplace_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return words;
+}
+
+// A name before an address: in quotes where that will do.
+std::vector<std::string> DisplayName(std::u16string_view name) {
+  const std::string text = WithoutControls(name);
+  if (text.empty()) {
+    return {};
+  }
+  if (!IsPlain(text) || text.size() > 60) {
+    return EncodedWords(text);
+  }
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') {
+      quoted += '\\';
+    }
+    quoted += c;
+  }
+  return {quoted + "\""};
+}
+
+std::string AddressHeader(std::string_view name, const std::vector<Properties>& recipients,
+                          std::int64_t type) {
+  std::vector<std::string> words;
+  for (const Properties& recipient : recipients) {
+    if (recipient.Number(kIdRecipientType, kTo) != type) {
+      continue;
+    }
+    if (!words.empty()) {
+      words.back() += ',';
+    }
+    for (std::string& word : DisplayName(recipient.Text(kIdDisplayName))) {
+      words.push_back(std::move(word));
+    }
+    words.push_back(
+        '<' + AddressSpec(recipient.Text(kIdAddressType), recipient.Text(kIdEmailAddress)) + '>');
+  }
+  return words.empty() ? std::string() : Fold(name, words);
+}
+
+std::string Percent(std::string_view text, std::string_view allowed) {
+  std::string result;
+  for (const char c : text) {
+    if (IsAlphanumeric(c) || allowed.find(c) != std::string_view::npos) {
+      result += c;
+    } else {
+      result += '%' + HexBytes(std::string_view(&c, 1));
+    }
+  }
+  return result;
+}
+
+// Whether an SMTP address can be written as it is: a dot-atom, "@", and a domain.
+bool IsAddressSpec(std::string_view address) {
+  const std::size_t at = address.find('@');
+  if (at == std::string_view::npos || at == 0 || at > 64 || address.size() > 254) {
+    return false;
+  }
+  const auto is_dot_atom = [](std::string_view text, std::string_view others) {
+    return !text.empty() && text.front() != '.' && text.back() != '.' &&
+           text.find("..") == std::string_view::npos &&
+           std::all_of(text.begin(), text.end(), [others](char c) {
+             return IsAlphanumeric(c) || c == '.' || others.find(c) != std::string_view::npos;
+           });
+  };
+  return is_dot_atom(address.substr(0, at), "!#$%&'*+-/=?^_`{|}~") &&
+         is_dot_atom(address.substr(at + 1), "-");
+}
+
+// A parameter of a header as RFC 2231 has it, each piece on a line of its own.
+std::string Parameter(std::string_view name, std::u16string_view value) {
+  const std::string text = WithoutControls(value);
+  const std::string start = std::string(";") + std::string(kCrLf) + ' ' + std::string(name);
+  if (IsAscii(text) && text.size() <= 60 && text.find("=?") == std::string::npos) {
+    std::string quoted;
+    for (const char c : text) {
+      if (c == '"' || c == '\\') {
+        quoted += '\\';
+      }
+      quoted += c;
+    }
+    return start + "=\"" + quoted + '"';
+  }
+  constexpr std::string_view kCharset = "UTF-8''";
+  const std::string encoded = Percent(text, "-._");
+  constexpr std::size_t kPiece = 54;
+  if (encoded.size() <= kPiece) {
+    return start + "*=" + std::string(kCharset) + encoded;
+  }
+  std::string result;
+  std::size_t number = 0;
+  for (std::size_t i = 0; i < encoded.size(); ++number) {
+    std::size_t length = std::min(kPiece, encoded.size() - i);
+    // "%41" is not torn apart.
+    for (const std::size_t back : {std::size_t{1}, std::size_t{2}}) {
+      if (i + length < encoded.size() && encoded[i + length - back] == '%') {
+        length -= back;
+        break;
+      }
+    }
+    result += start + '*' + std::to_string(number) +
+              "*=" + (number == 0 ? std::string(kCharset) : std::string()) +
+              encoded.substr(i, length);
+    i += length;
+  }
+  return result;
+}
+
+std::string_view MediaType(std::string_view name) {
+  struct Known {
+    std::string_view extension;
+    std::string_view type;
+  };
+  static constexpr std::array<Known, 7> kKnown = {{{".pdf", "application/pdf"},
+                                                   {".tif", "image/tiff"},
+                                                   {".tiff", "image/tiff"},
+                                                   {".png", "image/png"},
+                                                   {".mp3", "audio/mpeg"},
+                                                   {".wav", "audio/wav"},
+                                                   {".jpg", "image/jpeg"}}};
+  const std::size_t dot = name.rfind('.');
+  std::string extension(dot == std::string_view::npos ? std::string_view() : name.substr(dot));
+  for (char& c : extension) {
+    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  }
+  for (const Known& known : kKnown) {
+    if (known.extension == extension) {
+      return known.type;
+    }
+  }
+  return "application/octet-stream";
+}
+
+std::u16string AttachmentName(const Properties& properties) {
+  for (const std::uint32_t id : {kIdAttachLongFilename, kIdAttachFilename, kIdDisplayName}) {
+    if (std::u16string name = properties.Text(id); !name.empty()) {
+      return name;
+    }
+  }
+  return {};
+}
+
+void WriteBase64(std::string_view bytes, std::ostream& out) {
+  // A document may be large: all lines in one piece, and not each by itself.
+  std::string lines;
+  lines.reserve(bytes.size() / kBase64Line * 78 + 80);
+  for (std::size_t i = 0; i < bytes.size(); i += kBase64Line) {
+    AppendBase64(bytes.substr(i, kBase64Line), lines);
+    lines += kCrLf;
+  }
+  out << lines;
+}
+
+bool WriteData(const Property* data, std::ostream& out) {
+  if (data == nullptr) {
+    return true;
+  }
+  if (!data->spool) {
+    WriteBase64(data->bytes, out);
+    return true;
+  }
+  std::ifstream file(data->spool->file, std::ios::binary);
+  std::uint64_t left = data->spool->size;
+  std::string piece(kBase64Line * 4096, '\0');  // A whole number of lines.
+  while (left > 0) {
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, piece.size()));
+    if (!file.read(piece.data(), static_cast<std::streamsize>(wanted))) {
+      return false;
+    }
+    WriteBase64(std::string_view(piece).substr(0, wanted), out);
+    left -= wanted;
+  }
+  return static_cast<bool>(file);
+}
+
+void WriteText(const Message& message, std::ostream& out) {
+  out << "Content-Type: text/plain; charset=\"utf-8\"" << kCrLf
+      << "Content-Transfer-Encoding: quoted-printable" << kCrLf << kCrLf
+      << QuotedPrintable(message.properties.Text(kIdBody));
+}
+
+bool WriteAttachment(const Attachment& attachment, std::ostream& out) {
+  const std::u16string name = AttachmentName(attachment.properties);
+  out << "Content-Type: " << MediaType(Utf8(name)) << kCrLf << "Content-Transfer-Encoding: base64"
+      << kCrLf << "Content-Disposition: attachment"
+      << (name.empty() ? std::string() : Parameter("filename", name)) << kCrLf << kCrLf;
+  return WriteData(attachment.properties.Find(kIdAttachData), out);
+}
+
+}  // namespace
+
+std::string AddressSpec(std::u16string_view address_type, std::u16string_view address) {
+  const std::string type = Utf8(address_type);
+  std::string text = Utf8(address);
+  if (type == "SMTP" && IsAddressSpec(text)) {
+    return text;
+  }
+  constexpr std::string_view kAllowed = "+-_";
+  std::string local =
+      (type.empty() ? std::string() : Percent(type, kAllowed) + '=') + Percent(text, kAllowed);
+  if (local.size() > kLocalPartLimit) {
+    // No line may be longer than 998 characters, and an address cannot be folded.
+    local = "sha256=" + Sha256Of(text);
+  } else if (local.empty()) {
+    local = "empty=";
+  }
+  return local + (type.empty() ? "@untyped.sandbox.invalid" : "@typed.sandbox.invalid");
+}
+
+std::string TextHeader(std::string_view name, std::u16string_view value) {
+  const std::string text = WithoutControls(value);
+  return Fold(name, IsPlain(text) ? Words(text) : EncodedWords(text));
+}
+
+std::string QuotedPrintable(std::u16string_view text) {
+  const std::string utf8 = Utf8(text);
+  std::string result;
+  std::size_t column = 0;
+  const auto append = [&result, &column](std::string_view characters) {
+    // Room for the "=" of a soft line break.
+    if (column + characters.size() > 75) {
+      result += "=\r\n";
+      column = 0;
+    }
+    result += characters;
+    column += characters.size();
+  };
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    const char c = utf8[i];
+    if (c == '\r' || c == '\n') {
+      if (c == '\r' && i + 1 < utf8.size() && utf8[i + 1] == '\n') {
+        ++i;
+      }
+      result += kCrLf;
+      column = 0;
+      continue;
+    }
+    const bool is_blank = c == ' ' || c == '\t';
+    const bool ends_line = i + 1 == utf8.size() || utf8[i + 1] == '\r' || utf8[i + 1] == '\n';
+    // Mail transport may take blanks away at a line's end, and changes ".", "From " at its start.
+    const bool is_risky = column == 0 && (c == '.' || c == 'F');
+    if ((is_blank && !ends_line) || (c > ' ' && c < 0x7F && c != '=' && !is_risky)) {
+      append(std::string_view(&c, 1));
+    } else {
+      append('=' + HexBytes(std::string_view(&c, 1)));
+    }
+  }
+  return result;
+}
+
+std::string MailDate(std::chrono::sys_seconds time) {
+  const auto days = std::chrono::floor<std::chrono::days>(time);
+  const std::chrono::year_month_day date(days);
+  const std::chrono::hh_mm_ss clock(time - days);
+  static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  char text[64];
+  std::snprintf(text, sizeof text, "%s, %02u %s %04d %02d:%02d:%02d +0000",
+                kDays[std::chrono::weekday(days).c_encoding()], static_cast<unsigned>(date.day()),
+                kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()),
+                static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                static_cast<int>(clock.seconds().count()));
+  return text;
+}
+
+bool WriteEml(const Message& message, const EmlOptions& options, std::ostream& out) {
+  const std::u16string sender = message.properties.Text(kIdSentRepresentingName);
+  std::vector<std::string> from = DisplayName(sender.empty() ? u"Sandbox User" : sender);
+  from.emplace_back("<sender@sandbox.invalid>");
+  out << Fold("From", from);
+  const std::string to = AddressHeader("To", message.recipients, kTo);
+  if (message.recipients.empty() && !options.is_unsent) {
+    out << "To: undisclosed-recipients:;" << kCrLf;
+  }
+  out << to << AddressHeader("Cc", message.recipients, kCc)
+      << AddressHeader("Bcc", message.recipients, kBcc);
+  if (const Property* const subject = message.properties.Find(kIdSubject)) {
+    out << TextHeader("Subject", subject->text);
+  }
+  out << "Date: " << MailDate(options.date) << kCrLf << "Message-ID: <" << options.unique
+      << "@sandbox.invalid>" << kCrLf << "X-Mailer: sandbox_mapi" << kCrLf;
+  for (const Properties& recipient : message.recipients) {
+    out << TextHeader("X-Sandbox-Recipient",
+                      recipient.Text(kIdAddressType) + u":" + recipient.Text(kIdEmailAddress));
+  }
+  if (options.is_unsent) {
+    out << "X-Unsent: 1" << kCrLf;
+  }
+  out << "MIME-Version: 1.0" << kCrLf;
+  const bool has_parts = std::any_of(message.attachments.begin(), message.attachments.end(),
+                                     [](const Attachment& attachment) { return attachment.saved; });
+  if (!has_parts) {
+    WriteText(message, out);
+    return true;
+  }
+  // Neither quoted-printable nor base64 can hold these two characters side by side.
+  const std::string boundary = "=_" + Sha256Of(options.unique).substr(0, 32);
+  out << "Content-Type: multipart/mixed; boundary=\"" << boundary << '"' << kCrLf << kCrLf << "--"
+      << boundary << kCrLf;
+  WriteText(message, out);
+  out << kCrLf;  // Belongs to the boundary that follows.
+  bool is_whole = true;
+  for (const Attachment& attachment : message.attachments) {
+    if (attachment.saved) {
+      out << "--" << boundary << kCrLf;
+      is_whole = WriteAttachment(attachment, out) && is_whole;
+    }
+  }
+  out << "--" << boundary << "--" << kCrLf;
+  return is_whole;
+}
+
+}  // namespace zentpost::sandbox_mapi

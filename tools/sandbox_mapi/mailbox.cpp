@@ -1,0 +1,293 @@
+#include "tools/sandbox_mapi/mailbox.h"
+
+#include <cjson/cJSON.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+#include "tools/sandbox_mapi/eml.h"
+#include "tools/sandbox_mapi/system.h"
+#include "tools/sandbox_mapi/text.h"
+
+namespace zentpost::sandbox_mapi {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Longer binary values are told by their hash alone.
+constexpr std::size_t kLongestHex = 1024;
+
+struct JsonDeleter {
+  void operator()(cJSON* json) const { cJSON_Delete(json); }
+};
+struct TextDeleter {
+  void operator()(char* text) const { cJSON_free(text); }
+};
+
+void AddText(cJSON* object, const char* name, const std::string& text) {
+  cJSON_AddStringToObject(object, name, text.c_str());
+}
+
+cJSON* OneOffJson(const OneOff& one_off) {
+  cJSON* const json = cJSON_CreateObject();
+  AddText(json, "Name", Utf8(one_off.name));
+  AddText(json, "AddressType", Utf8(one_off.address_type));
+  AddText(json, "Address", Utf8(one_off.address));
+  return json;
+}
+
+cJSON* BinaryJson(const Property& property, const fs::path& file_folder) {
+  cJSON* const json = cJSON_CreateObject();
+  if (property.spool) {
+    cJSON_AddNumberToObject(json, "Size", static_cast<double>(property.spool->size));
+    AddText(json, "Sha256", property.spool->sha256);
+    if (!file_folder.empty()) {
+      AddText(json, "File", PathText(property.spool->file.lexically_relative(file_folder)));
+    }
+    return json;
+  }
+  cJSON_AddNumberToObject(json, "Size", static_cast<double>(property.bytes.size()));
+  if (property.bytes.size() <= kLongestHex) {
+    AddText(json, "Hex", HexBytes(property.bytes));
+  } else {
+    AddText(json, "Sha256", Sha256Of(property.bytes));
+  }
+  if (const std::optional<OneOff> one_off = ReadOneOff(property.bytes)) {
+    cJSON_AddItemToObject(json, "OneOff", OneOffJson(*one_off));
+  }
+  if (const std::optional<Entry> entry = ReadEntryId(property.bytes)) {
+    const char* const kind = entry->kind == 'F'   ? "folder "
+                             : entry->kind == 'M' ? "message "
+                                                  : "store ";
+    AddText(json, "Entry", kind + entry->name);
+  }
+  return json;
+}
+
+cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
+  switch (TypeOf(property.tag)) {
+    case kBoolean:
+      return cJSON_CreateBool(property.number != 0);
+    case kError:
+      return cJSON_CreateString(Hex(static_cast<std::uint32_t>(property.number)).c_str());
+    case kString8:
+    case kUnicode:
+      return cJSON_CreateString(Utf8(property.text).c_str());
+    case kBinary:
+      return BinaryJson(property, file_folder);
+    default:
+      return cJSON_CreateNumber(static_cast<double>(property.number));
+  }
+}
+
+cJSON* PropertiesJson(const Properties& properties, const fs::path& file_folder) {
+  cJSON* const array = cJSON_CreateArray();
+  for (const Property& property : properties.All()) {
+    cJSON* const json = cJSON_CreateObject();
+    AddText(json, "Tag", Hex(property.tag));
+    if (const std::string name = TagName(property.tag); !name.empty()) {
+      AddText(json, "Name", name);
+    }
+    AddText(json, "Type", TypeName(property.tag));
+    cJSON_AddItemToObject(json, "Value", ValueJson(property, file_folder));
+    cJSON_AddItemToArray(array, json);
+  }
+  return array;
+}
+
+bool WriteWhole(const fs::path& path, std::string_view bytes) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  return static_cast<bool>(file);
+}
+
+// The number at the start of a file's name; 0 when it is none of ours.
+unsigned long NumberOf(const fs::path& path) {
+  const std::string name = PathText(path.stem());
+  const bool is_number =
+      !name.empty() && name.size() < 9 &&
+      std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
+  return is_number ? std::stoul(name) : 0;
+}
+
+unsigned long LargestNumber(const fs::path& folder) {
+  unsigned long largest = 0;
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    largest = std::max(largest, NumberOf(entry->path()));
+  }
+  return largest;
+}
+
+}  // namespace
+
+std::string MessageJson(const Message& message, std::string_view state,
+                        const fs::path& file_folder) {
+  const std::unique_ptr<cJSON, JsonDeleter> root(cJSON_CreateObject());
+  AddText(root.get(), "State", std::string(state));
+  cJSON* const flags = cJSON_AddArrayToObject(root.get(), "Calls");
+  for (const std::string& flag : message.flags) {
+    cJSON_AddItemToArray(flags, cJSON_CreateString(flag.c_str()));
+  }
+  cJSON_AddItemToObject(root.get(), "Properties", PropertiesJson(message.properties, file_folder));
+  cJSON* const recipients = cJSON_AddArrayToObject(root.get(), "Recipients");
+  for (const Properties& recipient : message.recipients) {
+    cJSON* const json = cJSON_CreateObject();
+    AddText(json, "AddressSpec",
+            AddressSpec(recipient.Text(kIdAddressType), recipient.Text(kIdEmailAddress)));
+    const Property* const entry_id = recipient.Find(kIdEntryId);
+    const std::optional<OneOff> one_off =
+        entry_id != nullptr ? ReadOneOff(entry_id->bytes) : std::nullopt;
+    cJSON_AddItemToObject(json, "OneOff", one_off ? OneOffJson(*one_off) : cJSON_CreateNull());
+    cJSON_AddItemToObject(json, "Properties", PropertiesJson(recipient, file_folder));
+    cJSON_AddItemToArray(recipients, json);
+  }
+  cJSON* const attachments = cJSON_AddArrayToObject(root.get(), "Attachments");
+  for (const Attachment& attachment : message.attachments) {
+    cJSON* const json = cJSON_CreateObject();
+    cJSON_AddNumberToObject(json, "Number", attachment.number);
+    AddText(json, "Flags", Hex(attachment.create_flags));
+    cJSON_AddBoolToObject(json, "Saved", attachment.saved);
+    cJSON_AddItemToObject(json, "Properties", PropertiesJson(attachment.properties, file_folder));
+    cJSON_AddItemToArray(attachments, json);
+  }
+  const std::unique_ptr<char, TextDeleter> text(cJSON_Print(root.get()));
+  return text == nullptr ? std::string() : std::string(text.get()) + '\n';
+}
+
+Mailbox::Mailbox(fs::path folder) : folder_(std::move(folder)) {}
+
+fs::path Mailbox::StoreFolder(std::string_view name) const {
+  return folder_ / "Store" / name;
+}
+
+fs::path Mailbox::SpoolFolder(const Message& message) const {
+  return StoreFolder(kOutbox) / message.name;
+}
+
+bool Mailbox::Prepare(std::u16string_view profile_name) {
+  std::error_code error;
+  for (const fs::path& folder :
+       {StoreFolder(kOutbox), StoreFolder(kSentItems), folder_ / "Drafts", folder_ / "Profiles"}) {
+    fs::create_directories(folder, error);
+    if (error) {
+      return false;
+    }
+  }
+  // For the eye alone, and not every name can be a file's.
+  std::ofstream(folder_ / "Profiles" / Path(Utf8(profile_name)), std::ios::app).close();
+  return true;
+}
+
+bool Mailbox::Reserve(std::string& name) {
+  unsigned long number = 0;
+  for (const fs::path& folder :
+       {StoreFolder(kOutbox), StoreFolder(kSentItems), folder_ / "Drafts"}) {
+    number = std::max(number, LargestNumber(folder));
+  }
+  for (int attempt = 0; attempt < 10000; ++attempt) {
+    std::string digits = std::to_string(++number);
+    digits.insert(0, digits.size() < 4 ? 4 - digits.size() : 0, '0');
+    std::error_code error;
+    // Of several processes only one makes the folder.
+    if (!fs::create_directory(StoreFolder(kOutbox) / digits, error)) {
+      // Also an error when another process takes its folder away at this moment.
+      std::error_code ignored;
+      if (error && !fs::is_directory(StoreFolder(kOutbox), ignored)) {
+        return false;
+      }
+      continue;
+    }
+    // Another one may have sent a message of this number since the folders were looked through.
+    if (Has(kSentItems, digits) || Has(kOutbox, digits)) {
+      fs::remove(StoreFolder(kOutbox) / digits, error);
+      continue;
+    }
+    name = digits;
+    return true;
+  }
+  return false;
+}
+
+bool Mailbox::Keep(const Message& message, std::uint32_t attachment, std::string_view bytes,
+                   Spool& spool) {
+  spool.file = SpoolFolder(message) / ("attachment-" + std::to_string(attachment) + ".bin");
+  std::ofstream file(spool.file, std::ios::binary | std::ios::trunc);
+  Sha256 hash;
+  spool.size = bytes.size();
+  while (!bytes.empty()) {
+    const std::string_view piece = bytes.substr(0, std::size_t{1} << 20);
+    hash.Add(piece);
+    file.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+    bytes.remove_prefix(piece.size());
+  }
+  spool.sha256 = hash.Finish();
+  file.close();
+  return static_cast<bool>(file);
+}
+
+bool Mailbox::Save(const Message& message) {
+  const fs::path folder = StoreFolder(kOutbox);
+  return WriteWhole(folder / (message.name + ".json"), MessageJson(message, "saved", folder));
+}
+
+bool Mailbox::WriteBoth(const Message& message, const fs::path& folder, std::string_view state,
+                        bool is_unsent) {
+  const auto now = std::chrono::system_clock::now();
+  const auto ticks = now.time_since_epoch().count();
+  const EmlOptions options{
+      std::chrono::floor<std::chrono::seconds>(now),
+      message.name + '.' + std::to_string(ticks) + '.' + std::to_string(ProcessId()), is_unsent};
+  const fs::path eml = folder / (message.name + ".eml");
+  // Whoever waits for the message must not see a part of it.
+  const fs::path unfinished = folder / (message.name + ".part");
+  std::error_code error;
+  {
+    std::ofstream file(unfinished, std::ios::binary | std::ios::trunc);
+    const bool is_whole = WriteEml(message, options, file);
+    file.close();
+    if (!is_whole || !file) {
+      fs::remove(unfinished, error);
+      return false;
+    }
+  }
+  if (!WriteWhole(folder / (message.name + ".json"), MessageJson(message, state, {}))) {
+    fs::remove(unfinished, error);
+    return false;
+  }
+  fs::rename(unfinished, eml, error);
+  return !error;
+}
+
+bool Mailbox::Send(const Message& message, std::string_view folder) {
+  if (!WriteBoth(message, StoreFolder(folder), "submitted", false)) {
+    return false;
+  }
+  std::error_code ignored;
+  if (folder != kOutbox) {
+    fs::remove(StoreFolder(kOutbox) / (message.name + ".json"), ignored);
+  }
+  fs::remove_all(SpoolFolder(message), ignored);
+  return true;
+}
+
+bool Mailbox::WriteDraft(const Message& message) {
+  return WriteBoth(message, folder_ / "Drafts", "draft", true);
+}
+
+void Mailbox::Discard(const Message& message) {
+  std::error_code ignored;
+  fs::remove_all(SpoolFolder(message), ignored);
+}
+
+bool Mailbox::Has(std::string_view folder, std::string_view name) const {
+  std::error_code ignored;
+  return fs::exists(StoreFolder(folder) / (std::string(name) + ".json"), ignored);
+}
+
+}  // namespace zentpost::sandbox_mapi

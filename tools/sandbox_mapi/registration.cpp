@@ -1,0 +1,28 @@
+#include "tools/sandbox_mapi/registration.h"
+
+#include <system_error>
+
+#include "tools/sandbox_mapi/text.h"
+
+namespace zentpost::sandbox_mapi {
+
+bool CanBeRegistered(const std::filesystem::path& library, std::string& error) {
+  const std::string path = PathText(library);
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(library, ignored)) {
+    error = "there is no library " + path;
+    return false;
+  }
+  const std::size_t length = Utf16(path).size();
+  if (length > kLongestLibraryPath) {
+    error = "the library's path has " + std::to_string(length) + " characters, and more than " +
+            std::to_string(kLongestLibraryPath) +
+            " are not read when a mail client is looked for: put it into a folder with a shorter "
+            "path\n  " +
+            path;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace zentpost::sandbox_mapi

@@ -1,0 +1,104 @@
+#include "tools/sandbox_mapi/sha256.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace zentpost::sandbox_mapi {
+namespace {
+
+// The first 32 bits of the fractions of the cube roots of the first 64 primes.
+constexpr std::array<std::uint32_t, 64> kRound = {
+    0x428A2F98, 0x71374491, 0xB5C0FBCF, 0xE9B5DBA5, 0x3956C25B, 0x59F111F1, 0x923F82A4, 0xAB1C5ED5,
+    0xD807AA98, 0x12835B01, 0x243185BE, 0x550C7DC3, 0x72BE5D74, 0x80DEB1FE, 0x9BDC06A7, 0xC19BF174,
+    0xE49B69C1, 0xEFBE4786, 0x0FC19DC6, 0x240CA1CC, 0x2DE92C6F, 0x4A7484AA, 0x5CB0A9DC, 0x76F988DA,
+    0x983E5152, 0xA831C66D, 0xB00327C8, 0xBF597FC7, 0xC6E00BF3, 0xD5A79147, 0x06CA6351, 0x14292967,
+    0x27B70A85, 0x2E1B2138, 0x4D2C6DFC, 0x53380D13, 0x650A7354, 0x766A0ABB, 0x81C2C92E, 0x92722C85,
+    0xA2BFE8A1, 0xA81A664B, 0xC24B8B70, 0xC76C51A3, 0xD192E819, 0xD6990624, 0xF40E3585, 0x106AA070,
+    0x19A4C116, 0x1E376C08, 0x2748774C, 0x34B0BCB5, 0x391C0CB3, 0x4ED8AA4A, 0x5B9CCA4F, 0x682E6FF3,
+    0x748F82EE, 0x78A5636F, 0x84C87814, 0x8CC70208, 0x90BEFFFA, 0xA4506CEB, 0xBEF9A3F7, 0xC67178F2};
+
+}  // namespace
+
+void Sha256::AddBlock(const unsigned char* block) {
+  std::array<std::uint32_t, 64> words{};
+  for (std::size_t i = 0; i < 16; ++i) {
+    words[i] = std::uint32_t{block[4 * i]} << 24 | std::uint32_t{block[4 * i + 1]} << 16 |
+               std::uint32_t{block[4 * i + 2]} << 8 | std::uint32_t{block[4 * i + 3]};
+  }
+  for (std::size_t i = 16; i < 64; ++i) {
+    const std::uint32_t a = words[i - 15];
+    const std::uint32_t b = words[i - 2];
+    words[i] = words[i - 16] + (std::rotr(a, 7) ^ std::rotr(a, 18) ^ (a >> 3)) + words[i - 7] +
+               (std::rotr(b, 17) ^ std::rotr(b, 19) ^ (b >> 10));
+  }
+  auto [a, b, c, d, e, f, g, h] = state_;
+  for (std::size_t i = 0; i < 64; ++i) {
+    const std::uint32_t first = h + (std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25)) +
+                                ((e & f) ^ (~e & g)) + kRound[i] + words[i];
+    const std::uint32_t second =
+        (std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
+    h = g;
+    g = f;
+    f = e;
+    e = d + first;
+    d = c;
+    c = b;
+    b = a;
+    a = first + second;
+  }
+  const std::array<std::uint32_t, 8> sum = {a, b, c, d, e, f, g, h};
+  for (std::size_t i = 0; i < sum.size(); ++i) {
+    state_[i] += sum[i];
+  }
+}
+
+void Sha256::Add(std::string_view bytes) {
+  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  std::size_t left = bytes.size();
+  while (left > 0) {
+    const auto filled = static_cast<std::size_t>(size_ % rest_.size());
+    if (filled == 0 && left >= rest_.size()) {
+      AddBlock(data);
+      data += rest_.size();
+      left -= rest_.size();
+      size_ += rest_.size();
+      continue;
+    }
+    const std::size_t part = std::min(left, rest_.size() - filled);
+    std::copy_n(data, part, rest_.data() + filled);
+    data += part;
+    left -= part;
+    size_ += part;
+    if (filled + part == rest_.size()) {
+      AddBlock(rest_.data());
+    }
+  }
+}
+
+std::string Sha256::Finish() {
+  const std::uint64_t bits = size_ * 8;
+  Add(std::string_view("\x80", 1));
+  while (size_ % rest_.size() != rest_.size() - 8) {
+    Add(std::string_view("\0", 1));
+  }
+  std::string length;
+  for (int shift = 56; shift >= 0; shift -= 8) {
+    length += static_cast<char>(bits >> shift);
+  }
+  Add(length);
+  std::string result;
+  for (const std::uint32_t word : state_) {
+    for (int shift = 28; shift >= 0; shift -= 4) {
+      result += "0123456789abcdef"[(word >> shift) & 15];
+    }
+  }
+  return result;
+}
+
+std::string Sha256Of(std::string_view bytes) {
+  Sha256 hash;
+  hash.Add(bytes);
+  return hash.Finish();
+}
+
+}  // namespace zentpost::sandbox_mapi
