@@ -27,6 +27,7 @@ bool ReadArguments(int argc, char** argv) {
     std::filesystem::path& path;
   } options[] = {{"--tool=", g_settings.tool},
                  {"--log-writer=", g_settings.log_writer},
+                 {"--sandbox=", g_settings.sandbox},
                  {"--work-folder=", g_settings.work_folder},
                  {"--samples=", g_settings.samples}};
   for (int i = 1; i < argc; ++i) {
@@ -42,7 +43,7 @@ bool ReadArguments(int argc, char** argv) {
   for (const auto& option : options) {
     if (option.path.empty()) {
       std::fprintf(stderr,
-                   "usage: e2e_tests --tool=PROGRAM --log-writer=PROGRAM "
+                   "usage: e2e_tests --tool=PROGRAM --log-writer=PROGRAM --sandbox=PROGRAM "
                    "--work-folder=FOLDER --samples=FOLDER\n");
       return false;
     }
