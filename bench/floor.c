@@ -1,8 +1,11 @@
-// The least that any program must do for one fax job on the add-in route with the log off: the same
-// system calls as the host build, made by hand, with no error handling, no JSON library and no text
-// conversion. A whole run of the tool is measured against a whole run of this.
+// The least that any program must do for one fax job: the same system calls as the host build, made
+// by hand, with no error handling, no JSON library and no text conversion. A whole run of the tool
+// is measured against a whole run of this.
 //
-// Usage: floor JOBFILE PORT (ZENTPOST_REGISTRY names the registry file)
+// Usage: floor JOBFILE PORT           the add-in route, the log off; ZENTPOST_REGISTRY names the
+//                                     registry file
+//        floor --attach SOURCE TARGET the Extended MAPI route: SOURCE is read whole, written to
+//                                     TARGET and deleted
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -79,7 +82,31 @@ static void Field(const char* text, const char* key, char* out, size_t capacity)
   out[length] = '\0';
 }
 
+static int Attach(const char* source, const char* target) {
+  const int in = open(source, O_RDONLY | O_CLOEXEC);
+  struct stat status;
+  fstat(in, &status);
+  const size_t size = (size_t)status.st_size;
+  char* bytes = malloc(size);
+  size_t done = 0;
+  for (ssize_t count = 1; done < size && count > 0; done += (size_t)count) {
+    count = read(in, bytes + done, size - done);
+  }
+  close(in);
+  const int out = open(target, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  done = 0;
+  for (ssize_t count = 1; done < size && count > 0; done += (size_t)count) {
+    count = write(out, bytes + done, size - done);
+  }
+  close(out);
+  unlink(source);
+  return done == size ? 0 : 1;
+}
+
 int main(int argc, char** argv) {
+  if (argc == 4 && strcmp(argv[1], "--attach") == 0) {
+    return Attach(argv[2], argv[3]);
+  }
   if (argc != 3) {
     return 2;
   }
