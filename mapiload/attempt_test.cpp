@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <string>
+#include <system_error>
 
 namespace zentpost {
 namespace {
@@ -17,6 +19,15 @@ TEST(Attempt, GivesNothingWhenMemoryRunsOut) {
 
 TEST(Attempt, GivesNothingForATextThatNoMemoryCouldHold) {
   EXPECT_EQ(Attempt([] { return std::string(std::string().max_size() + 1, 'a'); }), "");
+}
+
+TEST(Attempt, GivesNothingWhenALockCannotBeHad) {
+  EXPECT_EQ(Attempt([] {
+              std::unique_lock<std::mutex> lock;  // of no mutex, which the library refuses
+              lock.lock();
+              return std::string("a");
+            }),
+            "");
 }
 
 TEST(Attempt, HoldsBackNoOtherMistake) {

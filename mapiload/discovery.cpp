@@ -99,7 +99,9 @@ std::u16string WidenSigned(std::string_view bytes) {
 Module LoadStub() {
   Module stub;
   for (const char16_t* const name : {kSystemMapi, u"mapistub.dll"}) {
-    if (platform::LoadModule(name, stub) == platform::kSuccess) {
+    // The owner tells: a failure leaves it empty.
+    static_cast<void>(platform::LoadModule(name, stub));
+    if (stub) {
       break;
     }
   }
@@ -162,7 +164,9 @@ Module GetDefaultMapiHandle() {
   Module library;
   for (const std::u16string& path : GetMapiCandidatePaths()) {
     MapiTrace(u"Trying %ws\n", {path.c_str()});
-    if (platform::LoadModule(path.c_str(), library) == platform::kSuccess) {
+    // The owner tells: a failure leaves it empty.
+    static_cast<void>(platform::LoadModule(path.c_str(), library));
+    if (library) {
       break;
     }
   }
@@ -267,7 +271,9 @@ std::u16string GetComponentPath(const char16_t* szComponent, const char16_t* szQ
   std::uint8_t found = 0;
   if (Module stub = LoadStub()) {
     platform::Procedure procedure = nullptr;
-    if (platform::FindProcedure(stub.Get(), "FGetComponentPath", procedure) == platform::kSuccess) {
+    // The address tells; a failure leaves none.
+    static_cast<void>(platform::FindProcedure(stub.Get(), "FGetComponentPath", procedure));
+    if (procedure != nullptr) {
       const std::string component = LowBytes(szComponent);
       const std::string qualifier = LowBytes(szQualifier);
       std::array<char, kComponentPathBytes> bytes{};

@@ -18,7 +18,9 @@ using platform::RegistryKey;
 using test::Readable;
 using Lines = std::vector<std::string>;
 
-constexpr std::size_t kFullWidth = 260;
+constexpr std::uint32_t kFullWidth = 260;
+
+constexpr char16_t kOutlookKey[] = u"Software\\Clients\\Mail\\Microsoft Outlook";
 
 // A text with the zero units that pad it.
 std::u16string Padded(std::u16string text) {
@@ -178,6 +180,24 @@ TEST_F(Discovery, DeliberatelyReadsNoClientNameOfMoreThan130Characters) {
             "%ws failed with 0x%08X [GetHKeyMapiClient: RegQueryValueExW(hMailKey), 234]");
 }
 
+TEST_F(Discovery, ReadsAClientNameThatFillsItsRoomWithoutATerminator) {
+  machine_.SetValue(Hive::kLocalMachine, kMailKey, u"", platform::kRegSz, std::string(260, 'x'));
+  const std::u16string name(130, 0x7878);
+  machine_.AddKey(Hive::kLocalMachine, std::u16string(kMailKey) + u"\\" + name);
+  EXPECT_TRUE(GetHKeyMapiClient(u""));
+  EXPECT_EQ(TraceOf("GetHKeyMapiClient: pwzProvider"),
+            R"(GetHKeyMapiClient: pwzProvider = %ws\n [)" + Readable(name) + "]");
+}
+
+TEST_F(Discovery, ClosesTheMailKeyOnlyAfterTheLastLine) {
+  SetDefaultClient();
+  std::vector<std::size_t> open;
+  WatchTrace(u"Exit GetHKeyMapiClient", [&] { open.push_back(machine_.OpenHandles()); });
+  EXPECT_TRUE(GetHKeyMapiClient(u""));
+  EXPECT_FALSE(GetHKeyMapiClient(u"Missing"));
+  EXPECT_EQ(open, (std::vector<std::size_t>{2, 1}));
+}
+
 // --- values of the client's key ---
 
 TEST_F(Discovery, ReadsATextValuePaddedToTheFullWidth) {
@@ -204,6 +224,25 @@ TEST_F(Discovery, ExpandsAValueThatIsMeantToBe) {
                    R"(RegQueryWszExpand: rgchValue = %ws\n [%Office%\a.dll])",
                    R"(RegQueryWszExpand: rgchValue(expanded) = %ws\n [D:\Office\a.dll])",
                    R"(Exit RegQueryWszExpand: dwErr = 0x%08X\n [0])"}));
+}
+
+TEST_F(Discovery, PadsAnExpansionWhateverTheSystemLeavesBehindIt) {
+  std::u16string left(kFullWidth, u'\0');
+  std::uint32_t length = 0;
+  ASSERT_EQ(platform::ExpandEnvironment(u"a", left.data(), kFullWidth, length), platform::kSuccess);
+  ASSERT_NE(left, Padded(u"a"));
+  SetClientText(u"DllPath", u"a", platform::kRegExpandSz);
+  const RegistryKey key = ClientKey();
+  EXPECT_EQ(RegQueryWszExpand(key, u"DllPath"), Padded(u"a"));
+}
+
+TEST_F(Discovery, ExpandsAValueThatFillsItsRoomWithoutATerminator) {
+  machine_.SetVariable(u"\u7878", u"D:\\Office\\");
+  std::string bytes = std::string("%\0xx%\0", 6) + std::string(254, 'x');
+  machine_.SetValue(Hive::kLocalMachine, kClientKey, u"DllPath", platform::kRegExpandSz, bytes);
+  const RegistryKey key = ClientKey();
+  EXPECT_EQ(RegQueryWszExpand(key, u"DllPath"),
+            Padded(u"D:\\Office\\" + std::u16string(127, 0x7878)));
 }
 
 TEST_F(Discovery, UsesAnExpansionOfUpTo259UnitsWithItsTerminator) {
@@ -351,6 +390,25 @@ TEST_F(Discovery, HasNoComponentPathWhenTheStubLacksTheFunction) {
   EXPECT_EQ(machine_.ModuleReferences(), 0u);
 }
 
+TEST_F(Discovery, HasNoComponentPathWhenTheStubsFunctionHasNoAddress) {
+  machine_.AddModule(kSystemMapi, {{"FGetComponentPath", nullptr}});
+  EXPECT_EQ(GetComponentPath(u"{C}", u"1", false), u"");
+  EXPECT_EQ(Trace(), (Lines{kEnterComponentPath + " [{C}, 1, 0]",
+                            R"(Exit GetComponentPath: fReturn = 0x%08X\n [0])"}));
+  EXPECT_EQ(machine_.ModuleReferences(), 0u);
+}
+
+TEST_F(Discovery, FreesTheStubBeforeTheLastLine) {
+  AddStub(kSystemMapi, "D:\\mapi.dll");
+  std::vector<std::size_t> references;
+  const auto look = [&] { references.push_back(machine_.ModuleReferences(kSystemMapi)); };
+  WatchTrace(u"GetComponentPath: path", look);
+  static_cast<void>(GetComponentPath(u"{C}", u"1", false));
+  WatchTrace(u"Exit GetComponentPath", look);
+  static_cast<void>(GetComponentPath(u"{C}", u"1", false));
+  EXPECT_EQ(references, (std::vector<std::size_t>{1, 0}));
+}
+
 TEST_F(Discovery, HasNoComponentPathWhenTheStubSaysNo) {
   AddStub(kSystemMapi, "D:\\mapi.dll", 0);
   EXPECT_EQ(GetComponentPath(u"{C}", u"1", false), u"");
@@ -381,6 +439,12 @@ TEST_F(Discovery, DeliberatelyKeepsOnlyTheLowByteOfEachUnitForTheStub) {
   EXPECT_EQ(StubQuestions(), Lines{"ABC, 1, 260, 0, zeroed"});
 }
 
+TEST_F(Discovery, DeliberatelyEndsATextForTheStubAtAUnitWhoseLowByteIsZero) {
+  AddStub(kSystemMapi, "D:\\mapi.dll");
+  EXPECT_EQ(GetComponentPath(u"{C}\u0100x", u"10\u020031", false), u"D:\\mapi.dll");
+  EXPECT_EQ(StubQuestions(), Lines{"{C}, 10, 260, 0, zeroed"});
+}
+
 TEST_F(Discovery, DeliberatelyWidensTheStubsPathWithTheSignOfEachByte) {
   AddStub(kSystemMapi, "D:\\J\xE4\x80\x7F\xFF");
   EXPECT_EQ(GetComponentPath(u"{C}", u"1", false), std::u16string(u"D:\\J") + char16_t{0xFFE4} +
@@ -405,7 +469,7 @@ TEST_F(Discovery, AsksForThe64BitOutlookFirst) {
   AddComponent(u"{A}", u"outlook.exe", u"C:\\32\\OUTLOOK.EXE");
   EXPECT_EQ(GetOutlookPath(u"{A}"), u"C:\\64\\OUTLOOK.EXE");
   EXPECT_EQ(InstallerQuestions(),
-            (Lines{"{A}, outlook.x64.exe, 0, size", "{A}, outlook.x64.exe, 0, fetch 18"}));
+            (Lines{"{A}, outlook.x64.exe, 0, size 0", "{A}, outlook.x64.exe, 0, fetch 18"}));
   EXPECT_EQ(Trace().front(), R"(Enter GetOutlookPath: szCategory = %ws\n [{A}])");
   EXPECT_EQ(Trace().back(), R"(Exit GetOutlookPath: Path = %ws\n [C:\64\OUTLOOK.EXE])");
 }
@@ -414,7 +478,7 @@ TEST_F(Discovery, DeliberatelyFetchesFromThe64BitOneAgainWhenTheOtherAnswered) {
   AddComponent(u"{A}", u"outlook.exe", u"C:\\32\\OUTLOOK.EXE");
   EXPECT_EQ(GetOutlookPath(u"{A}"), u"C:\\32\\OUTLOOK.EXE");
   EXPECT_EQ(InstallerQuestions(),
-            (Lines{"{A}, outlook.x64.exe, 0, size", "{A}, outlook.exe, 0, size",
+            (Lines{"{A}, outlook.x64.exe, 0, size 0", "{A}, outlook.exe, 0, size 0",
                    "{A}, outlook.x64.exe, 0, fetch 18", "{A}, outlook.exe, 0, fetch 18"}));
   Lines failures;
   for (const std::string& line : Trace()) {
@@ -429,7 +493,7 @@ TEST_F(Discovery, HasNoOutlookPathWhenNeitherIsKnown) {
   AddInstaller();
   EXPECT_EQ(GetOutlookPath(u"{A}"), u"");
   EXPECT_EQ(InstallerQuestions(),
-            (Lines{"{A}, outlook.x64.exe, 0, size", "{A}, outlook.exe, 0, size"}));
+            (Lines{"{A}, outlook.x64.exe, 0, size 0", "{A}, outlook.exe, 0, size 0"}));
   const Lines trace = Trace();
   EXPECT_EQ(Lines(trace.end() - 3, trace.end()),
             (Lines{kX64Failed, kX86Failed, R"(Exit GetOutlookPath: nothing found\n)"}));
@@ -467,6 +531,29 @@ TEST_F(Discovery, HasNothingFromAnOutlookPathThatIsEmpty) {
   EXPECT_EQ(Lines(trace.end() - 2, trace.end()),
             (Lines{R"(Exit GetOutlookPath: Path = %ws\n [])",
                    R"(Exit GetOutlookPath: nothing found\n)"}));
+}
+
+TEST_F(Discovery, ReadsOutlooksPathUpToItsEndWhateverSizeTheInstallerTells) {
+  AddCarelessComponent(u"{A}", u"outlook.x64.exe", u"C:\\o.exe", 40);
+  EXPECT_EQ(Readable(GetOutlookPath(u"{A}")), R"(C:\o.exe)");
+  EXPECT_EQ(InstallerQuestions().back(), "{A}, outlook.x64.exe, 0, fetch 41");
+}
+
+TEST_F(Discovery, EndsOutlooksPathAtAZeroUnit) {
+  AddCarelessComponent(u"{A}", u"outlook.x64.exe", std::u16string(u"C:\\a.exe\0.exe", 13), 13);
+  EXPECT_EQ(Readable(GetOutlookPath(u"{A}")), R"(C:\a.exe)");
+}
+
+TEST_F(Discovery, TakesAnOutlookPathThatFillsTheInstallersRoom) {
+  AddCarelessComponent(u"{A}", u"outlook.x64.exe", std::u16string(50, u'x'), 20);
+  EXPECT_EQ(Readable(GetOutlookPath(u"{A}")), std::string(21, 'x'));
+  EXPECT_EQ(Trace().back(), R"(Exit GetOutlookPath: Path = %ws\n [)" + std::string(21, 'x') + "]");
+}
+
+TEST_F(Discovery, HasNoRoomForAnOutlookPathOfTheLargestSize) {
+  AddCarelessComponent(u"{A}", u"outlook.x64.exe", u"C:\\o.exe", 0xFFFFFFFF);
+  EXPECT_EQ(GetOutlookPath(u"{A}"), u"");
+  EXPECT_EQ(InstallerQuestions().back(), "{A}, outlook.x64.exe, 0, fetch 0");
 }
 
 TEST_F(Discovery, FindsTheLibraryBesideOutlook) {
@@ -549,16 +636,45 @@ TEST_F(Discovery, ListsOnlyTheSystemsLibraryOnDemand) {
 TEST_F(Discovery, PrefersOutlookToTheDefaultClientOnDemand) {
   SetDefaultClient();
   SetClientText(u"DllPath", u"C:\\plain.dll");
-  machine_.SetString(Hive::kLocalMachine, u"Software\\Clients\\Mail\\Microsoft Outlook",
-                     u"DllPathEx", u"C:\\ol.dll");
+  machine_.SetString(Hive::kLocalMachine, kOutlookKey, u"DllPathEx", u"C:\\ol.dll");
   PreferOutlookClient = true;
   EXPECT_EQ(Texts(GetMapiCandidatePaths()), Lines{R"(C:\ol.dll)"});
   EXPECT_EQ(Trace().front(), R"(Enter GetHKeyMapiClient (%ws)\n [Microsoft Outlook])");
 }
 
-TEST_F(Discovery, ClosesTheClientsKey) {
+TEST_F(Discovery, ListsOnlyTheSystemsLibraryOnDemandAlsoWhenOutlookIsPreferred) {
+  machine_.SetString(Hive::kLocalMachine, kOutlookKey, u"DllPathEx", u"C:\\ol.dll");
+  UseSystemMapiOnly = true;
+  PreferOutlookClient = true;
+  EXPECT_EQ(Texts(GetMapiCandidatePaths()), Lines{Readable(kSystemMapi)});
+  EXPECT_EQ(machine_.Calls(), Lines{"SystemDirectory(260)"});
+}
+
+TEST_F(Discovery, AsksAllSourcesButTheSystemForThePreferredOutlook) {
   SetDefaultClient();
+  SetClientText(u"DllPath", u"C:\\plain.dll");
+  SetClientText(u"MSIComponentID", u"{C}");
+  SetClientText(u"MSIApplicationLCID", u"1031");
+  machine_.SetString(Hive::kLocalMachine, kOutlookKey, u"DllPathEx", u"C:\\ol_ex.dll");
+  machine_.SetString(Hive::kLocalMachine, kOutlookKey, u"DllPath", u"C:\\ol.dll");
+  machine_.SetString(Hive::kLocalMachine, kOutlookKey, u"MSIComponentID", u"{O}");
+  machine_.SetString(Hive::kLocalMachine, kOutlookKey, u"MSIApplicationLCID", u"1033");
+  AddStub(kSystemMapi, "C:\\ol_msi.dll");
+  AddComponent(OutlookComponentIds[3], u"outlook.exe", u"C:\\4\\o.exe");
+  PreferOutlookClient = true;
+  EXPECT_EQ(Texts(GetMapiCandidatePaths()),
+            (Lines{R"(C:\ol_ex.dll)", R"(C:\4\olmapi32.dll)", R"(C:\ol.dll)", R"(C:\ol_msi.dll)"}));
+  EXPECT_EQ(StubQuestions(), Lines{"{O}, 1033, 260, 0, zeroed"});
+}
+
+TEST_F(Discovery, ClosesTheClientsKeyWhenAllSourcesHaveBeenAsked) {
+  SetDefaultClient();
+  // The system directory is asked for twice: on the way to the installer, and for the system's own
+  // library, which is the last source.
+  std::vector<std::size_t> open;
+  WatchTrace(u"Enter GetSystemDirectory", [&] { open.push_back(machine_.OpenHandles()); });
   static_cast<void>(GetMapiCandidatePaths());
+  EXPECT_EQ(open, (std::vector<std::size_t>{1, 1}));
   EXPECT_EQ(machine_.OpenHandles(), 0u);
 }
 

@@ -106,6 +106,17 @@ TEST_F(Library, IsLookedForOnceItIsThere) {
   EXPECT_EQ(machine_.ModuleReferences(kProxy), 0u);
 }
 
+TEST_F(Library, IsInstalledOnlyWhenTheCompanionHasBeenLookedFor) {
+  int looks = 0;
+  WatchTrace(u"LoadFromOLMAPIDir - loading \"", [&] {
+    ++looks;
+    EXPECT_EQ(GetMAPIHandle(), RawModule{});
+    EXPECT_EQ(MapiHandleGeneration, 1u);
+  });
+  SetMAPIHandle(Load(kLibrary));
+  EXPECT_EQ(looks, 1);
+}
+
 TEST_F(Library, DeliberatelyNeverFindsTheCompanion) {
   AddComponent(OutlookComponentIds[0], u"outlook.exe", u"D:\\Office\\o.exe");
   AddEmptyLibrary(u"D:\\Office\\pstprx32.dll");

@@ -12,6 +12,7 @@
 #include "mapiload/entry_points.h"
 #include "mapiload/library.h"
 #include "mapiload/process_state.h"
+#include "mapiload/system_libraries.h"
 #include "mapiload/trace.h"
 #include "platform/call.h"
 #include "platform/worker.h"
@@ -177,6 +178,33 @@ TEST_F(SearchThreads, ThatInstallDifferentLibrariesKeepOne) {
   EXPECT_EQ(machine_.ModuleReferences(kSystemMapi) + machine_.ModuleReferences(u"C:\\b.dll"), 1u);
   EXPECT_EQ(machine_.ModuleReferences(machine_.ModulePath(GetMAPIHandle())), 1u);
   EXPECT_EQ(MapiHandleGeneration, 3u);
+}
+
+TEST_F(SearchThreads, ThatLoadASystemLibraryAtTheSameTimeKeepOneReference) {
+  AddInstaller();
+  // Each has found that the library is not loaded yet before one of them loads it.
+  Meeting not_loaded(2);
+  MapiLoadTraceSink = [&](const char16_t* format, TraceArguments) {
+    if (std::u16string_view(format).starts_with(u"LoadFromSystemDir - loading from")) {
+      not_loaded.Join();
+    }
+  };
+  const auto ask = [](void* status) -> std::uint32_t {
+    std::uint32_t count = 0;
+    *static_cast<std::uint32_t*>(status) =
+        ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count);
+    return 0;
+  };
+  std::uint32_t first = 0;
+  std::uint32_t second = 0;
+  {
+    const platform::Worker one = Start(ask, &first);
+    const platform::Worker other = Start(ask, &second);
+  }
+  MapiLoadTraceSink = nullptr;
+  EXPECT_EQ(first, 1607u);  // which the installer itself says
+  EXPECT_EQ(second, 1607u);
+  EXPECT_EQ(machine_.ModuleReferences(kInstaller), 1u);
 }
 
 TEST_F(SearchThreads, WhoseSearchFoundNothingDoNotUndoWhatAnotherHasBound) {

@@ -64,7 +64,9 @@ Procedure LoadProc(LazyFunction& function) {
     return nullptr;
   }
   Procedure procedure = nullptr;
-  if (platform::FindProcedure(library, function.name, procedure) != platform::kSuccess) {
+  // The address tells; a failure leaves none.
+  static_cast<void>(platform::FindProcedure(library, function.name, procedure));
+  if (procedure == nullptr) {
     MapiLoadTrace(u"LoadProc: failed to load \"%ws\" from \"%ws\"\n",
                   {function.wide_name, function.library});
     return nullptr;

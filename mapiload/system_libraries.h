@@ -18,19 +18,19 @@ std::u16string GetSystemDirectory();
 
 // Loads the library `name` from the system directory. The directory is asked for once in a process;
 // what that gave is kept, also when it was nothing. Owns nothing on failure and for an empty name.
-// Throws std::bad_alloc.
+// Throws std::bad_alloc, and std::system_error when what is kept cannot be locked.
 platform::Module LoadFromSystemDir(const char16_t* name);
 
 // MsiProvideQualifiedComponentW of the Windows Installer: tells the path of the component that is
 // registered under `category` and `qualifier`. `path` (null: only the size is asked for) has room
 // for `count` characters, terminator included; `count` becomes the path's length without it. The
 // install mode that is passed on is always 0 (INSTALLMODE_DEFAULT). Gives the installer's status (0
-// is success), or 0x80004005 (E_FAIL) when the function cannot be had. Throws std::bad_alloc.
+// is success), or 0x80004005 (E_FAIL) when the function cannot be had. Throws as LoadFromSystemDir.
 std::uint32_t ProvideQualifiedComponent(const char16_t* category, const char16_t* qualifier,
                                         std::uint32_t install_mode, char16_t* path,
                                         std::uint32_t* count);
 
-// GetModuleHandleExW of the system; null when it cannot be had. Throws std::bad_alloc.
+// GetModuleHandleExW of the system; null when it cannot be had. Throws as LoadFromSystemDir.
 using ModuleHandleExFunction = std::int32_t(PLATFORM_STDCALL*)(std::uint32_t flags,
                                                                const char16_t* name,
                                                                platform::RawModule* module);

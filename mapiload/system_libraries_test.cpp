@@ -127,15 +127,15 @@ TEST_F(SystemLibraries, AsksTheInstallerWithTheArgumentsPassedOn) {
   EXPECT_EQ(std::u16string(path), u"C:\\Office\\OUTLOOK.EXE");
   EXPECT_EQ(ProvideQualifiedComponent(u"{B}", u"outlook.exe", 0, nullptr, &count), 1607u);
   EXPECT_EQ(InstallerQuestions(),
-            (Lines{"{A}, outlook.exe, 0, size", "{A}, outlook.exe, 0, fetch 30",
-                   "{B}, outlook.exe, 0, size"}));
+            (Lines{"{A}, outlook.exe, 0, size 99", "{A}, outlook.exe, 0, fetch 30",
+                   "{B}, outlook.exe, 0, size 21"}));
 }
 
 TEST_F(SystemLibraries, DeliberatelyPassesInstallMode0WhateverIsAskedFor) {
   AddInstaller();
   std::uint32_t count = 0;
   static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0xFFFFFFFF, nullptr, &count));
-  EXPECT_EQ(InstallerQuestions(), Lines{"{A}, b, 0, size"});
+  EXPECT_EQ(InstallerQuestions(), Lines{"{A}, b, 0, size 0"});
 }
 
 TEST_F(SystemLibraries, BindsTheInstallerOnce) {
@@ -173,6 +173,15 @@ TEST_F(SystemLibraries, LooksAgainForAMissingExportWithoutLoadingAgain) {
   EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count), 1607u);
   EXPECT_EQ(machine_.CallsOf("LoadModule").size(), 1u);
   EXPECT_EQ(machine_.CallsOf("FindProcedure").size(), 3u);
+}
+
+TEST_F(SystemLibraries, TakesAnExportWithoutAnAddressForAMissingOne) {
+  machine_.AddModule(kInstaller, {{"MsiProvideQualifiedComponentW", nullptr}});
+  std::uint32_t count = 7;
+  EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count), 0x80004005u);
+  EXPECT_EQ(Trace().back(),
+            "load: LoadProc: failed to load \"%ws\" from \"%ws\"\\n "
+            "[MsiProvideQualifiedComponentW, msi.dll]");
 }
 
 TEST_F(SystemLibraries, BindsTheModuleHandleFunctionOfTheKernel) {

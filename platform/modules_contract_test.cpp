@@ -236,19 +236,19 @@ TEST_F(ModulesContract, TellsTheRoomThatTheSystemDirectoryNeeds) {
 
 // --- the environment ---
 
-// The text for which the seam gives `source`, with room enough.
+// The text for which the seam gives `source`, with room enough. The room belongs to the call: what
+// stands in it behind the terminator is not promised.
 std::u16string Expanded(const std::u16string& source) {
-  std::vector<char16_t> buffer(1000, kUntouched);
+  constexpr std::uint32_t kRoom = 1000;
+  std::vector<char16_t> buffer(kRoom + 1, kUntouched);
   std::uint32_t length = 0;
-  EXPECT_EQ(ExpandEnvironment(source.c_str(), buffer.data(),
-                              static_cast<std::uint32_t>(buffer.size()), length),
-            kSuccess);
-  if (length == 0 || length > buffer.size()) {
+  EXPECT_EQ(ExpandEnvironment(source.c_str(), buffer.data(), kRoom, length), kSuccess);
+  if (length == 0 || length > kRoom) {
     ADD_FAILURE() << length << " units";
     return {};
   }
   EXPECT_EQ(buffer[length - 1], u'\0');
-  EXPECT_EQ(buffer[length], kUntouched);
+  EXPECT_EQ(buffer[kRoom], kUntouched);
   return {buffer.data(), length - 1};
 }
 

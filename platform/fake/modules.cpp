@@ -177,6 +177,10 @@ Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t
     return variable == machine->environment.end() ? std::nullopt : std::optional(variable->second);
   };
   length = CopyIfItFits(software::ExpandVariables(source, value_of), buffer, capacity) + 1;
+  if (length < capacity) {
+    // Nobody promises what stands in the rest of the room, so it is never as it was.
+    std::fill(buffer + length, buffer + capacity, u'?');
+  }
   return kSuccess;
 }
 

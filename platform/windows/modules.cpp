@@ -15,6 +15,12 @@ HMODULE Handle(RawModule module) {
   return reinterpret_cast<HMODULE>(static_cast<std::uintptr_t>(module));
 }
 
+// The number of a call that gave nothing. Where the system left none, 0 would say that it worked.
+Status Failure() {
+  const DWORD error = GetLastError();
+  return error != ERROR_SUCCESS ? error : kGeneralFailure;
+}
+
 }  // namespace
 
 void ModuleTraits::Close(RawModule module) noexcept {
@@ -23,14 +29,14 @@ void ModuleTraits::Close(RawModule module) noexcept {
 
 Status LoadModule(const char16_t* path, Module& module) {
   const HMODULE loaded = LoadLibraryW(ToSystem(path));
-  const Status status = loaded != nullptr ? kSuccess : GetLastError();
+  const Status status = loaded != nullptr ? kSuccess : Failure();
   module.Reset(Raw(loaded));
   return status;
 }
 
 Status FindLoadedModule(const char16_t* name, RawModule& module) {
   module = Raw(GetModuleHandleW(ToSystem(name)));
-  return module != RawModule{} ? kSuccess : GetLastError();
+  return module != RawModule{} ? kSuccess : Failure();
 }
 
 Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
@@ -39,7 +45,7 @@ Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
     return kInvalidHandle;  // where the system would look in the program itself
   }
   procedure = reinterpret_cast<Procedure>(GetProcAddress(Handle(module), name));
-  return procedure != nullptr ? kSuccess : GetLastError();
+  return procedure != nullptr ? kSuccess : Failure();
 }
 
 Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {

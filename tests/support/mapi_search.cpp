@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "mapiload/discovery.h"
@@ -20,6 +21,7 @@ struct Doubles {
   struct Component {
     std::u16string path;
     std::uint32_t fetch_status = 0;
+    std::optional<std::uint32_t> careless_count = std::nullopt;
   };
   std::map<std::pair<std::u16string, std::u16string>, Component> components;
   std::vector<std::string> installer_questions;
@@ -27,6 +29,8 @@ struct Doubles {
   std::int32_t stub_answer = 0;
   std::vector<std::string> stub_questions;
   std::vector<std::string> trace;
+  std::u16string watched;
+  std::function<void()> look;
   bool record = true;
 };
 Doubles doubles;
@@ -41,7 +45,7 @@ std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* cat
   if (doubles.record) {
     doubles.installer_questions.push_back(
         Readable(category) + ", " + Readable(qualifier) + ", " + std::to_string(install_mode) +
-        (path == nullptr ? ", size" : ", fetch " + std::to_string(*count)));
+        (path == nullptr ? ", size " : ", fetch ") + std::to_string(*count));
   }
   // Memory may be running out, so the key is not made for a look-up.
   const auto found = std::find_if(
@@ -54,6 +58,13 @@ std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* cat
   }
   const Doubles::Component& component = found->second;
   const std::uint32_t room = *count;
+  if (component.careless_count) {
+    *count = *component.careless_count;
+    if (path != nullptr) {
+      std::copy_n(component.path.data(), std::min<std::size_t>(component.path.size(), room), path);
+    }
+    return 0;
+  }
   *count = static_cast<std::uint32_t>(component.path.size());
   if (path == nullptr) {
     return 0;
@@ -117,6 +128,9 @@ void Record(std::string start, const char16_t* format, TraceArguments arguments)
     line.replace(line.size() - 2, 2, "]");
   }
   doubles.trace.push_back(std::move(line));
+  if (doubles.look && std::u16string_view(format).starts_with(doubles.watched)) {
+    doubles.look();
+  }
 }
 
 }  // namespace
@@ -140,6 +154,7 @@ MapiSearchTest::~MapiSearchTest() {
 void MapiSearchTest::TearDown() {
   MapiTraceSink = nullptr;
   MapiLoadTraceSink = nullptr;
+  doubles.look = nullptr;
   ForgetMapiLoading();
   EXPECT_EQ(machine_.ModuleReferences(), 0u) << "a library kept a reference";
   MachineTest::TearDown();
@@ -179,6 +194,14 @@ void MapiSearchTest::AddUnfetchableComponent(std::u16string_view category,
                                                                                status};
 }
 
+void MapiSearchTest::AddCarelessComponent(std::u16string_view category,
+                                          std::u16string_view qualifier, std::u16string_view units,
+                                          std::uint32_t count) {
+  AddInstaller();
+  doubles.components[{std::u16string(category), std::u16string(qualifier)}] = {
+      std::u16string(units), 0, count};
+}
+
 std::vector<std::string> MapiSearchTest::InstallerQuestions() {
   return doubles.installer_questions;
 }
@@ -206,6 +229,11 @@ std::vector<std::string> MapiSearchTest::Trace() {
 
 void MapiSearchTest::ClearTrace() {
   doubles.trace.clear();
+}
+
+void MapiSearchTest::WatchTrace(std::u16string_view start, std::function<void()> look) {
+  doubles.watched = start;
+  doubles.look = std::move(look);
 }
 
 }  // namespace zentpost::test

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,7 +45,12 @@ class MapiSearchTest : public platform::fake::MachineTest {
   // A component whose size is told, but whose fetch fails with `status`.
   static void AddUnfetchableComponent(std::u16string_view category, std::u16string_view qualifier,
                                       std::uint32_t status);
-  // The questions so far: "CATEGORY, QUALIFIER, MODE, size" or "..., fetch COUNT".
+  // A component of an installer that heeds nothing but the size of the room: it says `count` to
+  // both questions, and writes as many of `units` as there is room for, with no terminator of its
+  // own.
+  static void AddCarelessComponent(std::u16string_view category, std::u16string_view qualifier,
+                                   std::u16string_view units, std::uint32_t count);
+  // The questions so far: "CATEGORY, QUALIFIER, MODE, size COUNT" or "..., fetch COUNT".
   static std::vector<std::string> InstallerQuestions();
 
   // The system's stub: a mapi32.dll or mapistub.dll with an FGetComponentPath that gives `answer`
@@ -61,6 +67,9 @@ class MapiSearchTest : public platform::fake::MachineTest {
   // "load: ".
   static std::vector<std::string> Trace();
   static void ClearTrace();
+  // Calls `look` at every line of either trace whose format begins so, when it is handed over: what
+  // it sees is how things are at that step.
+  static void WatchTrace(std::u16string_view start, std::function<void()> look);
 };
 
 }  // namespace zentpost::test
