@@ -44,8 +44,8 @@ using Procedure = void (*)();
 
 // Expands %NAME% in `source`, as ExpandEnvironmentStringsW does; a name that is not there stays
 // with its marks. `length` is the number of units needed or written, terminator included: more than
-// `capacity` when `buffer` did not take it, whose content is then unspecified. On failure `length`
-// is 0.
+// `capacity` when `buffer` did not take it, whose content is then unspecified, as is what stands
+// behind the terminator otherwise. On failure `length` is 0.
 [[nodiscard]] Status ExpandEnvironment(const char16_t* source, char16_t* buffer,
                                        std::uint32_t capacity, std::uint32_t& length);
 

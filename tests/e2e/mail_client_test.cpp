@@ -397,9 +397,10 @@ TEST_F(MailClient, AddressesFollowTheUsersSettings) {
                        .append(Info(start + "Address Prefix: '" + each.prefix + "'"))
                        .append(Info(start + "Address Suffix: '" + each.suffix + "'"));
     }
-    ExpectDelivered(fax, run,
-                    LoggedOn() + automation + computed + Contents() + Attached("letter.pdf") +
-                        Submitted() + CleanedUp());
+    std::string log = LoggedOn();
+    log.append(automation).append(computed).append(Contents()).append(Attached("letter.pdf"));
+    log.append(Submitted()).append(CleanedUp());
+    ExpectDelivered(fax, run, log);
     ExpectAccountsInOrder();
     KeepMail(fax, Sent() / "0001.eml", each.type, each.address);
   }
