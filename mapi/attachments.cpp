@@ -1,7 +1,6 @@
 #include "mapi/attachments.h"
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -80,21 +79,6 @@ HRESULT GetAttachmentFilename(const char16_t* path, std::u16string_view attach_n
   }
   file_name = LastToken(attach_name, u"\\/");
   return S_OK;
-}
-
-HRESULT AllocateProperties(MapiBuffer<SPropValue>& properties) {
-  constexpr std::uint32_t kSize = kPropertyRoom * sizeof(SPropValue);
-  void* block = nullptr;
-  const HRESULT result = MAPIAllocateBuffer(kSize, &block);
-  if (Failed(result)) {
-    return result;
-  }
-  if (block == nullptr) {
-    return MAPI_E_NOT_ENOUGH_MEMORY;
-  }
-  std::memset(block, 0, kSize);
-  properties.Reset(static_cast<SPropValue*>(block));
-  return result;
 }
 
 // The number of values that describe the attachment.
@@ -194,7 +178,9 @@ HRESULT AddAttachment(IMessage* message, const char16_t* path, std::uint32_t /*r
   }
   AttachmentFileData file_data;
   MapiBuffer<SPropValue> properties;
-  result = AllocateProperties(properties);
+  void* block = nullptr;
+  result = AllocateZeroed(kPropertyRoom * sizeof(SPropValue), block);
+  properties.Reset(static_cast<SPropValue*>(block));
   if (Failed(result)) {
     LogErrorWithCode(CodeOf(result),
                      u"AddAttachment(): The attachment property tag memory is not available.");

@@ -1,6 +1,10 @@
 // Owners of what the MAPI library hands out: each gives it back the way that the library asks for.
 #pragma once
 
+#include <cstdint>
+#include <cstring>
+
+#include "mapi/results.h"
 #include "mapiload/entry_points.h"
 #include "mapiload/extended_mapi.h"
 #include "platform/unique_handle.h"
@@ -28,6 +32,22 @@ struct BufferTraits {
 // A block that the library has allocated.
 template <class T>
 using MapiBuffer = platform::UniqueHandle<BufferTraits<T>>;
+
+// Takes a zeroed block of `size` bytes from the library, which `block`'s caller owns. On failure
+// `block` is null, also where the library claims a success without one.
+inline HRESULT AllocateZeroed(std::uint32_t size, void*& block) {
+  block = nullptr;
+  const HRESULT result = MAPIAllocateBuffer(size, &block);
+  if (Failed(result)) {
+    block = nullptr;
+    return result;
+  }
+  if (block == nullptr) {
+    return MAPI_E_NOT_ENOUGH_MEMORY;
+  }
+  std::memset(block, 0, size);
+  return result;
+}
 
 struct RowSetTraits {
   using Value = SRowSet*;

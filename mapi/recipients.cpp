@@ -1,7 +1,6 @@
 #include "mapi/recipients.h"
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -65,22 +64,6 @@ Address AutomaticAddress(const std::u16string& recipient, const std::u16string& 
 // Without automation the types are assigned the other way round, on purpose.
 Address PlainAddress(const std::u16string& recipient) {
   return {recipient, recipient.find(u'@') == std::u16string::npos ? u"SMTP" : u"FAX"};
-}
-
-// Takes a zeroed block of `size` bytes from the library. On failure `block` is null, also where the
-// library claims a success without one.
-HRESULT AllocateZeroed(std::uint32_t size, void*& block) {
-  block = nullptr;
-  const HRESULT result = MAPIAllocateBuffer(size, &block);
-  if (Failed(result)) {
-    block = nullptr;
-    return result;
-  }
-  if (block == nullptr) {
-    return MAPI_E_NOT_ENOUGH_MEMORY;
-  }
-  std::memset(block, 0, size);
-  return result;
 }
 
 }  // namespace
