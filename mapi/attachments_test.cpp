@@ -536,6 +536,16 @@ TEST_F(AttachmentOfMessage, ADocumentThatCannotBeLoadedGivesTheLoadersCode) {
   }
 }
 
+TEST_F(AttachmentOfMessage, ADocumentOf4GiBFailsBeforeThereIsAnAttachment) {
+  machine_.SetReportedSize(kPath, 0x100000000);
+  EXPECT_EQ(Add(u"Letter.pdf"), MakeResult(0x800700DF));
+  EXPECT_EQ(mapi_->CallsOf("IMessage::CreateAttach"), std::vector<std::string>());
+  EXPECT_NE(trace_.find("log ERROR: AddAttachment(): The attachment path cannot be read.\n"),
+            std::string::npos);
+  EXPECT_NE(trace_.find("Code 0x800700df --> "), std::string::npos);
+  EXPECT_TRUE(IsThere());
+}
+
 TEST_F(AttachmentOfMessage, AMissingFunctionShowsInItsOwnWay) {
   Furnish({"MAPIAllocateBuffer"});
   EXPECT_EQ(Add(u"Letter.pdf"), E_FAIL);
