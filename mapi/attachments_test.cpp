@@ -477,18 +477,21 @@ TEST_F(AttachmentOfMessage, EveryFailureKeepsTheDocument) {
        "The attachment cannot be saved. The attachment is corrupt.",
        {kRelease, kFree}},
   };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.call);
-    Furnish();
-    mapi_->Answer(test.call, 0, kFailure);
-    EXPECT_EQ(Add(u"Letter.pdf"), kFailure);
-    std::vector<std::string> expected(steps.begin(), steps.begin() + test.steps_done);
-    expected.push_back(std::string("log ERROR: AddAttachment(): ") + test.log);
-    expected.emplace_back(kFailureCode);
-    expected.insert(expected.end(), test.cleanup.begin(), test.cleanup.end());
-    EXPECT_EQ(trace_, Lines(expected));
-    EXPECT_TRUE(IsThere());
-    EXPECT_EQ(mapi_->SavedAttachments(), std::vector<std::string>());
+  for (const bool leaves_garbage : {false, true}) {
+    for (const auto& test : kCases) {
+      SCOPED_TRACE(std::string(test.call) + (leaves_garbage ? " with garbage" : ""));
+      Furnish();
+      mapi_->failures_leave_garbage = leaves_garbage;
+      mapi_->Answer(test.call, 0, kFailure);
+      EXPECT_EQ(Add(u"Letter.pdf"), kFailure);
+      std::vector<std::string> expected(steps.begin(), steps.begin() + test.steps_done);
+      expected.push_back(std::string("log ERROR: AddAttachment(): ") + test.log);
+      expected.emplace_back(kFailureCode);
+      expected.insert(expected.end(), test.cleanup.begin(), test.cleanup.end());
+      EXPECT_EQ(trace_, Lines(expected));
+      EXPECT_TRUE(IsThere());
+      EXPECT_EQ(mapi_->SavedAttachments(), std::vector<std::string>());
+    }
   }
 }
 

@@ -40,23 +40,26 @@ HRESULT OpenMessageModal(IMAPISession* session, IMsgStore* store, IMAPIFolder* o
       5, {PR_MESSAGE_FLAGS, PR_MESSAGE_CLASS_W, PR_ACCESS, PR_ENTRYID, PR_MSG_STATUS}};
   MapiBuffer<SPropValue> values;
   std::uint32_t count = 0;
-  HRESULT result = message->GetProps(reinterpret_cast<SPropTagArray*>(&tags), MAPI_UNICODE, &count,
-                                     values.Put());
+  HRESULT result = ForgetOnFailure(message->GetProps(reinterpret_cast<SPropTagArray*>(&tags),
+                                                     MAPI_UNICODE, &count, values.Put()),
+                                   count, values);
   if (Failed(result)) {
     LogErrorWithCode(CodeOf(result), u"OpenMessageModal(): Getting properties failed.");
     return result;
   }
   const MessageFacts facts = FactsOf(values.Get(), count);
   std::uintptr_t token = 0;
-  result = session->PrepareForm(nullptr, message, &token);
+  result = ForgetOnFailure(session->PrepareForm(nullptr, message, &token), token);
   if (Failed(result)) {
     LogErrorWithCode(CodeOf(result), u"OpenMessageModal(): Dialog preparation failed.");
     return result;
   }
   LogInfo(u"OpenMessageModal(): Dialog prepared.");
   std::uint32_t status = 0;
-  result = outbox->GetMessageStatus(facts.entry_id.cb,
-                                    reinterpret_cast<ENTRYID*>(facts.entry_id.lpb), 0, &status);
+  result = ForgetOnFailure(
+      outbox->GetMessageStatus(facts.entry_id.cb, reinterpret_cast<ENTRYID*>(facts.entry_id.lpb), 0,
+                               &status),
+      status);
   if (Failed(result)) {
     LogErrorWithCode(CodeOf(result),
                      u"OpenMessageModal(): Dialog message status retrieval failed.");

@@ -92,18 +92,21 @@ TEST_F(MessageForm, EveryFailureIsLoggedAndGivenBack) {
       {"IMAPIFolder::GetMessageStatus", 4, "Dialog message status retrieval failed.", true},
       {"IMAPISession::ShowForm", 6, "The form cannot be shown.", true},
   };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.call);
-    StartOver();
-    mapi_->Answer(test.call, 0, kFailure);
-    EXPECT_EQ(Open(), kFailure);
-    std::vector<std::string> expected(steps.begin(), steps.begin() + test.steps_done);
-    expected.push_back(std::string("log ERROR: OpenMessageModal(): ") + test.log);
-    expected.emplace_back(kFailureCode);
-    if (test.has_values) {
-      expected.emplace_back(kFree);
+  for (const bool leaves_garbage : {false, true}) {
+    for (const auto& test : kCases) {
+      SCOPED_TRACE(std::string(test.call) + (leaves_garbage ? " with garbage" : ""));
+      StartOver();
+      mapi_->failures_leave_garbage = leaves_garbage;
+      mapi_->Answer(test.call, 0, kFailure);
+      EXPECT_EQ(Open(), kFailure);
+      std::vector<std::string> expected(steps.begin(), steps.begin() + test.steps_done);
+      expected.push_back(std::string("log ERROR: OpenMessageModal(): ") + test.log);
+      expected.emplace_back(kFailureCode);
+      if (test.has_values) {
+        expected.emplace_back(kFree);
+      }
+      EXPECT_EQ(trace_, Lines(expected));
     }
-    EXPECT_EQ(trace_, Lines(expected));
   }
 }
 

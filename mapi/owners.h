@@ -37,9 +37,8 @@ using MapiBuffer = platform::UniqueHandle<BufferTraits<T>>;
 // `block` is null, also where the library claims a success without one.
 inline HRESULT AllocateZeroed(std::uint32_t size, void*& block) {
   block = nullptr;
-  const HRESULT result = MAPIAllocateBuffer(size, &block);
+  const HRESULT result = ForgetOnFailure(MAPIAllocateBuffer(size, &block), block);
   if (Failed(result)) {
-    block = nullptr;
     return result;
   }
   if (block == nullptr) {

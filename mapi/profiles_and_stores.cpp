@@ -17,8 +17,9 @@ namespace {
 HRESULT QueryTwoColumns(IMAPITable* table, std::uint32_t first, std::uint32_t second,
                         MapiRowSet& rows) {
   SizedSPropTagArray<2> columns = {2, {first, second}};
-  return HrQueryAllRows(table, reinterpret_cast<SPropTagArray*>(&columns), nullptr, nullptr, 0,
-                        rows.Put());
+  return ForgetOnFailure(HrQueryAllRows(table, reinterpret_cast<SPropTagArray*>(&columns), nullptr,
+                                        nullptr, 0, rows.Put()),
+                         rows);
 }
 
 // At most 256 bytes of the text are looked at. A text that cannot be converted changes nothing.
@@ -56,12 +57,12 @@ void CopyProfileName(const SPropValue& name, char16_t* profileName) {
 
 HRESULT GetDefaultProfile(char16_t* profileName) {
   MapiReference<IProfAdmin> profile_admin;
-  HRESULT result = MAPIAdminProfiles(0, profile_admin.Put());
+  HRESULT result = ForgetOnFailure(MAPIAdminProfiles(0, profile_admin.Put()), profile_admin);
   if (Failed(result) || !profile_admin) {
     return result;
   }
   MapiReference<IMAPITable> table;
-  result = profile_admin.Get()->GetProfileTable(0, table.Put());
+  result = ForgetOnFailure(profile_admin.Get()->GetProfileTable(0, table.Put()), table);
   if (Failed(result) || !table) {
     return result;
   }
@@ -112,15 +113,18 @@ HRESULT FindDefaultMsgStore(IMAPISession* session, IMsgStore** store) {
   const SBinary entry =
       row->lpProps[1].ulPropTag == PR_ENTRYID ? row->lpProps[1].Value.bin : SBinary{};
   auto* const entry_id = reinterpret_cast<ENTRYID*>(entry.lpb);
-  result = session->OpenMsgStore(0, entry.cb, entry_id, nullptr,
-                                 MDB_ONLINE | MAPI_DEFERRED_ERRORS | MDB_WRITE, store);
+  result =
+      ForgetOnFailure(session->OpenMsgStore(0, entry.cb, entry_id, nullptr,
+                                            MDB_ONLINE | MAPI_DEFERRED_ERRORS | MDB_WRITE, store),
+                      *store);
   if (!Failed(result)) {
     return result;
   }
   LogErrorWithCode(CodeOf(result),
                    u"FindDefaultMsgStore(): The message store canot be opened as online mode.");
-  result = session->OpenMsgStore(0, entry.cb, entry_id, nullptr, MAPI_DEFERRED_ERRORS | MDB_WRITE,
-                                 store);
+  result = ForgetOnFailure(session->OpenMsgStore(0, entry.cb, entry_id, nullptr,
+                                                 MAPI_DEFERRED_ERRORS | MDB_WRITE, store),
+                           *store);
   if (Failed(result)) {
     LogErrorWithCode(CodeOf(result), u"FindDefaultMsgStore(): The message store canot be opened.");
     // These rows are deliberately not freed; the process ends soon.

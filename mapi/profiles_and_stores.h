@@ -15,7 +15,8 @@ inline constexpr unsigned kProfileNameSize = 260;
 
 // Opens the session's default store, in online mode if that can be had, and puts it with a
 // reference into `store`, which is null before the call and stays so when no store is the default
-// one: that is a success too. Otherwise gives the result of the first call that failed for good.
+// one: that is a success too. Otherwise gives the result of the first call that failed for good,
+// and `store` is null.
 [[nodiscard]] HRESULT FindDefaultMsgStore(IMAPISession* session, IMsgStore** store);
 
 }  // namespace zentpost

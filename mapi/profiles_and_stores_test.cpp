@@ -190,18 +190,21 @@ TEST_F(DefaultProfile, EveryFailureIsGivenBackUnchanged) {
       {"IProfAdmin::GetProfileTable", table + "IProfAdmin::Release()\n"},
       {"HrQueryAllRows", rows + "IMAPITable::Release()\nIProfAdmin::Release()\n"},
   };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.call);
-    StartOver();
-    mapi_->Answer(test.call, 0, kFailure);
-    EXPECT_EQ(GetDefaultProfile(name_.Get()), kFailure);
-    EXPECT_EQ(Trace(), test.trace);
+  for (const bool leaves_garbage : {false, true}) {
+    for (const auto& test : kCases) {
+      SCOPED_TRACE(std::string(test.call) + (leaves_garbage ? " with garbage" : ""));
+      StartOver();
+      mapi_->failures_leave_garbage = leaves_garbage;
+      mapi_->Answer(test.call, 0, kFailure);
+      EXPECT_EQ(GetDefaultProfile(name_.Get()), kFailure);
+      EXPECT_EQ(Trace(), test.trace);
 
-    // A success that hands out nothing is still a success, and there is nothing to go on with.
-    StartOver();
-    mapi_->GiveNothing(test.call);
-    EXPECT_EQ(GetDefaultProfile(name_.Get()), S_OK);
-    EXPECT_EQ(Trace(), test.trace);
+      // A success that hands out nothing is still a success, and there is nothing to go on with.
+      StartOver();
+      mapi_->GiveNothing(test.call);
+      EXPECT_EQ(GetDefaultProfile(name_.Get()), S_OK);
+      EXPECT_EQ(Trace(), test.trace);
+    }
   }
   EXPECT_TRUE(name_.IsUntouched());
 }
@@ -390,6 +393,30 @@ TEST_F(DefaultStore, DeliberateTheRowsStayWhenItCannotBeOpenedAtAll) {
                            "log ERROR: FindDefaultMsgStore(): The message store canot be opened.",
                            "log ERROR: Code 0x8004010f --> (CDO) The value was not found.",
                            kReleaseTable}));
+  SettleAccounts("rows of the store table of HrQueryAllRows: not freed\n");
+}
+
+TEST_F(DefaultStore, WhatAFailedCallLeavesBehindIsNotUsed) {
+  for (const char* const call : {"IMAPISession::GetMsgStoresTable", "HrQueryAllRows"}) {
+    SCOPED_TRACE(call);
+    StartOver();
+    mapi_->failures_leave_garbage = true;
+    mapi_->Answer(call, 0, kFailure);
+    EXPECT_EQ(Find(), kFailure);
+    EXPECT_FALSE(has_store_);
+  }
+  StartOver();
+  mapi_->failures_leave_garbage = true;
+  mapi_->Answer("IMAPISession::OpenMsgStore", 0, kFailure);
+  EXPECT_EQ(Find(), S_OK);
+  EXPECT_TRUE(has_store_);
+
+  StartOver();
+  mapi_->failures_leave_garbage = true;
+  mapi_->Answer("IMAPISession::OpenMsgStore", 0, kFailure);
+  mapi_->Answer("IMAPISession::OpenMsgStore", 1, MAPI_E_NOT_FOUND);
+  EXPECT_EQ(Find(), MAPI_E_NOT_FOUND);
+  EXPECT_FALSE(has_store_);
   SettleAccounts("rows of the store table of HrQueryAllRows: not freed\n");
 }
 

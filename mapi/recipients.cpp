@@ -167,8 +167,10 @@ HRESULT AddRecipientAddress(IMAPISession* session, IMessage* message, const char
   next->ulPropTag = PR_ENTRYID;
   if (has_type) {
     SBinary& entry_id = next->Value.bin;
-    result = address_book.Get()->CreateOneOff(name, type, const_cast<char16_t*>(address),
-                                              MAPI_UNICODE, &entry_id.cb, one_off.Put());
+    result =
+        ForgetOnFailure(address_book.Get()->CreateOneOff(name, type, const_cast<char16_t*>(address),
+                                                         MAPI_UNICODE, &entry_id.cb, one_off.Put()),
+                        entry_id.cb, one_off);
     if (Failed(result)) {
       LogErrorWithCode(CodeOf(result),
                        u"AddRecipientAddress(): The ONE OFF address creation failed.");

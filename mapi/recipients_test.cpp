@@ -404,19 +404,22 @@ TEST_F(RecipientAddress, EveryFailureIsLoggedAndGivenBack) {
        "The message cannot be saved.",
        {kFreeList, kFreeOneOff, kReleaseBook}},
   };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.call);
-    StartOver();
-    mapi_->Answer(test.call, test.index, kFailure);
-    EXPECT_EQ(Add(), kFailure);
-    std::vector<std::string> expected(calls.begin(),
-                                      calls.begin() + static_cast<std::ptrdiff_t>(test.calls_done));
-    if (test.log != nullptr) {
-      expected.push_back(std::string("log ERROR: AddRecipientAddress(): ") + test.log);
-      expected.emplace_back(kFailureCode);
+  for (const bool leaves_garbage : {false, true}) {
+    for (const auto& test : kCases) {
+      SCOPED_TRACE(std::string(test.call) + (leaves_garbage ? " with garbage" : ""));
+      StartOver();
+      mapi_->failures_leave_garbage = leaves_garbage;
+      mapi_->Answer(test.call, test.index, kFailure);
+      EXPECT_EQ(Add(), kFailure);
+      std::vector<std::string> expected(
+          calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(test.calls_done));
+      if (test.log != nullptr) {
+        expected.push_back(std::string("log ERROR: AddRecipientAddress(): ") + test.log);
+        expected.emplace_back(kFailureCode);
+      }
+      expected.insert(expected.end(), test.cleanup.begin(), test.cleanup.end());
+      EXPECT_EQ(trace_, Lines(expected));
     }
-    expected.insert(expected.end(), test.cleanup.begin(), test.cleanup.end());
-    EXPECT_EQ(trace_, Lines(expected));
   }
 }
 
@@ -430,6 +433,12 @@ TEST_F(RecipientAddress, DeliberateWithoutAListTheRecipientIsMissingAndNothingFa
 
   StartOver();
   mapi_->GiveNothing("MAPIAllocateBuffer");
+  EXPECT_EQ(Add(), S_OK);
+  EXPECT_EQ(trace_, Lines(trace));
+
+  StartOver();
+  mapi_->failures_leave_garbage = true;
+  mapi_->Answer("MAPIAllocateBuffer", 0, MAPI_E_NOT_ENOUGH_MEMORY);
   EXPECT_EQ(Add(), S_OK);
   EXPECT_EQ(trace_, Lines(trace));
 

@@ -76,8 +76,10 @@ HRESULT OpenStore(MailObjects& objects) {
     LogErrorWithCode(CodeOf(result), u"SendMail(): The default message store cannot be found.");
     return result;
   }
-  result = objects.store.Get()->GetProps(nullptr, MAPI_UNICODE, &objects.store_value_count,
-                                         objects.store_values.Put());
+  result = ForgetOnFailure(
+      objects.store.Get()->GetProps(nullptr, MAPI_UNICODE, &objects.store_value_count,
+                                    objects.store_values.Put()),
+      objects.store_value_count, objects.store_values);
   if (Failed(result)) {
     LogErrorWithCode(CodeOf(result), u"SendMail(): The store properties cannot be obtained.");
   }
@@ -236,7 +238,7 @@ HRESULT Deliver(const Mail& mail, MailObjects& objects) {
 void DoMAPIFastShutdown(IMAPISession* session) {
   LogInfo(u"DoMAPIFastShutdown(): Function in progress.");
   void* found = nullptr;
-  if (!Failed(session->QueryInterface(IID_IMAPIClientShutdown, &found)) && found != nullptr) {
+  if (!Failed(ResultOf(session->QueryInterface(IID_IMAPIClientShutdown, &found), found))) {
     const MapiReference<IMAPIClientShutdown> shutdown(static_cast<IMAPIClientShutdown*>(found));
     if (!Failed(shutdown.Get()->QueryFastShutdown())) {
       const HRESULT result = shutdown.Get()->DoFastShutdown();

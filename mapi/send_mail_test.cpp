@@ -364,6 +364,37 @@ TEST_F(SendMailTest, OfTwoFailedLogonsTheSecondCounts) {
   EXPECT_TRUE(DocumentIsThere());
 }
 
+TEST_F(SendMailTest, WhatFirstFailuresLeaveBehindIsNotUsed) {
+  const auto expect_a_delivery = [this](const char* call) {
+    SCOPED_TRACE(call);
+    EXPECT_EQ(Send(), S_OK);
+    EXPECT_EQ(mapi_->SavedAttachments(), std::vector<std::string>({"PDF"}));
+    EXPECT_EQ(mapi_->CallsOf("IMessage::SubmitMessage").size(), 1u);
+    EXPECT_EQ(mapi_->Accounts(), "");
+    EXPECT_FALSE(DocumentIsThere());
+  };
+  for (const char* const call : {"MAPIAdminProfiles", "IProfAdmin::GetProfileTable",
+                                 "HrQueryAllRows", "MAPILogonEx", "IMAPISession::OpenMsgStore"}) {
+    Furnish();
+    mapi_->failures_leave_garbage = true;
+    mapi_->Answer(call, 0, kFailure);
+    expect_a_delivery(call);
+  }
+  Furnish();
+  mapi_->failures_leave_garbage = true;
+  mapi_->Answer("MAPILogonEx", 0, kFailure);
+  mapi_->Answer("IMAPISession::OpenMsgStore", 0, kFailure);
+  expect_a_delivery("both");
+}
+
+TEST_F(SendMailTest, WhatTwoFailedLogonsLeaveBehindIsNotUsed) {
+  mapi_->failures_leave_garbage = true;
+  mapi_->Answer("MAPILogonEx", 0, kFailure);
+  mapi_->Answer("MAPILogonEx", 1, MAPI_E_USER_CANCEL);
+  EXPECT_EQ(Send(), MAPI_E_USER_CANCEL);
+  EXPECT_EQ(mapi_->CallsOf("IMAPISession::Release"), std::vector<std::string>());
+}
+
 TEST_F(SendMailTest, ALogonWithoutASessionFailed) {
   mapi_->GiveNothing("MAPILogonEx", 0);
   mapi_->GiveNothing("MAPILogonEx", 1);
@@ -454,12 +485,16 @@ Steps Logged(const std::string& message) {
 class SendMailFailure : public SendMailTest {
  protected:
   void Expect(const FailingCall& test, const Mail& mail) {
-    SCOPED_TRACE(std::string(test.call) + " " + std::to_string(test.index));
-    Furnish();
-    mapi_->Answer(test.call, test.index, kFailure);
-    EXPECT_EQ(Send(mail), kFailure);
-    EXPECT_EQ(Trace(), Lines(test.before + test.after + CleanUp(test.held)));
-    EXPECT_EQ(DocumentIsThere(), test.document_is_there);
+    for (const bool leaves_garbage : {false, true}) {
+      SCOPED_TRACE(std::string(test.call) + " " + std::to_string(test.index) +
+                   (leaves_garbage ? " with garbage" : ""));
+      Furnish();
+      mapi_->failures_leave_garbage = leaves_garbage;
+      mapi_->Answer(test.call, test.index, kFailure);
+      EXPECT_EQ(Send(mail), kFailure);
+      EXPECT_EQ(Trace(), Lines(test.before + test.after + CleanUp(test.held)));
+      EXPECT_EQ(DocumentIsThere(), test.document_is_there);
+    }
   }
 };
 
@@ -655,21 +690,24 @@ TEST_F(SendMailTest, AClientWithoutFastShutdownIsLoggedOffAllTheSame) {
                                    "log DEBUG: Code 0x80040115 --> (CDO) A network error occured.",
                                    "IMAPIClientShutdown::Release()"}},
   };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.failing == nullptr ? "no interface" : test.failing);
-    Furnish();
-    mapi_->has_shutdown = test.has_shutdown;
-    if (test.failing != nullptr) {
-      mapi_->Answer(test.failing, 0, kFailure);
+  for (const bool leaves_garbage : {false, true}) {
+    for (const auto& test : kCases) {
+      SCOPED_TRACE(test.failing == nullptr ? "no interface" : test.failing);
+      Furnish();
+      mapi_->failures_leave_garbage = leaves_garbage;
+      mapi_->has_shutdown = test.has_shutdown;
+      if (test.failing != nullptr) {
+        mapi_->Answer(test.failing, 0, kFailure);
+      }
+      EXPECT_EQ(Send({.recipient = u""}), S_OK);
+      EXPECT_EQ(
+          Trace(),
+          Lines(kToMessage + kContents + Attachment(2) + kSubmit + kSubmitted +
+                Steps{"log DEBUG: SendMail(): cleanup.", "IMessage::Release()",
+                      "IMAPIFolder::Release()", "MAPIFreeBuffer(block 1)", "IMsgStore::Release()"} +
+                test.shutdown + Steps{"log INFO: DoMAPIFastShutdown(): Function end."} + kLogoff +
+                kFunctionEnd));
     }
-    EXPECT_EQ(Send({.recipient = u""}), S_OK);
-    EXPECT_EQ(
-        Trace(),
-        Lines(kToMessage + kContents + Attachment(2) + kSubmit + kSubmitted +
-              Steps{"log DEBUG: SendMail(): cleanup.", "IMessage::Release()",
-                    "IMAPIFolder::Release()", "MAPIFreeBuffer(block 1)", "IMsgStore::Release()"} +
-              test.shutdown + Steps{"log INFO: DoMAPIFastShutdown(): Function end."} + kLogoff +
-              kFunctionEnd));
   }
 }
 

@@ -215,6 +215,9 @@ std::string BlockText(const MapiState& state, const void* block) {
   return found == state.blocks.end() ? "an unknown block" : found->second.name;
 }
 
+// Puts what was just handed out among what is gone, as whoever uses it then learns.
+void TurnIntoGarbage(MapiState& state, void* address);
+
 // --- one call ---
 
 class Call {
@@ -274,18 +277,49 @@ class Call {
     return gives_ && place != nullptr;
   }
 
-  // Hands out what `make` gives, or null.
+  // Hands out what `make` gives, or null; a failing call garbage of the same kind, or nothing.
   template <class Place, class Make>
   void Give(Place** place, const Make& make) {
-    if (GivesTo(place)) {
+    if (result_ < 0) {
+      if (LeavesGarbageIn(place)) {
+        const std::size_t last_block = state_.last_block;
+        *place = make();
+        TurnIntoGarbage(state_, *place);
+        state_.last_block = last_block;
+      }
+    } else if (GivesTo(place)) {
       *place = make();
     } else if (place != nullptr) {
       *place = nullptr;
     }
   }
 
+  // Gives `number`; a failing call garbage, or nothing.
+  template <class Number>
+  void GiveNumber(void* place, Number number) {
+    if (result_ < 0) {
+      if (LeavesGarbageIn(place)) {
+        std::memset(place, kFreedByte, sizeof(number));
+      }
+    } else if (GivesTo(place)) {
+      std::memcpy(place, &number, sizeof(number));
+    }
+  }
+
+  // Makes a call that has not failed yet fail after all, without anything to hand out.
+  void Refuse(void** place, HRESULT result) {
+    if (result_ >= 0) {
+      *place = nullptr;
+      result_ = result;
+    }
+  }
+
  private:
   static constexpr std::size_t kTaken = static_cast<std::size_t>(-1);
+
+  [[nodiscard]] bool LeavesGarbageIn(const void* place) const {
+    return state_.fake.failures_leave_garbage && place != nullptr;
+  }
 
   std::string CallText(std::initializer_list<std::string> arguments) const {
     std::string text = name_ + "(";
@@ -390,6 +424,18 @@ void FreeBlock(MapiState& state, void* address, std::string_view function, bool 
   }
 }
 
+void TurnIntoGarbage(MapiState& state, void* address) {
+  if (state.blocks.contains(address)) {
+    Block& block = state.blocks[address];
+    block.name = "garbage of " + block.origin;
+    EndBlock(state, address);
+  } else {
+    Object& object = *state.objects.back();
+    object.name = "garbage " + object.name;
+    object.references = 0;
+  }
+}
+
 void FillValues(MapiState& state, void* whole, SPropValue* values, const Row& row) {
   for (const Property& property : row) {
     SPropValue& value = *values++;
@@ -480,9 +526,7 @@ class ObjectOf : public Interface, public Object {
 
   HRESULT PLATFORM_STDCALL QueryInterface(const GUID& id, void** place) override {
     Call call(*this, "QueryInterface");
-    if (call.Fails({InterfaceIdText(&id)})) {
-      return call.Result();
-    }
+    call.Fails({InterfaceIdText(&id)});
     return OtherInterface(call, id, place);
   }
 
@@ -499,9 +543,9 @@ class ObjectOf : public Interface, public Object {
   }
 
  protected:
-  virtual HRESULT OtherInterface(Call& /*call*/, const GUID& /*id*/, void** place) {
-    *place = nullptr;
-    return E_NOINTERFACE;
+  virtual HRESULT OtherInterface(Call& call, const GUID& /*id*/, void** place) {
+    call.Refuse(place, E_NOINTERFACE);
+    return call.Result();
   }
 };
 
@@ -543,15 +587,9 @@ class PropertyObject : public ObjectOf<Interface> {
   HRESULT PLATFORM_STDCALL GetProps(SPropTagArray* tags, std::uint32_t flags, std::uint32_t* count,
                                     SPropValue** values) override {
     Call call(*this, "GetProps");
-    if (call.Fails({TagsText(tags), Hex(flags)})) {
-      return call.Result();
-    }
+    call.Fails({TagsText(tags), Hex(flags)});
     const Row& own = Values();
-    if (call.GivesTo(count)) {
-      *count = static_cast<std::uint32_t>(own.size());
-    } else if (count != nullptr) {
-      *count = 0;
-    }
+    call.GiveNumber(count, static_cast<std::uint32_t>(own.size()));
     call.Give(values,
               [&] { return NewValues(this->state, own, this->interface_name + "::GetProps"); });
     return call.Result();
@@ -599,12 +637,8 @@ class Message final : public PropertyObject<IMessage> {
   HRESULT PLATFORM_STDCALL CreateAttach(const GUID* interface, std::uint32_t flags,
                                         std::uint32_t* number, IAttach** attachment) override {
     Call call(*this, "CreateAttach");
-    if (call.Fails({InterfaceIdText(interface), Hex(flags)})) {
-      return call.Result();
-    }
-    if (call.GivesTo(number)) {
-      *number = state.fake.attachment_number;
-    }
+    call.Fails({InterfaceIdText(interface), Hex(flags)});
+    call.GiveNumber(number, state.fake.attachment_number);
     call.Give(attachment, [&] { return NewObject<Attachment>(state); });
     return call.Result();
   }
@@ -641,9 +675,8 @@ class Outbox final : public PropertyObject<IMAPIFolder> {
   HRESULT PLATFORM_STDCALL GetMessageStatus(std::uint32_t size, ENTRYID* entry_id,
                                             std::uint32_t flags, std::uint32_t* status) override {
     Call call(*this, "GetMessageStatus");
-    if (!call.Fails({BinaryText(size, entry_id), Hex(flags)}) && call.GivesTo(status)) {
-      *status = state.fake.message_status;
-    }
+    call.Fails({BinaryText(size, entry_id), Hex(flags)});
+    call.GiveNumber(status, state.fake.message_status);
     return call.Result();
   }
 };
@@ -656,12 +689,8 @@ class Store final : public PropertyObject<IMsgStore> {
                                      std::uint32_t flags, std::uint32_t* type,
                                      IUnknown** entry) override {
     Call call(*this, "OpenEntry");
-    if (call.Fails({BinaryText(size, entry_id), InterfaceIdText(interface), Hex(flags)})) {
-      return call.Result();
-    }
-    if (call.GivesTo(type)) {
-      *type = kFolderType;
-    }
+    call.Fails({BinaryText(size, entry_id), InterfaceIdText(interface), Hex(flags)});
+    call.GiveNumber(type, kFolderType);
     call.Give(entry, [&] { return static_cast<IMAPIFolder*>(NewObject<Outbox>(state)); });
     return call.Result();
   }
@@ -678,13 +707,9 @@ class AddressBook final : public PropertyObject<IAddrBook> {
                                         char16_t* mail_address, std::uint32_t flags,
                                         std::uint32_t* size, ENTRYID** entry_id) override {
     Call call(*this, "CreateOneOff");
-    if (call.Fails({WideText(display_name), WideText(type), WideText(mail_address), Hex(flags)})) {
-      return call.Result();
-    }
+    call.Fails({WideText(display_name), WideText(type), WideText(mail_address), Hex(flags)});
     const std::string& bytes = state.fake.one_off;
-    if (call.GivesTo(size)) {
-      *size = static_cast<std::uint32_t>(bytes.size());
-    }
+    call.GiveNumber(size, static_cast<std::uint32_t>(bytes.size()));
     call.Give(entry_id, [&] {
       void* const block = NewNumberedBlock(state, bytes.size(), "IAddrBook::CreateOneOff");
       std::memcpy(block, bytes.data(), bytes.size());
@@ -720,10 +745,8 @@ class ProfileAdministration final : public ObjectOf<IProfAdmin> {
 
   HRESULT PLATFORM_STDCALL GetProfileTable(std::uint32_t flags, IMAPITable** table) override {
     Call call(*this, "GetProfileTable");
-    if (!call.Fails({Hex(flags)})) {
-      call.Give(table,
-                [&] { return NewObject<Table>(state, "profile table", state.fake.profiles); });
-    }
+    call.Fails({Hex(flags)});
+    call.Give(table, [&] { return NewObject<Table>(state, "profile table", state.fake.profiles); });
     return call.Result();
   }
 };
@@ -751,9 +774,8 @@ class Session final : public ObjectOf<IMAPISession> {
 
   HRESULT PLATFORM_STDCALL GetMsgStoresTable(std::uint32_t flags, IMAPITable** table) override {
     Call call(*this, "GetMsgStoresTable");
-    if (!call.Fails({Hex(flags)})) {
-      call.Give(table, [&] { return NewObject<Table>(state, "store table", state.fake.stores); });
-    }
+    call.Fails({Hex(flags)});
+    call.Give(table, [&] { return NewObject<Table>(state, "store table", state.fake.stores); });
     return call.Result();
   }
 
@@ -761,19 +783,17 @@ class Session final : public ObjectOf<IMAPISession> {
                                         ENTRYID* entry_id, const GUID* interface,
                                         std::uint32_t flags, IMsgStore** store) override {
     Call call(*this, "OpenMsgStore");
-    if (!call.Fails({std::to_string(window), BinaryText(size, entry_id), InterfaceIdText(interface),
-                     Hex(flags)})) {
-      call.Give(store, [&] { return NewObject<Store>(state); });
-    }
+    call.Fails({std::to_string(window), BinaryText(size, entry_id), InterfaceIdText(interface),
+                Hex(flags)});
+    call.Give(store, [&] { return NewObject<Store>(state); });
     return call.Result();
   }
 
   HRESULT PLATFORM_STDCALL OpenAddressBook(std::uintptr_t window, const GUID* interface,
                                            std::uint32_t flags, IAddrBook** book) override {
     Call call(*this, "OpenAddressBook");
-    if (!call.Fails({std::to_string(window), InterfaceIdText(interface), Hex(flags)})) {
-      call.Give(book, [&] { return NewObject<AddressBook>(state); });
-    }
+    call.Fails({std::to_string(window), InterfaceIdText(interface), Hex(flags)});
+    call.Give(book, [&] { return NewObject<AddressBook>(state); });
     return call.Result();
   }
 
@@ -799,15 +819,11 @@ class Session final : public ObjectOf<IMAPISession> {
   HRESULT PLATFORM_STDCALL PrepareForm(const GUID* interface, IMessage* message,
                                        std::uintptr_t* token) override {
     Call call(*this, "PrepareForm");
-    if (!call.Fails({InterfaceIdText(interface), ObjectText(state, message)}) &&
-        call.GivesTo(token)) {
-      const std::uintptr_t whole = state.fake.form_token;
-      const auto narrow = static_cast<std::uint32_t>(whole);
-      if (state.fake.has_narrow_token) {
-        std::memcpy(token, &narrow, sizeof(narrow));
-      } else {
-        *token = whole;
-      }
+    call.Fails({InterfaceIdText(interface), ObjectText(state, message)});
+    if (state.fake.has_narrow_token) {
+      call.GiveNumber(token, static_cast<std::uint32_t>(state.fake.form_token));
+    } else {
+      call.GiveNumber(token, state.fake.form_token);
     }
     return call.Result();
   }
@@ -815,8 +831,7 @@ class Session final : public ObjectOf<IMAPISession> {
  private:
   HRESULT OtherInterface(Call& call, const GUID& id, void** place) override {
     if (!(id == IID_IMAPIClientShutdown) || !state.fake.has_shutdown) {
-      *place = nullptr;
-      return E_NOINTERFACE;
+      call.Refuse(place, E_NOINTERFACE);
     }
     call.Give(place, [&]() -> void* {
       return static_cast<IMAPIClientShutdown*>(NewObject<ClientShutdown>(state));
@@ -836,25 +851,22 @@ HRESULT PLATFORM_STDCALL Initialize(void* init) {
 HRESULT PLATFORM_STDCALL LogonEx(std::uintptr_t window, char16_t* profile, char16_t* password,
                                  std::uint32_t flags, IMAPISession** session) {
   Call call("MAPILogonEx");
-  if (!call.Fails({std::to_string(window), WideText(profile), WideText(password), Hex(flags)})) {
-    call.Give(session, [] { return NewObject<Session>(*library); });
-  }
+  call.Fails({std::to_string(window), WideText(profile), WideText(password), Hex(flags)});
+  call.Give(session, [] { return NewObject<Session>(*library); });
   return call.Result();
 }
 
 HRESULT PLATFORM_STDCALL OpenFormMgr(IMAPISession* session, IMAPIFormMgr** manager) {
   Call call("MAPIOpenFormMgr");
-  if (!call.Fails({ObjectText(*library, session)})) {
-    call.Give(manager, [] { return NewObject<FormManager>(*library); });
-  }
+  call.Fails({ObjectText(*library, session)});
+  call.Give(manager, [] { return NewObject<FormManager>(*library); });
   return call.Result();
 }
 
 HRESULT PLATFORM_STDCALL AdminProfiles(std::uint32_t flags, IProfAdmin** administration) {
   Call call("MAPIAdminProfiles");
-  if (!call.Fails({Hex(flags)})) {
-    call.Give(administration, [] { return NewObject<ProfileAdministration>(*library); });
-  }
+  call.Fails({Hex(flags)});
+  call.Give(administration, [] { return NewObject<ProfileAdministration>(*library); });
   return call.Result();
 }
 
@@ -862,13 +874,12 @@ HRESULT PLATFORM_STDCALL QueryAllRows(IMAPITable* table, SPropTagArray* tags,
                                       SRestriction* restriction, SSortOrderSet* order,
                                       std::int32_t maximum, SRowSet** rows) {
   Call call("HrQueryAllRows");
-  if (!call.Fails({ObjectText(*library, table), TagsText(tags), NullOr(restriction), NullOr(order),
-                   std::to_string(maximum)})) {
-    call.Give(rows, [&] {
-      const auto* const own = static_cast<Table*>(table);
-      return NewRows(*library, own->rows, own->name);
-    });
-  }
+  call.Fails({ObjectText(*library, table), TagsText(tags), NullOr(restriction), NullOr(order),
+              std::to_string(maximum)});
+  call.Give(rows, [&] {
+    const auto* const own = static_cast<Table*>(table);
+    return NewRows(*library, own->rows, own->name);
+  });
   return call.Result();
 }
 
@@ -892,9 +903,8 @@ void PLATFORM_STDCALL FreeAddressList(ADRLIST* list) {
 
 SCODE PLATFORM_STDCALL AllocateBuffer(std::uint32_t size, void** buffer) {
   Call call("MAPIAllocateBuffer");
-  if (!call.Fails({std::to_string(size)})) {
-    call.Give(buffer, [&] { return NewNumberedBlock(*library, size, "MAPIAllocateBuffer"); });
-  }
+  call.Fails({std::to_string(size)});
+  call.Give(buffer, [&] { return NewNumberedBlock(*library, size, "MAPIAllocateBuffer"); });
   return call.Result();
 }
 

@@ -39,8 +39,9 @@ struct MapiState;
 //
 // Every call is recorded by the machine (Machine::Calls), in order with the machine's own, and all
 // but those that give no result count among its fallible calls; with a number below 0x80000000 such
-// a call fails with its HRESULT_FROM_WIN32. A failing call does nothing and writes nothing. Calls
-// are told without the places for their results, arguments as they came:
+// a call fails with its HRESULT_FROM_WIN32. A failing call does nothing, and writes nothing unless
+// it is to leave garbage. Calls are told without the places for their results, arguments as they
+// came:
 //   MAPILogonEx(0, "Outlook", null, 0x80000029)
 //   IMAPISession::OpenMsgStore(0, 4 bytes 01020304, null, 0x10c)
 //   IMessage::SetProps(2, [0x001a001f "IPM.Note", 0x0e0a0102 4 bytes 0a0b0c0d], null)
@@ -73,6 +74,9 @@ class FakeMapi {
   bool has_shutdown = true;
   // What CreateOneOff gives.
   std::string one_off = "one-off";
+  // Whether a failing call leaves garbage in the places for its results: objects that were released
+  // and blocks that were freed before anybody got them, and great numbers.
+  bool failures_leave_garbage = false;
   // A resolved entry of an address list comes in a block of its own, which replaces the old one.
   bool resolving_moves_entries = false;
 

@@ -168,5 +168,42 @@ TEST_F(FakeMapiTest, AFailingCallWritesNothing) {
   EXPECT_EQ(block, nullptr);
 }
 
+TEST_F(FakeMapiTest, AFailingCallMayLeaveGarbageThatNobodyMayUse) {
+  mapi_->failures_leave_garbage = true;
+  IMAPISession* const session = mapi_->OpenSession();
+  IMsgStore* const store = mapi_->OpenStore();
+  mapi_->Answer("MAPIAllocateBuffer", 0, E_FAIL);
+  void* block = nullptr;
+  EXPECT_EQ(MAPIAllocateBuffer(4, &block), E_FAIL);
+  MAPIFreeBuffer(block);
+  mapi_->Answer("IMsgStore::GetProps", 0, E_FAIL);
+  std::uint32_t count = 0;
+  SPropValue* values = nullptr;
+  EXPECT_EQ(store->GetProps(nullptr, 0, &count, &values), E_FAIL);
+  EXPECT_EQ(count, 0xDDDDDDDDu);
+  MAPIFreeBuffer(values);
+  mapi_->Answer("IMAPISession::OpenMsgStore", 0, E_FAIL);
+  IMsgStore* garbage = nullptr;
+  EXPECT_EQ(session->OpenMsgStore(0, 0, nullptr, nullptr, 0, &garbage), E_FAIL);
+  garbage->Release();
+  store->Release();
+  session->Release();
+  SettleAccounts(
+      "MAPIFreeBuffer of garbage of MAPIAllocateBuffer, which is freed already\n"
+      "MAPIFreeBuffer of garbage of IMsgStore::GetProps, which is freed already\n"
+      "IMsgStore::Release on the released garbage store\n");
+}
+
+TEST_F(FakeMapiTest, GarbageTakesNoBlocksNumber) {
+  mapi_->failures_leave_garbage = true;
+  mapi_->Answer("MAPIAllocateBuffer", 0, E_FAIL);
+  void* block = nullptr;
+  EXPECT_EQ(MAPIAllocateBuffer(4, &block), E_FAIL);
+  EXPECT_EQ(MAPIAllocateBuffer(4, &block), S_OK);
+  MAPIFreeBuffer(block);
+  EXPECT_EQ(Trace(),
+            Lines({"MAPIAllocateBuffer(4)", "MAPIAllocateBuffer(4)", "MAPIFreeBuffer(block 1)"}));
+}
+
 }  // namespace
 }  // namespace zentpost::test
