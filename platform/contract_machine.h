@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,8 +34,18 @@ std::u16string Folder();
 void AddFolder(const std::u16string& path);
 void SetFile(const std::u16string& path, std::string_view bytes);
 bool MakeReadOnly(const std::u16string& path);  // false: this user may still write to it
+void AddLink(const std::u16string& path, const std::u16string& link);  // another path of that file
+std::u16string Pipe();  // the path of a named pipe whose other end nobody uses
 std::optional<std::string> FileBytes(const std::u16string& path);  // absent: no such file
 bool FolderExists(const std::u16string& path);                     // a separator may end it
+
+// The file's other name, as systems keep one for programs that know only short ones; absent: it has
+// none.
+std::optional<std::u16string> ShortName(const std::u16string& path);
+
+// Takes all that this system lets a program take of a file (its sharing, its locks), as another
+// program's handle, for as long as the result lives.
+std::shared_ptr<void> HoldAlone(const std::u16string& path);
 
 // Peers on 127.0.0.1. They are served, one connection after the other, until the test's end.
 enum class Peer {

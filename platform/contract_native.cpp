@@ -191,6 +191,10 @@ bool MakeReadOnly(const std::u16string& path) {
   return !IsWritable(path);
 }
 
+void AddLink(const std::u16string& path, const std::u16string& link) {
+  std::filesystem::create_hard_link(SystemPath(path), SystemPath(link));
+}
+
 std::optional<std::string> FileBytes(const std::u16string& path) {
   std::ifstream file(SystemPath(path), std::ios::binary);
   if (!file) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -633,6 +634,92 @@ TEST_F(FilesContract, AppendingMakesNoFolder) {
   EXPECT_FALSE(FolderExists(Path(u"none")));
   AddFolder(Path(u"folder"));
   EXPECT_EQ(AppendToFile(Path(u"folder"), "x", 1), kAccessDenied);
+}
+
+TEST_F(FilesContract, AFileIsTheSameByWhateverPathItIsReached) {
+  AddFolder(Path(u"A folder of some length"));
+  const std::u16string path = Path(u"A folder of some length\\A document of some length.txt");
+  SetFile(path, "abc");
+  AddLink(path, Path(u"link.txt"));
+  std::vector<std::u16string> paths = {
+      path,
+      Path(u"link.txt"),
+      Path(u"A folder of some length/A document of some length.txt"),
+      Path(u".\\A folder of some length\\\\.\\A document of some length.txt"),
+      Path(u"A folder of some length\\..\\link.txt"),
+  };
+  // Where case does not matter, the machine itself finds the file by it.
+  const std::u16string other_case = Path(u"A FOLDER of some length\\a document OF SOME length.TXT");
+  if (FileBytes(other_case)) {
+    paths.push_back(other_case);
+  }
+  if (const std::optional<std::u16string> short_name = ShortName(path)) {
+    paths.push_back(*short_name);
+  }
+  FileIdentity expected;
+  ASSERT_EQ(IdentifyFile(path, expected), kSuccess);
+  EXPECT_FALSE(expected == FileIdentity());
+  for (const std::u16string& each : paths) {
+    SCOPED_TRACE(testing::PrintToString(each));
+    FileIdentity identity;
+    EXPECT_EQ(IdentifyFile(each, identity), kSuccess);
+    EXPECT_TRUE(identity == expected);
+  }
+  EXPECT_EQ(FileBytes(path), "abc");
+}
+
+TEST_F(FilesContract, TwoFilesAreToldApart) {
+  AddFolder(Path(u"folder"));
+  SetFile(Path(u"a.txt"), "abc");
+  const std::u16string others[] = {Path(u"b.txt"), Path(u"folder\\a.txt")};
+  for (const std::u16string& other : others) {
+    SCOPED_TRACE(testing::PrintToString(other));
+    SetFile(other, "abc");
+    FileIdentity first;
+    FileIdentity second;
+    EXPECT_EQ(IdentifyFile(Path(u"a.txt"), first), kSuccess);
+    EXPECT_EQ(IdentifyFile(other, second), kSuccess);
+    EXPECT_FALSE(first == second);
+  }
+}
+
+TEST_F(FilesContract, AFileStaysTheSameWhenItIsWritten) {
+  SetFile(Path(u"a.txt"), "abc");
+  FileIdentity before;
+  EXPECT_EQ(IdentifyFile(Path(u"a.txt"), before), kSuccess);
+  EXPECT_EQ(AppendToFile(Path(u"a.txt"), "def", 3), kSuccess);
+  File file;
+  ASSERT_EQ(OpenFileAt(Path(u"a.txt"), OpenMode::kRewrite, file), kSuccess);
+  FileIdentity after;
+  EXPECT_EQ(IdentifyFile(Path(u"a.txt"), after), kSuccess);
+  EXPECT_TRUE(before == after);
+}
+
+TEST_F(FilesContract, AFileIsIdentifiedHoweverOthersHoldIt) {
+  SetFile(Path(u"a.txt"), "abc");
+  FileIdentity before;
+  EXPECT_EQ(IdentifyFile(Path(u"a.txt"), before), kSuccess);
+  const std::shared_ptr<void> held = HoldAlone(Path(u"a.txt"));
+  FileIdentity after;
+  EXPECT_EQ(IdentifyFile(Path(u"a.txt"), after), kSuccess);
+  EXPECT_TRUE(before == after);
+}
+
+TEST_F(FilesContract, WhatIsNoFileOnADiskHasNoIdentity) {
+  AddFolder(Path(u"folder"));
+  SetFile(Path(u"a.txt"), "abc");
+  const FileIdentity untouched = {7, {7}};
+  FileIdentity identity = untouched;
+  EXPECT_EQ(IdentifyFile(Path(u"none.txt"), identity), kFileNotFound);
+  EXPECT_EQ(IdentifyFile(Path(u"none\\a.txt"), identity), kPathNotFound);
+  EXPECT_EQ(IdentifyFile(Path(u"a.txt\\b.txt"), identity), kPathNotFound);
+  EXPECT_EQ(IdentifyFile(u"", identity), kPathNotFound);
+  EXPECT_EQ(IdentifyFile(Path(u"folder"), identity), kAccessDenied);
+  // Asked twice: a pipe may be busy behind the first question.
+  const std::u16string pipe = Pipe();
+  EXPECT_EQ(IdentifyFile(pipe, identity), kAccessDenied);
+  EXPECT_EQ(IdentifyFile(pipe, identity), kAccessDenied);
+  EXPECT_TRUE(identity == untouched);
 }
 
 TEST_F(FilesContract, TheTemporaryFolderExistsAndEndsWithASeparator) {

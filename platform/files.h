@@ -2,6 +2,7 @@
 // touched here.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -44,6 +45,23 @@ using File = UniqueHandle<FileTraits>;
 [[nodiscard]] Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size);
 
 [[nodiscard]] Status RemoveFile(const std::u16string& path);
+
+// Which file it is that a path leads to. Two paths lead to one file when their identities are
+// equal, however they are spelled and whichever links lie on the way; this holds as long as the
+// file is there.
+struct FileIdentity {
+  std::uint64_t volume = 0;
+  std::array<std::uint8_t, 16> file = {};
+
+  bool operator==(const FileIdentity&) const = default;
+};
+
+// Tells the identity of the file at `path` without opening it for reading or writing: it works
+// however others have opened the file, changes nothing and never waits. Only files on a disk have
+// one: anything else that is there gives kAccessDenied, what is missing the number of OpenFileAt.
+// kNotSupported: the file system tells files apart by their paths alone. On failure `identity` is
+// as it was.
+[[nodiscard]] Status IdentifyFile(const std::u16string& path, FileIdentity& identity);
 
 // The folder for temporary files, ending with a separator, as GetTempPathW gives it: `length` is
 // the number of units without the terminator when `buffer` (room for `capacity` units) took it, and

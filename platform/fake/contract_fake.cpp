@@ -72,6 +72,25 @@ bool MakeReadOnly(const std::u16string& path) {
   return true;
 }
 
+void AddLink(const std::u16string& path, const std::u16string& link) {
+  fake::TheMachine().AddLink(path, link);
+}
+
+std::u16string Pipe() {
+  const std::u16string path = Folder() + u"\\pipe";
+  fake::TheMachine().AddPipe(path);
+  return path;
+}
+
+std::optional<std::u16string> ShortName(const std::u16string& /*path*/) {
+  return std::nullopt;
+}
+
+// Nobody takes files in this machine.
+std::shared_ptr<void> HoldAlone(const std::u16string& /*path*/) {
+  return nullptr;
+}
+
 std::optional<std::string> FileBytes(const std::u16string& path) {
   return fake::TheMachine().FileBytes(path);
 }

@@ -1,6 +1,7 @@
 #include "platform/files.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 #include "platform/fake/machine_state.h"
@@ -25,7 +26,8 @@ std::u16string PathOf(const fake::OpenFile* open) {
   return open == nullptr ? std::u16string() : open->path;
 }
 
-// Finds the file at `path`. Gives kFileNotFound when only the file itself is missing.
+// Finds the file at `path`. Gives kFileNotFound when only the file itself is missing, kAccessDenied
+// when something else is there.
 Status FindStored(LockedMachine& machine, const std::u16string& path,
                   std::shared_ptr<fake::StoredFile>& file) {
   const std::u16string normal = fake::NormalPath(path);
@@ -41,6 +43,9 @@ Status FindStored(LockedMachine& machine, const std::u16string& path,
   const auto found = machine->files.find(normal);
   if (found == machine->files.end()) {
     return kFileNotFound;
+  }
+  if (found->second->is_pipe) {
+    return kAccessDenied;
   }
   file = found->second;
   return kSuccess;
@@ -184,6 +189,21 @@ Status RemoveFile(const std::u16string& path) {
     return kSharingViolation;
   }
   machine->files.erase(fake::NormalPath(path));
+  return kSuccess;
+}
+
+Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("IdentifyFile", path))) {
+    return fault;
+  }
+  std::shared_ptr<fake::StoredFile> stored;
+  if (const Status status = FindStored(machine, path, stored)) {
+    return status;
+  }
+  identity = {1, {}};
+  const fake::StoredFile* const address = stored.get();
+  std::memcpy(identity.file.data(), &address, sizeof(address));
   return kSuccess;
 }
 

@@ -35,6 +35,16 @@ RegistryValues& MakeKey(MachineState& state, const std::u16string& path) {
   return state.keys[path];
 }
 
+// Puts `file` at `path` and makes the parents.
+void Store(MachineState& state, std::u16string_view path, std::shared_ptr<StoredFile> file) {
+  const std::u16string normal = NormalPath(path);
+  const std::size_t separator = normal.rfind(u'\\');
+  if (separator != std::u16string::npos) {
+    state.MakeFolder(std::u16string_view(normal).substr(0, separator));
+  }
+  state.files[normal] = std::move(file);
+}
+
 }  // namespace
 
 Machine::Machine() : state_(std::make_unique<MachineState>()) {
@@ -96,15 +106,22 @@ void Machine::AddFolder(std::u16string_view path) {
 }
 
 void Machine::SetFile(std::u16string_view path, std::string bytes) {
-  const std::u16string normal = NormalPath(path);
-  const std::lock_guard lock(state_->mutex);
-  const std::size_t separator = normal.rfind(u'\\');
-  if (separator != std::u16string::npos) {
-    state_->MakeFolder(std::u16string_view(normal).substr(0, separator));
-  }
   auto file = std::make_shared<StoredFile>();
   file->bytes = std::move(bytes);
-  state_->files[normal] = std::move(file);
+  const std::lock_guard lock(state_->mutex);
+  Store(*state_, path, std::move(file));
+}
+
+void Machine::AddPipe(std::u16string_view path) {
+  auto pipe = std::make_shared<StoredFile>();
+  pipe->is_pipe = true;
+  const std::lock_guard lock(state_->mutex);
+  Store(*state_, path, std::move(pipe));
+}
+
+void Machine::AddLink(std::u16string_view path, std::u16string_view link) {
+  const std::lock_guard lock(state_->mutex);
+  Store(*state_, link, state_->files.at(NormalPath(path)));
 }
 
 void Machine::Remove(std::u16string_view path) {

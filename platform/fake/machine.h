@@ -64,12 +64,18 @@ class Machine {
   void SetDword(Hive hive, std::u16string_view path, std::u16string_view name,
                 std::uint32_t number);
 
-  // Files. '/' and '\' are the same in a path, repeated ones count once, case matters, and a name
-  // without a folder is in the current folder, which always exists. As on Windows, a file that is
-  // open cannot be removed through the seam (kSharingViolation). AddFolder and SetFile make the
-  // parents; SetFile replaces what is there.
+  // Files. '/' and '\' are the same in a path, repeated ones count once, "." and ".." are resolved
+  // as they are read, case matters, and a name without a folder is in the current folder, which
+  // always exists. As on Windows, a file that is open cannot be removed through the seam
+  // (kSharingViolation). AddFolder and SetFile make the parents; SetFile replaces what is there.
   void AddFolder(std::u16string_view path);
   void SetFile(std::u16string_view path, std::string bytes);
+  // Puts something there that is no file on a disk, as a named pipe is, and makes the parents. It
+  // has no bytes, and every use of it through the seam fails with kAccessDenied.
+  void AddPipe(std::u16string_view path);
+  // Makes `link` another path of the file at `path`, which must exist, and the parents of `link`.
+  // What is written under one path is read under the other, and each goes away alone.
+  void AddLink(std::u16string_view path, std::u16string_view link);
   // Takes a file away, read-only or not, or a folder with all that is in it.
   void Remove(std::u16string_view path);
   // What the file holds; nothing when there is no such file.
@@ -133,6 +139,7 @@ class Machine {
   //   OpenFileAt(C:\a.txt, kRead)                      QueryFileSize(C:\a.txt)
   //   ReadBytes(C:\a.txt, 512)                         WriteBytes(C:\a.txt, 57)
   //   AppendToFile(C:\a.txt, 57)                       RemoveFile(C:\a.txt)
+  //   IdentifyFile(C:\a.txt)
   //   TemporaryFolder(260)                             LocalApplicationDataFolder()
   //   AllocateBlock(40)                                InitializeCommonControls(0xff)
   //   WriteDebugOutput(text)                           SystemMessage(0x5)

@@ -46,7 +46,27 @@ std::u16string NormalKeyPath(std::u16string_view path) {
 std::u16string NormalPath(std::u16string_view path) {
   std::u16string with_backslashes(path);
   std::replace(with_backslashes.begin(), with_backslashes.end(), u'/', u'\\');
-  return NormalKeyPath(with_backslashes);
+  const std::u16string single = NormalKeyPath(with_backslashes);
+  std::u16string_view rest = single;
+  std::vector<std::u16string_view> names;
+  while (!rest.empty()) {
+    const std::size_t end = std::min(rest.find(u'\\'), rest.size());
+    const std::u16string_view name = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    if (name == u"..") {
+      // A drive and the current folder have no parent here.
+      if (names.size() > 1 || (names.size() == 1 && !names[0].ends_with(u':'))) {
+        names.pop_back();
+      }
+    } else if (name != u".") {
+      names.push_back(name);
+    }
+  }
+  std::u16string normal;
+  for (const std::u16string_view& name : names) {
+    normal.append(&name == names.data() ? u"" : u"\\").append(name);
+  }
+  return normal;
 }
 
 MachineContents::MachineContents() {

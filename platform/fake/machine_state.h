@@ -34,7 +34,7 @@ void AddSystemModules(MachineContents& contents);
 std::u16string_view HiveName(Hive hive);
 
 // A path without repeated backslashes and without one at its end. NormalPath turns slashes into
-// backslashes first; in the registry they are ordinary characters.
+// backslashes first and resolves "." and ".."; in the registry they are ordinary characters.
 std::u16string NormalKeyPath(std::u16string_view path);
 std::u16string NormalPath(std::u16string_view path);
 
@@ -48,6 +48,7 @@ using RegistryValues = std::map<std::u16string, RegistryValue>;  // by name, fol
 struct StoredFile {
   std::string bytes;
   bool read_only = false;
+  bool is_pipe = false;
   std::optional<std::uint64_t> reported_size;
 };
 

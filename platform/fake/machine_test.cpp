@@ -202,6 +202,49 @@ TEST_F(Machine, FileIsTheSameUnderEverySpellingOfItsPath) {
   EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{u"C:\\Data\\a.txt"});
 }
 
+TEST_F(Machine, DotsInAPathAreResolvedAsTheyAreRead) {
+  machine_.SetFile(u"C:\\Data\\a.txt", "bytes");
+  machine_.SetFile(u"b.txt", "others");
+  for (const char16_t* const path :
+       {u"C:\\Data\\.\\a.txt", u"C:\\Data\\..\\Data\\a.txt", u"C:\\..\\Data/../Data/./a.txt",
+        u"C:\\None\\..\\Data\\a.txt"}) {
+    EXPECT_EQ(machine_.FileBytes(path), "bytes");
+  }
+  EXPECT_EQ(ReadAll(OpenedFile(u".\\b.txt")), "others");
+  EXPECT_EQ(ReadAll(OpenedFile(u"C\\..\\b.txt")), "others");
+  EXPECT_EQ(machine_.FileBytes(u"...\\b.txt"), std::nullopt);
+}
+
+TEST_F(Machine, LinkIsAnotherPathOfTheSameFile) {
+  machine_.SetFile(u"C:\\Data\\a.txt", "first");
+  machine_.AddLink(u"C:\\Data\\a.txt", u"C:\\Links\\b.txt");
+  machine_.SetFile(u"C:\\Data\\c.txt", "first");
+  FileIdentity file;
+  FileIdentity link;
+  FileIdentity other;
+  EXPECT_EQ(IdentifyFile(u"C:\\Data\\a.txt", file), kSuccess);
+  EXPECT_EQ(IdentifyFile(u"C:\\Links\\b.txt", link), kSuccess);
+  EXPECT_EQ(IdentifyFile(u"C:\\Data\\c.txt", other), kSuccess);
+  EXPECT_TRUE(file == link);
+  EXPECT_FALSE(file == other);
+  EXPECT_EQ(AppendToFile(u"C:\\Links\\b.txt", ", second", 8), kSuccess);
+  EXPECT_EQ(machine_.FileBytes(u"C:\\Data\\a.txt"), "first, second");
+  EXPECT_EQ(RemoveFile(u"C:\\Data\\a.txt"), kSuccess);
+  EXPECT_EQ(machine_.FileBytes(u"C:\\Links\\b.txt"), "first, second");
+}
+
+TEST_F(Machine, PipeIsNoFile) {
+  machine_.AddPipe(u"\\\\.\\pipe\\a");
+  File file;
+  EXPECT_EQ(OpenFileAt(u"\\\\.\\pipe\\a", OpenMode::kRead, file), kAccessDenied);
+  EXPECT_EQ(OpenFileAt(u"\\\\.\\pipe\\a", OpenMode::kRewrite, file), kAccessDenied);
+  EXPECT_EQ(AppendToFile(u"\\\\.\\pipe\\a", "x", 1), kAccessDenied);
+  EXPECT_EQ(RemoveFile(u"\\\\.\\pipe\\a"), kAccessDenied);
+  FileIdentity identity;
+  EXPECT_EQ(IdentifyFile(u"\\\\.\\pipe\\a", identity), kAccessDenied);
+  EXPECT_EQ(machine_.FileBytes(u"\\\\.\\pipe\\a"), "");
+}
+
 TEST_F(Machine, FolderMustExistToTakeAFile) {
   EXPECT_EQ(AppendToFile(u"C:\\New\\Sub\\a.txt", "a", 1), kPathNotFound);
   machine_.AddFolder(u"C:\\New\\Sub\\");
@@ -448,6 +491,11 @@ class EverySeamCall : public Machine {
         {"WriteBytes(out.txt, 1)", [this] { return WriteBytes(output_, "x", 1); }},
         {"AppendToFile(b.txt, 1)", [] { return AppendToFile(u"b.txt", "x", 1); }},
         {"RemoveFile(b.txt)", [] { return RemoveFile(u"b.txt"); }},
+        {"IdentifyFile(C:\\Temp\\\u00E4.txt)",
+         [] {
+           FileIdentity identity;
+           return IdentifyFile(u"C:\\Temp\\\u00E4.txt", identity);
+         }},
         {"TemporaryFolder(32)",
          [] {
            char16_t folder[32];

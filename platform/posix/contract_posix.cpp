@@ -1,12 +1,16 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -161,6 +165,55 @@ bool SetValue(Hive hive, const std::u16string& path, const std::u16string& name,
   registry_text += u"=" + HexList(type, bytes) + u"\r\n";
   WriteRegistry();
   return true;
+}
+
+std::u16string Pipe() {
+  const std::filesystem::path path = SystemPath(Folder() + u"/pipe");
+  if (mkfifo(path.c_str(), 0600) != 0) {
+    Fail("mkfifo");
+  }
+  return path.u16string();
+}
+
+std::optional<std::u16string> ShortName(const std::u16string&) {
+  return std::nullopt;
+}
+
+// There are locks only, and this program's would not hinder itself: another process takes them.
+std::shared_ptr<void> HoldAlone(const std::u16string& path) {
+  const std::filesystem::path native = SystemPath(path);
+  int ready[2] = {};
+  if (pipe(ready) != 0) {
+    Fail("pipe");
+  }
+  const pid_t holder = fork();
+  if (holder == 0) {
+    const int file = open(native.c_str(), O_RDWR);
+    struct flock everything = {};
+    everything.l_type = F_WRLCK;
+    everything.l_whence = SEEK_SET;
+    const bool taken =
+        file >= 0 && flock(file, LOCK_EX) == 0 && fcntl(file, F_SETLK, &everything) == 0;
+    const char answer = taken ? 'y' : 'n';
+    if (write(ready[1], &answer, 1) == 1) {
+      pause();
+    }
+    _exit(1);
+  }
+  close(ready[1]);
+  char answer = 'n';
+  const bool answered = holder > 0 && read(ready[0], &answer, 1) == 1;
+  close(ready[0]);
+  std::shared_ptr<void> held(nullptr, [holder](void*) {
+    if (holder > 0) {
+      kill(holder, SIGKILL);
+      waitpid(holder, nullptr, 0);
+    }
+  });
+  if (!answered || answer != 'y') {
+    throw std::runtime_error("a file of the test could not be locked");
+  }
+  return held;
 }
 
 std::u16string DebugOutput() {

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errno_status.h"
@@ -163,6 +164,21 @@ Status RemoveFile(const std::u16string& path) {
     return kAccessDenied;
   }
   return unlink(native.c_str()) == 0 ? kSuccess : PathStatus(native, errno);
+}
+
+Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
+  const std::string native = NativePath(path);
+  struct stat properties = {};
+  if (stat(native.c_str(), &properties) != 0) {
+    return PathStatus(native, errno);
+  }
+  if (!S_ISREG(properties.st_mode)) {
+    return kAccessDenied;
+  }
+  identity = {properties.st_dev, {}};
+  static_assert(sizeof(properties.st_ino) <= sizeof(identity.file));
+  std::memcpy(identity.file.data(), &properties.st_ino, sizeof(properties.st_ino));
+  return kSuccess;
 }
 
 Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {

@@ -105,6 +105,8 @@ std::mutex debug_mutex;
 std::u16string debug_output;
 void* debug_handler = nullptr;
 
+HANDLE pipe = INVALID_HANDLE_VALUE;
+
 // Takes what a debugger would get, so that the system passes it on to nobody else.
 LONG CALLBACK TakeDebugOutput(EXCEPTION_POINTERS* exception) {
   const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
@@ -137,6 +139,10 @@ void PrepareMachine() {
 }
 
 void ClearMachine() {
+  if (pipe != INVALID_HANDLE_VALUE) {
+    CloseHandle(pipe);
+    pipe = INVALID_HANDLE_VALUE;
+  }
   RemoveVectoredExceptionHandler(debug_handler);
   RemoveKeys();
   ClearFilesAndPeers();
@@ -166,6 +172,36 @@ bool SetValue(Hive hive, const std::u16string& path, const std::u16string& name,
                      reinterpret_cast<const BYTE*>(data.data()), static_cast<DWORD>(bytes.size()));
   RegCloseKey(key);
   return status == ERROR_SUCCESS;
+}
+
+std::u16string Pipe() {
+  const std::string process = std::to_string(GetCurrentProcessId());
+  const std::u16string path =
+      u"\\\\.\\pipe\\zentpost-contract-" + std::u16string(process.begin(), process.end());
+  if (pipe == INVALID_HANDLE_VALUE) {
+    pipe = CreateNamedPipeW(ToSystem(path.c_str()), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT,
+                            1, 512, 512, 0, nullptr);
+    if (pipe == INVALID_HANDLE_VALUE) {
+      Fail("CreateNamedPipeW", GetLastError());
+    }
+  }
+  return path;
+}
+
+std::optional<std::u16string> ShortName(const std::u16string& path) {
+  wchar_t name[4096] = {};
+  const DWORD length = GetShortPathNameW(ToSystem(path.c_str()), name, std::size(name));
+  const std::u16string found(FromSystem(name), length);
+  return length == 0 || found == path ? std::nullopt : std::optional(found);
+}
+
+std::shared_ptr<void> HoldAlone(const std::u16string& path) {
+  HANDLE file = CreateFileW(ToSystem(path.c_str()), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    Fail("CreateFileW", GetLastError());
+  }
+  return {file, CloseHandle};
 }
 
 std::u16string DebugOutput() {

@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "platform/windows/wide.h"
 
@@ -17,12 +18,24 @@ constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
 constexpr DWORD kTurnOffsetLow = 0xFFFFFFFE;
 constexpr DWORD kTurnOffsetHigh = 0x7FFFFFFF;
 
+// What Windows 8 and later tell of a file (published in winbase.h as FILE_ID_INFO and FileIdInfo,
+// which the headers keep back from programs that run on Windows 7, too).
+struct FileIdInformation {
+  ULONGLONG volume;
+  std::uint8_t file[16];
+};
+constexpr auto kFileIdInformation = static_cast<FILE_INFO_BY_HANDLE_CLASS>(18);
+
 HANDLE Handle(const File& file) {
   return reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(file.Get()));
 }
 
 DWORD Piece(std::size_t size) {
   return static_cast<DWORD>(std::min(size, kLargestPiece));
+}
+
+bool IsOnDisk(const File& file) {
+  return GetFileType(Handle(file)) == FILE_TYPE_DISK;
 }
 
 Status Open(const std::u16string& path, DWORD access, DWORD sharing, DWORD disposition,
@@ -129,6 +142,44 @@ Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t s
 
 Status RemoveFile(const std::u16string& path) {
   return DeleteFileW(ToSystem(path.c_str())) ? kSuccess : GetLastError();
+}
+
+// The number that every system tells, and the larger one where the file's system has it: on a
+// volume whose numbers fit into 64 bits the two are the same. The volume's number is always the one
+// that every system tells.
+Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
+  File file;
+  if (const Status status = Open(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                 OPEN_EXISTING, file);
+      status != kSuccess) {
+    return status == ERROR_PIPE_BUSY ? kAccessDenied : status;
+  }
+  if (!IsOnDisk(file)) {
+    return kAccessDenied;
+  }
+  BY_HANDLE_FILE_INFORMATION known = {};
+  if (!GetFileInformationByHandle(Handle(file), &known)) {
+    return GetLastError();
+  }
+  FileIdentity found = {known.dwVolumeSerialNumber, {}};
+  const std::uint64_t index =
+      static_cast<std::uint64_t>(known.nFileIndexHigh) << 32 | known.nFileIndexLow;
+  for (std::size_t i = 0; i < sizeof(index); ++i) {
+    found.file[i] = static_cast<std::uint8_t>(index >> (8 * i));
+  }
+  FileIdInformation large = {};
+  if (GetFileInformationByHandleEx(Handle(file), kFileIdInformation, &large, sizeof(large))) {
+    std::copy(std::begin(large.file), std::end(large.file), found.file.begin());
+  }
+  // Nothing but zeros, or nothing but ones, stands for no number.
+  for (const std::uint8_t none : {std::uint8_t{0x00}, std::uint8_t{0xFF}}) {
+    if (std::count(found.file.begin(), found.file.end(), none) ==
+        static_cast<std::ptrdiff_t>(found.file.size())) {
+      return kNotSupported;
+    }
+  }
+  identity = found;
+  return kSuccess;
 }
 
 Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
