@@ -1,5 +1,9 @@
 #include "diag/format.h"
 
+#include <cstring>
+
+#include "diag/utf8_text.h"
+
 namespace zentpost {
 namespace {
 
@@ -34,7 +38,11 @@ void AppendArgument(std::u16string& out, const FormatArgument& argument,
                     format_internal::Conversion conversion) {
   switch (conversion.type) {
     case u's':
-      out.append(argument.Text());
+      if (argument.Utf8() != nullptr) {
+        AppendUtf8(out, argument.Utf8());
+      } else {
+        out.append(argument.Text());
+      }
       break;
     case u'd': {
       const std::int64_t number = argument.Signed();
@@ -58,8 +66,15 @@ void AppendArgument(std::u16string& out, const FormatArgument& argument,
 
 }  // namespace
 
-std::u16string FormatText(std::u16string_view format, std::span<const FormatArgument> arguments) {
-  std::u16string out;
+void AppendFormatted(std::u16string& out, std::u16string_view format,
+                     std::span<const FormatArgument> arguments) {
+  // Texts may be as long as a document: `out` does not grow step by step. Numbers are short.
+  std::size_t needed = out.size() + format.size() + 1;
+  for (const FormatArgument& argument : arguments) {
+    needed +=
+        argument.Utf8() != nullptr ? std::strlen(argument.Utf8()) + 1 : argument.Text().size();
+  }
+  out.reserve(needed);
   std::size_t used = 0;
   while (!format.empty()) {
     const std::size_t percent = format.find(u'%');
@@ -77,7 +92,6 @@ std::u16string FormatText(std::u16string_view format, std::span<const FormatArgu
     }
     format.remove_prefix(conversion.length == 0 ? format.size() : conversion.length);
   }
-  return out;
 }
 
 }  // namespace zentpost

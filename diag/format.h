@@ -12,6 +12,13 @@
 
 namespace zentpost {
 
+// A zero-terminated UTF-8 text as an argument (never null): it is converted where it comes to
+// stand, so that a long one does not exist in UTF-16 twice. Ill-formed bytes become U+FFFD; a text
+// that cannot be converted is empty.
+struct Utf8Text {
+  const char* bytes;
+};
+
 // One value to be formatted. Refers to the text it was made from; lives no longer than that.
 class FormatArgument {
  public:
@@ -24,6 +31,8 @@ class FormatArgument {
       : kind_(Kind::kText), text_(text.substr(0, text.find(u'\0'))) {}
   FormatArgument(const std::u16string& text)  // NOLINT(google-explicit-constructor): as above
       : FormatArgument(std::u16string_view(text)) {}
+  FormatArgument(Utf8Text text)  // NOLINT(google-explicit-constructor): as above
+      : kind_(Kind::kText), utf8_(text.bytes) {}
   FormatArgument(std::int32_t number)  // NOLINT(google-explicit-constructor): as above
       : kind_(Kind::kSigned), number_(static_cast<std::uint32_t>(number)) {}
   FormatArgument(std::uint32_t number)  // NOLINT(google-explicit-constructor): as above
@@ -35,6 +44,8 @@ class FormatArgument {
 
   [[nodiscard]] Kind GetKind() const { return kind_; }
   [[nodiscard]] std::u16string_view Text() const { return text_; }
+  // The text in UTF-8, which then stands for Text(); null when it is none.
+  [[nodiscard]] const char* Utf8() const { return utf8_; }
   [[nodiscard]] std::int32_t Signed() const { return static_cast<std::int32_t>(number_); }
   [[nodiscard]] std::uint32_t Unsigned() const { return static_cast<std::uint32_t>(number_); }
   [[nodiscard]] std::uintptr_t Pointer() const { return number_; }
@@ -42,6 +53,7 @@ class FormatArgument {
  private:
   Kind kind_;
   std::u16string_view text_;
+  const char* utf8_ = nullptr;
   std::uintptr_t number_ = 0;
 };
 
@@ -95,7 +107,7 @@ constexpr Conversion ReadConversion(std::u16string_view text) {
 
 template <class T>
 constexpr FormatArgument::Kind KindOf() {
-  if constexpr (std::convertible_to<T, std::u16string_view>) {
+  if constexpr (std::convertible_to<T, std::u16string_view> || std::same_as<T, Utf8Text>) {
     return FormatArgument::Kind::kText;
   } else if constexpr (std::is_pointer_v<std::decay_t<T>>) {
     return FormatArgument::Kind::kPointer;
@@ -171,18 +183,21 @@ class CheckedFormat {
   std::u16string_view text_;
 };
 
-// Formats `arguments` into `format`, which has been held against them. Supported: %s and %ws
-// (text), %d %u %x %X (32 bits; with a zero flag, a width and a precision), %p (upper-case
-// hexadecimal digits in the machine's full width) and %%. Throws std::bad_alloc.
-[[nodiscard]] std::u16string FormatText(std::u16string_view format,
-                                        std::span<const FormatArgument> arguments);
+// Formats `arguments` into `format`, which has been held against them, and appends that to `out`,
+// which is given room for it at once, and for one unit more. Supported: %s and %ws (text), %d %u %x
+// %X (32 bits; with a zero flag, a width and a precision), %p (upper-case hexadecimal digits in the
+// machine's full width) and %%. Throws std::bad_alloc when memory runs out.
+void AppendFormatted(std::u16string& out, std::u16string_view format,
+                     std::span<const FormatArgument> arguments);
 
-// The same for a format literal and its arguments.
+// The same as a text of its own, for a format literal and its arguments.
 template <class... Args>
 [[nodiscard]] std::u16string Format(std::type_identity_t<CheckedFormat<Args...>> format,
                                     const Args&... args) {
   const std::initializer_list<FormatArgument> arguments = {FormatArgument(args)...};
-  return FormatText(format.Text(), std::span(arguments.begin(), arguments.size()));
+  std::u16string out;
+  AppendFormatted(out, format.Text(), std::span(arguments.begin(), arguments.size()));
+  return out;
 }
 
 }  // namespace zentpost

@@ -1,7 +1,8 @@
 #include "diag/log_file.h"
 
+#include <algorithm>
 #include <limits>
-#include <new>
+#include <span>
 
 #include "diag/client_settings.h"
 #include "diag/error_texts.h"
@@ -15,29 +16,40 @@ namespace {
 constexpr char16_t kLogFileName[] = u"zentpost.log";
 constexpr char16_t kLogFolder[] = u"\\VORNA\\Client\\Log\\";
 
-// The line as the file holds it: UTF-8, each line feed stored as CR LF. A line feed that already
-// has its carriage return gets another one.
-std::string FileBytes(const std::u16string& line) {
-  std::u16string stored;
-  stored.reserve(line.size() + 1);
+// The bytes that `line` takes in UTF-8, or a few more: a pair of surrogates takes four, not six.
+std::size_t Utf8Size(const std::u16string& line) {
+  std::size_t size = 0;
   for (const char16_t unit : line) {
-    if (unit == u'\n') {
-      stored.push_back(u'\r');
-    }
-    stored.push_back(unit);
+    size += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
   }
-  // A UTF-16 unit takes three bytes at the most.
-  if (stored.size() > std::numeric_limits<std::int32_t>::max() / 3) {
+  return size;
+}
+
+// The line as the file holds it: UTF-8, each line feed stored as CR LF. A line feed that already
+// has its carriage return gets another one. Empty when it cannot be converted.
+std::string FileBytes(const std::u16string& line) {
+  const auto line_feeds = static_cast<std::size_t>(std::count(line.begin(), line.end(), u'\n'));
+  const std::size_t size = Utf8Size(line);
+  if (size > std::numeric_limits<std::int32_t>::max()) {
     return {};
   }
-  std::string bytes(stored.size() * 3, '\0');
+  // Converted to where it leaves room for the carriage returns, and then moved up to them.
+  std::string bytes(line_feeds + size, '\0');
   std::int32_t written = 0;
-  if (platform::WideToBytes(
-          platform::CodePage::kUtf8, stored.data(), static_cast<std::int32_t>(stored.size()),
-          bytes.data(), static_cast<std::int32_t>(bytes.size()), written) != platform::kSuccess) {
+  if (platform::WideToBytes(platform::CodePage::kUtf8, line.data(),
+                            static_cast<std::int32_t>(line.size()), bytes.data() + line_feeds,
+                            static_cast<std::int32_t>(size), written) != platform::kSuccess) {
     return {};
   }
-  bytes.resize(static_cast<std::size_t>(written));
+  char* out = bytes.data();
+  const char* const end = bytes.data() + line_feeds + written;
+  for (const char* in = bytes.data() + line_feeds; in != end; ++in) {
+    if (*in == '\n') {
+      *out++ = '\r';
+    }
+    *out++ = *in;
+  }
+  bytes.resize(static_cast<std::size_t>(out - bytes.data()));
   return bytes;
 }
 
@@ -99,39 +111,28 @@ void WriteLogEntry(std::uint32_t level, std::u16string_view format,
   try {
     const bool to_file = ReadClientNumber(u"LogLevel") != 0;
     std::u16string line = FormatLogPrefix(level);
-    line += FormatText(format, std::span(arguments.begin(), arguments.size()));
+    AppendFormatted(line, format, std::span(arguments.begin(), arguments.size()));
     platform::WriteDebugOutput(line.c_str());
     platform::WriteDebugOutput(u"\n");
     line.push_back(u'\n');
     if (to_file) {
       AppendLine(line);
     }
-  } catch (const std::bad_alloc&) {
-    // Without memory there is no line; the job goes on.
+  } catch (...) {
+    // Without memory, or beyond what a text can hold, there is no line; the job goes on.
   }
 }
 
-void LogAt(std::uint32_t level, std::u16string_view format,
-           std::initializer_list<FormatArgument> arguments) noexcept {
-  try {
-    const std::u16string message =
-        FormatText(format, std::span(arguments.begin(), arguments.size()));
-    WriteLogEntry(level, u"%s", {FormatArgument(message)});
-  } catch (const std::bad_alloc&) {
-    // As in WriteLogEntry.
-  }
-}
-
-void LogAtWithCode(std::uint32_t level, std::uint32_t code, std::u16string_view format,
-                   std::initializer_list<FormatArgument> arguments) noexcept {
-  LogAt(level, format, arguments);
+void WriteLogEntryWithCode(std::uint32_t level, std::uint32_t code, std::u16string_view format,
+                           std::initializer_list<FormatArgument> arguments) noexcept {
+  WriteLogEntry(level, format, arguments);
   if (code == 0) {
     return;
   }
   try {
     const std::u16string text = GetErrorText(code);
-    LogAt(level, u"Code 0x%.8x --> %s", {FormatArgument(code), FormatArgument(text)});
-  } catch (const std::bad_alloc&) {
+    WriteLogEntry(level, u"Code 0x%.8x --> %s", {FormatArgument(code), FormatArgument(text)});
+  } catch (...) {
     // As in WriteLogEntry.
   }
 }

@@ -23,64 +23,59 @@ inline constexpr std::uint32_t kLevelDebug = 3;
 // Writes one line: time stamp, level tag, message, line end. The level decides only the tag, never
 // whether the line is written; an unknown level is tagged as INFO. The line always goes to the
 // debugger. It goes to the file at GetLogFilePath() as UTF-8 with CR LF line ends when "LogLevel"
-// is not 0; when the file cannot be written the line is dropped there. Gives up silently when
-// memory runs out.
+// is not 0; when the file cannot be written the line is dropped there. Does not throw; when memory
+// runs out the line is dropped. A percent sign in an argument is never read as a conversion.
 void WriteLogEntry(std::uint32_t level, std::u16string_view format,
                    std::initializer_list<FormatArgument> arguments) noexcept;
 
 // The log file's path: below the user's local application data or, when that folder cannot be had,
 // in the folder for temporary files. Neither is created here: the log folder belongs to the fax
-// client's installation.
+// client's installation. Throws std::bad_alloc when memory runs out, as the next one does.
 [[nodiscard]] std::u16string GetLogFilePath();
 
 // "2026/11/20 23:58:07 - INFO   : " for the present local time.
 [[nodiscard]] std::u16string FormatLogPrefix(std::uint32_t level);
 
-// What the entry points below share: formats the message, then writes it as a text of its own, so
-// that a percent sign in it is never read as a conversion.
-void LogAt(std::uint32_t level, std::u16string_view format,
-           std::initializer_list<FormatArgument> arguments) noexcept;
-
 // The same, and for a `code` other than 0 a second line "Code 0x%.8x --> %s" with the code's text.
-void LogAtWithCode(std::uint32_t level, std::uint32_t code, std::u16string_view format,
-                   std::initializer_list<FormatArgument> arguments) noexcept;
+void WriteLogEntryWithCode(std::uint32_t level, std::uint32_t code, std::u16string_view format,
+                           std::initializer_list<FormatArgument> arguments) noexcept;
 
 template <class... Args>
 void LogInfo(std::type_identity_t<CheckedFormat<Args...>> format, const Args&... args) noexcept {
-  LogAt(kLevelInfo, format.Text(), {FormatArgument(args)...});
+  WriteLogEntry(kLevelInfo, format.Text(), {FormatArgument(args)...});
 }
 
 template <class... Args>
 void LogWarning(std::type_identity_t<CheckedFormat<Args...>> format, const Args&... args) noexcept {
-  LogAt(kLevelWarning, format.Text(), {FormatArgument(args)...});
+  WriteLogEntry(kLevelWarning, format.Text(), {FormatArgument(args)...});
 }
 
 template <class... Args>
 void LogError(std::type_identity_t<CheckedFormat<Args...>> format, const Args&... args) noexcept {
-  LogAt(kLevelError, format.Text(), {FormatArgument(args)...});
+  WriteLogEntry(kLevelError, format.Text(), {FormatArgument(args)...});
 }
 
 template <class... Args>
 void LogDebug(std::type_identity_t<CheckedFormat<Args...>> format, const Args&... args) noexcept {
-  LogAt(kLevelDebug, format.Text(), {FormatArgument(args)...});
+  WriteLogEntry(kLevelDebug, format.Text(), {FormatArgument(args)...});
 }
 
 template <class... Args>
 void LogErrorWithCode(std::uint32_t code, std::type_identity_t<CheckedFormat<Args...>> format,
                       const Args&... args) noexcept {
-  LogAtWithCode(kLevelError, code, format.Text(), {FormatArgument(args)...});
+  WriteLogEntryWithCode(kLevelError, code, format.Text(), {FormatArgument(args)...});
 }
 
 template <class... Args>
 void LogWarningWithCode(std::uint32_t code, std::type_identity_t<CheckedFormat<Args...>> format,
                         const Args&... args) noexcept {
-  LogAtWithCode(kLevelWarning, code, format.Text(), {FormatArgument(args)...});
+  WriteLogEntryWithCode(kLevelWarning, code, format.Text(), {FormatArgument(args)...});
 }
 
 template <class... Args>
 void LogDebugWithCode(std::uint32_t code, std::type_identity_t<CheckedFormat<Args...>> format,
                       const Args&... args) noexcept {
-  LogAtWithCode(kLevelDebug, code, format.Text(), {FormatArgument(args)...});
+  WriteLogEntryWithCode(kLevelDebug, code, format.Text(), {FormatArgument(args)...});
 }
 
 }  // namespace zentpost

@@ -219,7 +219,7 @@ TEST_F(LogFile, CallsOfALineWithTheFile) {
                                   "BreakIntoLocalTime(1795219087)",
                                   "WriteDebugOutput(2026/11/20 23:58:07 - INFO   : one)",
                                   "WriteDebugOutput(\n)",
-                                  "WideToBytes(65001, 36, 108)",
+                                  "WideToBytes(65001, 35, 35)",
                                   "TemporaryFolder(260)",
                                   "LocalApplicationDataFolder()",
                                   "AppendToFile(C:\\AppData\\VORNA\\Client\\Log\\zentpost.log, 36)",
