@@ -738,6 +738,7 @@ class MapiFaultMatrix : public platform::fake::MachineTest {
     mapi_.reset();
     mapi_ = std::make_unique<FakeMapi>();
     mapi_->has_shutdown = scenario.has_shutdown;
+    mapi_->failures_leave_garbage = failures_leave_garbage_;
     if (!scenario.is_online) {
       mapi_->Answer("IMAPISession::OpenMsgStore", 0, MAPI_E_NOT_FOUND);
     }
@@ -812,7 +813,7 @@ class MapiFaultMatrix : public platform::fake::MachineTest {
               is_first = false;
             },
     };
-    std::cout << scenario.name << ": ";
+    std::cout << scenario.name << (failures_leave_garbage_ ? ", garbage left behind: " : ": ");
     return platform::fake::SweepFaults(
         in_sweep,
         [&](const FaultRun& fault) {
@@ -822,14 +823,20 @@ class MapiFaultMatrix : public platform::fake::MachineTest {
   }
 
   std::unique_ptr<FakeMapi> mapi_;
+  bool failures_leave_garbage_ = false;
 };
 
 TEST_F(MapiFaultMatrix, EveryFailureHasItsOutcome) {
-  std::size_t runs = 0;
-  for (const Scenario& scenario : kScenarios) {
-    runs += Sweep(scenario);
+  for (const bool leaves_garbage : {false, true}) {
+    SCOPED_TRACE(leaves_garbage ? "with garbage" : "with null");
+    failures_leave_garbage_ = leaves_garbage;
+    std::size_t runs = 0;
+    for (const Scenario& scenario : kScenarios) {
+      runs += Sweep(scenario);
+    }
+    std::cout << "deliveries through MAPI with a fault that leaves "
+              << (leaves_garbage ? "garbage" : "null") << " behind: " << runs << " runs\n";
   }
-  std::cout << "deliveries through MAPI with a fault: " << runs << " runs\n";
 }
 
 // --- other answers of the library ---
