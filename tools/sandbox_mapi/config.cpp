@@ -127,7 +127,8 @@ bool ReadMember(const cJSON* member, Config& config, std::string& error) {
     std::string_view name;
     bool Config::*flag;
   };
-  static constexpr Flag kFlags[] = {{"ClientShutdown", &Config::client_shutdown},
+  static constexpr Flag kFlags[] = {{"Garbage", &Config::garbage},
+                                    {"ClientShutdown", &Config::client_shutdown},
                                     {"DefaultProfile", &Config::default_profile},
                                     {"DefaultStore", &Config::default_store},
                                     {"Outbox", &Config::outbox},

@@ -23,6 +23,7 @@ struct Config {
   std::vector<ConfiguredFailure> failures;
   FormAnswer form_answer = FormAnswer::kSent;
   std::uint32_t form_code = 0;  // With kFailed.
+  bool garbage = false;         // Whether failing calls leave garbage in the places for results.
   bool client_shutdown = true;  // Whether the session knows IMAPIClientShutdown.
   bool default_profile = true;
   bool default_store = true;

@@ -87,7 +87,7 @@ PLATFORM_EXPORT HRESULT PLATFORM_STDCALL MAPILogonEx(ULONG_PTR, LPTSTR lpszProfi
                                                      ULONG ulFlags, LPMAPISESSION* lppSession) {
   Call call("MAPILogonEx");
   const std::u16string profile = zentpost::sandbox_mapi::TextOf(lpszProfileName, ulFlags);
-  call.Text("profile", profile).Hex("flags", ulFlags);
+  call.Text("profile", profile).Hex("flags", ulFlags).Out(lppSession);
   if (lppSession == nullptr) {
     return call.Return(zentpost::sandbox_mapi::kInvalidParameter);
   }
@@ -108,7 +108,7 @@ PLATFORM_EXPORT HRESULT PLATFORM_STDCALL MAPILogonEx(ULONG_PTR, LPTSTR lpszProfi
 PLATFORM_EXPORT HRESULT PLATFORM_STDCALL MAPIOpenFormMgr(LPMAPISESSION pSession,
                                                          LPMAPIFORMMGR* ppmgr) {
   Call call("MAPIOpenFormMgr");
-  call.Object("session", pSession);
+  call.Object("session", pSession).Out(ppmgr);
   if (ppmgr == nullptr) {
     return call.Return(zentpost::sandbox_mapi::kInvalidParameter);
   }
@@ -126,7 +126,7 @@ PLATFORM_EXPORT HRESULT PLATFORM_STDCALL MAPIOpenFormMgr(LPMAPISESSION pSession,
 PLATFORM_EXPORT HRESULT PLATFORM_STDCALL MAPIAdminProfiles(ULONG ulFlags,
                                                            LPPROFADMIN* lppProfAdmin) {
   Call call("MAPIAdminProfiles");
-  call.Hex("flags", ulFlags);
+  call.Hex("flags", ulFlags).Out(lppProfAdmin);
   if (lppProfAdmin == nullptr) {
     return call.Return(zentpost::sandbox_mapi::kInvalidParameter);
   }
@@ -147,7 +147,7 @@ PLATFORM_EXPORT HRESULT PLATFORM_STDCALL HrQueryAllRows(LPMAPITABLE lpTable,
                                                         LPSSortOrderSet lpSortOrderSet,
                                                         LONG crowsMax, LPSRowSet* lppRows) {
   Call call("HrQueryAllRows");
-  call.Object("table", lpTable).Arg("most", std::to_string(crowsMax));
+  call.Object("table", lpTable).Arg("most", std::to_string(crowsMax)).Out(lppRows);
   if (lppRows == nullptr || lpPropTags == nullptr || crowsMax < 0) {
     return call.Return(zentpost::sandbox_mapi::kInvalidParameter);
   }
@@ -193,7 +193,7 @@ PLATFORM_EXPORT void PLATFORM_STDCALL FreePadrlist(LPADRLIST lpAdrlist) {
 
 PLATFORM_EXPORT SCODE PLATFORM_STDCALL MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer) {
   Call call("MAPIAllocateBuffer");
-  call.Arg("size", std::to_string(cbSize));
+  call.Arg("size", std::to_string(cbSize)).Out(lppBuffer);
   if (lppBuffer == nullptr) {
     return call.Return(zentpost::sandbox_mapi::kInvalidParameter);
   }
@@ -209,7 +209,7 @@ PLATFORM_EXPORT SCODE PLATFORM_STDCALL MAPIAllocateBuffer(ULONG cbSize, LPVOID* 
 PLATFORM_EXPORT SCODE PLATFORM_STDCALL MAPIAllocateMore(ULONG cbSize, LPVOID lpObject,
                                                         LPVOID* lppBuffer) {
   Call call("MAPIAllocateMore");
-  call.Arg("size", std::to_string(cbSize));
+  call.Arg("size", std::to_string(cbSize)).Out(lppBuffer);
   if (lppBuffer == nullptr) {
     return call.Return(zentpost::sandbox_mapi::kInvalidParameter);
   }

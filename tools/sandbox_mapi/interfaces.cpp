@@ -44,7 +44,7 @@ class Object : public Base {
 
   HRESULT PLATFORM_STDCALL QueryInterface(REFIID riid, LPVOID* ppvObj) override {
     Call call(Name("QueryInterface"), this);
-    call.Arg("iid", IdentifierText(riid));
+    call.Arg("iid", IdentifierText(riid)).Out(ppvObj);
     if (ppvObj == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -121,7 +121,7 @@ class PropObject : public Object<Base> {
         tags += (i > 0 ? " " : "") + Hex(lpPropTagArray->aulPropTag[i]);
       }
     }
-    call.Arg("tags", tags).Hex("flags", ulFlags);
+    call.Arg("tags", tags).Hex("flags", ulFlags).Out(lpcValues).Out(lppPropArray);
     if (lpcValues == nullptr || lppPropArray == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -138,6 +138,7 @@ class PropObject : public Object<Base> {
   HRESULT PLATFORM_STDCALL SetProps(ULONG cValues, LPSPropValue lpPropArray,
                                     LPSPropProblemArray* lppProblems) override {
     Call call(this->Name("SetProps"), this);
+    call.Out(lppProblems);
     if (lppProblems != nullptr) {
       *lppProblems = nullptr;
     }
@@ -205,7 +206,7 @@ class ProfAdmin final : public Object<ProfAdminBase> {
 
   HRESULT PLATFORM_STDCALL GetProfileTable(ULONG ulFlags, LPMAPITABLE* lppTable) override {
     Call call(Name("GetProfileTable"), this);
-    call.Hex("flags", ulFlags);
+    call.Hex("flags", ulFlags).Out(lppTable);
     if (lppTable == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -277,7 +278,7 @@ class MessageObject final : public PropObject<MessageBase> {
   HRESULT PLATFORM_STDCALL CreateAttach(LPCIID, ULONG ulFlags, ULONG* lpulAttachmentNum,
                                         LPATTACH* lppAttach) override {
     Call call(Name("CreateAttach"), this);
-    call.Hex("flags", ulFlags);
+    call.Hex("flags", ulFlags).Out(lpulAttachmentNum).Out(lppAttach);
     if (lpulAttachmentNum == nullptr || lppAttach == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -403,7 +404,7 @@ class Folder final : public PropObject<FolderBase> {
 
   HRESULT PLATFORM_STDCALL CreateMessage(LPCIID, ULONG ulFlags, LPMESSAGE* lppMessage) override {
     Call call(Name("CreateMessage"), this);
-    call.Hex("flags", ulFlags);
+    call.Hex("flags", ulFlags).Out(lppMessage);
     if (lppMessage == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -428,7 +429,7 @@ class Folder final : public PropObject<FolderBase> {
                                             ULONG* lpulMessageStatus) override {
     Call call(Name("GetMessageStatus"), this);
     const std::string_view bytes = AsBytes(lpEntryID, cbEntryID);
-    call.Bytes("entry", bytes).Hex("flags", ulFlags);
+    call.Bytes("entry", bytes).Hex("flags", ulFlags).Out(lpulMessageStatus);
     if (lpulMessageStatus == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -465,7 +466,7 @@ class MsgStore final : public PropObject<MsgStoreBase> {
                                      ULONG* lpulObjType, LPUNKNOWN* lppUnk) override {
     Call call(Name("OpenEntry"), this);
     const std::string_view bytes = AsBytes(lpEntryID, cbEntryID);
-    call.Bytes("entry", bytes).Hex("flags", ulFlags);
+    call.Bytes("entry", bytes).Hex("flags", ulFlags).Out(lpulObjType).Out(lppUnk);
     if (lpulObjType == nullptr || lppUnk == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -507,7 +508,7 @@ class AddrBook final : public PropObject<AddrBookBase> {
                                         ULONG ulFlags, ULONG* lpcbEntryID,
                                         LPENTRYID* lppEntryID) override {
     Call call(Name("CreateOneOff"), this);
-    call.Hex("flags", ulFlags);
+    call.Hex("flags", ulFlags).Out(lpcbEntryID).Out(lppEntryID);
     if (lpszAdrType == nullptr || lpszAddress == nullptr || lpcbEntryID == nullptr ||
         lppEntryID == nullptr) {
       return call.Return(kInvalidParameter);
@@ -590,7 +591,7 @@ class Session final : public Object<SessionBase> {
 
   HRESULT PLATFORM_STDCALL GetMsgStoresTable(ULONG ulFlags, LPMAPITABLE* lppTable) override {
     Call call(Name("GetMsgStoresTable"), this);
-    call.Hex("flags", ulFlags);
+    call.Hex("flags", ulFlags).Out(lppTable);
     if (lppTable == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -610,7 +611,7 @@ class Session final : public Object<SessionBase> {
                                         ULONG ulFlags, LPMDB* lppMDB) override {
     Call call(Name("OpenMsgStore"), this);
     const std::string_view bytes = AsBytes(lpEntryID, cbEntryID);
-    call.Bytes("entry", bytes).Hex("flags", ulFlags);
+    call.Bytes("entry", bytes).Hex("flags", ulFlags).Out(lppMDB);
     if (lppMDB == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -629,7 +630,7 @@ class Session final : public Object<SessionBase> {
   HRESULT PLATFORM_STDCALL OpenAddressBook(ULONG_PTR, LPCIID, ULONG ulFlags,
                                            LPADRBOOK* lppAdrBook) override {
     Call call(Name("OpenAddressBook"), this);
-    call.Hex("flags", ulFlags);
+    call.Hex("flags", ulFlags).Out(lppAdrBook);
     if (lppAdrBook == nullptr) {
       return call.Return(kInvalidParameter);
     }
@@ -654,7 +655,7 @@ class Session final : public Object<SessionBase> {
   HRESULT PLATFORM_STDCALL PrepareForm(LPCIID, LPMESSAGE lpMessage,
                                        FormToken* lpulMessageToken) override {
     Call call(Name("PrepareForm"), this);
-    call.Object("message", lpMessage);
+    call.Object("message", lpMessage).Out(lpulMessageToken);
     if (lpMessage == nullptr || lpulMessageToken == nullptr) {
       return call.Return(kInvalidParameter);
     }

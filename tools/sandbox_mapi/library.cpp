@@ -1,5 +1,6 @@
 #include "tools/sandbox_mapi/library.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <fstream>
@@ -16,6 +17,10 @@ namespace zentpost::sandbox_mapi {
 namespace {
 
 namespace fs = std::filesystem;
+
+// As an address it is in memory that no system hands out: whoever follows it ends at once. What is
+// to be freed there is a finding.
+constexpr std::uint64_t kGarbage = 0xDEAD;
 
 Library* g_library = nullptr;
 std::mutex g_mutex;
@@ -242,6 +247,11 @@ std::string Call::NumberOfObject() const {
 }
 
 HRESULT Call::Return(HRESULT result) {
+  if (result < 0 && TheLibrary().config.garbage) {
+    for (const Place& place : places_) {
+      std::memcpy(place.address, &kGarbage, std::min(place.size, sizeof kGarbage));
+    }
+  }
   Accounting& accounting = TheLibrary().accounting;
   accounting.AddCall(NumberOfObject() + name_ + '(' + arguments_ +
                      ") = " + sandbox_mapi::Hex(static_cast<std::uint32_t>(result)));

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "mapi_headers.h"
 #include "tools/sandbox_mapi/accounting.h"
@@ -57,6 +58,17 @@ class Call {
   Call& Bytes(const char* name, std::string_view entry_id);
   Call& Object(const char* name, const void* object);
 
+  // A place for a result, null when the caller gave none. A call that fails leaves garbage in it
+  // where that is ordered.
+  template <class Type>
+  Call& Out(Type* place) {
+    if (place != nullptr) {
+      // NOLINTNEXTLINE(bugprone-sizeof-expression): many places are for pointers
+      places_.push_back({place, sizeof(Type)});
+    }
+    return *this;
+  }
+
   // Whether the call is to fail as it was ordered, or cannot be done because its object is gone.
   [[nodiscard]] bool Fails();
   // Makes the call one that fails, with this code.
@@ -78,6 +90,11 @@ class Call {
   const void* object_;
   std::string arguments_;
   HRESULT failure_ = 0;
+  struct Place {
+    void* address;
+    std::size_t size;
+  };
+  std::vector<Place> places_;
 };
 
 // Published in winerror.h and mapicode.h.

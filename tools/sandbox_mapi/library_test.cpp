@@ -326,6 +326,80 @@ TEST_F(Library, FailureComesAtTheCallThatWasOrdered) {
             0);
 }
 
+// Each call that hands something out, when it fails: how many results it leaves in their places.
+constexpr struct {
+  const char* call;
+  const char* printed;
+  int at;  // which call of that name the player asks about
+  int results;
+} kHandOut[] = {
+    {"MAPIAdminProfiles", "MAPIAdminProfiles", 3, 1},
+    {"IProfAdmin::GetProfileTable", "GetProfileTable", 2, 1},
+    {"MAPILogonEx", "MAPILogonEx", 2, 1},
+    {"MAPIOpenFormMgr", "MAPIOpenFormMgr", 1, 1},
+    {"MAPIAllocateBuffer", "MAPIAllocateBuffer", 3, 1},
+    {"HrQueryAllRows", "HrQueryAllRows", 3, 1},
+    {"IMAPISession::GetMsgStoresTable", "GetMsgStoresTable", 2, 1},
+    {"IMAPISession::OpenMsgStore", "OpenMsgStore", 2, 1},
+    {"IMAPISession::OpenAddressBook", "OpenAddressBook", 3, 1},
+    {"IAddrBook::CreateOneOff", "CreateOneOff", 2, 2},
+    {"IMAPISession::QueryInterface", "QueryInterface", 1, 1},
+    {"IMAPISession::PrepareForm", "PrepareForm", 1, 1},
+    {"IMsgStore::GetProps", "GetProps", 2, 2},
+    {"IMsgStore::OpenEntry", "OpenEntry", 2, 2},
+    {"IMAPIFolder::CreateMessage", "CreateMessage", 2, 1},
+    {"IMAPIFolder::GetMessageStatus", "GetMessageStatus", 1, 1},
+    {"IMessage::CreateAttach", "CreateAttach", 2, 2},
+};
+
+TEST_F(Library, FailingCallsLeaveNullOrGarbageAsOrdered) {
+  std::string failures;
+  for (const auto& one : kHandOut) {
+    failures += (failures.empty() ? "" : ", ") + std::string(R"({"Call": ")") + one.call +
+                R"(", "At": )" + std::to_string(one.at) + R"(, "Code": "0x80040123"})";
+  }
+  for (const bool leaves_garbage : {false, true}) {
+    SCOPED_TRACE(leaves_garbage ? "garbage" : "null");
+    const e2e::ProcessRun run =
+        Run(std::string(kPlay) + R"(, "Do": ["say what failures leave"])",
+            R"({"Garbage": )" + std::string(leaves_garbage ? "true" : "false") + R"(, "Fail": [)" +
+                failures + "]}");
+    EXPECT_EQ(run.exit_code, 0) << run.printed;
+    const std::string left = leaves_garbage ? " 0xDEAD" : " 0x0";
+    for (const auto& one : kHandOut) {
+      EXPECT_NE(run.printed.find(std::string(one.printed) + " 0x80040123\nleft" + left +
+                                 (one.results == 2 ? left : "") + "\n"),
+                std::string::npos)
+          << one.call << "\n"
+          << run.printed;
+    }
+    EXPECT_TRUE(fs::exists(Sent("0001.eml")));
+  }
+  EXPECT_EQ(Report().find("findings:\n  "), std::string::npos) << Report();
+}
+
+TEST_F(Library, ARefusalLeavesGarbageToo) {
+  // An interface that the session does not have and a store that there is not: nobody ordered these
+  // calls to fail.
+  const e2e::ProcessRun run = Run(std::string(kPlay) + R"(, "Do": ["say what failures leave"])",
+                                  R"({"Garbage": true, "ClientShutdown": false})");
+  EXPECT_NE(run.printed.find("QueryInterface 0x80004002\nleft 0xDEAD\n"), std::string::npos)
+      << run.printed;
+  EXPECT_NE(run.printed.find("OpenMsgStore 0x80040107\nleft 0xDEAD\n"), std::string::npos)
+      << run.printed;
+}
+
+TEST_F(Library, FreeingGarbageIsInTheReport) {
+  const std::string play = std::string(kPlay) + R"(, "Do": ["free what failures leave"])";
+  const std::string failures =
+      R"("Fail": [{"Call": "MAPIAllocateBuffer", "At": 3, "Code": "0x80040123"},
+                  {"Call": "HrQueryAllRows", "At": 3, "Code": "0x80040123"}])";
+  EXPECT_EQ(Run(play, "{" + failures + "}").exit_code, 0);
+  EXPECT_NE(Report().find(kClean), std::string::npos) << Report();
+  EXPECT_EQ(Run(play, R"({"Garbage": true, )" + failures + "}").exit_code, 0);
+  EXPECT_NE(Report().find("2 wrong frees\n"), std::string::npos) << Report();
+}
+
 TEST_F(Library, OrdersComeFromAFileInTheFolderOrFromOneThatIsNamed) {
   fs::create_directories(Mail());
   WriteBytes(Mail() / "sandbox.json", R"({"Fail": [{"Call": "MAPILogonEx", "Code": 1}]})");

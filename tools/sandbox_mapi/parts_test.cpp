@@ -120,6 +120,7 @@ TEST(Config, NothingSaidMeansAWorkingMailClient) {
     ASSERT_TRUE(config) << error;
     EXPECT_TRUE(config->failures.empty());
     EXPECT_EQ(config->form_answer, FormAnswer::kSent);
+    EXPECT_FALSE(config->garbage);
     EXPECT_TRUE(config->client_shutdown && config->default_profile && config->default_store &&
                 config->outbox && config->sent_items);
     EXPECT_EQ(config->profile_name, u"Sandbox");
@@ -132,7 +133,7 @@ TEST(Config, EverythingThatCanBeOrdered) {
       R"({"Fail": [{"Call": "IMAPISession::OpenMsgStore", "At": 2, "Code": "0x8004011D",
                     "From": true},
                    {"Call": "MAPIInitialize", "Code": 263040}],
-          "ShowForm": "0x80004005", "ClientShutdown": false, "DefaultProfile": false,
+          "Garbage": true, "ShowForm": "0x80004005", "ClientShutdown": false, "DefaultProfile": false,
           "DefaultStore": false, "Outbox": false, "SentItems": false, "ProfileName": "J\u00FCrgen"})",
       error);
   ASSERT_TRUE(config) << error;
@@ -148,6 +149,7 @@ TEST(Config, EverythingThatCanBeOrdered) {
   EXPECT_EQ(config->form_code, 0x80004005u);
   EXPECT_FALSE(config->client_shutdown || config->default_profile || config->default_store ||
                config->outbox || config->sent_items);
+  EXPECT_TRUE(config->garbage);
   EXPECT_EQ(config->profile_name, u"J\u00FCrgen");
   EXPECT_EQ(ParseConfig(R"({"ShowForm": "cancelled"})", error)->form_answer,
             FormAnswer::kCancelled);
@@ -180,6 +182,7 @@ TEST(Config, OrdersThatCannotBeFollowedAreNamed) {
       {R"({"ShowForm": "maybe"})",
        "\"ShowForm\" is neither \"sent\" nor \"cancelled\" nor a code like \"0x80004005\""},
       {R"({"Outbox": "no"})", "\"Outbox\" is neither true nor false"},
+      {R"({"Garbage": 1})", "\"Garbage\" is neither true nor false"},
       {R"({"ProfileName": 1})", "\"ProfileName\" is no text"},
   };
   for (const Case& one : cases) {

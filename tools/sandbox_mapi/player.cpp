@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "mapiload/extended_mapi.h"
@@ -119,6 +120,24 @@ class Play {
   bool SetContents();
   bool Attach();
   bool Finish();
+  // Prints a call's result and what it left in the places for it.
+  template <class... Places>
+  static void SayLeft(const char* call, HRESULT result, const Places&... places) {
+    Said(call, result);
+    std::printf("left");
+    const auto say = [](auto place) {
+      std::uintptr_t left = 0;
+      if constexpr (std::is_pointer_v<decltype(place)>) {
+        left = reinterpret_cast<std::uintptr_t>(place);
+      } else {
+        left = place;
+      }
+      std::printf(" 0x%llX", static_cast<unsigned long long>(left));
+    };
+    (say(places), ...);
+    std::printf("\n");
+  }
+  void SayWhatFailuresLeave();
   void Misbehave();
   void Leave();
 
@@ -370,8 +389,71 @@ bool Play::Finish() {
   return is_good;
 }
 
+// Each call that hands something out once more; all of them are to fail but the first two.
+void Play::SayWhatFailuresLeave() {
+  IProfAdmin* admin = nullptr;
+  IMAPITable* profiles = nullptr;
+  if (Said("MAPIAdminProfiles", mapi_.admin_profiles(0, &admin))) {
+    SayLeft("GetProfileTable", admin->GetProfileTable(0, &profiles), profiles);
+    Drop(admin);
+  }
+  IAddrBook* book = nullptr;
+  if (Said("OpenAddressBook", session_->OpenAddressBook(0, nullptr, 0, &book))) {
+    char16_t text[] = u"x";
+    std::uint32_t size = 0;
+    ENTRYID* one_off = nullptr;
+    SayLeft("CreateOneOff", book->CreateOneOff(text, text, text, MAPI_UNICODE, &size, &one_off),
+            size, one_off);
+    Drop(book);
+  }
+  SayLeft("MAPIAdminProfiles", mapi_.admin_profiles(0, &admin), admin);
+  IMAPISession* session = nullptr;
+  SayLeft("MAPILogonEx", mapi_.logon(0, nullptr, nullptr, 0, &session), session);
+  IMAPIFormMgr* manager = nullptr;
+  SayLeft("MAPIOpenFormMgr", mapi_.open_form_manager(session_, &manager), manager);
+  void* buffer = nullptr;
+  SayLeft("MAPIAllocateBuffer", mapi_.allocate(8, &buffer), buffer);
+  SizedSPropTagArray<1> tags = {1, {PR_ENTRYID}};
+  SRowSet* rows = nullptr;
+  SayLeft("HrQueryAllRows", mapi_.query_all_rows(nullptr, Tags(tags), nullptr, nullptr, 0, &rows),
+          rows);
+  IMAPITable* table = nullptr;
+  SayLeft("GetMsgStoresTable", session_->GetMsgStoresTable(0, &table), table);
+  IMsgStore* store = nullptr;
+  SayLeft("OpenMsgStore", session_->OpenMsgStore(0, 0, nullptr, nullptr, 0, &store), store);
+  SayLeft("OpenAddressBook", session_->OpenAddressBook(0, nullptr, 0, &book), book);
+  void* shutdown = nullptr;
+  SayLeft("QueryInterface", session_->QueryInterface(IID_IMAPIClientShutdown, &shutdown), shutdown);
+  std::uintptr_t token = 0;
+  SayLeft("PrepareForm", session_->PrepareForm(nullptr, message_, &token), token);
+  std::uint32_t number = 0;
+  SPropValue* values = nullptr;
+  SayLeft("GetProps", store_->GetProps(nullptr, 0, &number, &values), number, values);
+  number = 0;
+  IUnknown* entry = nullptr;
+  SayLeft("OpenEntry", store_->OpenEntry(0, nullptr, nullptr, 0, &number, &entry), number, entry);
+  IMessage* message = nullptr;
+  SayLeft("CreateMessage", outbox_->CreateMessage(nullptr, 0, &message), message);
+  number = 0;
+  SayLeft("GetMessageStatus", outbox_->GetMessageStatus(0, nullptr, 0, &number), number);
+  number = 0;
+  IAttach* attach = nullptr;
+  SayLeft("CreateAttach", message_->CreateAttach(nullptr, 0, &number, &attach), number, attach);
+}
+
 void Play::Misbehave() {
   void* buffer = nullptr;
+  if (Does("say what failures leave")) {
+    SayWhatFailuresLeave();
+  }
+  if (Does("free what failures leave")) {
+    SRowSet* rows = nullptr;
+    mapi_.allocate(8, &buffer);
+    mapi_.free(buffer);
+    SizedSPropTagArray<1> tags = {1, {PR_ENTRYID}};
+    mapi_.query_all_rows(nullptr, Tags(tags), nullptr, nullptr, 0, &rows);
+    mapi_.free_rows(rows);
+  }
   if (Does("leak a buffer")) {
     mapi_.allocate(24, &buffer);
   }
