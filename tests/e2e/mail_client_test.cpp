@@ -423,6 +423,26 @@ TEST_F(MailClient, AStoreThatCannotBeOpenedOnlineIsOpenedOtherwise) {
   ExpectAccountsInOrder();
 }
 
+TEST_F(MailClient, WhatAFirstLogonAndAFirstOpeningLeaveBehindIsNotUsed) {
+  const Fax fax;
+  Prepare(fax);
+
+  const ToolRun run = RunWithClient(
+      R"({"Garbage": true, "Fail": [{"Call": "MAPILogonEx", "Code": "0x8004011D"},
+          {"Call": "IMAPISession::OpenMsgStore", "Code": "0x8004011D"}]})");
+
+  ExpectDelivered(
+      fax, run,
+      LoggedOn() + Info("SendMail(): MAPILogonEx with profile 'Sandbox' and Logon UI.") +
+          Error("FindDefaultMsgStore(): The message store canot be opened as online mode.") +
+          Code("0x8004011d --> (CDO) The provider failed to connect.") +
+          Automation("0301234567", "SMTP:0301234567") + Contents() + Attached("letter.pdf") +
+          Submitted() + CleanedUp());
+  ExpectAccountsInOrder();
+  EXPECT_FALSE(FileExists("letter.pdf"));
+  KeepMail(fax, Sent() / "0001.eml", "SMTP", "0301234567");
+}
+
 TEST_F(MailClient, DeliberateTheRowsOfAStoreThatCannotBeOpenedAreKept) {
   const Fax fax;
   Prepare(fax);
@@ -519,7 +539,8 @@ bool IsNeeded(const std::string& call, int at) {
 
 TEST_F(MailClient, EveryCallThatFailsHasItsOutcomeAndLeavesTheAccountsInOrder) {
   Sandbox({"register"});
-  for (const bool is_shown : {false, true}) {
+  for (const auto& [is_shown, leaves_garbage] : {std::pair(false, false), std::pair(false, true),
+                                                 std::pair(true, false), std::pair(true, true)}) {
     Fax fax;
     if (is_shown) {
       fax.preview = "1";
@@ -530,13 +551,15 @@ TEST_F(MailClient, EveryCallThatFailsHasItsOutcomeAndLeavesTheAccountsInOrder) {
     const std::vector<std::pair<std::string, int>> calls = CallsThatCanFail(Report());
     ASSERT_GT(calls.size(), 20u);
     for (const auto& [call, at] : calls) {
-      SCOPED_TRACE(call + ", number " + std::to_string(at) + (is_shown ? ", shown" : ""));
+      SCOPED_TRACE(call + ", number " + std::to_string(at) + (is_shown ? ", shown" : "") +
+                   (leaves_garbage ? ", with garbage" : ""));
       fs::remove_all(Mail());
       Prepare(fax);
 
-      const ToolRun run =
-          RunWithRegisteredClient(R"({"Fail": [{"Call": ")" + call + R"(", "At": )" +
-                                  std::to_string(at) + R"(, "Code": "0x80040102"}]})");
+      const ToolRun run = RunWithRegisteredClient(
+          R"({"Garbage": )" + std::string(leaves_garbage ? "true" : "false") +
+          R"(, "Fail": [{"Call": ")" + call + R"(", "At": )" + std::to_string(at) +
+          R"(, "Code": "0x80040102"}]})");
 
       const std::int32_t code = call == "MAPIInitialize" ? -2147467259 : -2147221246;
       // Without the recipient's entry the sandbox does not submit, and has a code of its own.
@@ -558,7 +581,8 @@ TEST_F(MailClient, EveryCallThatFailsHasItsOutcomeAndLeavesTheAccountsInOrder) {
         ExpectDocumentKept(fax);
       }
     }
-    std::cout << calls.size() << " calls of the mail client failed, one at a time\n";
+    std::cout << calls.size() << " calls of the mail client failed, one at a time, and left "
+              << (leaves_garbage ? "garbage" : "null") << " behind\n";
   }
   Sandbox({"unregister"});
 }
