@@ -740,16 +740,17 @@ TEST_F(Discovery, DeliberatelyLoadsNoPathAtAllForAnOutlookOnAServer) {
   EXPECT_EQ(machine_.Calls(), Lines{"LoadModule()"});
 }
 
-TEST_F(Discovery, TriesAllOutlooksForTheCompanionUntilOneLoads) {
+TEST_F(Discovery, TriesAllOutlooksForTheCompanionSinceADriveAloneNeverLoads) {
   AddComponent(OutlookComponentIds[0], u"outlook.exe", u"C:\\a\\o.exe");
   AddComponent(OutlookComponentIds[3], u"outlook.exe", u"D:\\a\\o.exe");
   AddComponent(OutlookComponentIds[5], u"outlook.exe", u"E:\\a\\o.exe");
-  // A library of this name cannot be on a real machine.
+  // Not even what Windows would take a drive for.
   AddEmptyLibrary(u"C:\\Windows\\system32\\D:");
-  const platform::Module found = LoadFromOLMAPIDir(u"pstprx32.dll");
-  EXPECT_TRUE(found);
+  AddEmptyLibrary(u"D:\\.dll");
+  EXPECT_FALSE(LoadFromOLMAPIDir(u"pstprx32.dll"));
   const Lines loads = machine_.CallsOf("LoadModule");
-  EXPECT_EQ(Lines(loads.end() - 2, loads.end()), (Lines{"LoadModule(C:)", "LoadModule(D:)"}));
+  EXPECT_EQ(Lines(loads.end() - 3, loads.end()),
+            (Lines{"LoadModule(C:)", "LoadModule(D:)", "LoadModule(E:)"}));
 }
 
 TEST_F(Discovery, SkipsAnOutlookWhosePathCannotBeSplitForTheCompanion) {

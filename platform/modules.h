@@ -1,4 +1,5 @@
-// Loaded libraries, and what the system says of where they lie.
+// Loaded libraries, and what the system says of where they lie. Nothing here throws: what needs
+// memory gives kNotEnoughMemory when it runs out.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,8 @@ using Procedure = void (*)();
 
 // Loads the library at `path` and takes a reference; one that is loaded already gets one more. A
 // bare name is looked for in the system's own order: among the loaded libraries first, then in the
-// system's folders. On failure, as for an empty path, `module` owns nothing.
+// system's folders. A path that names no file (null, or as platform/module_path.h says) gives
+// kModuleNotFound. On failure `module` owns nothing.
 [[nodiscard]] Status LoadModule(const char16_t* path, Module& module);
 
 // The handle of a library that the process has loaded already, by file name or full path, without a

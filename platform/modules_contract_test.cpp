@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/module_path.h"
 #include "platform/modules.h"
 #include "platform/modules_contract.h"
 #include "platform/status.h"
@@ -84,12 +85,45 @@ TEST_F(ModulesContract, AFileThatIsNoLibraryIsNotLoaded) {
   EXPECT_FALSE(module);
 }
 
-// The program itself is what some systems would give for it.
-TEST_F(ModulesContract, AnEmptyPathLoadsNothing) {
-  Module module;
-  EXPECT_NE(LoadModule(u"", module), kSuccess);
-  EXPECT_FALSE(module);
+// Some systems would give the program itself, or a file that has an extension and no name.
+TEST_F(ModulesContract, APathWithoutANameLoadsNothing) {
+  const std::u16string folder = Library().substr(0, Library().rfind(LibraryFileName()));
+  const std::u16string paths[] = {u"",
+                                  u" ",
+                                  u"\t \r\n",
+                                  u"C:",
+                                  u"c: ",
+                                  u"\\",
+                                  u"/",
+                                  u"C:\\",
+                                  u"C:/",
+                                  folder,
+                                  folder + u" ",
+                                  u"sub\\",
+                                  u"sub/",
+                                  Library() + u"\\",
+                                  Library() + u"/",
+                                  u"library.dll\\ "};
+  Module loaded;
+  ASSERT_EQ(LoadModule(Library().c_str(), loaded), kSuccess);
+  for (const std::u16string& path : paths) {
+    SCOPED_TRACE(testing::PrintToString(path));
+    Module module;
+    ASSERT_EQ(LoadModule(Library().c_str(), module), kSuccess);
+    EXPECT_EQ(LoadModule(path.c_str(), module), kModuleNotFound);
+    EXPECT_FALSE(module);
+  }
+  EXPECT_EQ(LoadModule(nullptr, loaded), kModuleNotFound);
+  EXPECT_FALSE(loaded);
+  EXPECT_FALSE(IsLibraryLoaded());
 }
+
+static_assert(NamesAFile(u"a") && NamesAFile(u"a.dll") && NamesAFile(u".dll") &&
+              NamesAFile(u"C:a") && NamesAFile(u"C:\\a") && NamesAFile(u"C:/a/b ") &&
+              NamesAFile(u" a") && NamesAFile(u"a:b") && NamesAFile(u"\\a"));
+static_assert(!NamesAFile(u"") && !NamesAFile(u" ") && !NamesAFile(u"\t\n\v\f\r ") &&
+              !NamesAFile(u"C:") && !NamesAFile(u"C: ") && !NamesAFile(u"C:\\") &&
+              !NamesAFile(u"a/") && !NamesAFile(u"a\\ "));
 
 TEST_F(ModulesContract, AFailureLetsGoOfWhatTheOwnerHeld) {
   Module module;

@@ -8,6 +8,7 @@
 #include "platform/call.h"
 #include "platform/codec/expand_variables.h"
 #include "platform/fake/machine_state.h"
+#include "platform/module_path.h"
 
 namespace platform {
 namespace {
@@ -106,7 +107,9 @@ Status LoadModule(const char16_t* path, Module& module) {
     LockedMachine machine;
     status = machine.RecordFallible(CallText("LoadModule", path));
     if (status == kSuccess) {
-      if (StoredModule* const found = FindLoadable(*machine, path)) {
+      StoredModule* const found =
+          path != nullptr && NamesAFile(path) ? FindLoadable(*machine, path) : nullptr;
+      if (found != nullptr) {
         loaded = AddReference(*machine, *found);
       } else {
         status = kModuleNotFound;

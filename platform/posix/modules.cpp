@@ -7,8 +7,11 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/codec/expand_variables.h"
+#include "platform/memory_failure.h"
+#include "platform/module_path.h"
 #include "platform/posix/utf8.h"
 
 namespace platform {
@@ -24,26 +27,32 @@ void* Handle(RawModule module) {
 
 // The path of the loaded library that `name` (a file name or a full path) stands for; empty when
 // there is none. A shared object has no other name of its own that the system would look for.
-std::string LoadedPath(const std::string& name) {
+Status FindLoadedPath(std::string_view name, std::string& path) {
   struct Search {
-    const std::string& name;
-    std::string path;
+    std::string_view name;
+    std::string& path;
+    Status status = kSuccess;
   };
-  Search search{name, {}};
+  path.clear();
+  Search search{name, path};
   dl_iterate_phdr(
       [](dl_phdr_info* library, std::size_t, void* data) {
         Search& found = *static_cast<Search*>(data);
-        const std::string path = library->dlpi_name;
+        const std::string_view loaded = library->dlpi_name;
         // The program itself has an empty name; npos + 1 is 0.
-        if (!path.empty() &&
-            (path == found.name || path.substr(path.rfind('/') + 1) == found.name)) {
-          found.path = path;
+        if (!loaded.empty() &&
+            (loaded == found.name || loaded.substr(loaded.rfind('/') + 1) == found.name)) {
+          // The system's function is not to be left by an exception.
+          found.status = UnlessMemoryRunsOut([&] {
+            found.path = loaded;
+            return kSuccess;
+          });
           return 1;
         }
         return 0;
       },
       &search);
-  return search.path;
+  return search.status;
 }
 
 // Copies `text` with its terminator if there is room; gives its length without it.
@@ -63,25 +72,35 @@ void ModuleTraits::Close(RawModule module) noexcept {
 
 Status LoadModule(const char16_t* path, Module& module) {
   module.Reset();
-  const std::string native = NativePath(path);
-  if (native.empty()) {
-    return kModuleNotFound;  // where the system would give the program itself
+  if (path == nullptr || !NamesAFile(path)) {
+    return kModuleNotFound;
   }
-  const std::string loaded = LoadedPath(native);
-  module.Reset(Raw(dlopen((loaded.empty() ? native : loaded).c_str(), RTLD_NOW | RTLD_LOCAL)));
-  return module ? kSuccess : kModuleNotFound;
+  return UnlessMemoryRunsOut([&] {
+    const std::string native = NativePath(path);
+    std::string loaded;
+    if (const Status status = FindLoadedPath(native, loaded); status != kSuccess) {
+      return status;
+    }
+    module.Reset(Raw(dlopen((loaded.empty() ? native : loaded).c_str(), RTLD_NOW | RTLD_LOCAL)));
+    return module ? kSuccess : kModuleNotFound;
+  });
 }
 
 Status FindLoadedModule(const char16_t* name, RawModule& module) {
   module = RawModule{};
-  const std::string path = LoadedPath(NativePath(name));
-  if (!path.empty()) {
-    if (void* const found = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)) {
-      module = Raw(found);
-      dlclose(found);  // the handle stays valid as long as the library is loaded
+  return UnlessMemoryRunsOut([&] {
+    std::string path;
+    if (const Status status = FindLoadedPath(NativePath(name), path); status != kSuccess) {
+      return status;
     }
-  }
-  return module != RawModule{} ? kSuccess : kModuleNotFound;
+    if (!path.empty()) {
+      if (void* const found = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)) {
+        module = Raw(found);
+        dlclose(found);  // the handle stays valid as long as the library is loaded
+      }
+    }
+    return module != RawModule{} ? kSuccess : kModuleNotFound;
+  });
 }
 
 Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
@@ -94,25 +113,31 @@ Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
 }
 
 Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
-  const char* const configured = std::getenv("ZENTPOST_SYSTEM_DIRECTORY");
-  const std::u16string directory =
-      FromUtf8(configured != nullptr && *configured != '\0' ? configured : "/usr/lib");
-  length = CopyIfItFits(directory, buffer, capacity);
-  if (length >= capacity) {
-    ++length;  // the room needed counts the terminator
-  }
-  return kSuccess;
+  length = 0;
+  return UnlessMemoryRunsOut([&] {
+    const char* const configured = std::getenv("ZENTPOST_SYSTEM_DIRECTORY");
+    const std::u16string directory =
+        FromUtf8(configured != nullptr && *configured != '\0' ? configured : "/usr/lib");
+    length = CopyIfItFits(directory, buffer, capacity);
+    if (length >= capacity) {
+      ++length;  // the room needed counts the terminator
+    }
+    return kSuccess;
+  });
 }
 
 Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t capacity,
                          std::uint32_t& length) {
-  const std::u16string expanded = software::ExpandVariables(
-      source, [](std::u16string_view name) -> std::optional<std::u16string> {
-        const char* const value = std::getenv(ToUtf8(name).c_str());
-        return value == nullptr ? std::nullopt : std::optional(FromUtf8(value));
-      });
-  length = CopyIfItFits(expanded, buffer, capacity) + 1;
-  return kSuccess;
+  length = 0;
+  return UnlessMemoryRunsOut([&] {
+    const std::u16string expanded = software::ExpandVariables(
+        source, [](std::u16string_view name) -> std::optional<std::u16string> {
+          const char* const value = std::getenv(ToUtf8(name).c_str());
+          return value == nullptr ? std::nullopt : std::optional(FromUtf8(value));
+        });
+    length = CopyIfItFits(expanded, buffer, capacity) + 1;
+    return kSuccess;
+  });
 }
 
 }  // namespace platform

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "platform/module_path.h"
 #include "platform/windows/wide.h"
 
 namespace platform {
@@ -28,6 +29,10 @@ void ModuleTraits::Close(RawModule module) noexcept {
 }
 
 Status LoadModule(const char16_t* path, Module& module) {
+  if (path == nullptr || !NamesAFile(path)) {
+    module.Reset();
+    return kModuleNotFound;
+  }
   const HMODULE loaded = LoadLibraryW(ToSystem(path));
   const Status status = loaded != nullptr ? kSuccess : Failure();
   module.Reset(Raw(loaded));
