@@ -286,6 +286,10 @@ void Machine::SetCallHook(CallHook hook) {
   state_->call_hook = hook;
 }
 
+void Machine::SetBlockHook(BlockHook fails) {
+  state_->block_hook = fails;
+}
+
 Machine& TheMachine() {
   // Never destroyed: owners in static objects may still close something after main.
   static Machine& machine = *new Machine;

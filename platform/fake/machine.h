@@ -192,6 +192,12 @@ class Machine {
   using CallHook = void (*)(bool begins);
   void SetCallHook(CallHook hook);
 
+  // Asked before each block that the code under test takes, on the thread that asks for it and
+  // before the machine is used: true makes AllocateBlock fail with kNotEnoughMemory. Null, as at
+  // first: every block can be had. Reset keeps it.
+  using BlockHook = bool (*)();
+  void SetBlockHook(BlockHook fails);
+
   // For the seam's functions of this back-end only.
   MachineState& State() { return *state_; }
 

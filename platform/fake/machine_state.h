@@ -148,6 +148,7 @@ struct MachineState : MachineContents {
   std::uintptr_t last_handle = 0;
 
   std::atomic<Machine::CallHook> call_hook = nullptr;
+  std::atomic<Machine::BlockHook> block_hook = nullptr;
 };
 
 // Tells the hook of one seam call's beginning and end.

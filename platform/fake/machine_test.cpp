@@ -599,6 +599,26 @@ TEST_F(EverySeamCall, HasNoEffectWhenItFails) {
   EXPECT_EQ(socket_.Create(), kSocketsNotStarted);
 }
 
+TEST_F(Machine, BlocksAreRefusedWhenTheHookSaysSo) {
+  static int asked = 0;
+  asked = 0;
+  machine_.SetBlockHook([] { return ++asked == 2; });
+  machine_.Reset();
+  HeapBlock first;
+  HeapBlock second;
+  HeapBlock third;
+  EXPECT_EQ(AllocateBlock(1, first), kSuccess);
+  EXPECT_EQ(AllocateBlock(2, second), kNotEnoughMemory);
+  EXPECT_FALSE(second);
+  EXPECT_EQ(AllocateBlock(3, third), kSuccess);
+  EXPECT_EQ(asked, 3);
+  EXPECT_EQ(machine_.CallsOf("AllocateBlock"),
+            (Texts{"AllocateBlock(1)", "AllocateBlock(2)", "AllocateBlock(3)"}));
+  machine_.SetBlockHook(nullptr);
+  EXPECT_EQ(AllocateBlock(2, second), kSuccess);
+  EXPECT_EQ(asked, 3);
+}
+
 TEST_F(Machine, FaultStrikesOnceOrFromThereOn) {
   struct Case {
     const char* name;

@@ -26,12 +26,15 @@ void HeapBlockTraits::Close(RawBlock block) noexcept {
 
 Status AllocateBlock(std::size_t size, HeapBlock& block) {
   block.Reset();
+  const fake::Machine::BlockHook fails = fake::TheMachine().State().block_hook;
+  const bool is_refused = fails != nullptr && fails();
   fake::LockedMachine machine;
   if (const Status fault = machine.RecordFallible(fake::CallText("AllocateBlock", size))) {
     return fault;
   }
   // From the C library, so that checking allocators see overruns and leaks of a single block.
-  void* const memory = size > kLargestBlock ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+  void* const memory =
+      is_refused || size > kLargestBlock ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
   if (memory == nullptr) {
     return kNotEnoughMemory;
   }
