@@ -43,9 +43,12 @@ bool FolderExists(const std::u16string& path);                     // a separato
 // none.
 std::optional<std::u16string> ShortName(const std::u16string& path);
 
-// Takes all that this system lets a program take of a file (its sharing, its locks), as another
-// program's handle, for as long as the result lives.
-std::shared_ptr<void> HoldAlone(const std::u16string& path);
+// Does to a file what another program may do to it, for as long as the result lives.
+enum class Hold {
+  kAlone,   // shares it with nobody, where the system knows that
+  kLocked,  // locks every byte that is there and the last one that could be
+};
+std::shared_ptr<void> HoldFile(const std::u16string& path, Hold how);
 
 // Peers on 127.0.0.1. They are served, one connection after the other, until the test's end.
 enum class Peer {

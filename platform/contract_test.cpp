@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstring>
@@ -432,6 +433,21 @@ TEST_F(FilesContract, AFolderCannotBeOpened) {
   }
 }
 
+TEST_F(FilesContract, WhatIsNoFileOnADiskCannotBeOpenedAndIsNotWaitedFor) {
+  const std::u16string pipe = Pipe();
+  const auto begin = std::chrono::steady_clock::now();
+  // Asked twice: a pipe may be busy behind the first attempt.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    for (const OpenMode mode : {OpenMode::kRead, OpenMode::kRewrite}) {
+      File file;
+      EXPECT_EQ(OpenFileAt(pipe, mode, file), kAccessDenied);
+      EXPECT_FALSE(file);
+    }
+    EXPECT_EQ(AppendToFile(pipe, "x", 1), kAccessDenied);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+}
+
 TEST_F(FilesContract, AFailedOpenLeavesTheOwnerEmpty) {
   SetFile(Path(u"a.txt"), "x");
   File file;
@@ -699,7 +715,7 @@ TEST_F(FilesContract, AFileIsIdentifiedHoweverOthersHoldIt) {
   SetFile(Path(u"a.txt"), "abc");
   FileIdentity before;
   EXPECT_EQ(IdentifyFile(Path(u"a.txt"), before), kSuccess);
-  const std::shared_ptr<void> held = HoldAlone(Path(u"a.txt"));
+  const std::shared_ptr<void> held = HoldFile(Path(u"a.txt"), Hold::kAlone);
   FileIdentity after;
   EXPECT_EQ(IdentifyFile(Path(u"a.txt"), after), kSuccess);
   EXPECT_TRUE(before == after);
@@ -758,6 +774,18 @@ TEST_F(FilesContract, TheFolderOfLocalApplicationDataEndsWithoutASeparator) {
   ASSERT_FALSE(folder.empty());
   EXPECT_TRUE(folder.back() != u'\\' && folder.back() != u'/');
   EXPECT_TRUE(FolderExists(folder));
+}
+
+TEST_F(FilesContract, AppendingWaitsForNobodysLock) {
+  const std::u16string path = Path(u"a.log");
+  SetFile(path, "one\r\n");
+  std::shared_ptr<void> held = HoldFile(path, Hold::kLocked);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(AppendToFile(path, "two\r\n", 5), kSuccess);
+  EXPECT_EQ(AppendToFile(path, "three\r\n", 7), kSuccess);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  held.reset();
+  EXPECT_EQ(FileBytes(path), "one\r\ntwo\r\nthree\r\n");
 }
 
 // Lines of different lengths, so that one that overwrites or splits another shows.

@@ -1,5 +1,5 @@
 // Files as bytes, and the folders of the current user. Paths are UTF-16; line ends are never
-// touched here.
+// touched here. Nothing here throws: what needs memory gives kNotEnoughMemory when it runs out.
 #pragma once
 
 #include <array>
@@ -25,8 +25,9 @@ struct FileTraits {
 };
 using File = UniqueHandle<FileTraits>;
 
-// Opens a file; others may read and write it meanwhile, as a C library's fopen allows. A folder
-// cannot be opened. On failure `file` owns nothing.
+// Opens a file on a disk; others may read and write it meanwhile, as a C library's fopen allows. A
+// folder cannot be opened, nor anything else whose user may have to wait (a pipe, a port, a
+// console): these give kAccessDenied at once. On failure `file` owns nothing.
 [[nodiscard]] Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file);
 
 // The file's present size in bytes.
@@ -41,7 +42,11 @@ using File = UniqueHandle<FileTraits>;
 [[nodiscard]] Status WriteBytes(const File& file, const void* bytes, std::size_t size);
 
 // Appends `size` bytes to the file at `path` in one step, whole and unmixed with what other
-// processes append at the same time; the file is created when missing, its folder is not.
+// processes append at the same time; the file is created when missing, its folder is not. What
+// cannot be opened, as OpenFileAt says, cannot be appended to. No lock of another program is waited
+// for. Where the system does not append in one step, those who append take turns: a turn is waited
+// for 2 seconds at most, and not at all once that was in vain in this process; without one the
+// bytes are appended all the same.
 [[nodiscard]] Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size);
 
 [[nodiscard]] Status RemoveFile(const std::u16string& path);
@@ -70,8 +75,8 @@ struct FileIdentity {
                                      std::uint32_t& length);
 
 // The current user's folder of local application data, without a separator at its end. Gives the
-// HRESULT of SHGetFolderPathW for CSIDL_LOCAL_APPDATA (0x1C), no token, the current path; `folder`
-// is empty when that is negative.
+// HRESULT of SHGetFolderPathW for CSIDL_LOCAL_APPDATA (0x1C), no token, the current path, or
+// 0x8007000E when memory runs out; `folder` is empty when that is negative.
 [[nodiscard]] std::int32_t LocalApplicationDataFolder(std::u16string& folder);
 
 }  // namespace platform

@@ -77,7 +77,7 @@ void AddLink(const std::u16string& path, const std::u16string& link) {
 }
 
 std::u16string Pipe() {
-  const std::u16string path = Folder() + u"\\pipe";
+  std::u16string path = Folder() + u"\\pipe";
   fake::TheMachine().AddPipe(path);
   return path;
 }
@@ -86,8 +86,8 @@ std::optional<std::u16string> ShortName(const std::u16string& /*path*/) {
   return std::nullopt;
 }
 
-// Nobody takes files in this machine.
-std::shared_ptr<void> HoldAlone(const std::u16string& /*path*/) {
+// Nobody holds files in this machine.
+std::shared_ptr<void> HoldFile(const std::u16string& /*path*/, Hold /*how*/) {
   return nullptr;
 }
 

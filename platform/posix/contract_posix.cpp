@@ -179,8 +179,9 @@ std::optional<std::u16string> ShortName(const std::u16string&) {
   return std::nullopt;
 }
 
-// There are locks only, and this program's would not hinder itself: another process takes them.
-std::shared_ptr<void> HoldAlone(const std::u16string& path) {
+// There are only locks, of two kinds, and a program's own are none to itself: another process takes
+// them.
+std::shared_ptr<void> HoldFile(const std::u16string& path, Hold) {
   const std::filesystem::path native = SystemPath(path);
   int ready[2] = {};
   if (pipe(ready) != 0) {

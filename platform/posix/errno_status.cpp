@@ -43,7 +43,7 @@ Status StatusFromErrno(int error) {
     case EBADF:
       return kInvalidHandle;
     case ENOMEM:
-    case EAGAIN:  // From pthread_create; no file here is opened without blocking.
+    case EAGAIN:  // From pthread_create; files have a number of their own for it.
       return kNotEnoughMemory;
     case EIO:
       return kGeneralFailure;

@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
+#include "platform/memory_failure.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errno_status.h"
 #include "platform/posix/utf8.h"
@@ -29,8 +31,16 @@ RawFile Raw(int descriptor) {
 // What errno says about `path`. The host has one number for a missing file and for a missing
 // folder.
 Status PathStatus(const std::string& path, int error) {
-  if (error != ENOENT) {
-    return StatusFromErrno(error);
+  switch (error) {
+    case ENOENT:
+      break;
+    case ENXIO:
+    case ENODEV:
+      return kAccessDenied;  // A pipe that nobody reads, a socket, a device that is not there.
+    case EAGAIN:
+      return kSharingViolation;  // Another process would have to give a lease back first.
+    default:
+      return StatusFromErrno(error);
   }
   const std::size_t separator = path.rfind('/');
   struct stat folder = {};
@@ -47,9 +57,13 @@ bool IsReadOnly(const struct stat& properties) {
   return (properties.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
 }
 
+// What stands behind a pipe or a device may keep its user waiting for ever; so opening does not
+// wait, and only files on a disk are used.
+constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
 // Opens for writing without touching what the file holds, and creates it when it is missing.
 Status OpenToWrite(const std::string& path, int flags, Descriptor& file, off_t& size) {
-  file.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666));
+  file.Reset(open(path.c_str(), O_WRONLY | O_CREAT | kOpenFlags | flags, 0666));
   if (!file) {
     return PathStatus(path, errno);
   }
@@ -58,7 +72,7 @@ Status OpenToWrite(const std::string& path, int flags, Descriptor& file, off_t& 
     return StatusFromErrno(errno);
   }
   size = properties.st_size;
-  return IsReadOnly(properties) ? kAccessDenied : kSuccess;
+  return S_ISREG(properties.st_mode) && !IsReadOnly(properties) ? kSuccess : kAccessDenied;
 }
 
 Status OpenToRewrite(const std::string& path, Descriptor& file) {
@@ -70,7 +84,7 @@ Status OpenToRewrite(const std::string& path, Descriptor& file) {
 }
 
 Status OpenToRead(const std::string& path, Descriptor& file) {
-  file.Reset(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  file.Reset(open(path.c_str(), O_RDONLY | kOpenFlags));
   if (!file) {
     return PathStatus(path, errno);
   }
@@ -78,7 +92,7 @@ Status OpenToRead(const std::string& path, Descriptor& file) {
   if (fstat(file.Get(), &properties) != 0) {
     return StatusFromErrno(errno);
   }
-  return S_ISDIR(properties.st_mode) ? kAccessDenied : kSuccess;
+  return S_ISREG(properties.st_mode) ? kSuccess : kAccessDenied;
 }
 
 }  // namespace
@@ -89,10 +103,11 @@ void FileTraits::Close(RawFile file) noexcept {
 
 Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file) {
   file.Reset();
-  const std::string native = NativePath(path);
   Descriptor opened;
-  const Status status =
-      mode == OpenMode::kRead ? OpenToRead(native, opened) : OpenToRewrite(native, opened);
+  const Status status = UnlessMemoryRunsOut([&] {
+    const std::string native = NativePath(path);
+    return mode == OpenMode::kRead ? OpenToRead(native, opened) : OpenToRewrite(native, opened);
+  });
   if (status == kSuccess) {
     file.Reset(Raw(opened.Detach()));
   }
@@ -143,7 +158,8 @@ Status WriteBytes(const File& file, const void* bytes, std::size_t size) {
 Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size) {
   Descriptor file;
   off_t present = 0;
-  if (const Status status = OpenToWrite(NativePath(path), O_APPEND, file, present);
+  if (const Status status = UnlessMemoryRunsOut(
+          [&] { return OpenToWrite(NativePath(path), O_APPEND, file, present); });
       status != kSuccess) {
     return status;
   }
@@ -158,59 +174,70 @@ Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t s
 }
 
 Status RemoveFile(const std::u16string& path) {
-  const std::string native = NativePath(path);
-  struct stat properties = {};
-  if (stat(native.c_str(), &properties) == 0 && IsReadOnly(properties)) {
-    return kAccessDenied;
-  }
-  return unlink(native.c_str()) == 0 ? kSuccess : PathStatus(native, errno);
+  return UnlessMemoryRunsOut([&] {
+    const std::string native = NativePath(path);
+    struct stat properties = {};
+    if (stat(native.c_str(), &properties) == 0 && IsReadOnly(properties)) {
+      return kAccessDenied;
+    }
+    return unlink(native.c_str()) == 0 ? kSuccess : PathStatus(native, errno);
+  });
 }
 
 Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
-  const std::string native = NativePath(path);
-  struct stat properties = {};
-  if (stat(native.c_str(), &properties) != 0) {
-    return PathStatus(native, errno);
-  }
-  if (!S_ISREG(properties.st_mode)) {
-    return kAccessDenied;
-  }
-  identity = {properties.st_dev, {}};
-  static_assert(sizeof(properties.st_ino) <= sizeof(identity.file));
-  std::memcpy(identity.file.data(), &properties.st_ino, sizeof(properties.st_ino));
-  return kSuccess;
+  return UnlessMemoryRunsOut([&] {
+    const std::string native = NativePath(path);
+    struct stat properties = {};
+    if (stat(native.c_str(), &properties) != 0) {
+      return PathStatus(native, errno);
+    }
+    if (!S_ISREG(properties.st_mode)) {
+      return kAccessDenied;
+    }
+    identity = {properties.st_dev, {}};
+    static_assert(sizeof(properties.st_ino) <= sizeof(identity.file));
+    std::memcpy(identity.file.data(), &properties.st_ino, sizeof(properties.st_ino));
+    return kSuccess;
+  });
 }
 
 Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
-  const char* const configured = std::getenv("TMPDIR");
-  std::u16string folder =
-      FromUtf8(configured != nullptr && *configured != '\0' ? configured : "/tmp");
-  if (folder.back() != u'/') {
-    folder.push_back(u'/');
-  }
-  length = static_cast<std::uint32_t>(folder.size());
-  if (capacity <= length) {
-    ++length;
+  length = 0;
+  return UnlessMemoryRunsOut([&] {
+    const char* const configured = std::getenv("TMPDIR");
+    std::u16string folder =
+        FromUtf8(configured != nullptr && *configured != '\0' ? configured : "/tmp");
+    if (folder.back() != u'/') {
+      folder.push_back(u'/');
+    }
+    length = static_cast<std::uint32_t>(folder.size());
+    if (capacity <= length) {
+      ++length;
+      return kSuccess;
+    }
+    folder.copy(buffer, length);
+    buffer[length] = u'\0';
     return kSuccess;
-  }
-  folder.copy(buffer, length);
-  buffer[length] = u'\0';
-  return kSuccess;
+  });
 }
 
 std::int32_t LocalApplicationDataFolder(std::u16string& folder) {
   folder.clear();
-  if (const char* const data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data != '\0') {
-    folder = FromUtf8(data);
-  } else if (const char* const home = std::getenv("HOME"); home != nullptr && *home != '\0') {
-    folder = FromUtf8(home) + u"/.local/share";
-  } else {
-    return kFolderUnknown;
-  }
-  while (folder.size() > 1 && folder.back() == u'/') {
-    folder.pop_back();
-  }
-  return 0;
+  return UnlessMemoryRunsOut(kOutOfMemoryResult, [&] {
+    std::u16string found;
+    if (const char* const data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data != '\0') {
+      found = FromUtf8(data);
+    } else if (const char* const home = std::getenv("HOME"); home != nullptr && *home != '\0') {
+      found = FromUtf8(home) + u"/.local/share";
+    } else {
+      return kFolderUnknown;
+    }
+    while (found.size() > 1 && found.back() == u'/') {
+      found.pop_back();
+    }
+    folder = std::move(found);
+    return 0;
+  });
 }
 
 }  // namespace platform

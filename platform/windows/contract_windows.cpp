@@ -195,13 +195,27 @@ std::optional<std::u16string> ShortName(const std::u16string& path) {
   return length == 0 || found == path ? std::nullopt : std::optional(found);
 }
 
-std::shared_ptr<void> HoldAlone(const std::u16string& path) {
-  HANDLE file = CreateFileW(ToSystem(path.c_str()), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+// The handle is another one than the seam's: to the system that is another program.
+std::shared_ptr<void> HoldFile(const std::u16string& path, Hold how) {
+  const DWORD sharing = how == Hold::kAlone ? 0 : FILE_SHARE_READ | FILE_SHARE_WRITE;
+  HANDLE file = CreateFileW(ToSystem(path.c_str()), GENERIC_READ | GENERIC_WRITE, sharing, nullptr,
                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) {
     Fail("CreateFileW", GetLastError());
   }
-  return {file, CloseHandle};
+  std::shared_ptr<void> held(file, CloseHandle);
+  if (how == Hold::kLocked) {
+    constexpr DWORD kHow = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
+    OVERLAPPED start = {};
+    OVERLAPPED last = {};
+    last.Offset = 0xFFFFFFFE;
+    last.OffsetHigh = 0x7FFFFFFF;
+    if (!LockFileEx(file, kHow, 0, GetFileSize(file, nullptr), 0, &start) ||
+        !LockFileEx(file, kHow, 0, 1, 0, &last)) {
+      Fail("LockFileEx", GetLastError());
+    }
+  }
+  return held;
 }
 
 std::u16string DebugOutput() {

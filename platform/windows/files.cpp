@@ -4,8 +4,11 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 
+#include "platform/memory_failure.h"
+#include "platform/windows/append_turn.h"
 #include "platform/windows/wide.h"
 
 namespace platform {
@@ -14,9 +17,8 @@ namespace {
 // One call moves at most what a DWORD counts; a round number below it keeps the calls few.
 constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
 
-// Where AppendToFile takes its turn: a byte that no file's data reaches.
-constexpr DWORD kTurnOffsetLow = 0xFFFFFFFE;
-constexpr DWORD kTurnOffsetHigh = 0x7FFFFFFF;
+// How long AppendToFile waits for its turn.
+constexpr DWORD kTurnMilliseconds = 2000;
 
 // What Windows 8 and later tell of a file (published in winbase.h as FILE_ID_INFO and FileIdInfo,
 // which the headers keep back from programs that run on Windows 7, too).
@@ -34,10 +36,8 @@ DWORD Piece(std::size_t size) {
   return static_cast<DWORD>(std::min(size, kLargestPiece));
 }
 
-bool IsOnDisk(const File& file) {
-  return GetFileType(Handle(file)) == FILE_TYPE_DISK;
-}
-
+// Opens a file on a disk; nothing else, since what stands behind a pipe or a port may keep its user
+// waiting for ever.
 Status Open(const std::u16string& path, DWORD access, DWORD sharing, DWORD disposition,
             File& file) {
   HANDLE opened = CreateFileW(ToSystem(path.c_str()), access, sharing, nullptr, disposition,
@@ -45,11 +45,57 @@ Status Open(const std::u16string& path, DWORD access, DWORD sharing, DWORD dispo
   if (opened == INVALID_HANDLE_VALUE) {
     const Status status = GetLastError();
     file.Reset();
-    return status;
+    return status == ERROR_PIPE_BUSY ? kAccessDenied : status;
   }
   file.Reset(RawFile{reinterpret_cast<std::uintptr_t>(opened)});
+  if (GetFileType(opened) != FILE_TYPE_DISK) {
+    file.Reset();
+    return kAccessDenied;
+  }
   return kSuccess;
 }
+
+// Whether a wait for a turn was given up in this process: somebody keeps it, so there is no use in
+// waiting for the next one.
+std::atomic<bool> turn_given_up = false;
+
+// A turn among the processes that append to one file, held as long as this lives. Whoever gets none
+// (another program keeps it, or the system refuses) goes on without.
+class AppendTurn {
+ public:
+  explicit AppendTurn(const std::u16string& path) {
+    const AppendTurnName name = NameOfAppendTurn(path);
+    mutex_ = CreateMutexExW(nullptr, ToSystem(name.data()), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE);
+    if (mutex_ == nullptr) {
+      return;
+    }
+    switch (WaitForSingleObject(mutex_, turn_given_up ? 0 : kTurnMilliseconds)) {
+      case WAIT_OBJECT_0:
+      case WAIT_ABANDONED:  // its owner has ended without giving it back
+        taken_ = true;
+        break;
+      case WAIT_TIMEOUT:
+        turn_given_up = true;
+        break;
+      default:
+        break;
+    }
+  }
+  AppendTurn(const AppendTurn&) = delete;
+  AppendTurn& operator=(const AppendTurn&) = delete;
+  ~AppendTurn() {
+    if (taken_) {
+      ReleaseMutex(mutex_);
+    }
+    if (mutex_ != nullptr) {
+      CloseHandle(mutex_);
+    }
+  }
+
+ private:
+  HANDLE mutex_ = nullptr;
+  bool taken_ = false;
+};
 
 }  // namespace
 
@@ -108,36 +154,22 @@ Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t s
   if (size > kLargestPiece) {
     return kInvalidParameter;
   }
+  // With the right to append alone, the file systems of Windows write at the file's end in one
+  // step, and nobody's lock is waited for. Those of other servers and Wine do not: there it takes
+  // turns.
   File file;
   if (const Status status =
-          Open(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-               OPEN_ALWAYS, file);
+          Open(path, FILE_APPEND_DATA | SYNCHRONIZE,
+               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_ALWAYS, file);
       status != kSuccess) {
     return status;
   }
-  // Writing at the end of the file is one step for the file systems of Windows, but not for those
-  // of other servers, nor for Wine; so those who append take turns. Whoever gets no turn (a file
-  // system without locks) appends all the same.
-  OVERLAPPED turn = {};
-  turn.Offset = kTurnOffsetLow;
-  turn.OffsetHigh = kTurnOffsetHigh;
-  const bool locked = LockFileEx(Handle(file), LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &turn) != 0;
-  // Both offsets with all bits set: behind the last byte, wherever that is by then.
-  OVERLAPPED end = {};
-  end.Offset = 0xFFFFFFFF;
-  end.OffsetHigh = 0xFFFFFFFF;
+  const AppendTurn turn(path);
   DWORD written = 0;
-  Status status = kSuccess;
-  if (!WriteFile(Handle(file), bytes, static_cast<DWORD>(size), &written, &end)) {
-    status = GetLastError();
-  } else if (written != size) {
-    status = kDiskFull;
+  if (!WriteFile(Handle(file), bytes, static_cast<DWORD>(size), &written, nullptr)) {
+    return GetLastError();
   }
-  if (locked) {
-    // Closing would do it too, but only when the system gets round to it.
-    UnlockFileEx(Handle(file), 0, 1, 0, &turn);
-  }
-  return status;
+  return written == size ? kSuccess : kDiskFull;
 }
 
 Status RemoveFile(const std::u16string& path) {
@@ -152,10 +184,7 @@ Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
   if (const Status status = Open(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                  OPEN_EXISTING, file);
       status != kSuccess) {
-    return status == ERROR_PIPE_BUSY ? kAccessDenied : status;
-  }
-  if (!IsOnDisk(file)) {
-    return kAccessDenied;
+    return status;
   }
   BY_HANDLE_FILE_INFORMATION known = {};
   if (!GetFileInformationByHandle(Handle(file), &known)) {
@@ -191,8 +220,14 @@ std::int32_t LocalApplicationDataFolder(std::u16string& folder) {
   wchar_t path[MAX_PATH] = {};
   const HRESULT result =
       SHGetFolderPathW(nullptr, CSIDL_LOCAL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, path);
-  folder = result < 0 ? u"" : FromSystem(path);
-  return static_cast<std::int32_t>(result);
+  folder.clear();
+  if (result < 0) {
+    return static_cast<std::int32_t>(result);
+  }
+  return UnlessMemoryRunsOut(kOutOfMemoryResult, [&] {
+    folder = FromSystem(path);
+    return static_cast<std::int32_t>(result);
+  });
 }
 
 }  // namespace platform
