@@ -1,5 +1,6 @@
 // The registry, read only: the tool configures nothing. Which keys and values are read, in which
-// order and with which access and buffer sizes, is the caller's business.
+// order and with which access and buffer sizes, is the caller's business. Nothing here throws: what
+// needs memory gives kNotEnoughMemory when it runs out.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// A blocking TCP client socket, and the socket library's start and end.
+// A blocking TCP client socket, and the socket library's start and end. Nothing here throws: what
+// needs memory gives kNotEnoughMemory when it runs out.
 #pragma once
 
 #include <cstddef>

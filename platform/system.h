@@ -1,4 +1,6 @@
 // What is left of the operating system: common controls, debugger output, message texts, clock.
+// Nothing here throws: what needs memory gives kNotEnoughMemory when it runs out, and a text for
+// the debugger is then dropped.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// A worker thread.
+// A worker thread. Nothing here throws: what needs memory gives kNotEnoughMemory when it runs out.
 #pragma once
 
 #include <cstdint>

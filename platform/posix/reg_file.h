@@ -1,5 +1,6 @@
 // A registry as text, in the format that the Windows registry editor exports. Reads what it is
-// asked for in one pass and keeps no tables; writes nothing.
+// asked for in one pass and keeps no tables; writes nothing. Throws std::bad_alloc when memory runs
+// out.
 #pragma once
 
 #include <cstdint>

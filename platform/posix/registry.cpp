@@ -8,10 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "platform/memory_failure.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errno_status.h"
 #include "platform/posix/reg_file.h"
@@ -85,33 +86,27 @@ Status ReadRegistry(std::string& bytes) {
 }
 
 Status Open(std::string path, const char16_t* below, RegistryKey& key) {
-  key.Reset();
-  try {
-    const bool is_root = path.find('\\') == std::string::npos;
-    bool is_same = true;
-    if (below != nullptr && *below != u'\0') {
-      path += '\\' + ToUtf8(below);
-      is_same = false;
-    }
-    // Windows does not mind a separator at the end.
-    if (path.back() == '\\') {
-      path.pop_back();
-    }
-    std::string bytes;
-    if (const Status status = ReadRegistry(bytes); status != kSuccess) {
-      return status;
-    }
-    auto opened =
-        std::make_unique<OpenedKey>(OpenedKey{std::move(path), RegFile(std::move(bytes))});
-    // The roots are always there.
-    if (!(is_root && is_same) && !opened->file.HasKey(opened->path)) {
-      return kFileNotFound;
-    }
-    key.Reset(RawKey{reinterpret_cast<std::uintptr_t>(opened.release())});
-    return kSuccess;
-  } catch (const std::bad_alloc&) {
-    return kNotEnoughMemory;
+  const bool is_root = path.find('\\') == std::string::npos;
+  bool is_same = true;
+  if (below != nullptr && *below != u'\0') {
+    path += '\\' + ToUtf8(below);
+    is_same = false;
   }
+  // Windows does not mind a separator at the end.
+  if (path.back() == '\\') {
+    path.pop_back();
+  }
+  std::string bytes;
+  if (const Status status = ReadRegistry(bytes); status != kSuccess) {
+    return status;
+  }
+  auto opened = std::make_unique<OpenedKey>(OpenedKey{std::move(path), RegFile(std::move(bytes))});
+  // The roots are always there.
+  if (!(is_root && is_same) && !opened->file.HasKey(opened->path)) {
+    return kFileNotFound;
+  }
+  key.Reset(RawKey{reinterpret_cast<std::uintptr_t>(opened.release())});
+  return kSuccess;
 }
 
 }  // namespace
@@ -121,12 +116,19 @@ void RegistryKeyTraits::Close(RawKey key) noexcept {
 }
 
 Status OpenKey(Hive hive, const char16_t* path, std::uint32_t, RegistryKey& key) {
-  return Open(std::string(RootName(hive)), path, key);
+  key.Reset();
+  return UnlessMemoryRunsOut([&] { return Open(std::string(RootName(hive)), path, key); });
 }
 
 Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t,
                   RegistryKey& key) {
-  return parent ? Open(Get(parent.Get())->path, path, key) : kInvalidHandle;
+  // `key` may be `parent`, so that what it holds is closed last.
+  RegistryKey opened;
+  const Status status =
+      parent ? UnlessMemoryRunsOut([&] { return Open(Get(parent.Get())->path, path, opened); })
+             : kInvalidHandle;
+  key = std::move(opened);
+  return status;
 }
 
 Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type, void* data,
@@ -134,7 +136,7 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
   if (!key) {
     return kInvalidHandle;
   }
-  try {
+  return UnlessMemoryRunsOut([&] {
     const OpenedKey& opened = *Get(key.Get());
     const std::optional<RegValue> value =
         opened.file.FindValue(opened.path, name != nullptr ? ToUtf8(name) : std::string());
@@ -154,9 +156,7 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
     }
     std::memcpy(data, value->data.data(), value->data.size());
     return kSuccess;
-  } catch (const std::bad_alloc&) {
-    return kNotEnoughMemory;
-  }
+  });
 }
 
 Status CloseKey(RegistryKey& key) {

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <new>
 
+#include "platform/memory_failure.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errno_status.h"
 #include "platform/posix/utf8.h"
@@ -131,7 +132,9 @@ Status CSocket::Connect(const std::u16string& host, std::uint16_t port) {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  if (const Status status = FindAddress(ToUtf8(host), address.sin_addr); status != kSuccess) {
+  if (const Status status =
+          UnlessMemoryRunsOut([&] { return FindAddress(ToUtf8(host), address.sin_addr); });
+      status != kSuccess) {
     return status;
   }
   Status status = kSuccess;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "platform/memory_failure.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errno_status.h"
 #include "platform/posix/utf8.h"
@@ -22,11 +23,12 @@ void WriteDebugOutput(const char16_t* text) {
   if (path == nullptr || *path == '\0') {
     return;
   }
-  const Descriptor file(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
-  const std::string bytes = ToUtf8(text);
-  if (!file || write(file.Get(), bytes.data(), bytes.size()) < 0) {
-    return;  // As lost as it is with nobody listening.
-  }
+  // What fails here is as lost as it is with nobody listening.
+  static_cast<void>(UnlessMemoryRunsOut([&] {
+    const Descriptor file(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+    const std::string bytes = ToUtf8(text);
+    return file && write(file.Get(), bytes.data(), bytes.size()) >= 0 ? kSuccess : kWriteFault;
+  }));
 }
 
 Status SystemMessage(std::uint32_t, std::u16string& text) {

@@ -1,4 +1,4 @@
-// The host speaks UTF-8, the seam UTF-16.
+// The host speaks UTF-8, the seam UTF-16. All of this throws std::bad_alloc when memory runs out.
 #pragma once
 
 #include <string>

@@ -4,6 +4,7 @@
 // In a block of its own, behind windows.h, whose types it uses.
 #include <commctrl.h>
 
+#include "platform/memory_failure.h"
 #include "platform/windows/wide.h"
 
 namespace platform {
@@ -37,8 +38,10 @@ Status SystemMessage(std::uint32_t code, std::u16string& text) {
     wchar_t* text;
     ~Owner() { LocalFree(text); }
   } owner{message};
-  text.assign(FromSystem(message), length);
-  return kSuccess;
+  return UnlessMemoryRunsOut([&] {
+    text.assign(FromSystem(message), length);
+    return kSuccess;
+  });
 }
 
 std::int64_t SecondsSinceEpoch() {
