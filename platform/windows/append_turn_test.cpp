@@ -1,0 +1,149 @@
+// The turns of those who append, on Wine as on Windows: what happens to the mutex behind the seam's
+// back.
+#include "platform/windows/append_turn.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "platform/files.h"
+#include "platform/windows/wide.h"
+
+namespace platform {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+struct CloseIt {
+  using pointer = HANDLE;
+  void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using Owned = std::unique_ptr<HANDLE, CloseIt>;
+
+class AppendTurn : public testing::Test {
+ protected:
+  AppendTurn() {
+    const std::string process = std::to_string(GetCurrentProcessId());
+    path_ = (std::filesystem::temp_directory_path() / ("zentpost-append-turn-" + process + ".log"))
+                .u16string();
+    std::filesystem::remove(path_);
+  }
+  ~AppendTurn() override { std::filesystem::remove(path_); }
+
+  std::u16string Name() const { return NameOfAppendTurn(path_).data(); }
+
+  // Appends a line and gives the time that it took.
+  milliseconds Append() const {
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(AppendToFile(path_, "line\r\n", 6), kSuccess);
+    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+  }
+
+  std::size_t Lines() const {
+    std::ifstream file(std::filesystem::path(path_), std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    EXPECT_EQ(bytes.size() % 6, 0U);
+    return bytes.size() / 6;
+  }
+
+  std::u16string path_;
+};
+
+static_assert(std::u16string_view(NameOfAppendTurn(u"").data()) ==
+              u"Global\\Zentpost-append-cbf29ce484222325");
+// Worked out with another program.
+static_assert(std::u16string_view(NameOfAppendTurn(u"C:\\Gr\u00FC\u00DFe\\\u20AC.log").data()) ==
+              u"Global\\Zentpost-append-ccfb6d45f41da6f1");
+
+TEST_F(AppendTurn, IsGivenBackBehindEachLine) {
+  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
+  ASSERT_TRUE(mutex);
+  for (int line = 1; line <= 3; ++line) {
+    Append();
+    // Another thread than the one that had it could not take it otherwise.
+    DWORD result = WAIT_FAILED;
+    std::thread([&] {
+      result = WaitForSingleObject(mutex.get(), 0);
+      ReleaseMutex(mutex.get());
+    }).join();
+    EXPECT_EQ(result, WAIT_OBJECT_0);
+  }
+  EXPECT_EQ(Lines(), 3U);
+}
+
+TEST_F(AppendTurn, IsGivenBackWhenTheLineCannotBeWritten) {
+  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
+  ASSERT_TRUE(mutex);
+  // No memory stands behind these bytes.
+  EXPECT_NE(AppendToFile(path_, reinterpret_cast<const void*>(std::uintptr_t{16}), 6), kSuccess);
+  DWORD result = WAIT_FAILED;
+  std::thread([&] {
+    result = WaitForSingleObject(mutex.get(), 0);
+    ReleaseMutex(mutex.get());
+  }).join();
+  EXPECT_EQ(result, WAIT_OBJECT_0);
+}
+
+TEST_F(AppendTurn, ThatWasAbandonedIsTaken) {
+  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
+  ASSERT_TRUE(mutex);
+  std::thread([&] { WaitForSingleObject(mutex.get(), INFINITE); }).join();
+  EXPECT_LT(Append(), milliseconds(1000));
+  EXPECT_LT(Append(), milliseconds(1000));
+  EXPECT_EQ(Lines(), 2U);
+}
+
+TEST_F(AppendTurn, WhoseNameSomethingElseHasIsDoneWithout) {
+  const Owned event(CreateEventW(nullptr, TRUE, FALSE, ToSystem(Name().c_str())));
+  ASSERT_TRUE(event);
+  ASSERT_EQ(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())), nullptr);
+  EXPECT_LT(Append(), milliseconds(1000));
+  EXPECT_EQ(Lines(), 1U);
+}
+
+// The one test here that lets a wait be given up: that holds for the rest of the process.
+TEST_F(AppendTurn, ThatAnotherKeepsIsWaitedForOnceAndNotForLong) {
+  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
+  const Owned done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  const Owned taken(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  ASSERT_TRUE(mutex && done && taken);
+  std::thread keeper([&] {
+    WaitForSingleObject(mutex.get(), INFINITE);
+    SetEvent(taken.get());
+    WaitForSingleObject(done.get(), INFINITE);
+    ReleaseMutex(mutex.get());
+  });
+  WaitForSingleObject(taken.get(), INFINITE);
+
+  const milliseconds first = Append();
+  EXPECT_GE(first, milliseconds(1900));
+  EXPECT_LT(first, milliseconds(2500));
+  milliseconds later(0);
+  for (int line = 0; line < 50; ++line) {
+    later += Append();
+  }
+  EXPECT_LT(later, milliseconds(1000));
+  EXPECT_EQ(Lines(), 51U);
+  std::printf("the first line took %d ms, 50 later ones %d ms\n", static_cast<int>(first.count()),
+              static_cast<int>(later.count()));
+  SetEvent(done.get());
+  keeper.join();
+
+  // Without waiting it still takes the turn that is free.
+  EXPECT_LT(Append(), milliseconds(1000));
+  EXPECT_EQ(Lines(), 52U);
+}
+
+}  // namespace
+}  // namespace platform
