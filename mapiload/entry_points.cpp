@@ -1,6 +1,10 @@
 #include "mapiload/entry_points.h"
 
+#include <array>
 #include <atomic>
+#include <charconv>
+#include <cstring>
+#include <iterator>
 #include <type_traits>
 
 #include "mapiload/library.h"
@@ -16,9 +20,33 @@ namespace {
 // sees the generation sees the address that belongs to it.
 struct Binding {
   const char* name;
+  std::uint32_t argument_bytes;  // on the stack, in 32 bits
   std::atomic<platform::Procedure> BoundProc{};
   std::atomic<std::uint32_t> BoundGeneration{};  // generations begin with 1
 };
+
+// The name under which a linker for 32 bits knows the function.
+using DecoratedName = std::array<char, 32>;
+DecoratedName Decorated(const Binding& binding) {
+  DecoratedName decorated{};  // has room for the longest of the nine and any number
+  const std::size_t length = std::strlen(binding.name);
+  std::memcpy(decorated.data(), binding.name, length);
+  decorated[length] = '@';
+  std::to_chars(decorated.data() + length + 1, std::prev(decorated.end()), binding.argument_bytes);
+  return decorated;
+}
+
+// The function in `library`; null when it has none. In 32 bits a library may export it under the
+// linker's name alone.
+platform::Procedure Find(platform::RawModule library, const Binding& binding) {
+  platform::Procedure procedure = nullptr;
+  // The address tells; a failure leaves none.
+  static_cast<void>(platform::FindProcedure(library, binding.name, procedure));
+  if (PLATFORM_STDCALL_IS_DECORATED != 0 && procedure == nullptr) {
+    static_cast<void>(platform::FindProcedure(library, Decorated(binding).data(), procedure));
+  }
+  return procedure;
+}
 
 // Looks the function up in the library, which is searched for when there is none. Null when it
 // cannot be had.
@@ -30,15 +58,18 @@ platform::Procedure Bind(Binding& binding) {
   if (library == platform::RawModule{}) {
     return nullptr;
   }
-  platform::Procedure procedure = nullptr;
   // A failure leaves null, which stands until a new library is installed.
-  static_cast<void>(platform::FindProcedure(library, binding.name, procedure));
+  const platform::Procedure procedure = Find(library, binding);
   binding.BoundProc.store(procedure, std::memory_order_relaxed);
   // Read only now: an installation that GetPrivateMAPI made counts.
   binding.BoundGeneration.store(MapiHandleGeneration.load(std::memory_order_acquire),
                                 std::memory_order_release);
   return procedure;
 }
+
+// What an argument takes on the stack in 32 bits.
+template <class Argument>
+constexpr std::uint32_t kStackBytes = (sizeof(Argument) + 3) / 4 * 4;
 
 template <class Signature>
 class EntryPoint;
@@ -47,7 +78,8 @@ class EntryPoint;
 template <class Result, class... Arguments>
 class EntryPoint<Result(Arguments...)> {
  public:
-  explicit constexpr EntryPoint(const char* name) : binding_{name} {}
+  explicit constexpr EntryPoint(const char* name)
+      : binding_{name, (std::uint32_t{0} + ... + kStackBytes<Arguments>)} {}
 
   Result operator()(Arguments... arguments) {
     if (binding_.BoundGeneration.load(std::memory_order_acquire) ==

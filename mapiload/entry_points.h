@@ -1,7 +1,9 @@
 // The nine functions of Extended MAPI that the tool calls, under their own names and with their
 // published arguments and results. Each finds itself in the mail client's MAPI library at its first
 // call, which starts the search for that library (mapiload/library.h), and again when a new library
-// has been installed; otherwise it only forwards the call.
+// has been installed; otherwise it only forwards the call. In 32 bits a library may also export it
+// under the linker's name for it ("FreeProws@4"), which is asked for where the plain name is
+// missing.
 //
 // Without a library, or when the library does not export the function, nothing is called: results
 // are then MAPI_E_CALL_FAILED, 0 from MAPIFreeBuffer, and nothing that they hand out is written.

@@ -113,6 +113,7 @@ std::string Void(const std::function<void()>& call) {
 // comes back when the library cannot be reached.
 struct Entry {
   std::string name;
+  std::string decorated_name;  // in 32 bits
   std::function<std::string()> call;
   std::string reached;
   std::string result;
@@ -123,39 +124,42 @@ const std::string kCallFailed = "-2147467259";  // 0x80004005
 
 const std::vector<Entry>& Entries() {
   static const std::vector<Entry> entries = {
-      {"MAPIInitialize", [] { return std::to_string(MAPIInitialize(Pointer<void>(11))); },
-       "MAPIInitialize(11)", "101", kCallFailed},
-      {"MAPILogonEx",
+      {"MAPIInitialize", "MAPIInitialize@4",
+       [] { return std::to_string(MAPIInitialize(Pointer<void>(11))); }, "MAPIInitialize(11)",
+       "101", kCallFailed},
+      {"MAPILogonEx", "MAPILogonEx@20",
        [] {
          return std::to_string(MAPILogonEx(21, Pointer<char16_t>(22), Pointer<char16_t>(23), 24,
                                            Pointer<IMAPISession*>(25)));
        },
        "MAPILogonEx(21, 22, 23, 24, 25)", "-2147221231", kCallFailed},
-      {"MAPIOpenFormMgr",
+      {"MAPIOpenFormMgr", "MAPIOpenFormMgr@8",
        [] {
          return std::to_string(
              MAPIOpenFormMgr(Pointer<IMAPISession>(31), Pointer<IMAPIFormMgr*>(32)));
        },
        "MAPIOpenFormMgr(31, 32)", "103", kCallFailed},
-      {"MAPIAdminProfiles",
+      {"MAPIAdminProfiles", "MAPIAdminProfiles@8",
        [] { return std::to_string(MAPIAdminProfiles(0x80000000, Pointer<IProfAdmin*>(42))); },
        "MAPIAdminProfiles(2147483648, 42)", "104", kCallFailed},
-      {"HrQueryAllRows",
+      {"HrQueryAllRows", "HrQueryAllRows@24",
        [] {
          return std::to_string(HrQueryAllRows(Pointer<IMAPITable>(51), Pointer<SPropTagArray>(52),
                                               Pointer<SRestriction>(53), Pointer<SSortOrderSet>(54),
                                               -55, Pointer<SRowSet*>(56)));
        },
        "HrQueryAllRows(51, 52, 53, 54, -55, 56)", "105", kCallFailed},
-      {"FreeProws", [] { return Void([] { FreeProws(Pointer<SRowSet>(61)); }); }, "FreeProws(61)",
+      {"FreeProws", "FreeProws@4", [] { return Void([] { FreeProws(Pointer<SRowSet>(61)); }); },
+       "FreeProws(61)", "nothing", "nothing"},
+      {"FreePadrlist", "FreePadrlist@4",
+       [] { return Void([] { FreePadrlist(Pointer<ADRLIST>(71)); }); }, "FreePadrlist(71)",
        "nothing", "nothing"},
-      {"FreePadrlist", [] { return Void([] { FreePadrlist(Pointer<ADRLIST>(71)); }); },
-       "FreePadrlist(71)", "nothing", "nothing"},
-      {"MAPIAllocateBuffer",
+      {"MAPIAllocateBuffer", "MAPIAllocateBuffer@8",
        [] { return std::to_string(MAPIAllocateBuffer(0xFFFFFFFF, Pointer<void*>(82))); },
        "MAPIAllocateBuffer(4294967295, 82)", "-2147024882", kCallFailed},
-      {"MAPIFreeBuffer", [] { return std::to_string(MAPIFreeBuffer(Pointer<void>(91))); },
-       "MAPIFreeBuffer(91)", "4294967295", "0"},
+      {"MAPIFreeBuffer", "MAPIFreeBuffer@4",
+       [] { return std::to_string(MAPIFreeBuffer(Pointer<void>(91))); }, "MAPIFreeBuffer(91)",
+       "4294967295", "0"},
   };
   return entries;
 }
@@ -208,6 +212,51 @@ TEST_F(EntryPoints, LookUpTheirPlainNamesOnceEach) {
     expected.push_back(R"(FindProcedure(C:\Mail\a.dll, )" + entry.name + ")");
   }
   EXPECT_EQ(machine_.CallsOf("FindProcedure"), expected);
+}
+
+// The names by which they look for a function that the library lacks.
+Lines LookedFor(const Entry& entry) {
+  Lines names = {R"(FindProcedure(C:\Mail\a.dll, )" + entry.name + ")"};
+  if (PLATFORM_STDCALL_IS_DECORATED != 0) {
+    names.push_back(R"(FindProcedure(C:\Mail\a.dll, )" + entry.decorated_name + ")");
+  }
+  return names;
+}
+
+TEST_F(EntryPoints, LookForTheLinkersNameIn32BitsAloneAndOnceWhereThePlainOneIsMissing) {
+  Install(kLibrary, {});
+  for (const Entry& entry : Entries()) {
+    machine_.ClearCalls();
+    EXPECT_EQ(entry.call(), entry.unavailable) << entry.name;
+    EXPECT_EQ(entry.call(), entry.unavailable) << entry.name;
+    EXPECT_EQ(machine_.Calls(), LookedFor(entry));
+  }
+}
+
+TEST_F(EntryPoints, FindIn32BitsWhatIsExportedUnderTheLinkersNameAlone) {
+  Exports exports;
+  const Exports plain = AllExports();
+  for (const Entry& entry : Entries()) {
+    exports[entry.decorated_name] = plain.at(entry.name);
+  }
+  Install(kLibrary, std::move(exports));
+  if (PLATFORM_STDCALL_IS_DECORATED != 0) {
+    ExpectAllWork();
+    return;
+  }
+  for (const Entry& entry : Entries()) {
+    EXPECT_EQ(entry.call(), entry.unavailable) << entry.name;
+  }
+}
+
+TEST_F(EntryPoints, PreferThePlainNameToTheLinkers) {
+  Exports exports = AllExports();
+  for (const Entry& entry : Entries()) {
+    // Would give another result, and reach another function.
+    exports[entry.decorated_name] = Exported(FreeBufferOfAnother);
+  }
+  Install(kLibrary, std::move(exports));
+  ExpectAllWork();
 }
 
 TEST_F(EntryPoints, OnceBoundOnlyForward) {

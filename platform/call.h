@@ -1,11 +1,14 @@
 // What the compilers need to be told about functions that cross a library's border.
 #pragma once
 
-// The calling convention of what Windows' libraries export. It matters on x86 only.
+// The calling convention of what Windows' libraries export. It matters on x86 only. There a linker
+// knows such a function as NAME@BYTES, with the bytes of its arguments, each rounded up to 4.
 #if defined(_WIN32) && defined(__i386__)
 #define PLATFORM_STDCALL __attribute__((stdcall))
+#define PLATFORM_STDCALL_IS_DECORATED 1
 #else
 #define PLATFORM_STDCALL
+#define PLATFORM_STDCALL_IS_DECORATED 0
 #endif
 
 // Exports a function from a library of ours. The name that it gets is the plain one: libraries are
