@@ -2,8 +2,8 @@
 // mail client, beside an installed Outlook, or in the system directory.
 //
 // A returned empty text or handle means that nothing was found; why stands in the trace
-// (mapiload/trace.h). All texts are UTF-16. Every operation may throw std::bad_alloc and
-// std::system_error unless it says otherwise.
+// (mapiload/trace.h). All texts are UTF-16. Every operation may throw std::bad_alloc, and
+// std::length_error for a size that the system told and no text can have, unless it says otherwise.
 #pragma once
 
 #include <array>
@@ -41,7 +41,7 @@ platform::Module GetDefaultMapiHandle();
 // The candidates in the order of the search: the mail client's "DllPathEx", the libraries beside
 // the installed Outlooks, the client's "DllPath", the path that the client registered with the
 // installer, the system's mapi32.dll. A path may be padded with zero units; it ends at the first
-// one. Does not throw: what memory or a lock is missing for is left out.
+// one. Does not throw: what memory is missing for is left out.
 std::vector<std::u16string> GetMapiCandidatePaths();
 
 // Opens the registry key of the mail client `pwzProvider`, of the default one when that is empty,

@@ -28,8 +28,7 @@ inline platform::RawModule GetMAPIHandle() {
 
 // The installed MAPI library; when there is none, searches for one and installs it. RawModule{}
 // when nothing was found, of which nothing is remembered: every call searches again. Does not
-// throw: a source for which memory does not suffice, or which cannot lock what it keeps, is a
-// source that has nothing.
+// throw: a source for which memory does not suffice is a source that has nothing.
 platform::RawModule GetPrivateMAPI();
 
 // Installs `hinstMAPI` and takes its reference over. When a library is installed already, that one

@@ -207,6 +207,36 @@ TEST_F(SearchThreads, ThatLoadASystemLibraryAtTheSameTimeKeepOneReference) {
   EXPECT_EQ(machine_.ModuleReferences(kInstaller), 1u);
 }
 
+TEST_F(SearchThreads, ThatAskForTheSystemDirectoryAtTheSameTimeKeepTheFirstAnswer) {
+  constexpr char16_t kFirst[] = u"D:\\first";
+  AddEmptyLibrary(u"D:\\first\\a.dll");
+  // A thread has an answer and is about to keep it when another has kept its own.
+  Meeting answered(2);
+  Meeting kept(2);
+  MapiTraceSink = [&](const char16_t* format, TraceArguments arguments) {
+    if (std::u16string_view(format).starts_with(u"Exit GetSystemDirectory") &&
+        std::get<const char16_t*>(arguments[0]) != std::u16string_view(kFirst)) {
+      answered.Join();
+      kept.Join();
+    }
+  };
+  bool has_loaded = false;
+  {
+    const platform::Worker late = Start(
+        [](void* loaded) -> std::uint32_t {
+          *static_cast<bool*>(loaded) = static_cast<bool>(LoadFromSystemDir(u"a.dll"));
+          return 0;
+        },
+        &has_loaded);
+    answered.Join();
+    machine_.SetSystemDirectory(kFirst);
+    EXPECT_TRUE(LoadFromSystemDir(u"a.dll"));
+    kept.Join();
+  }
+  MapiTraceSink = nullptr;
+  EXPECT_TRUE(has_loaded);
+}
+
 TEST_F(SearchThreads, WhoseSearchFoundNothingDoNotUndoWhatAnotherHasBound) {
   // A thread has searched in vain and is about to say so when the library is found by another.
   Meeting in_vain(2);

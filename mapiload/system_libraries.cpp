@@ -1,7 +1,7 @@
 #include "mapiload/system_libraries.h"
 
 #include <atomic>
-#include <mutex>
+#include <memory>
 #include <utility>
 
 #include "mapiload/process_state.h"
@@ -20,15 +20,19 @@ constexpr std::uint32_t kSystemDirectoryStep = 260;
 // Published in winerror.h, E_FAIL.
 constexpr std::uint32_t kFailed = 0x80004005;
 
-struct SystemDirectoryCache {
-  std::mutex mutex;
-  bool computed = false;
-  std::u16string directory;
-};
+// Null until the system has been asked, then for the process.
+constinit std::atomic<const std::u16string*> system_directory{};
 
-SystemDirectoryCache& CachedSystemDirectory() {
-  static SystemDirectoryCache cache;
-  return cache;
+// Two threads may both ask; the first answer stays.
+const std::u16string& KeptSystemDirectory() {
+  const std::u16string* kept = system_directory.load(std::memory_order_acquire);
+  if (kept == nullptr) {
+    auto asked = std::make_unique<const std::u16string>(GetSystemDirectory());
+    if (system_directory.compare_exchange_strong(kept, asked.get(), std::memory_order_acq_rel)) {
+      kept = asked.release();
+    }
+  }
+  return *kept;
 }
 
 // A function of a system library, and what is known of it.
@@ -110,15 +114,7 @@ Module LoadFromSystemDir(const char16_t* name) {
   }
   MapiLoadTrace(u"LoadFromSystemDir - loading \"%ws\"\n", {name});
   std::u16string path;
-  {
-    SystemDirectoryCache& cache = CachedSystemDirectory();
-    const std::lock_guard lock(cache.mutex);
-    if (!cache.computed) {
-      cache.directory = GetSystemDirectory();
-      cache.computed = true;
-    }
-    path.append(cache.directory).append(u"\\").append(name);
-  }
+  path.append(KeptSystemDirectory()).append(u"\\").append(name);
   MapiLoadTrace(u"LoadFromSystemDir - loading from \"%ws\"\n", {path.c_str()});
   // A failure leaves the owner empty, which is all that is asked for.
   static_cast<void>(platform::LoadModule(path.c_str(), module));
@@ -141,10 +137,7 @@ ModuleHandleExFunction BindModuleHandleEx() {
 void ForgetSystemLibraries() {
   Forget(provide_qualified_component);
   Forget(get_module_handle_ex);
-  SystemDirectoryCache& cache = CachedSystemDirectory();
-  const std::lock_guard lock(cache.mutex);
-  cache.computed = false;
-  std::u16string().swap(cache.directory);  // gives its memory back, too
+  const std::unique_ptr<const std::u16string> released(system_directory.exchange(nullptr));
 }
 
 }  // namespace zentpost

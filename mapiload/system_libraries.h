@@ -1,7 +1,7 @@
 // What the search needs of the system's own libraries: those of the system directory, and two of
 // their functions, bound when they are first needed and kept for the process.
 //
-// May be used from several threads.
+// May be used from several threads; none waits for another.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@ namespace zentpost {
 std::u16string GetSystemDirectory();
 
 // Loads the library `name` from the system directory. The directory is asked for once in a process;
-// what that gave is kept, also when it was nothing. Owns nothing on failure and for an empty name.
-// Throws std::bad_alloc, and std::system_error when what is kept cannot be locked.
+// what that gave is kept, also when it was nothing; of threads that ask at the same time the first
+// answer stays. Owns nothing on failure and for an empty name. Throws std::bad_alloc.
 platform::Module LoadFromSystemDir(const char16_t* name);
 
 // MsiProvideQualifiedComponentW of the Windows Installer: tells the path of the component that is

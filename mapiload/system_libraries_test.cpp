@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "mapiload/process_state.h"
 #include "mapiload/trace.h"
 #include "tests/support/mapi_search.h"
 
@@ -112,6 +113,15 @@ TEST_F(SystemLibraries, DeliberatelyKeepsASystemDirectoryThatCouldNotBeHad) {
   EXPECT_FALSE(LoadFromSystemDir(u"b.dll"));
   EXPECT_EQ(machine_.Calls(),
             (Lines{"SystemDirectory(260)", "LoadModule(\\a.dll)", "LoadModule(\\b.dll)"}));
+}
+
+TEST_F(SystemLibraries, ForgettingGivesWhatIsKeptBack) {
+  EXPECT_FALSE(LoadFromSystemDir(u"a.dll"));
+  ForgetSystemLibraries();
+  machine_.SetSystemDirectory(u"D:\\elsewhere");
+  EXPECT_FALSE(LoadFromSystemDir(u"b.dll"));
+  EXPECT_EQ(machine_.CallsOf("LoadModule"), (Lines{"LoadModule(C:\\Windows\\system32\\a.dll)",
+                                                   "LoadModule(D:\\elsewhere\\b.dll)"}));
 }
 
 // --- functions bound when they are needed ---
