@@ -254,13 +254,23 @@ class ExpectedSearch {
     constexpr std::uint32_t kUnknown = 1607;
     constexpr std::uint32_t kUnbound = 0x80004005;
     Failure("GetOutlookPath: MsiProvideQualifiedComponent(x64)",
-            Bind(installer_) ? kUnknown : kUnbound);
-    const bool is_bound = Bind(installer_);
+            BindInstaller() ? kUnknown : kUnbound);
+    const bool is_bound = BindInstaller();
     if (is_bound && knows_x86) {
       return true;
     }
     Failure("GetOutlookPath: MsiProvideQualifiedComponent(x86)", is_bound ? kUnknown : kUnbound);
     return false;
+  }
+
+  // Before its first question it is told to show nothing, which may fail.
+  bool BindInstaller() {
+    const bool is_bound = Bind(installer_);
+    if (is_bound && !is_told_) {
+      Call();
+      is_told_ = true;
+    }
+    return is_bound;
   }
 
   bool Bind(Function& function) {
@@ -305,6 +315,7 @@ class ExpectedSearch {
   std::size_t calls_ = 0;
   Function kernel_{"kernel32.dll", "GetModuleHandleExW"};
   Function installer_{"msi.dll", "MsiProvideQualifiedComponentW"};
+  bool is_told_ = false;
   std::optional<std::string> cached_folder_;
 };
 

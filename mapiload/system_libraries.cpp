@@ -20,6 +20,9 @@ constexpr std::uint32_t kSystemDirectoryStep = 260;
 // Published in winerror.h, E_FAIL.
 constexpr std::uint32_t kFailed = 0x80004005;
 
+// Published in msi.h, INSTALLUILEVEL_NONE.
+constexpr std::uint32_t kNoUserInterface = 2;
+
 // Null until the system has been asked, then for the process.
 constinit std::atomic<const std::u16string*> system_directory{};
 
@@ -49,6 +52,9 @@ constinit LazyFunction provide_qualified_component{u"msi.dll", "MsiProvideQualif
 constinit LazyFunction get_module_handle_ex{u"kernel32.dll", "GetModuleHandleExW",
                                             u"GetModuleHandleExW"};
 
+// Whether the installer has been told to show nothing, or cannot be told.
+constinit std::atomic<bool> is_installer_silent = false;
+
 // The function's address, looked up when it is not known yet. Null is not remembered.
 Procedure LoadProc(LazyFunction& function) {
   if (const Procedure bound = function.procedure.load(std::memory_order_acquire)) {
@@ -77,6 +83,24 @@ Procedure LoadProc(LazyFunction& function) {
   }
   function.procedure.store(procedure, std::memory_order_release);
   return procedure;
+}
+
+// The installer would repair a component that is broken, and show its progress. Where it cannot be
+// told otherwise it is asked all the same. Two threads may both tell it, each before it asks.
+void SilenceInstaller() {
+  using Function = std::uint32_t(PLATFORM_STDCALL*)(std::uint32_t, void**);
+  if (is_installer_silent.load(std::memory_order_acquire)) {
+    return;
+  }
+  Procedure procedure = nullptr;
+  // The address tells; a failure leaves none.
+  static_cast<void>(
+      platform::FindProcedure(provide_qualified_component.handle.load(std::memory_order_acquire),
+                              "MsiSetInternalUI", procedure));
+  if (procedure != nullptr) {
+    reinterpret_cast<Function>(procedure)(kNoUserInterface, nullptr);
+  }
+  is_installer_silent.store(true, std::memory_order_release);
 }
 
 void Forget(LazyFunction& function) {
@@ -127,7 +151,11 @@ std::uint32_t ProvideQualifiedComponent(const char16_t* category, const char16_t
   using Function = std::uint32_t(PLATFORM_STDCALL*)(const char16_t*, const char16_t*, std::uint32_t,
                                                     char16_t*, std::uint32_t*);
   const auto function = reinterpret_cast<Function>(LoadProc(provide_qualified_component));
-  return function == nullptr ? kFailed : function(category, qualifier, 0, path, count);
+  if (function == nullptr) {
+    return kFailed;
+  }
+  SilenceInstaller();
+  return function(category, qualifier, 0, path, count);
 }
 
 ModuleHandleExFunction BindModuleHandleEx() {
@@ -137,6 +165,7 @@ ModuleHandleExFunction BindModuleHandleEx() {
 void ForgetSystemLibraries() {
   Forget(provide_qualified_component);
   Forget(get_module_handle_ex);
+  is_installer_silent = false;
   const std::unique_ptr<const std::u16string> released(system_directory.exchange(nullptr));
 }
 

@@ -25,7 +25,9 @@ platform::Module LoadFromSystemDir(const char16_t* name);
 // registered under `category` and `qualifier`. `path` (null: only the size is asked for) has room
 // for `count` characters, terminator included; `count` becomes the path's length without it. The
 // install mode that is passed on is always 0 (INSTALLMODE_DEFAULT). Gives the installer's status (0
-// is success), or 0x80004005 (E_FAIL) when the function cannot be had. Throws as LoadFromSystemDir.
+// is success), or 0x80004005 (E_FAIL) when the function cannot be had. Before the first question
+// the installer is told to show nothing (MsiSetInternalUI with INSTALLUILEVEL_NONE and no window),
+// where it has that function. Throws as LoadFromSystemDir.
 std::uint32_t ProvideQualifiedComponent(const char16_t* category, const char16_t* qualifier,
                                         std::uint32_t install_mode, char16_t* path,
                                         std::uint32_t* count);

@@ -153,10 +153,10 @@ TEST_F(SystemLibraries, BindsTheInstallerOnce) {
   std::uint32_t count = 0;
   static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count));
   static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count));
-  EXPECT_EQ(
-      machine_.Calls(),
-      (Lines{"SystemDirectory(260)", "LoadModule(C:\\Windows\\system32\\msi.dll)",
-             "FindProcedure(C:\\Windows\\system32\\msi.dll, MsiProvideQualifiedComponentW)"}));
+  EXPECT_EQ(machine_.Calls(),
+            (Lines{"SystemDirectory(260)", "LoadModule(C:\\Windows\\system32\\msi.dll)",
+                   "FindProcedure(C:\\Windows\\system32\\msi.dll, MsiProvideQualifiedComponentW)",
+                   "FindProcedure(C:\\Windows\\system32\\msi.dll, MsiSetInternalUI)"}));
   EXPECT_EQ(machine_.ModuleReferences(kInstaller), 1u);
   EXPECT_EQ(InstallerQuestions().size(), 2u);
 }
@@ -182,7 +182,51 @@ TEST_F(SystemLibraries, LooksAgainForAMissingExportWithoutLoadingAgain) {
   AddInstaller();
   EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count), 1607u);
   EXPECT_EQ(machine_.CallsOf("LoadModule").size(), 1u);
-  EXPECT_EQ(machine_.CallsOf("FindProcedure").size(), 3u);
+  EXPECT_EQ(machine_.CallsOf("FindProcedure").size(), 4u);
+}
+
+TEST_F(SystemLibraries, TellsTheInstallerOnceToShowNothingBeforeItIsAsked) {
+  AddInstaller();
+  std::uint32_t count = 0;
+  static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count));
+  EXPECT_EQ(InstallerSettings(), Lines{"2, no window, 0"});
+  ClearTrace();
+  static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count));
+  EXPECT_EQ(InstallerSettings(), Lines{"2, no window, 0"});
+  EXPECT_EQ(InstallerQuestions().size(), 2u);
+  EXPECT_EQ(Trace(), Lines{});
+}
+
+TEST_F(SystemLibraries, TellsAnInstallerNothingThatCannotBeAsked) {
+  machine_.AddModule(kInstaller, {{"MsiSetInternalUI", nullptr}});
+  std::uint32_t count = 0;
+  EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count), 0x80004005u);
+  EXPECT_EQ(machine_.CallsOf("FindProcedure").size(), 1u);
+}
+
+TEST_F(SystemLibraries, AsksAnInstallerThatCannotBeToldAllTheSameAndWithoutATrace) {
+  AddTalkativeInstaller();
+  std::uint32_t count = 0;
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count), 1607u);
+  }
+  EXPECT_EQ(InstallerQuestions().size(), 2u);
+  EXPECT_EQ(machine_.CallsOf("LoadModule").size(), 1u);
+  EXPECT_EQ(machine_.CallsOf("FindProcedure").size(), 2u);
+  EXPECT_EQ(Trace().back(),
+            R"(load: LoadFromSystemDir - loading from "%ws"\n [C:\Windows\system32\msi.dll])");
+}
+
+TEST_F(SystemLibraries, AsksTheInstallerWhenItsFunctionCannotBeLookedUp) {
+  AddInstaller();
+  machine_.FailCallOf("FindProcedure", 1, platform::kGeneralFailure);
+  std::uint32_t count = 0;
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count), 1607u);
+  }
+  EXPECT_TRUE(machine_.FaultTaken());
+  EXPECT_EQ(InstallerSettings(), Lines{});
+  EXPECT_EQ(machine_.CallsOf("FindProcedure").size(), 2u);
 }
 
 TEST_F(SystemLibraries, TakesAnExportWithoutAnAddressForAMissingOne) {

@@ -25,6 +25,7 @@ struct Doubles {
   };
   std::map<std::pair<std::u16string, std::u16string>, Component> components;
   std::vector<std::string> installer_questions;
+  std::vector<std::string> installer_settings;
   std::string stub_path;
   std::int32_t stub_answer = 0;
   std::vector<std::string> stub_questions;
@@ -77,6 +78,15 @@ std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* cat
   }
   std::copy_n(component.path.c_str(), component.path.size() + 1, path);
   return 0;
+}
+
+std::uint32_t PLATFORM_STDCALL MsiSetInternalUI(std::uint32_t level, void** window) {
+  if (doubles.record) {
+    doubles.installer_settings.push_back(std::to_string(level) +
+                                         (window == nullptr ? ", no window, " : ", a window, ") +
+                                         std::to_string(doubles.installer_questions.size()));
+  }
+  return 5;  // INSTALLUILEVEL_FULL, what was set before
 }
 
 std::int32_t PLATFORM_STDCALL FGetComponentPath(const char* component, const char* qualifier,
@@ -175,6 +185,13 @@ void MapiSearchTest::AddEmptyLibrary(std::u16string_view path) {
 }
 
 void MapiSearchTest::AddInstaller() {
+  TheMachine().AddModule(
+      kInstaller, {{"MsiProvideQualifiedComponentW",
+                    reinterpret_cast<platform::Procedure>(MsiProvideQualifiedComponentW)},
+                   {"MsiSetInternalUI", reinterpret_cast<platform::Procedure>(MsiSetInternalUI)}});
+}
+
+void MapiSearchTest::AddTalkativeInstaller() {
   TheMachine().AddModule(kInstaller,
                          {{"MsiProvideQualifiedComponentW",
                            reinterpret_cast<platform::Procedure>(MsiProvideQualifiedComponentW)}});
@@ -204,6 +221,10 @@ void MapiSearchTest::AddCarelessComponent(std::u16string_view category,
 
 std::vector<std::string> MapiSearchTest::InstallerQuestions() {
   return doubles.installer_questions;
+}
+
+std::vector<std::string> MapiSearchTest::InstallerSettings() {
+  return doubles.installer_settings;
 }
 
 void MapiSearchTest::AddStub(std::u16string_view library, std::string path, std::int32_t answer) {

@@ -42,6 +42,8 @@ class MapiSearchTest : public platform::fake::MachineTest {
   static void AddInstaller();
   static void AddComponent(std::u16string_view category, std::u16string_view qualifier,
                            std::u16string_view path);
+  // The same installer without the function that tells it what to show.
+  static void AddTalkativeInstaller();
   // A component whose size is told, but whose fetch fails with `status`.
   static void AddUnfetchableComponent(std::u16string_view category, std::u16string_view qualifier,
                                       std::uint32_t status);
@@ -52,6 +54,8 @@ class MapiSearchTest : public platform::fake::MachineTest {
                                    std::u16string_view units, std::uint32_t count);
   // The questions so far: "CATEGORY, QUALIFIER, MODE, size COUNT" or "..., fetch COUNT".
   static std::vector<std::string> InstallerQuestions();
+  // What the installer was told to show: "LEVEL, no window, QUESTIONS", how many were asked before.
+  static std::vector<std::string> InstallerSettings();
 
   // The system's stub: a mapi32.dll or mapistub.dll with an FGetComponentPath that gives `answer`
   // and the bytes of `path`, with a terminator unless they fill all of the room.
