@@ -14,16 +14,24 @@
 namespace platform {
 namespace {
 
-// One call takes at most what an int counts; a round number below it keeps the calls few.
-constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
+// While nothing waits in a socket's buffer the system takes a call's bytes at once, however many
+// they are, so that a peer that does not read would go unnoticed. Pieces as large as its buffers
+// make it say when they are full.
+constexpr std::size_t kLargestPiece = std::size_t{64} << 10;
 
 struct Endpoint {
   SOCKET socket = INVALID_SOCKET;
   HANDLE network = nullptr;  // Signalled when there is room to send and when the peer has closed.
   HANDLE cancel = nullptr;
+  bool has_sent = false;  // The last Send has succeeded.
 
   ~Endpoint() {
     if (socket != INVALID_SOCKET) {
+      if (has_sent) {
+        // The peer sees the end behind the last byte, even when it has sent something itself, for
+        // which closing alone may break the connection off. A failure leaves the closing.
+        static_cast<void>(shutdown(socket, SD_SEND));
+      }
       closesocket(socket);
     }
     for (HANDLE event : {network, cancel}) {
@@ -145,6 +153,7 @@ Status CSocket::Send(const void* bytes, std::size_t size, std::size_t& sent) {
   if (endpoint == nullptr) {
     return WSAENOTSOCK;
   }
+  endpoint->has_sent = false;
   // At least one call, also for no bytes: it tells whether there is a connection.
   do {
     const int piece = static_cast<int>(std::min(size - sent, kLargestPiece));
@@ -160,6 +169,7 @@ Status CSocket::Send(const void* bytes, std::size_t size, std::size_t& sent) {
       return status;
     }
   } while (sent < size);
+  endpoint->has_sent = true;
   return kSuccess;
 }
 
