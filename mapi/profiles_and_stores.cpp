@@ -28,7 +28,7 @@ void CopyAnsiText(const char* text, char16_t* buffer) {
   const auto length = static_cast<std::int32_t>(std::find(text, text + kLimit, '\0') - text);
   char16_t wide[kLimit] = {};
   std::int32_t written = 0;
-  if (length == 0 || platform::BytesToWide(platform::CodePage::kThreadAnsi, text, length, wide,
+  if (length == 0 || platform::BytesToWide(platform::CodePage::kSystemAnsi, text, length, wide,
                                            std::size(wide), written) == platform::kSuccess) {
     CopyText({wide, static_cast<std::size_t>(written)}, buffer, kProfileNameSize);
   }

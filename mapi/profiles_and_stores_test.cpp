@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "tests/support/mapi_test.h"
 #include "tests/support/text_printers.h"
@@ -109,6 +110,8 @@ TEST_F(DefaultProfile, ItsNameMayBeWide) {
 
 TEST_F(DefaultProfile, AnEightBitNameIsInTheCodePageOfTheSystem) {
   EXPECT_EQ(NameOf({ProfileRow(true, "J\xE4ger \x80")}), u"J\u00E4ger \u20AC");
+  // In the system's code page (0), whatever the thread's is.
+  EXPECT_EQ(machine_.CallsOf("BytesToWide"), std::vector<std::string>{"BytesToWide(0, 7, 256)"});
 }
 
 TEST_F(DefaultProfile, OnlyTheTypeOfTheNamesTagCounts) {

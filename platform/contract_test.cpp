@@ -999,8 +999,11 @@ TEST_F(TextCodecContract, EveryByteOfTheAnsiCodePageHasItsCharacter) {
       u"\u008F\u0090\u2018\u2019\u201C\u201D\u2022\u2013\u2014\u02DC\u2122\u0161\u203A\u0153\u009D"
       u"\u017E\u0178";
   text.replace(0x80, upper.size(), upper);
-  EXPECT_EQ(Widen(CodePage::kThreadAnsi, bytes), text);
-  EXPECT_EQ(Narrow(CodePage::kThreadAnsi, text), bytes);
+  for (const CodePage code_page : {CodePage::kSystemAnsi, CodePage::kThreadAnsi}) {
+    SCOPED_TRACE(static_cast<int>(code_page));
+    EXPECT_EQ(Widen(code_page, bytes), text);
+    EXPECT_EQ(Narrow(code_page, text), bytes);
+  }
 }
 
 TEST_F(TextCodecContract, ACharacterWithoutAnAnsiByteBecomesItsBestFitOrAQuestionMark) {
@@ -1027,6 +1030,7 @@ TEST_F(TextCodecContract, ACharacterWithoutAnAnsiByteBecomesItsBestFitOrAQuestio
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.name);
+    EXPECT_EQ(Narrow(CodePage::kSystemAnsi, test.text), test.bytes);
     EXPECT_EQ(Narrow(CodePage::kThreadAnsi, test.text), test.bytes);
   }
 }
@@ -1057,6 +1061,7 @@ TEST_F(TextCodecContract, TheRoomMustSufficeToTheUnit) {
       {"UTF-8 two bytes", CodePage::kUtf8, u"a\u00E4", "a\xC3\xA4"},
       {"UTF-8 three bytes", CodePage::kUtf8, u"\u4E2D\u6587", "\xE4\xB8\xAD\xE6\x96\x87"},
       {"UTF-8 four bytes", CodePage::kUtf8, u"\U0001F600z", "\xF0\x9F\x98\x80z"},
+      {"system ANSI", CodePage::kSystemAnsi, u"a\u20AC", "a\x80"},
       {"ANSI", CodePage::kThreadAnsi, u"a\u20AC", "a\x80"},
   };
   for (const Case& test : cases) {
@@ -1094,7 +1099,7 @@ TEST_F(TextCodecContract, TheRoomMustSufficeToTheUnit) {
 }
 
 TEST_F(TextCodecContract, AZeroTerminatedSourceIsConvertedWithItsTerminator) {
-  for (const CodePage code_page : {CodePage::kUtf8, CodePage::kThreadAnsi}) {
+  for (const CodePage code_page : {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
     SCOPED_TRACE(static_cast<int>(code_page));
     std::int32_t written = 99;
     char bytes[4] = {'x', 'x', 'x', 'x'};
@@ -1122,7 +1127,7 @@ TEST_F(TextCodecContract, AZeroTerminatedSourceIsConvertedWithItsTerminator) {
 }
 
 TEST_F(TextCodecContract, ThereMustBeASourceAndADestination) {
-  for (const CodePage code_page : {CodePage::kUtf8, CodePage::kThreadAnsi}) {
+  for (const CodePage code_page : {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
     SCOPED_TRACE(static_cast<int>(code_page));
     char bytes[4] = {};
     char16_t text[4] = {};

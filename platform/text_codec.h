@@ -10,6 +10,7 @@ namespace platform {
 
 // The values are the published code page identifiers (winnls.h).
 enum class CodePage : std::uint32_t {
+  kSystemAnsi = 0,  // CP_ACP: the system's ANSI code page; Windows-1252 on the host
   kThreadAnsi = 3,  // CP_THREAD_ACP: the thread's ANSI code page; Windows-1252 on the host
   kUtf8 = 65001,    // CP_UTF8
 };

@@ -253,6 +253,7 @@ Status WideToBytes(CodePage code_page, const char16_t* text, std::int32_t length
   switch (code_page) {
     case CodePage::kUtf8:
       return Run(text, length, bytes, capacity, written, EncodeUtf8);
+    case CodePage::kSystemAnsi:
     case CodePage::kThreadAnsi:
       return Run(text, length, bytes, capacity, written, NarrowText);
   }
@@ -268,6 +269,7 @@ Status BytesToWide(CodePage code_page, const char* bytes, std::int32_t length, c
   switch (code_page) {
     case CodePage::kUtf8:
       return Run(bytes, length, text, capacity, written, decode);
+    case CodePage::kSystemAnsi:
     case CodePage::kThreadAnsi:
       return Run(bytes, length, text, capacity, written, WidenText);
   }

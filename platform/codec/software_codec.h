@@ -10,8 +10,8 @@
 
 namespace platform::software {
 
-// The same contracts as platform::WideToBytes and platform::BytesToWide. kThreadAnsi means
-// Windows-1252; another code page gives kInvalidParameter.
+// The same contracts as platform::WideToBytes and platform::BytesToWide. Both ANSI code
+// pages are Windows-1252; one that is not listed gives kInvalidParameter.
 [[nodiscard]] Status WideToBytes(CodePage code_page, const char16_t* text, std::int32_t length,
                                  char* bytes, std::int32_t capacity, std::int32_t& written);
 [[nodiscard]] Status BytesToWide(CodePage code_page, const char* bytes, std::int32_t length,

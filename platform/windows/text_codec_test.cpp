@@ -2,6 +2,7 @@
 #include "platform/text_codec.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <cstdint>
 #include <iterator>
@@ -112,7 +113,8 @@ TEST(TextCodec, MixedSequencesWidenAsInSoftware) {
       byte = static_cast<char>(kBytes[below(std::size(kBytes))]);
     }
     const auto capacity = static_cast<std::int32_t>(below(3) != 0 ? 60 : below(16));
-    for (const CodePage code_page : {CodePage::kUtf8, CodePage::kThreadAnsi}) {
+    for (const CodePage code_page :
+         {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
       if (!SameWidening(code_page, bytes, capacity)) {
         ADD_FAILURE() << Hex(bytes) << ", room for " << capacity;
       }
@@ -123,7 +125,8 @@ TEST(TextCodec, MixedSequencesWidenAsInSoftware) {
 TEST(TextCodec, EveryUnitNarrowsAsInSoftware) {
   for (unsigned number = 0; number < 0x10000; ++number) {
     const auto unit = static_cast<char16_t>(number);
-    for (const CodePage code_page : {CodePage::kUtf8, CodePage::kThreadAnsi}) {
+    for (const CodePage code_page :
+         {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
       for (const std::int32_t capacity : {0, 1, 2, 3}) {
         EXPECT_TRUE(SameNarrowing(code_page, {&unit, 1}, capacity)) << number << ' ' << capacity;
       }
@@ -145,11 +148,24 @@ TEST(TextCodec, MixedUnitsNarrowAsInSoftware) {
       unit = static_cast<char16_t>(kFirst[kind] + below(kCount[kind]));
     }
     const auto capacity = static_cast<std::int32_t>(below(3) != 0 ? 60 : below(40));
-    for (const CodePage code_page : {CodePage::kUtf8, CodePage::kThreadAnsi}) {
+    for (const CodePage code_page :
+         {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
       EXPECT_TRUE(SameNarrowing(code_page, text, capacity))
           << testing::PrintToString(text) << ", room for " << capacity;
     }
   }
+}
+
+// What a mail client or the user has set for the thread changes nothing for the system.
+TEST(TextCodec, TheSystemsCodePageIsNotTheThreads) {
+  const LCID before = GetThreadLocale();
+  const LCID greek = MAKELCID(MAKELANGID(LANG_GREEK, SUBLANG_DEFAULT), SORT_DEFAULT);
+  ASSERT_NE(SetThreadLocale(greek), FALSE);
+  const Widened by_thread = Widen(BytesToWide, CodePage::kThreadAnsi, "\xE4", 8);
+  const Widened by_system = Widen(BytesToWide, CodePage::kSystemAnsi, "\xE4", 8);
+  SetThreadLocale(before);
+  EXPECT_EQ(by_thread.text, u"\u03B4");
+  EXPECT_EQ(by_system.text, Widen(software::BytesToWide, CodePage::kSystemAnsi, "\xE4", 8).text);
 }
 
 }  // namespace
