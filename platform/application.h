@@ -1,5 +1,10 @@
 // The process's start and end. The back-end owns main (or wWinMain) and drives the application
 // object through its two hooks; nothing here opens a window or runs a message loop.
+//
+// An exception that nobody catches, on whatever thread, ends the process with exit code 1, without
+// a word and without ExitInstance. On Windows the process is set up first so that the system shows
+// no box of its own for it (SetErrorMode, the C runtime's _set_error_mode) and finds no library in
+// the current folder by its bare name (SetDllDirectoryW).
 #pragma once
 
 namespace platform {

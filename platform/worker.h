@@ -22,7 +22,8 @@ struct WorkerTraits {
 using Worker = UniqueHandle<WorkerTraits>;
 
 // Runs `procedure(parameter)` on a new thread of normal priority with the default stack. On failure
-// `worker` owns nothing and nothing runs.
+// `worker` owns nothing and nothing runs; memory that runs out is kNotEnoughMemory. An exception
+// that leaves the procedure ends the process (std::terminate).
 [[nodiscard]] Status StartWorker(WorkerProcedure procedure, void* parameter, Worker& worker);
 
 // Waits without limit until the thread has ended.

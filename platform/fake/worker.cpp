@@ -37,7 +37,7 @@ Status StartWorker(WorkerProcedure procedure, void* parameter, Worker& worker) {
   }
   std::thread thread;
   try {
-    thread = std::thread([procedure, parameter] { procedure(parameter); });
+    thread = std::thread([procedure, parameter]() noexcept { procedure(parameter); });
   } catch (const std::system_error&) {
     return kNotEnoughMemory;
   }

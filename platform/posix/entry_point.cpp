@@ -1,3 +1,6 @@
+#include <unistd.h>
+
+#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,4 +27,12 @@ int Run(int argument_count, char** arguments) noexcept {
   // There is no message loop between the two hooks, whatever the first one asks for.
   static_cast<void>(application.InitInstance());
   return application.ExitInstance();
+}
+
+}  // namespace
+
+int main(int argument_count, char** arguments) {
+  // As on Windows: an exit code, and no abort.
+  std::set_terminate([] { _exit(1); });
+  return Run(argument_count, arguments);
 }

@@ -17,7 +17,8 @@ struct Thread {
   bool joined = false;  // Only the owner's thread looks at this one.
 };
 
-void* Run(void* start) {
+// An exception ends the process here, not in the system's own frames.
+void* Run(void* start) noexcept {
   const auto* const thread = static_cast<const Thread*>(start);
   thread->procedure(thread->parameter);
   return nullptr;

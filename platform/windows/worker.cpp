@@ -13,8 +13,9 @@ struct Start {
   void* parameter;
 };
 
-// The system's calling convention for threads differs from ours on x86.
-DWORD WINAPI Run(void* start) {
+// The system's calling convention for threads differs from ours on x86. An exception would go on
+// into the system's own frames, where it is not known what becomes of it.
+DWORD WINAPI Run(void* start) noexcept {
   const std::unique_ptr<Start> owned(static_cast<Start*>(start));
   return owned->procedure(owned->parameter);
 }

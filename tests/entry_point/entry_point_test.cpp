@@ -1,0 +1,39 @@
+// How a program ends when something goes wrong that nobody has thought of.
+#include "tests/entry_point/entry_point_test.h"
+
+#include "tests/e2e/support/settings.h"
+#include "tests/entry_point/probe.h"
+
+const zentpost::e2e::Settings& zentpost::e2e::TheSettings() {
+  static const Settings settings = [] {
+    Settings ours;
+    ours.work_folder = std::filesystem::absolute("work");
+    return ours;
+  }();
+  return settings;
+}
+
+namespace zentpost::entry_point {
+namespace {
+
+TEST_F(EntryPoint, EndsWithWhatTheApplicationSays) {
+  const e2e::ProcessRun run = Run("nothing");
+  EXPECT_EQ(run.exit_code, kExitCode);
+  EXPECT_EQ(run.printed, "");
+}
+
+TEST_F(EntryPoint, EndsWith1WhenAHookThrows) {
+  ExpectEndsWith1("init-instance");
+  ExpectEndsWith1("exit-instance");
+}
+
+TEST_F(EntryPoint, EndsWith1WhenAThreadThrows) {
+  ExpectEndsWith1("worker");
+}
+
+TEST_F(EntryPoint, EndsWith1WhenAFunctionThrowsAlthoughItSaysThatItDoesNot) {
+  ExpectEndsWith1("noexcept");
+}
+
+}  // namespace
+}  // namespace zentpost::entry_point
