@@ -53,7 +53,7 @@ std::shared_ptr<void> HoldFile(const std::u16string& path, Hold how);
 // Peers on 127.0.0.1. They are served, one connection after the other, until the test's end.
 enum class Peer {
   kReads,      // reads until its peer closes
-  kReadsSlow,  // the same, in small pieces and with pauses
+  kReadsSlow,  // the same, in small pieces and with pauses, 20 MiB a second where there is time
   kNeverReads,
   kResets,  // resets the connection once some bytes have arrived, at once or a little later
 };

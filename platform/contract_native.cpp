@@ -1,6 +1,7 @@
 #include "platform/contract_native.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <fstream>
@@ -105,10 +106,12 @@ class Listener {
   std::string ReadToEnd(Connection connection) const {
     std::string received;
     std::vector<char> piece(262144);
+    const auto begin = std::chrono::steady_clock::now();
     while (const std::size_t count = Receive(connection, piece.data(), piece.size())) {
       received.append(piece.data(), count);
       if (peer_ == Peer::kReadsSlow) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        // 20 MiB a second.
+        std::this_thread::sleep_until(begin + std::chrono::microseconds(received.size() / 21));
       }
     }
     return received;
