@@ -9,6 +9,8 @@
 //   loaded=NAME    is it loaded?           "loaded: yes"
 //   remove=PATH    removes its file        "remove: yes"
 //   generation     MapiHandleGeneration    "generation: 1"
+//   installer-ui   what the installer      "installer-ui: LEVEL" (INSTALLUILEVEL of msi.h)
+//                  would show
 //   call=NAME      one entry point         "call: RESULT <- NAME ARGUMENT ...", the latter as the
 //                                          stand-in library saw it
 // "yes" may be "no", and a path or what was seen "nothing". Paths are ASCII.
@@ -22,6 +24,7 @@
 #include "mapiload/entry_points.h"
 #include "mapiload/library.h"
 #include "mapiload/trace.h"
+#include "platform/call.h"
 #include "platform/modules.h"
 #include "tests/e2e/support/text.h"
 #include "tests/e2e_mapiload/module_path.h"
@@ -154,6 +157,21 @@ std::string SeenByTheLibrary() {
   return seen.empty() ? "nothing" : seen;
 }
 
+// --- the installer ---
+
+std::string InstallerUi() {
+  using Function = std::uint32_t(PLATFORM_STDCALL*)(std::uint32_t, void**);
+  static platform::Module installer;  // stays loaded, and keeps what it was told
+  platform::Procedure procedure = nullptr;
+  if (platform::LoadModule(u"msi.dll", installer) != platform::kSuccess ||
+      platform::FindProcedure(installer.Get(), "MsiSetInternalUI", procedure) !=
+          platform::kSuccess) {
+    return "no installer";
+  }
+  // 0 (INSTALLUILEVEL_NOCHANGE) only asks.
+  return std::to_string(reinterpret_cast<Function>(procedure)(0, nullptr));
+}
+
 // --- the steps ---
 
 bool TakeStep(std::string_view step) {
@@ -187,6 +205,8 @@ bool TakeStep(std::string_view step) {
     PrintAnswer("remove", std::filesystem::remove(value, error));
   } else if (name == "generation") {
     Print("generation", std::to_string(MapiHandleGeneration.load()));
+  } else if (name == "installer-ui") {
+    Print("installer-ui", InstallerUi());
   } else if (name == "call") {
     const std::string result = Call(value);
     Print("call", result + " <- " + SeenByTheLibrary());

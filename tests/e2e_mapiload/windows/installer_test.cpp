@@ -115,6 +115,14 @@ TEST_F(InstallerSearch, TheSystemsOwnStubKnowsTheClientsComponent) {
   EXPECT_TRUE(IsTraced(lines, "Exit GetMailClientFromMSIData: szPath = " + library));
 }
 
+TEST_F(InstallerSearch, IsToldToShowNothingBeforeTheSearchAsks) {
+  const Texts lines = machine_.Search({"installer-ui", "search", "installer-ui"});
+  const Texts levels = Lines(lines, "installer-ui");
+  ASSERT_EQ(levels.size(), 2u);
+  EXPECT_NE(levels[0], "2");
+  EXPECT_EQ(levels[1], "2");  // INSTALLUILEVEL_NONE
+}
+
 // Only the drive is loaded, which is no library; see LoadBesideOutlookMapi.
 TEST_F(InstallerSearch, DeliberateFailureToLoadTheCompanionBesideOutlooksLibrary) {
   const std::string library = InstallOutlook(kCategories[0], "outlook.exe", "office");
