@@ -1,5 +1,7 @@
 #include "addin/payload.h"
 
+#include <optional>
+
 #include "addin/text_encoding.h"
 #include "jobfile/commands.h"
 #include "platform/files.h"
@@ -16,9 +18,10 @@ bool AddMember(cJSON* object, const char* name, cJSON* item) {
   return false;
 }
 
+// False when memory runs out over the text.
 bool AddText(cJSON* object, const char* name, const ParameterList& list, const char16_t* entry) {
-  const std::u16string text = list.Find(entry).second;
-  return AddMember(object, name, cJSON_CreateString(_utf8(text.c_str()).c_str()));
+  const std::optional<std::string> bytes = _utf8(list.Value(entry).c_str());
+  return bytes && AddMember(object, name, cJSON_CreateString(bytes->c_str()));
 }
 
 // The folder for temporary files, ending with a separator; empty when there is none.
@@ -32,9 +35,30 @@ std::u16string TemporaryFolder() {
   return {buffer, length};
 }
 
+// Whether `path` names one of the files that the job is about. One that is there and cannot be told
+// from them is taken for one of them: what would be lost by writing to it is not known.
+bool IsFileOfTheJob(const JobParameters& params, const std::u16string& path) {
+  platform::FileIdentity target;
+  const platform::Status status = platform::IdentifyFile(path, target);
+  if (status == platform::kFileNotFound || status == platform::kPathNotFound) {
+    return false;
+  }
+  const auto is_target = [&](const std::u16string& file) {
+    if (status == platform::kNotSupported) {
+      return file == path;
+    }
+    platform::FileIdentity identity;
+    return !file.empty() && platform::IdentifyFile(file, identity) == platform::kSuccess &&
+           identity == target;
+  };
+  return (status != platform::kSuccess && status != platform::kNotSupported) ||
+         is_target(params.arguments.Value(u"filename")) ||
+         is_target(params.arguments.Value(u"jobname"));
+}
+
 }  // namespace
 
-std::string CCommands::json(const JobParameters& params) {
+std::string CCommands::json(const JobParameters& params) try {
   const ParameterList& arguments = params.arguments;
   const ParameterList& fields = params.faxFields;
   const JsonTree root(cJSON_CreateObject());
@@ -48,24 +72,33 @@ std::string CCommands::json(const JobParameters& params) {
       !AddText(members, "AttachmentName", arguments, u"attdisplayname") ||
       !AddText(members, "Comment", fields, u"K") || !AddText(members, "Subject", fields, u"S") ||
       !AddText(members, "SendTime", fields, u"Z") ||
-      !AddMember(members, "ECM", cJSON_CreateBool(IsSwitchedOn(fields, u"C") ? 0 : 1)) ||
-      !AddMember(members, "Preview", cJSON_CreateBool(IsSwitchedOn(fields, u"P") ? 1 : 0))) {
+      !AddMember(members, "ECM", cJSON_CreateBool(IsPresentAndNotMinus(fields, u"C") ? 0 : 1)) ||
+      !AddMember(members, "Preview",
+                 cJSON_CreateBool(IsPresentAndNotMinus(fields, u"P") ? 1 : 0))) {
     return {};
   }
   const JsonText text(cJSON_Print(root.get()));
   return text == nullptr ? std::string() : std::string(text.get());
+} catch (...) {
+  return {};
 }
 
-bool WriteAddinJsonFile(const JobParameters& params, const std::u16string& path) {
+PayloadFile WriteAddinJsonFile(const JobParameters& params, const std::u16string& path) try {
   const bool is_bare_name = path.find_first_of(u"/\\") == std::u16string::npos;
+  const std::u16string full_path = is_bare_name ? TemporaryFolder() + path : path;
   platform::File file;
-  if (platform::OpenFileAt(is_bare_name ? TemporaryFolder() + path : path,
-                           platform::OpenMode::kRewrite, file) != platform::kSuccess) {
-    return false;
+  if (IsFileOfTheJob(params, full_path) ||
+      platform::OpenFileAt(full_path, platform::OpenMode::kRewrite, file) != platform::kSuccess) {
+    return PayloadFile::kNotOpened;
   }
   const std::string payload = CCommands::json(params);
+  if (payload.empty()) {
+    return PayloadFile::kNoMemory;
+  }
   static_cast<void>(platform::WriteBytes(file, payload.data(), payload.size()));
-  return true;
+  return PayloadFile::kWritten;
+} catch (...) {
+  return PayloadFile::kNoMemory;
 }
 
 }  // namespace zentpost

@@ -234,10 +234,23 @@ TEST_F(Payload, EachValueFailsForItself) {
   for (std::size_t i = 0; i < std::size(kInOrder); ++i) {
     SCOPED_TRACE(i);
     machine_.Reset();
-    machine_.FailCallOf("AllocateBlock", i, platform::kNotEnoughMemory);
+    machine_.FailCallOf("WideToBytes", i, platform::kInvalidParameter);
     PayloadText payload = WholePayload();
     (payload.*kInOrder[i]).clear();
     EXPECT_EQ(CCommands::json(WholeJob()), payload.Bytes());
+    EXPECT_EQ(LogText(),
+              "ERROR: _utf8(): The utf-8 forward conversion failed.\n"
+              "ERROR: Code 0x00000057 --> Unknown Error.\n");
+  }
+}
+
+// A job without some of its content must not count as delivered.
+TEST_F(Payload, AValueWithoutMemoryLeavesNoPayload) {
+  for (std::size_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
+    machine_.Reset();
+    machine_.FailCallOf("AllocateBlock", i, platform::kNotEnoughMemory);
+    EXPECT_EQ(CCommands::json(WholeJob()), "");
     EXPECT_EQ(LogText(),
               "ERROR: _utf8(): A memory error occurred.\n"
               "ERROR: Code 0x00000008 --> Unknown Error.\n");
@@ -254,23 +267,13 @@ TEST_F(Payload, NothingButConversionsIsAskedOfTheSystem) {
   }
 }
 
-// Nothing is half built: the payload is whole, but for a value that memory was missing for, or
-// there is none.
 TEST_F(Payload, WithoutMemoryThereIsNoPayload) {
   const JobParameters job = WholeJob();
   test::SweepAllocations("payload", [&](test::AllocationFaults& faults) {
     machine_.Reset();
     std::string payload = "untouched";
-    const bool returned = faults.Run([&] { payload = CCommands::json(job); });
-    if (!returned) {
-      EXPECT_EQ(payload, "untouched");
-    } else if (faults.Mode() == test::AllocationFaultMode::kNone) {
-      EXPECT_EQ(payload, WholePayload().Bytes());
-    } else if (!payload.empty()) {
-      EXPECT_EQ(faults.Mode(), test::AllocationFaultMode::kOnce);
-      EXPECT_NE(payload, WholePayload().Bytes());
-      EXPECT_TRUE(LogText().starts_with("ERROR: _utf8(): A memory error occurred.\n")) << LogText();
-    }
+    EXPECT_TRUE(faults.Run([&] { payload = CCommands::json(job); }));
+    EXPECT_EQ(payload, faults.Taken() ? "" : WholePayload().Bytes());
     EXPECT_EQ(machine_.OpenHandles(), 0u);
   });
 }
@@ -278,7 +281,7 @@ TEST_F(Payload, WithoutMemoryThereIsNoPayload) {
 // --- the file ---
 
 TEST_F(Payload, ABareNameIsWrittenToTheTemporaryFolder) {
-  EXPECT_TRUE(WriteAddinJsonFile(WholeJob(), u"payload.json"));
+  EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"payload.json"), PayloadFile::kWritten);
   EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{u"C:\\Temp\\payload.json"});
   EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), WholePayload().Bytes());
   EXPECT_EQ(LogText(), "");
@@ -301,7 +304,8 @@ TEST_F(Payload, APathIsTakenAsItIs) {
     machine_.Reset();
     machine_.AddFolder(u"C:\\out");
     machine_.AddFolder(u"out");
-    EXPECT_TRUE(WriteAddinJsonFile(WholeJob(), test.path));
+    machine_.AddFolder(u".");
+    EXPECT_EQ(WriteAddinJsonFile(WholeJob(), test.path), PayloadFile::kWritten);
     EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{test.file});
     EXPECT_EQ(machine_.FileBytes(test.file), WholePayload().Bytes());
     EXPECT_EQ(machine_.CallsOf("TemporaryFolder"), std::vector<std::string>());
@@ -309,23 +313,25 @@ TEST_F(Payload, APathIsTakenAsItIs) {
 }
 
 TEST_F(Payload, TheFileIsOpenedBeforeThePayloadIsBuilt) {
-  EXPECT_TRUE(WriteAddinJsonFile(JobWith(u"S", u"x"), u"payload.json"));
+  EXPECT_EQ(WriteAddinJsonFile(JobWith(u"S", u"x"), u"payload.json"), PayloadFile::kWritten);
   const std::size_t size = PayloadText{.subject = "x"}.Bytes().size();
   EXPECT_EQ(machine_.Calls(),
             (std::vector<std::string>{
-                "TemporaryFolder(260)", "OpenFileAt(C:\\Temp\\payload.json, kRewrite)",
-                "AllocateBlock(4)", "WideToBytes(65001, 1, 4)",
+                "TemporaryFolder(260)", "IdentifyFile(C:\\Temp\\payload.json)",
+                "OpenFileAt(C:\\Temp\\payload.json, kRewrite)", "AllocateBlock(4)",
+                "WideToBytes(65001, 1, 4)",
                 "WriteBytes(C:\\Temp\\payload.json, " + std::to_string(size) + ")"}));
 }
 
 TEST_F(Payload, TheFileIsReplaced) {
   machine_.SetFile(u"C:\\Temp\\payload.json", std::string(5000, 'x'));
-  EXPECT_TRUE(WriteAddinJsonFile(WholeJob(), u"payload.json"));
+  EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"payload.json"), PayloadFile::kWritten);
   EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), WholePayload().Bytes());
 }
 
 TEST_F(Payload, TheFileHoldsPlainUtf8) {
-  EXPECT_TRUE(WriteAddinJsonFile(JobWith(u"E", u"J\u00E4ger"), u"payload.json"));
+  EXPECT_EQ(WriteAddinJsonFile(JobWith(u"E", u"J\u00E4ger"), u"payload.json"),
+            PayloadFile::kWritten);
   EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"),
             PayloadText{.recipient_name = "J\xC3\xA4ger"}.Bytes());
 }
@@ -337,11 +343,91 @@ TEST_F(Payload, AFileThatCannotBeOpenedIsGivenUpSilently) {
   for (const std::u16string path :
        {u"C:\\missing\\payload.json", u"read-only.json", u"folder", u"", u"C:\\Temp\\"}) {
     SCOPED_TRACE(testing::PrintToString(path));
-    EXPECT_FALSE(WriteAddinJsonFile(WholeJob(), path));
+    EXPECT_EQ(WriteAddinJsonFile(WholeJob(), path), PayloadFile::kNotOpened);
   }
   EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{u"C:\\Temp\\read-only.json"});
   EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\read-only.json"), "before");
   EXPECT_EQ(LogText(), "");
+}
+
+// The document must not be overwritten by what is said about it.
+TEST_F(Payload, TheJobsOwnFilesAreNotWrittenTo) {
+  constexpr char16_t kDocument[] = u"C:\\docs\\fax.pdf";
+  constexpr char16_t kJobFile[] = u"C:\\Temp\\job.json";
+  for (const std::u16string path :
+       {u"C:\\docs\\fax.pdf", u"C:/docs//fax.pdf", u"C:\\docs\\link.pdf", u"C:\\Temp\\link.json",
+        u"job.json", u"link.json"}) {
+    SCOPED_TRACE(testing::PrintToString(path));
+    machine_.Reset();
+    machine_.SetFile(kDocument, "document");
+    machine_.SetFile(kJobFile, "job");
+    machine_.AddLink(kDocument, u"C:\\docs\\link.pdf");
+    machine_.AddLink(kJobFile, u"C:\\Temp\\link.json");
+    JobParameters job = WholeJob();
+    job.arguments.Clear();
+    job.arguments.Add(u"filename", kDocument);
+    job.arguments.Add(u"jobname", kJobFile);
+    EXPECT_EQ(WriteAddinJsonFile(job, path), PayloadFile::kNotOpened);
+    EXPECT_EQ(machine_.FileBytes(kDocument), "document");
+    EXPECT_EQ(machine_.FileBytes(kJobFile), "job");
+    EXPECT_EQ(machine_.CallsOf("OpenFileAt"), std::vector<std::string>());
+    EXPECT_EQ(LogText(), "");
+  }
+}
+
+TEST_F(Payload, AnotherFileOfTheSameFolderIsWrittenTo) {
+  machine_.SetFile(u"C:\\docs\\fax.pdf", "document");
+  machine_.SetFile(u"C:\\docs\\fax.json", "before");
+  JobParameters job = WholeJob();
+  job.arguments.Clear();
+  job.arguments.Add(u"filename", u"C:\\docs\\fax.pdf");
+  EXPECT_EQ(WriteAddinJsonFile(job, u"C:\\docs\\fax.json"), PayloadFile::kWritten);
+  EXPECT_NE(machine_.FileBytes(u"C:\\docs\\fax.json"), "before");
+  EXPECT_EQ(machine_.FileBytes(u"C:\\docs\\fax.pdf"), "document");
+}
+
+// A file that is there and cannot be told from the document is left alone; one of a file system
+// that cannot tell files is told by its path.
+TEST_F(Payload, WhatCannotBeIdentifiedMayBeTheDocument) {
+  constexpr char16_t kDocument[] = u"C:\\docs\\fax.pdf";
+  struct Case {
+    const char16_t* path;
+    std::size_t call;
+    platform::Status status;
+    PayloadFile result;
+  };
+  for (const Case& c :
+       {Case{u"C:\\docs\\other", 0, platform::kAccessDenied, PayloadFile::kNotOpened},
+        {u"C:\\docs\\other", 0, platform::kNotSupported, PayloadFile::kWritten},
+        {kDocument, 0, platform::kNotSupported, PayloadFile::kNotOpened},
+        // The document cannot be found: then it is not this one.
+        {u"C:\\docs\\other", 1, platform::kPathNotFound, PayloadFile::kWritten}}) {
+    machine_.Reset();
+    machine_.SetFile(kDocument, "document");
+    machine_.SetFile(u"C:\\docs\\other", "before");
+    machine_.FailCallOf("IdentifyFile", c.call, c.status);
+    JobParameters job = WholeJob();
+    job.arguments.Clear();
+    job.arguments.Add(u"filename", kDocument);
+    EXPECT_EQ(WriteAddinJsonFile(job, c.path), c.result);
+    EXPECT_EQ(machine_.FileBytes(kDocument), "document");
+    EXPECT_EQ(machine_.FileBytes(u"C:\\docs\\other") == "before",
+              c.result == PayloadFile::kNotOpened);
+  }
+}
+
+TEST_F(Payload, WithoutMemoryTheFileIsEmptyAndTheCallerKnows) {
+  const JobParameters job = WholeJob();
+  const std::u16string name = u"payload.json";
+  test::SweepAllocations("payload file", [&](test::AllocationFaults& faults) {
+    machine_.Reset();
+    PayloadFile result{};
+    EXPECT_TRUE(faults.Run([&] { result = WriteAddinJsonFile(job, name); }));
+    EXPECT_EQ(result, faults.Taken() ? PayloadFile::kNoMemory : PayloadFile::kWritten);
+    const std::string bytes = machine_.FileBytes(u"C:\\Temp\\payload.json").value_or("");
+    EXPECT_EQ(bytes, faults.Taken() ? "" : WholePayload().Bytes());
+    EXPECT_EQ(machine_.OpenHandles(), 0u);
+  });
 }
 
 TEST_F(Payload, ATemporaryFolderOf259CharactersStillFits) {
@@ -349,7 +435,7 @@ TEST_F(Payload, ATemporaryFolderOf259CharactersStillFits) {
   ASSERT_EQ(folder.size(), 259u);
   machine_.AddFolder(folder);
   machine_.SetTemporaryFolder(folder);
-  EXPECT_TRUE(WriteAddinJsonFile(WholeJob(), u"payload.json"));
+  EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"payload.json"), PayloadFile::kWritten);
   EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{folder + u"payload.json"});
 }
 
@@ -357,9 +443,9 @@ TEST_F(Payload, WithoutATemporaryFolderABareNameIsWrittenToTheCurrentFolder) {
   const std::u16string folder = u"C:\\" + std::u16string(256, u't') + u"\\";
   machine_.AddFolder(folder);
   machine_.SetTemporaryFolder(folder);
-  EXPECT_TRUE(WriteAddinJsonFile(WholeJob(), u"too long.json"));
+  EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"too long.json"), PayloadFile::kWritten);
   machine_.FailCallOf("TemporaryFolder", 0, platform::kAccessDenied);
-  EXPECT_TRUE(WriteAddinJsonFile(WholeJob(), u"failed.json"));
+  EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"failed.json"), PayloadFile::kWritten);
   EXPECT_EQ(machine_.FilePaths(), (std::vector<std::u16string>{u"failed.json", u"too long.json"}));
 }
 
@@ -367,7 +453,7 @@ TEST_F(Payload, AFileThatCannotBeWrittenCountsAsWritten) {
   machine_.SetFile(u"C:\\Temp\\payload.json", "before");
   machine_.SetBytesBeforeFault(10);
   machine_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
-  EXPECT_TRUE(WriteAddinJsonFile(WholeJob(), u"payload.json"));
+  EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"payload.json"), PayloadFile::kWritten);
   EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), WholePayload().Bytes().substr(0, 10));
   EXPECT_EQ(LogText(), "");
 }

@@ -1,6 +1,8 @@
 #include "addin/tcp_client.h"
 
-#include "addin/text_encoding.h"
+#include <new>
+#include <utility>
+
 #include "platform/system.h"
 
 namespace zentpost {
@@ -10,24 +12,30 @@ constexpr std::uint32_t kGeneralFailure = 0x80004005;  // E_FAIL (winerror.h)
 
 }  // namespace
 
-bool CTCPClient::ConnectToServer(const std::u16string& host, std::uint16_t port) {
+bool CTCPClient::ConnectToServer(std::u16string_view host, std::uint16_t port) try {
+  // Before there is a connection: one that cannot be noted is not begun.
+  std::u16string connected_host(host);
   if (const platform::Status status = Create(); status != platform::kSuccess) {
     m_strError = u"Socket cannot be created.";
     m_dwError = status;
     return false;
   }
-  if (const platform::Status status = Connect(host, port); status != platform::kSuccess) {
+  if (const platform::Status status = Connect(connected_host, port); status != platform::kSuccess) {
     m_strError = u"Socket connection failed.";
     m_dwError = status;
     return false;
   }
   m_nPort = port;
-  m_strHost = host;
+  m_strHost = std::move(connected_host);
   return true;
+} catch (const std::bad_alloc&) {
+  m_strError = u"Socket connection failed.";
+  m_dwError = platform::kNotEnoughMemory;
+  return false;
 }
 
 bool CTCPClient::SendWithTimeout(const std::string& bytes) {
-  m_strError.clear();
+  m_strError = {};
   m_dwError = 0;
   m_bSending.store(1, std::memory_order_relaxed);
   const bool is_watched =
@@ -47,18 +55,18 @@ bool CTCPClient::SendWithTimeout(const std::string& bytes) {
   return true;
 }
 
-std::string& CTCPClient::ConvertToUtf8(std::u16string text, std::string& out) {
-  m_strError.clear();
+Utf8Result::Outcome CTCPClient::ConvertToUtf8(std::u16string_view text, std::string& out) {
+  m_strError = {};
   m_dwError = 0;
   const Utf8Result result = WideToUtf8(text, out);
   if (result.outcome != Utf8Result::Outcome::kConverted) {
     m_strError = u"The utf-8 forward conversion failed.";
     m_dwError = result.outcome == Utf8Result::Outcome::kNoMemory ? result.status : kGeneralFailure;
   }
-  return out;
+  return result.outcome;
 }
 
-std::uint32_t CTCPClient::SendWatchdogProc(void* client) {
+std::uint32_t CTCPClient::SendWatchdogProc(void* client) noexcept {
   auto* watched = static_cast<CTCPClient*>(client);
   if (watched == nullptr) {
     return 0;

@@ -363,7 +363,7 @@ TEST_F(TcpClient, ConvertToUtf8EncodesWhatItIsGiven) {
     client.m_strError = u"from before";
     client.m_dwError = 5;
     std::string out = "from before";
-    EXPECT_EQ(&client.ConvertToUtf8(test.text, out), &out);
+    EXPECT_EQ(client.ConvertToUtf8(test.text, out), Utf8Result::Outcome::kConverted);
     EXPECT_EQ(out, test.bytes);
     EXPECT_EQ(client.m_strError, u"");
     EXPECT_EQ(client.m_dwError, 0u);
@@ -399,7 +399,9 @@ TEST_F(TcpClient, ConvertToUtf8KeepsItsFailureInTheClient) {
     }
     CTCPClient client;
     std::string out = "from before";
-    EXPECT_EQ(&client.ConvertToUtf8(test.text, out), &out);
+    EXPECT_EQ(client.ConvertToUtf8(test.text, out), test.error == 0x80004005
+                                                        ? Utf8Result::Outcome::kNotConverted
+                                                        : Utf8Result::Outcome::kNoMemory);
     EXPECT_EQ(out, "");
     EXPECT_EQ(client.m_strError, u"The utf-8 forward conversion failed.");
     EXPECT_EQ(client.m_dwError, test.error);

@@ -5,9 +5,11 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <optional>
+#include <stdexcept>
+#include <utility>
 
 #include "diag/log_file.h"
+#include "diag/utf8_text.h"
 #include "platform/memory.h"
 #include "platform/text_codec.h"
 
@@ -33,19 +35,27 @@ bool LooksLikeWidenedUtf8(std::u16string_view text) {
   return false;
 }
 
-// The bytes by which a JSON member is looked up. Nothing when `name` cannot be converted: that must
-// not be taken for the empty name, under which a job file would get a member of nobody's.
-std::optional<std::string> MemberKey(std::u16string_view name) {
-  std::string key = NarrowThroughAnsi(name);
-  if (key.empty() && !name.empty()) {
-    return std::nullopt;
+// Whether `key`, which NarrowThroughAnsi made of `name`, names a member. What could not be
+// converted must not be taken for the empty name, under which a job file would get a member of
+// nobody's.
+bool NamesAMember(const std::string& key, std::u16string_view name) {
+  return !key.empty() || name.empty();
+}
+
+// What `convert` gives, or nothing when it wants more memory than there is or could be.
+template <class Conversion>
+auto WithinMemory(Conversion convert) noexcept -> std::optional<decltype(convert())> {
+  try {
+    return convert();
+  } catch (const std::bad_alloc&) {
+  } catch (const std::length_error&) {
   }
-  return key;
+  return std::nullopt;
 }
 
 }  // namespace
 
-Utf8Result WideToUtf8(std::u16string_view text, std::string& bytes) {
+Utf8Result WideToUtf8(std::u16string_view text, std::string& bytes) noexcept {
   using Outcome = Utf8Result::Outcome;
   bytes.clear();
   if (text.size() > (kMaxLength - 2) / 2) {
@@ -76,22 +86,27 @@ Utf8Result WideToUtf8(std::u16string_view text, std::string& bytes) {
 }
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name by which the log lines know it
-std::string _utf8(const char16_t* text) {
+std::optional<std::string> _utf8(const char16_t* text) noexcept {
   const std::u16string_view view = text == nullptr ? std::u16string_view() : text;
   if (view.empty()) {
-    return {};
+    return std::string();
   }
+  std::optional<std::string> bytes;
+  Utf8Result result;
   if (LooksLikeWidenedUtf8(view)) {
-    return NarrowThroughAnsi(view);
+    bytes = NarrowThroughAnsi(view);
+    if (!bytes) {
+      result = {Utf8Result::Outcome::kNoMemory, platform::kNotEnoughMemory};
+    }
+  } else {
+    result = WideToUtf8(view, bytes.emplace());
   }
-  std::string bytes;
-  const Utf8Result result = WideToUtf8(view, bytes);
   switch (result.outcome) {
     case Utf8Result::Outcome::kConverted:
       break;
     case Utf8Result::Outcome::kNoMemory:
       LogErrorWithCode(result.status, u"_utf8(): A memory error occurred.");
-      break;
+      return std::nullopt;
     case Utf8Result::Outcome::kNotConverted:
       LogErrorWithCode(result.status, u"_utf8(): The utf-8 forward conversion failed.");
       break;
@@ -99,93 +114,84 @@ std::string _utf8(const char16_t* text) {
   return bytes;
 }
 
-std::u16string FromUtf8(const char* bytes) {
-  if (bytes == nullptr) {
-    return {};
-  }
-  const std::size_t length = std::strlen(bytes) + 1;
-  if (length > kMaxLength) {
-    return {};
-  }
-  platform::HeapBlock block;
-  if (platform::AllocateBlock(2 * length, block) != platform::kSuccess) {
-    return {};
-  }
-  // A UTF-8 byte never gives more than one unit.
-  char16_t* buffer = platform::BlockData<char16_t>(block);
-  std::int32_t written = 0;
-  if (platform::BytesToWide(CodePage::kUtf8, bytes, -1, buffer, static_cast<std::int32_t>(length),
-                            written) != platform::kSuccess) {
-    return {};
-  }
-  try {
-    // No further than what was written: some systems take the terminator for a part of a sequence
-    // that is cut short, and there is none then.
-    return std::u16string(buffer, std::find(buffer, buffer + written, u'\0'));
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+std::optional<std::u16string> FromUtf8(const char* bytes) noexcept {
+  return WithinMemory([bytes] {
+    std::u16string text;
+    if (bytes != nullptr) {
+      AppendUtf8(text, bytes);
+    }
+    return text;
+  });
 }
 
-std::string NarrowThroughAnsi(std::u16string_view text) {
-  if (text.empty() || text.size() > kMaxLength) {
-    return {};
-  }
-  const auto length = static_cast<std::int32_t>(text.size());
-  std::int32_t needed = 0;
-  if (platform::WideToBytes(CodePage::kThreadAnsi, text.data(), length, nullptr, 0, needed) !=
-      platform::kSuccess) {
-    return {};
-  }
-  try {
-    std::string bytes(static_cast<std::size_t>(needed), '\0');
+std::optional<std::string> NarrowThroughAnsi(std::u16string_view text) noexcept {
+  return WithinMemory([text] {
+    std::string bytes;
+    if (text.empty() || text.size() > kMaxLength) {
+      return bytes;
+    }
+    const auto length = static_cast<std::int32_t>(text.size());
+    std::int32_t needed = 0;
+    if (platform::WideToBytes(CodePage::kThreadAnsi, text.data(), length, nullptr, 0, needed) !=
+        platform::kSuccess) {
+      return bytes;
+    }
+    bytes.resize(static_cast<std::size_t>(needed));
     if (platform::WideToBytes(CodePage::kThreadAnsi, text.data(), length, bytes.data(), needed,
                               needed) != platform::kSuccess) {
-      return {};
+      bytes.clear();
     }
     return bytes;
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+  });
 }
 
-std::u16string WidenThroughAnsi(std::string_view bytes) {
-  if (bytes.empty() || bytes.size() > kMaxLength) {
-    return {};
-  }
-  try {
+std::optional<std::u16string> WidenThroughAnsi(std::string_view bytes) noexcept {
+  return WithinMemory([bytes] {
+    std::u16string text;
+    if (bytes.empty() || bytes.size() > kMaxLength) {
+      return text;
+    }
     // A byte never gives more than one unit.
-    std::u16string text(bytes.size(), u'\0');
+    text.resize(bytes.size());
     std::int32_t written = 0;
     const auto length = static_cast<std::int32_t>(bytes.size());
     if (platform::BytesToWide(CodePage::kThreadAnsi, bytes.data(), length, text.data(), length,
                               written) != platform::kSuccess) {
-      return {};
+      written = 0;
     }
     text.resize(static_cast<std::size_t>(written));
     return text;
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+  });
 }
 
-bool GetJsonString(const cJSON* object, const std::u16string& name, std::u16string& value,
-                   const std::u16string& default_value) {
-  value = default_value;
-  const std::optional<std::string> key = MemberKey(name);
-  const cJSON* member = key ? cJSON_GetObjectItem(object, key->c_str()) : nullptr;
+Lookup GetJsonString(const cJSON* object, const std::u16string& name, std::u16string& value,
+                     const std::u16string& defaultValue) noexcept try {
+  value = defaultValue;
+  const std::optional<std::string> key = NarrowThroughAnsi(name);
+  if (!key) {
+    return Lookup::kNoMemory;
+  }
+  const cJSON* member =
+      NamesAMember(*key, name) ? cJSON_GetObjectItem(object, key->c_str()) : nullptr;
   if (cJSON_IsString(member) == 0) {
-    return false;
+    return Lookup::kMissing;
   }
-  value = FromUtf8(member->valuestring);
-  return true;
+  std::optional<std::u16string> text = FromUtf8(member->valuestring);
+  if (!text) {
+    return Lookup::kNoMemory;
+  }
+  value = std::move(*text);
+  return Lookup::kFound;
+} catch (const std::bad_alloc&) {
+  return Lookup::kNoMemory;
 }
 
-bool SetJsonItem(cJSON* object, std::u16string_view name, cJSON* item) {
-  const std::optional<std::string> key = MemberKey(name);
-  const bool taken = key && (cJSON_HasObjectItem(object, key->c_str()) != 0
-                                 ? cJSON_ReplaceItemInObject(object, key->c_str(), item) != 0
-                                 : cJSON_AddItemToObject(object, key->c_str(), item) != 0);
+bool SetJsonItem(cJSON* object, std::u16string_view name, cJSON* item) noexcept {
+  const std::optional<std::string> key = NarrowThroughAnsi(name);
+  const bool taken = key && NamesAMember(*key, name) &&
+                     (cJSON_HasObjectItem(object, key->c_str()) != 0
+                          ? cJSON_ReplaceItemInObject(object, key->c_str(), item) != 0
+                          : cJSON_AddItemToObject(object, key->c_str(), item) != 0);
   if (!taken) {
     cJSON_Delete(item);
   }

@@ -33,21 +33,26 @@ bool Failed(const JobParameters& params, const Failure& failure) {
   return false;
 }
 
+bool NoPayload(const JobParameters& params) {
+  LogError(u"ProcessToOutlookClient(): The JSON creation failed.");
+  return Failed(params, kDataEncodingFailure);
+}
+
 }  // namespace
 
-bool ProcessToOutlookClient(JobParameters params) {
+bool ProcessToOutlookClient(const JobParameters& params) {
   LogInfo(u"ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.");
-  CTCPClient client;
-  const std::u16string payload = WidenThroughAnsi(CCommands::json(params));
+  const std::u16string payload =
+      WidenThroughAnsi(CCommands::json(params)).value_or(std::u16string());
   if (payload.empty()) {
-    LogError(u"ProcessToOutlookClient(): The JSON creation failed.");
-    return Failed(params, kDataEncodingFailure);
+    return NoPayload(params);
   }
   LogInfo(u"ProcessToOutlookClient(): Created JSON:\r\n%s\r\n", payload);
 
   if (params.faxFields.Contains(u"O")) {
-    WriteAddinJsonFile(params, params.faxFields.Find(u"O").second);
-    return Delivered(params);
+    // A file that cannot be written counts as delivered; one without its payload must not.
+    const PayloadFile file = WriteAddinJsonFile(params, params.faxFields.Value(u"O"));
+    return file == PayloadFile::kNoMemory ? NoPayload(params) : Delivered(params);
   }
 
   const std::uint16_t port = ReadAddinPort();
@@ -55,17 +60,18 @@ bool ProcessToOutlookClient(JobParameters params) {
     LogError(u"ProcessToOutlookClient(): The communication port is not valid.");
     return Failed(params, kUnknownDestination);
   }
+  CTCPClient client;
   if (!client.ConnectToServer(kAddinHost, port)) {
     LogError(u"ProcessToOutlookClient(): The client connection to %s:%d cannot be established.",
              kAddinHost, port);
     return Failed(params, kNoConnection);
   }
 
-  // A conversion that fails leaves nothing to send, and sending nothing succeeds: such a job counts
-  // as delivered.
+  // A text that cannot be converted leaves nothing to send, and sending nothing succeeds: such a
+  // job counts as delivered. One for whose bytes there is no memory does not.
   std::string bytes;
-  client.ConvertToUtf8(payload, bytes);
-  if (!client.SendWithTimeout(bytes)) {
+  if (client.ConvertToUtf8(payload, bytes) == Utf8Result::Outcome::kNoMemory ||
+      !client.SendWithTimeout(bytes)) {
     LogError(u"ProcessToOutlookClient(): The sending failed.");
     return Failed(params, kTransmissionFailure);
   }

@@ -12,6 +12,6 @@ namespace zentpost {
 //
 // What goes over the wire is the payload's UTF-8 read in the ANSI code page and encoded as UTF-8
 // once more. The add-in undoes exactly this.
-[[nodiscard]] bool ProcessToOutlookClient(JobParameters params);
+[[nodiscard]] bool ProcessToOutlookClient(const JobParameters& params);
 
 }  // namespace zentpost

@@ -267,7 +267,8 @@ TEST_F(Transmission, ADivertedJobReadsNoPortAndMakesNoConnection) {
             (std::vector<std::string>{
                 "log INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.",
                 "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + payload + "\r\n",
-                "TemporaryFolder(260)", "OpenFileAt(C:\\Temp\\payload.json, kRewrite)",
+                "TemporaryFolder(260)", "IdentifyFile(C:\\Temp\\payload.json)",
+                "OpenFileAt(C:\\Temp\\payload.json, kRewrite)",
                 "WriteBytes(C:\\Temp\\payload.json, " + std::to_string(payload.size()) + ")",
                 "OpenFileAt(C:\\jobs\\a.json, kRead)", "QueryFileSize(C:\\jobs\\a.json)",
                 "ReadBytes(C:\\jobs\\a.json, " + std::to_string(kJobFile.size()) + ")",
@@ -282,9 +283,22 @@ TEST_F(Transmission, ADivertedJobMayNameAPath) {
   EXPECT_EQ(machine_.FileBytes(u"C:\\out\\payload.json"), JobsPayload().Bytes());
 }
 
-TEST_F(Transmission, ADivertedJobMayReplaceItsOwnJobFileFirst) {
+TEST_F(Transmission, ADivertedJobNeverReplacesItsOwnJobFile) {
   EXPECT_TRUE(ProcessToOutlookClient(JobWith(u"O", kJobName)));
-  EXPECT_EQ(JobFile(), test::WithSuccess(JobsPayload().Bytes()));
+  EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
+}
+
+// The payload is built once more for the file; a file without it must not count as delivered.
+TEST_F(Transmission, ADivertedJobWithoutMemoryForItsFileHasFailed) {
+  // The payload's four values that are not empty and O's come first.
+  machine_.FailCallOf("AllocateBlock", 4, platform::kNotEnoughMemory);
+  EXPECT_FALSE(ProcessToOutlookClient(JobWith(u"O", u"payload.json")));
+  EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), "");
+  EXPECT_EQ(JobFile(), test::WithResult(kJobFile, 1, 1000, "Outlook: Data encoding failure."));
+  EXPECT_EQ(LogText(), LogStart(JobsPayload().Bytes()) +
+                           "ERROR: _utf8(): A memory error occurred.\n"
+                           "ERROR: Code 0x00000008 --> Unknown Error.\n"
+                           "ERROR: ProcessToOutlookClient(): The JSON creation failed.\n");
 }
 
 TEST_F(Transmission, TheFirstOfTwoNamesCounts) {
@@ -359,13 +373,17 @@ TEST_F(Transmission, DeliberateAPayloadThatCannotBeConvertedIsSentAsNothing) {
                            "INFO: ProcessToOutlookClient(): The JSON payload successfully sent.\n");
 }
 
-TEST_F(Transmission, DeliberateAConversionWithoutMemoryIsSentAsNothing) {
+// Sending nothing succeeds, so nothing must be sent.
+TEST_F(Transmission, AConversionWithoutMemoryIsAFailedSend) {
   machine_.Listen(kPort);
   // The payload's four values that are not empty come first.
   machine_.FailCallOf("AllocateBlock", 4, platform::kNotEnoughMemory);
-  EXPECT_TRUE(ProcessToOutlookClient(Job()));
+  EXPECT_FALSE(ProcessToOutlookClient(Job()));
   EXPECT_EQ(machine_.Connections(), Sent{""});
-  EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
+  EXPECT_EQ(machine_.CallsOf("Send"), std::vector<std::string>());
+  EXPECT_EQ(JobFile(), test::WithResult(kJobFile, 1, 1003, "OutlookClient: Transmission failure."));
+  EXPECT_EQ(LogText(), LogStart(JobsPayload().Bytes()) +
+                           "ERROR: ProcessToOutlookClient(): The sending failed.\n");
 }
 
 TEST_F(Transmission, PercentSignsInThePayloadAreLoggedAsTheyAre) {

@@ -1,7 +1,5 @@
 #include "app/application.h"
 
-#include <new>
-
 #include "app/command_line.h"
 #include "app/dispatch.h"
 #include "diag/log_file.h"
@@ -23,7 +21,8 @@ bool CAmbroluxPrintSendApp::InitInstance() {
   const bool has_sockets = platform::StartSockets(kWinsockVersion22) == platform::kSuccess;
   try {
     DeliverJob();
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
+    // Memory that ran out before a route had begun, and whatever nobody has thought of.
     m_bJobSucceeded = false;
   }
   if (has_sockets) {

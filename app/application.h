@@ -9,7 +9,7 @@ namespace zentpost {
 class CAmbroluxPrintSendApp : public platform::CWinApp {
  public:
   // Parses the command line, logs it and delivers the job. Always false: there is nothing to wait
-  // for. Does not throw; a job for which memory ran out is a job that was not delivered.
+  // for. Does not throw: whatever comes out of the job, it was then not delivered.
   bool InitInstance() override;
 
   // 0 when the job was delivered, 1 when it was not.

@@ -217,49 +217,5 @@ TEST_F(Application, TheOutcomeStaysUntilTheEnd) {
   EXPECT_EQ(application.ExitInstance(), 0);
 }
 
-// Without memory a job may lose log lines and values, and it may fail; but it always ends, ends the
-// socket library, and leaves a job file that is the old one, one with an outcome, or an empty one.
-TEST_F(Application, EveryJobEndsWithoutMemory) {
-  const std::vector<std::string> job_files = {
-      kJobFile, test::WithSuccess(kJobFile), test::WithMapiError(kJobFile),
-      test::WithResult(kJobFile, 1, 1000, "Outlook: Data encoding failure."),
-      // The text that was written to tell of the failure was lost itself.
-      test::WithResult(kJobFile, 1, 1000, ""), test::WithResult(kJobFile, 1, -2147467259, ""), ""};
-  test::SweepAllocations("a whole job", [&](test::AllocationFaults& faults) {
-    machine_.Reset();
-    Listen();
-    machine_.SetFile(u"a.json", kJobFile);
-    CAmbroluxPrintSendApp application;
-    application.m_lpCmdLine = u"a.json";
-    bool goes_on = true;
-    EXPECT_TRUE(faults.Run([&] { goes_on = application.InitInstance(); }));
-    EXPECT_FALSE(goes_on);
-    const int exit_code = application.ExitInstance();
-    if (faults.Mode() == test::AllocationFaultMode::kNone) {
-      EXPECT_EQ(exit_code, 0);
-    }
-
-    const std::string job_file = machine_.FileBytes(u"a.json").value_or("no job file");
-    EXPECT_EQ(std::count(job_files.begin(), job_files.end(), job_file), 1) << job_file;
-    if (job_file == test::WithSuccess(kJobFile)) {
-      EXPECT_EQ(exit_code, 0);
-    }
-    if (job_file == test::WithMapiError(kJobFile)) {
-      EXPECT_EQ(exit_code, 1);
-    }
-    std::size_t payloads = 0;
-    for (const std::string& bytes : machine_.Connections()) {
-      if (!bytes.empty()) {
-        ++payloads;
-        EXPECT_TRUE(bytes.starts_with("{\n\t\"Parameters\":\t{\n") && bytes.ends_with("\n\t}\n}"))
-            << bytes;
-      }
-    }
-    EXPECT_LE(payloads, 1u);
-    EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
-    EXPECT_EQ(machine_.OpenHandles(), 0u);
-  });
-}
-
 }  // namespace
 }  // namespace zentpost

@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "diag/text_trim.h"
@@ -69,7 +70,11 @@ void ParseCommandLine(JobParameters& params, std::u16string_view command_line) {
   if (tokens.empty()) {
     return;
   }
-  params.fromJobFile = CCommands::ReadFromFile(params, tokens[0]);
+  const JobFileReading reading = CCommands::ReadFromFile(params, tokens[0]);
+  if (reading == JobFileReading::kNoMemory) {
+    throw std::bad_alloc();
+  }
+  params.fromJobFile = reading == JobFileReading::kJobFile;
   params.arguments.Add(params.fromJobFile ? u"jobname" : u"filename", tokens[0]);
 
   std::size_t next = 1;

@@ -1,4 +1,5 @@
 // The command line's grammar: a job file or document, then an optional fax command, then options.
+// Everything here throws std::bad_alloc when memory runs out: the job has then ended.
 #pragma once
 
 #include <string>

@@ -17,7 +17,7 @@ bool IsAddinListening(std::uint16_t port) {
 
 }  // namespace
 
-bool DispatchJob(JobParameters params) {
+bool DispatchJob(const JobParameters& params) {
   const std::uint16_t port = ReadAddinPort();
   if (port != 0 && IsAddinListening(port) && ProcessToOutlookClient(params)) {
     return true;

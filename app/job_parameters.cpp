@@ -11,7 +11,13 @@ ParameterList::Entry ParameterList::Find(std::u16string_view name) const {
   return entry == nullptr ? Entry() : *entry;
 }
 
-bool ParameterList::Contains(std::u16string_view name) const {
+const std::u16string& ParameterList::Value(std::u16string_view name) const noexcept {
+  static const std::u16string kNone;
+  const Entry* entry = First(name);
+  return entry == nullptr ? kNone : entry->second;
+}
+
+bool ParameterList::Contains(std::u16string_view name) const noexcept {
   return First(name) != nullptr;
 }
 
@@ -19,7 +25,7 @@ void ParameterList::Clear() {
   entries_.clear();
 }
 
-const ParameterList::Entry* ParameterList::First(std::u16string_view name) const {
+const ParameterList::Entry* ParameterList::First(std::u16string_view name) const noexcept {
   if (name.empty()) {
     return nullptr;
   }
@@ -31,8 +37,8 @@ const ParameterList::Entry* ParameterList::First(std::u16string_view name) const
   return nullptr;
 }
 
-bool IsSwitchedOn(const ParameterList& fields, std::u16string_view name) {
-  return fields.Contains(name) && fields.Find(name).second != u"-";
+bool IsPresentAndNotMinus(const ParameterList& fields, std::u16string_view name) noexcept {
+  return fields.Contains(name) && fields.Value(name) != u"-";
 }
 
 }  // namespace zentpost

@@ -1,5 +1,6 @@
 // What is known of one fax job: two ordered lists of named texts, copied by value from stage to
-// stage. Pure data; knows nothing of files, routes or the system.
+// stage. Pure data; knows nothing of files, routes or the system. Whatever copies a text throws
+// std::bad_alloc when memory runs out.
 #pragma once
 
 #include <string>
@@ -22,8 +23,11 @@ class ParameterList {
   // there is none or `name` is empty.
   [[nodiscard]] Entry Find(std::u16string_view name) const;
 
+  // The value of that entry in its place, or an empty text. Valid until the list changes.
+  [[nodiscard]] const std::u16string& Value(std::u16string_view name) const noexcept;
+
   // True when Find would find an entry.
-  [[nodiscard]] bool Contains(std::u16string_view name) const;
+  [[nodiscard]] bool Contains(std::u16string_view name) const noexcept;
 
   void Clear();
 
@@ -31,7 +35,7 @@ class ParameterList {
   [[nodiscard]] const std::vector<Entry>& Entries() const { return entries_; }
 
  private:
-  [[nodiscard]] const Entry* First(std::u16string_view name) const;
+  [[nodiscard]] const Entry* First(std::u16string_view name) const noexcept;
 
   std::vector<Entry> entries_;
 };
@@ -51,6 +55,7 @@ struct JobParameters {
 
 // True when a fax field that switches something off by "-" is there and is anything but "-", the
 // empty text included.
-[[nodiscard]] bool IsSwitchedOn(const ParameterList& fields, std::u16string_view name);
+[[nodiscard]] bool IsPresentAndNotMinus(const ParameterList& fields,
+                                        std::u16string_view name) noexcept;
 
 }  // namespace zentpost

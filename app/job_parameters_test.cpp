@@ -111,7 +111,7 @@ TEST(JobParameters, OnlyAMissingEntryAndAHyphenSwitchOff) {
     for (const auto& [name, value] : test.entries) {
       list.Add(name, value);
     }
-    EXPECT_EQ(IsSwitchedOn(list, u"P"), test.on);
+    EXPECT_EQ(IsPresentAndNotMinus(list, u"P"), test.on);
   }
 }
 

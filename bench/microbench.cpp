@@ -86,7 +86,7 @@ void BenchUtf8(benchmark::State& state) {
 BENCHMARK(BenchUtf8)->Apply(Sizes);
 
 void BenchFromUtf8(benchmark::State& state) {
-  const std::string bytes = _utf8(Text(static_cast<std::size_t>(state.range(0))).c_str());
+  const std::string bytes = _utf8(Text(static_cast<std::size_t>(state.range(0))).c_str()).value();
   for ([[maybe_unused]] auto step : state) {
     benchmark::DoNotOptimize(FromUtf8(bytes.c_str()));
   }

@@ -17,7 +17,7 @@ constexpr char16_t kPath[] = u"job.json";
 // Reading twice must give the same.
 JobParameters Read(bool& is_job_file) {
   JobParameters params;
-  is_job_file = CCommands::ReadFromFile(params, kPath);
+  is_job_file = CCommands::ReadFromFile(params, kPath) == JobFileReading::kJobFile;
   return params;
 }
 
@@ -46,12 +46,11 @@ void CheckParameters(const JobParameters& params, bool is_job_file) {
 }
 
 // Writes an outcome and looks for it in the file.
-void CheckOutcome(std::int32_t status, std::int32_t code, const std::u16string& text) {
+void CheckOutcome(std::int32_t status, std::int32_t code, const char16_t* text) {
   JobParameters job;
   job.arguments.Add(u"jobname", kPath);
   Require(CCommands::UpdateJobFile(job, status, code, text));
-  std::u16string error;
-  const JsonTree tree = CCommands::LoadJsonFile(kPath, error);
+  const JsonTree tree = CCommands::LoadJsonFile(kPath).tree;
   Require(tree != nullptr);
   const cJSON* result = cJSON_GetObjectItem(tree.get(), "Result");
   Require(cJSON_IsObject(result) != 0);
@@ -60,7 +59,7 @@ void CheckOutcome(std::int32_t status, std::int32_t code, const std::u16string& 
   std::u16string found;
   Require(cJSON_IsNumber(status_member) != 0 && status_member->valueint == status);
   Require(cJSON_IsNumber(code_member) != 0 && code_member->valueint == code);
-  Require(GetJsonString(result, u"ErrorText", found, u"none") && found == text);
+  Require(GetJsonString(result, u"ErrorText", found, u"none") == Lookup::kFound && found == text);
 }
 
 }  // namespace
@@ -75,8 +74,7 @@ void FuzzJobFile(std::string_view input) {
   CheckParameters(before, is_job_file);
   Require(machine.FileBytes(kPath) == input);
 
-  std::u16string error;
-  JsonTree tree = CCommands::LoadJsonFile(kPath, error);
+  JsonTree tree = CCommands::LoadJsonFile(kPath).tree;
   Require((tree != nullptr) == is_job_file);
   const bool is_object = cJSON_IsObject(tree.get()) != 0;
   tree.reset();
@@ -90,6 +88,12 @@ void FuzzJobFile(std::string_view input) {
     Require(is_still_job_file);
     Require(after.arguments.Entries() == before.arguments.Entries());
     Require(after.faxFields.Entries() == before.faxFields.Entries());
+  } else {
+    // Whatever it is, it is not the tool's to rewrite.
+    JobParameters job;
+    job.arguments.Add(u"jobname", kPath);
+    Require(!CCommands::UpdateJobFile(job, 0, 0, u""));
+    Require(machine.FileBytes(kPath) == input);
   }
   Require(machine.OpenHandles() == 0);
 }

@@ -78,7 +78,7 @@ void CheckFromUtf16(const std::u16string& text) {
   const std::u16string until_zero = text.substr(0, text.find(u'\0'));
   std::string expected;
   if (CarriesUtf8(until_zero)) {
-    expected = NarrowThroughAnsi(until_zero);
+    expected = NarrowThroughAnsi(until_zero).value();
     Require(!expected.empty());
   } else if (!until_zero.empty() && Encoded(until_zero).size() <= 2 * until_zero.size() + 2) {
     expected = Encoded(until_zero);
@@ -86,27 +86,28 @@ void CheckFromUtf16(const std::u16string& text) {
   Require(_utf8(text.c_str()) == expected);
 
   // Back again, unless a lone surrogate was lost on the way.
-  const std::u16string back = FromUtf8(encoded.c_str());
+  const std::u16string back = FromUtf8(encoded.c_str()).value();
   Require(Encoded(back) == UpToZero(encoded));
 }
 
 void CheckFromBytes(const std::string& bytes) {
   // Every byte is a character of the code page, and every such character that byte.
-  const std::u16string widened = WidenThroughAnsi(bytes);
+  const std::u16string widened = WidenThroughAnsi(bytes).value();
   Require(widened.size() == bytes.size());
   Require(NarrowThroughAnsi(widened) == bytes);
 
   // UTF-8 is never shorter than what it encodes, and what is ill-formed becomes well-formed.
   const std::string until_zero = UpToZero(bytes);
-  const std::u16string decoded = FromUtf8(bytes.c_str());
+  const std::u16string decoded = FromUtf8(bytes.c_str()).value();
   Require(decoded.size() <= until_zero.size());
   Require(decoded.empty() == until_zero.empty());
   Require(FromUtf8(Encoded(decoded).c_str()) == decoded);
 
   // What the add-in does with what it receives.
   std::string wire;
-  if (WideToUtf8(WidenThroughAnsi(until_zero), wire).outcome == Utf8Result::Outcome::kConverted) {
-    Require(NarrowThroughAnsi(FromUtf8(wire.c_str())) == until_zero);
+  if (WideToUtf8(WidenThroughAnsi(until_zero).value(), wire).outcome ==
+      Utf8Result::Outcome::kConverted) {
+    Require(NarrowThroughAnsi(FromUtf8(wire.c_str()).value()) == until_zero);
   }
 }
 

@@ -1,10 +1,13 @@
 #include <limits>
 #include <new>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "addin/text_encoding.h"
 #include "diag/log_file.h"
 #include "jobfile/commands.h"
+#include "jobfile/json_memory.h"
 #include "platform/files.h"
 #include "platform/memory.h"
 
@@ -38,78 +41,144 @@ std::size_t FoldText(char* bytes, std::size_t size) {
   return kept;
 }
 
-// The whole file as a zero-terminated text. Owns nothing when it cannot be read.
-platform::HeapBlock ReadTextFile(const std::u16string& path) {
-  platform::File file;
-  std::uint64_t size = 0;
-  if (platform::OpenFileAt(path, platform::OpenMode::kRead, file) != platform::kSuccess ||
-      platform::QueryFileSize(file, size) != platform::kSuccess ||
-      size >= std::numeric_limits<std::size_t>::max()) {
-    return {};
+// `status`, unless it says that memory ran out: that is for the job's end, not for this file's.
+platform::Status WithinMemory(platform::Status status) {
+  if (status == platform::kNotEnoughMemory) {
+    throw std::bad_alloc();
   }
+  return status;
+}
+
+// The whole file as a zero-terminated text, and its size in bytes without that terminator. Owns
+// nothing when it cannot be read.
+struct Text {
   platform::HeapBlock block;
-  const auto capacity = static_cast<std::size_t>(size);
-  if (platform::AllocateBlock(capacity + 1, block) != platform::kSuccess) {
+  std::size_t size = 0;
+};
+
+Text ReadTextFile(const std::u16string& path) {
+  platform::File file;
+  std::uint64_t file_size = 0;
+  if (WithinMemory(platform::OpenFileAt(path, platform::OpenMode::kRead, file)) !=
+          platform::kSuccess ||
+      WithinMemory(platform::QueryFileSize(file, file_size)) != platform::kSuccess ||
+      file_size >= std::numeric_limits<std::size_t>::max()) {
     return {};
   }
-  char* text = platform::BlockData<char>(block);
+  Text text;
+  const auto capacity = static_cast<std::size_t>(file_size);
+  if (platform::AllocateBlock(capacity + 1, text.block) != platform::kSuccess) {
+    return {};
+  }
+  char* bytes = platform::BlockData<char>(text.block);
   std::size_t count = 0;
-  if (platform::ReadBytes(file, text, capacity, count) != platform::kSuccess) {
+  if (WithinMemory(platform::ReadBytes(file, bytes, capacity, count)) != platform::kSuccess) {
     return {};
   }
-  text[FoldText(text, count)] = '\0';
-  return block;
+  text.size = FoldText(bytes, count);
+  bytes[text.size] = '\0';
+  return text;
+}
+
+// The first character from `text` on that the JSON library does not skip as white space.
+const char* SkipWhiteSpace(const char* text) {
+  while (*text != '\0' && static_cast<unsigned char>(*text) <= ' ') {
+    ++text;
+  }
+  return text;
+}
+
+// A converted text, unless memory ran out over it.
+std::u16string WithinMemory(std::optional<std::u16string> text) {
+  if (!text) {
+    throw std::bad_alloc();
+  }
+  return std::move(*text);
 }
 
 const cJSON* Member(const cJSON* object, const char* name) {
   return cJSON_GetObjectItem(object, name);
 }
 
+// Whether `tree` is an object with the two texts that make a job file of it, whatever stands
+// behind.
+bool NamesADocument(const cJSON* tree) {
+  return cJSON_IsObject(tree) != 0 && cJSON_IsString(Member(tree, "FilePath")) != 0 &&
+         cJSON_IsString(Member(tree, "SourceFileName")) != 0;
+}
+
+// GetJsonString without a default.
+bool FindText(const cJSON* object, const std::u16string& name, std::u16string& value) {
+  const Lookup lookup = GetJsonString(object, name, value, u"");
+  if (lookup == Lookup::kNoMemory) {
+    throw std::bad_alloc();
+  }
+  return lookup == Lookup::kFound;
+}
+
 }  // namespace
 
-JsonTree CCommands::LoadJsonFile(const std::u16string& path, std::u16string& error_position) {
+LoadedJson CCommands::LoadJsonFile(const std::u16string& path) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  error_position.clear();
-  const platform::HeapBlock block = ReadTextFile(path);
-  if (!block) {
-    return nullptr;
+  LoadedJson loaded;
+  Text file = ReadTextFile(path);
+  if (!file.block) {
+    return loaded;
   }
-  const char* text = platform::BlockData<const char>(block);
+  const char* const file_end = platform::BlockData<const char>(file.block) + file.size;
+  const char* text = platform::BlockData<const char>(file.block);
   if (std::string_view(text).starts_with(kByteOrderMark)) {
     text += kByteOrderMark.size();
   }
-  JsonTree tree(cJSON_Parse(text));
-  if (tree == nullptr) {
-    // The position points into the text, which goes when this function returns.
-    error_position = FromUtf8(cJSON_GetErrorPtr());
+  const JsonMemoryWatch memory;
+  const char* behind = nullptr;
+  JsonTree tree(cJSON_ParseWithOpts(text, &behind, 0));
+  if (tree == nullptr && memory.RanOut()) {
+    throw std::bad_alloc();
   }
-  return tree;
+  if (tree == nullptr) {
+    loaded.error_position = cJSON_GetErrorPtr();
+  } else {
+    behind = SkipWhiteSpace(behind);
+    // A zero byte that is the file's last one has nothing behind it.
+    const bool is_all = *behind == '\0' && file_end - behind <= 1;
+    if (is_all || NamesADocument(tree.get())) {
+      loaded.tree = std::move(tree);
+      return loaded;
+    }
+    loaded.error_position = behind;
+  }
+  loaded.text = std::move(file.block);
+  return loaded;
 }
 
-bool CCommands::ReadFromFile(JobParameters& params, const std::u16string& path) {
-  std::u16string error_position;
-  const JsonTree tree = LoadJsonFile(path, error_position);
+JobFileReading CCommands::ReadFromFile(JobParameters& params, const std::u16string& path) try {
+  const LoadedJson loaded = LoadJsonFile(path);
+  const cJSON* const tree = loaded.tree.get();
   if (tree == nullptr) {
-    LogError(u"ReadFromFile(): Parse JSON failed with error '%s'", error_position);
-    return false;
+    LogError(u"ReadFromFile(): Parse JSON failed with error '%s'", Utf8Text{loaded.error_position});
+    return JobFileReading::kNoJobFile;
   }
-  if (!GetDocumentFromJson(params.arguments, tree.get())) {
+  if (!GetDocumentFromJson(params.arguments, tree)) {
     LogError(u"ReadFromFile(): Read document failed");
-    return true;
+    return JobFileReading::kJobFile;
   }
   for (const FaxField& field : kFaxFields) {
     // A field that is not there is left out.
-    static_cast<void>(ReadCommandValue(params, tree.get(), field.letter, field.long_name));
+    static_cast<void>(ReadCommandValue(params, tree, field.letter, field.long_name));
   }
-  const cJSON* command = Member(tree.get(), "Cmd");
+  const cJSON* command = Member(tree, "Cmd");
   if (cJSON_IsObject(command) != 0) {
     const cJSON* receivers = Member(command, "Receiver");
     const cJSON* first = cJSON_IsArray(receivers) != 0 ? cJSON_GetArrayItem(receivers, 0) : nullptr;
     if (cJSON_IsString(first) != 0) {
-      params.faxFields.Add(u"+FAX", FromUtf8(first->valuestring));
+      params.faxFields.Add(u"+FAX", WithinMemory(FromUtf8(first->valuestring)));
     }
   }
-  return true;
+  return JobFileReading::kJobFile;
+} catch (...) {
+  // Whatever was thrown, the job is not the one that its file describes.
+  return JobFileReading::kNoMemory;
 }
 
 bool CCommands::GetDocumentFromJson(ParameterList& arguments, const cJSON* tree) {
@@ -118,12 +187,12 @@ bool CCommands::GetDocumentFromJson(ParameterList& arguments, const cJSON* tree)
     return false;
   }
   std::u16string path;
-  if (!GetJsonString(tree, u"FilePath", path, u"")) {
+  if (!FindText(tree, u"FilePath", path)) {
     LogError(u"GetDocumentFromJson(): Filename not found");
     return false;
   }
   std::u16string display_name;
-  if (!GetJsonString(tree, u"SourceFileName", display_name, u"")) {
+  if (!FindText(tree, u"SourceFileName", display_name)) {
     LogError(u"GetDocumentFromJson(): JobName not found");
     return false;
   }
@@ -143,7 +212,7 @@ bool CCommands::ReadCommandValue(JobParameters& params, const cJSON* tree,
   }
   const auto take = [&params, &letter](const cJSON* object, const std::u16string& name) {
     std::u16string value;
-    if (name.empty() || cJSON_IsObject(object) == 0 || !GetJsonString(object, name, value, u"")) {
+    if (name.empty() || cJSON_IsObject(object) == 0 || !FindText(object, name, value)) {
       return false;
     }
     params.faxFields.Add(letter, std::move(value));

@@ -1,7 +1,6 @@
+#include <optional>
 #include <string>
 #include <string_view>
-
-#include <new>
 
 #include "addin/text_encoding.h"
 #include "diag/log_file.h"
@@ -37,26 +36,34 @@ bool HoldsOutcome(const cJSON* result, std::int32_t status, std::int32_t error_c
 }  // namespace
 
 bool CCommands::UpdateJobFile(const JobParameters& params, std::int32_t status,
-                              std::int32_t errorCode, const std::u16string& errorText) try {
-  const std::u16string path = params.arguments.Find(u"jobname").second;
+                              std::int32_t errorCode, const char16_t* errorText) try {
+  const std::u16string& path = params.arguments.Value(u"jobname");
   if (path.empty()) {
     return false;
   }
-  std::u16string error_position;
-  const JsonTree tree = LoadJsonFile(path, error_position);
+  const LoadedJson loaded = LoadJsonFile(path);
+  cJSON* const tree = loaded.tree.get();
   if (tree == nullptr) {
-    LogError(u"WriteJobFileResult(): Parse JSON failed with error '%s'", error_position);
+    LogError(u"WriteJobFileResult(): Parse JSON failed with error '%s'",
+             Utf8Text{loaded.error_position});
     return false;
   }
-  const std::string error_text = _utf8(errorText.c_str());
-  cJSON* result = ResultObject(tree.get());
+  // Such a file has no place for an outcome: it is somebody's document.
+  if (cJSON_IsObject(tree) == 0) {
+    return false;
+  }
+  const std::optional<std::string> error_text = _utf8(errorText);
+  if (!error_text) {
+    return false;
+  }
+  cJSON* result = ResultObject(tree);
   SetJsonItem(result, u"Status", cJSON_CreateNumber(status));
   SetJsonItem(result, u"ErrorCode", cJSON_CreateNumber(errorCode));
-  SetJsonItem(result, u"ErrorText", cJSON_CreateString(error_text.c_str()));
-  if (!HoldsOutcome(result, status, errorCode, error_text)) {
+  SetJsonItem(result, u"ErrorText", cJSON_CreateString(error_text->c_str()));
+  if (!HoldsOutcome(result, status, errorCode, *error_text)) {
     return false;
   }
-  const JsonText text(cJSON_Print(tree.get()));
+  const JsonText text(cJSON_Print(tree));
 
   platform::File file;
   if (platform::OpenFileAt(path, platform::OpenMode::kRewrite, file) != platform::kSuccess) {
@@ -69,7 +76,7 @@ bool CCommands::UpdateJobFile(const JobParameters& params, std::int32_t status,
         platform::WriteBytes(file, text.get(), std::char_traits<char>::length(text.get())));
   }
   return true;
-} catch (const std::bad_alloc&) {
+} catch (...) {
   // A job that was delivered stays delivered, whether or not that can be written down.
   return false;
 }

@@ -1,6 +1,7 @@
 #include "mapi/attachment_file.h"
 
 #include <limits>
+#include <new>
 
 #include "mapi/results.h"
 #include "platform/files.h"
@@ -18,9 +19,14 @@ bool Fail(AttachmentFileData& file_data, std::uint32_t code, const char16_t* tex
   return false;
 }
 
+// A message without its document must not go out for want of memory.
+bool FailWithoutMemory(AttachmentFileData& file_data) {
+  return Fail(file_data, CodeOf(MAPI_E_NOT_ENOUGH_MEMORY), u"A memory error occurred.");
+}
+
 }  // namespace
 
-bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) {
+bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) try {
   fileData = {};
   if (path == nullptr) {
     return Fail(fileData, CodeOf(E_INVALIDARG), u"The attachment path is NULL.");
@@ -30,11 +36,14 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) {
   }
   platform::File file;
   platform::Status status = platform::OpenFileAt(path, platform::OpenMode::kRead, file);
+  if (status == platform::kNotEnoughMemory) {
+    return FailWithoutMemory(fileData);
+  }
   if (status != platform::kSuccess) {
     return Fail(fileData, status, u"The file cannot be loaded.");
   }
   // A document that is there but does not arrive whole must not be taken for delivered, and not be
-  // deleted: from here on codes are negative, but for the missing memory.
+  // deleted: from here on codes are negative.
   std::uint64_t size = 0;
   status = platform::QueryFileSize(file, size);
   if (status != platform::kSuccess) {
@@ -45,7 +54,7 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) {
   }
   status = platform::AllocateBlock(static_cast<std::size_t>(size), fileData.data);
   if (status != platform::kSuccess) {
-    return Fail(fileData, status, u"A memory error occurred.");
+    return FailWithoutMemory(fileData);
   }
   std::size_t count = 0;
   status = platform::ReadBytes(file, platform::BlockData<std::uint8_t>(fileData.data),
@@ -64,6 +73,8 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) {
   }
   fileData.size = static_cast<std::uint32_t>(size);
   return true;
+} catch (const std::bad_alloc&) {
+  return FailWithoutMemory(fileData);
 }
 
 }  // namespace zentpost

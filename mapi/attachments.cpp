@@ -50,7 +50,7 @@ std::u16string_view LastToken(std::u16string_view text, std::u16string_view sepa
 // The document's path decides only whether there is one: names come from `attach_name`, which is
 // what the recipient is to see.
 HRESULT GetAttachmentExtension(const char16_t* path, std::u16string_view attach_name,
-                               std::u16string& extension) {
+                               std::u16string& extension) try {
   if (path == nullptr) {
     LogError(u"GetAttachmentExtension(): The file path parameter is NULL.");
     return E_INVALIDARG;
@@ -65,10 +65,12 @@ HRESULT GetAttachmentExtension(const char16_t* path, std::u16string_view attach_
     extension += token;
   }
   return S_OK;
+} catch (...) {
+  return MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
 HRESULT GetAttachmentFilename(const char16_t* path, std::u16string_view attach_name,
-                              std::u16string& file_name) {
+                              std::u16string& file_name) try {
   if (path == nullptr) {
     LogError(u"GetAttachmentFilename(): The file path parameter is NULL.");
     return E_INVALIDARG;
@@ -79,6 +81,8 @@ HRESULT GetAttachmentFilename(const char16_t* path, std::u16string_view attach_n
   }
   file_name = LastToken(attach_name, u"\\/");
   return S_OK;
+} catch (...) {
+  return MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
 // The number of values that describe the attachment.
@@ -98,9 +102,15 @@ std::uint32_t FillProperties(SPropValue* values, const AttachmentFileData& file_
   return static_cast<std::uint32_t>(next - values);
 }
 
+platform::Status RemoveFile(const char16_t* path) try {
+  return platform::RemoveFile(path);
+} catch (...) {
+  return platform::kNotEnoughMemory;
+}
+
 // The attachment has been saved: the document is not needed any more.
 void DeleteDocument(const char16_t* path) {
-  const platform::Status status = platform::RemoveFile(path);
+  const platform::Status status = RemoveFile(path);
   if (status == platform::kSuccess) {
     LogInfo(u"AddAttachment(): The attachment file was deleted successfully.");
   } else {
@@ -110,7 +120,7 @@ void DeleteDocument(const char16_t* path) {
 
 }  // namespace
 
-HRESULT GetAttachmentMimeTag(const char16_t* extension, char16_t* mimeTag) {
+HRESULT GetAttachmentMimeTag(const char16_t* extension, char16_t* mimeTag) try {
   if (mimeTag == nullptr) {
     LogError(u"GetAttachmentMimeTag(): The output parameter is invalid.");
     return E_INVALIDARG;
@@ -148,6 +158,8 @@ HRESULT GetAttachmentMimeTag(const char16_t* extension, char16_t* mimeTag) {
   }
   CopyText(u"application/" + normalised.substr(1), mimeTag, kTextBufferSize);
   return kNotFound;
+} catch (...) {
+  return MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
 HRESULT AddAttachment(IMessage* message, const char16_t* path, std::uint32_t /*reserved*/,
@@ -163,11 +175,17 @@ HRESULT AddAttachment(IMessage* message, const char16_t* path, std::uint32_t /*r
   if (Failed(result)) {
     LogWarningWithCode(CodeOf(result), u"AddAttachment(): The extension cannot be retrieved.");
   }
+  if (result == MAPI_E_NOT_ENOUGH_MEMORY) {
+    return result;
+  }
   // Only the warning comes of it: the type is not stored.
   char16_t mime_tag[kTextBufferSize] = {};
   result = GetAttachmentMimeTag(extension.c_str(), mime_tag);
   if (Failed(result)) {
     LogWarningWithCode(CodeOf(result), u"AddAttachment(): The mime tag cannot be retrieved.");
+  }
+  if (result == MAPI_E_NOT_ENOUGH_MEMORY) {
+    return result;
   }
   std::u16string file_name;
   result = GetAttachmentFilename(path, attach_name, file_name);

@@ -92,7 +92,7 @@ TEST_F(AttachmentFile, NeedsMemory) {
   machine_.FailCallOf("AllocateBlock", 0, platform::kNotEnoughMemory);
   AttachmentFileData data;
   EXPECT_FALSE(LoadAttachmentFile(data, kPath));
-  EXPECT_EQ(FailureOf(data), "8 A memory error occurred.");
+  EXPECT_EQ(FailureOf(data), "2147942414 A memory error occurred.");
 }
 
 // A document that is there but does not arrive whole: the code is negative, so that it is not taken
@@ -132,7 +132,7 @@ TEST_F(AttachmentFile, TheLargestSizeOf32BitsIsNotTooLarge) {
   machine_.SetReportedSize(kPath, 0xFFFFFFFF);
   AttachmentFileData data;
   EXPECT_FALSE(LoadAttachmentFile(data, kPath));
-  EXPECT_EQ(FailureOf(data), "8 A memory error occurred.");
+  EXPECT_EQ(FailureOf(data), "2147942414 A memory error occurred.");
 }
 
 TEST_F(AttachmentFile, AnEarlierContentIsGoneInAnyCase) {
@@ -515,7 +515,6 @@ TEST_F(AttachmentOfMessage, ADocumentThatCannotBeLoadedGivesTheLoadersCode) {
   } kCases[] = {
       {"OpenFileAt", {kOpen}, "0x00000020", 32},
       {"QueryFileSize", {kOpen, kSize}, "0x80070020", MakeResult(0x80070020)},
-      {"AllocateBlock", {kOpen, kSize}, "0x00000020", 32},
       {"ReadBytes", {kOpen, kSize, kRead}, "0x80070020", MakeResult(0x80070020)},
   };
   for (const auto& test : kCases) {
@@ -533,6 +532,27 @@ TEST_F(AttachmentOfMessage, ADocumentThatCannotBeLoadedGivesTheLoadersCode) {
     expected.push_back(std::string("SystemMessage(") + (test.result < 0 ? "0x80070020" : "0x20") +
                        ")");
     expected.push_back(std::string("log ERROR: Code ") + test.code + " --> It is in use.");
+    expected.emplace_back(kFree);
+    EXPECT_EQ(trace_, Lines(expected));
+    EXPECT_TRUE(IsThere());
+  }
+}
+
+// Without it the message would go out as if it had been delivered whole.
+TEST_F(AttachmentOfMessage, ADocumentWithoutMemoryForItIsAFailure) {
+  const struct {
+    const char* call;
+    std::vector<std::string> steps;
+  } kCases[] = {{"OpenFileAt", {kOpen}}, {"AllocateBlock", {kOpen, kSize}}};
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.call);
+    Furnish();
+    machine_.FailCallOf(test.call, 0, platform::kNotEnoughMemory);
+    EXPECT_EQ(Add(u"Letter.pdf"), MAPI_E_NOT_ENOUGH_MEMORY);
+    std::vector<std::string> expected = {kStart, kAllocate};
+    expected.insert(expected.end(), test.steps.begin(), test.steps.end());
+    expected.emplace_back("log ERROR: AddAttachment(): The attachment path cannot be read.");
+    expected.emplace_back("log ERROR: Code 0x8007000e --> (CDO) Not enough memory available.");
     expected.emplace_back(kFree);
     EXPECT_EQ(trace_, Lines(expected));
     EXPECT_TRUE(IsThere());

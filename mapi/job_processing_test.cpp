@@ -283,7 +283,8 @@ TEST_F(JobProcessing, StepsFollowOneAnother) {
   const PayloadText payload = {.file_name = "C:\\\\docs\\\\fax.pdf",
                                .attachment_name = "Letter.pdf"};
   EXPECT_EQ(steps, (std::vector<std::string>{
-                       "TemporaryFolder(260)", "OpenFileAt(C:\\Temp\\payload.json, kRewrite)",
+                       "TemporaryFolder(260)", "IdentifyFile(C:\\Temp\\payload.json)",
+                       "OpenFileAt(C:\\Temp\\payload.json, kRewrite)",
                        "WriteBytes(C:\\Temp\\payload.json, " +
                            std::to_string(payload.Bytes().size()) + ")",
                        "OpenFileAt(C:\\jobs\\a.json, kRead)", "QueryFileSize(C:\\jobs\\a.json)",

@@ -69,7 +69,7 @@ Address PlainAddress(const std::u16string& recipient) {
 }  // namespace
 
 HRESULT ProcessClientAddressAutomation(const char16_t* recipient, char16_t* address,
-                                       std::uint32_t /*reserved*/, char16_t* addressType) {
+                                       std::uint32_t /*reserved*/, char16_t* addressType) try {
   const bool is_automatic = ReadSetting(u"AddrExtFaxEnabled") == u"1";
   const std::u16string prefix = ReadSetting(u"AddrExtFaxPrefix");
   const std::u16string suffix = ReadSetting(u"AddrExtFaxPostfix");
@@ -106,6 +106,8 @@ HRESULT ProcessClientAddressAutomation(const char16_t* recipient, char16_t* addr
   CopyText(computed.type, addressType, kTextBufferSize);
   LogInfo(u"ProcessClientAddressAutomation(): %s --> '%s:%s'", recipient, addressType, address);
   return S_OK;
+} catch (...) {
+  return MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
 HRESULT AddRecipientAddress(IMAPISession* session, IMessage* message, const char16_t* address,

@@ -1,7 +1,5 @@
 #include "mapi/send_mail.h"
 
-#include <new>
-
 #include "diag/log_file.h"
 #include "mapi/attachments.h"
 #include "mapi/message_form.h"
@@ -282,7 +280,7 @@ HRESULT SendMail(const std::u16string& subject, const std::u16string& body, std:
   HRESULT result = S_OK;
   try {
     result = Deliver(mail, objects);
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     result = MAPI_E_NOT_ENOUGH_MEMORY;
   }
   CleanUp(objects);

@@ -15,9 +15,9 @@ namespace zentpost {
 //
 // Gives the result of the last call when all went well, and otherwise that of the first call that
 // failed: E_FAIL where MAPI cannot be started, MAPI_E_NOT_FOUND where there is no default store or
-// no Outbox, MAPI_E_NOT_ENOUGH_MEMORY when memory runs out. What was begun before a failure stays
-// in the Outbox; an attachment that was saved by then may not be part of it. To be called on one
-// thread only, as MAPI wants it.
+// no Outbox, MAPI_E_NOT_ENOUGH_MEMORY when memory runs out. Does not throw. What was begun before a
+// failure stays in the Outbox; an attachment that was saved by then may not be part of it. To be
+// called on one thread only, as MAPI wants it.
 [[nodiscard]] HRESULT SendMail(const std::u16string& subject, const std::u16string& body,
                                std::uint32_t showModal, std::uint32_t submit,
                                std::uint32_t reserved1, std::uint32_t reserved2,

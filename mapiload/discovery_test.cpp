@@ -740,13 +740,12 @@ TEST_F(Discovery, DeliberatelyLoadsNoPathAtAllForAnOutlookOnAServer) {
   EXPECT_EQ(machine_.Calls(), Lines{"LoadModule()"});
 }
 
-TEST_F(Discovery, TriesAllOutlooksForTheCompanionSinceADriveAloneNeverLoads) {
+TEST_F(Discovery, TriesAllOutlooksForTheCompanion) {
   AddComponent(OutlookComponentIds[0], u"outlook.exe", u"C:\\a\\o.exe");
   AddComponent(OutlookComponentIds[3], u"outlook.exe", u"D:\\a\\o.exe");
   AddComponent(OutlookComponentIds[5], u"outlook.exe", u"E:\\a\\o.exe");
-  // Not even what Windows would take a drive for.
+  // Not even a library of this name is loaded: a drive alone names none.
   AddEmptyLibrary(u"C:\\Windows\\system32\\D:");
-  AddEmptyLibrary(u"D:\\.dll");
   EXPECT_FALSE(LoadFromOLMAPIDir(u"pstprx32.dll"));
   const Lines loads = machine_.CallsOf("LoadModule");
   EXPECT_EQ(Lines(loads.end() - 3, loads.end()),

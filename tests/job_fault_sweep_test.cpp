@@ -47,6 +47,7 @@ constexpr platform::Status kFailure = platform::kGeneralFailure;
 constexpr char16_t kFailureMessage[] = u"\tA device failed.\r\n";
 
 constexpr std::int32_t kMapiMissing = -2147467259;  // 0x80004005
+constexpr std::int32_t kOutOfMemory = -2147024882;  // 0x8007000E
 
 // A job file up to its last member, in the layout in which it is written back. Its texts are in the
 // fields by which ExpectedJob knows them.
@@ -229,16 +230,14 @@ class ExpectedJob {
   bool AddinRoute() {
     const std::string tag = "ProcessToOutlookClient(): ";
     Log("INFO   ", tag + "Processing job to Ambrolux.OutlookClient.");
-    const std::string payload = Payload();
-    if (!Works("BytesToWide")) {
-      Log("ERROR  ", tag + "The JSON creation failed.");
-      return Outcome(1, 1000, "Outlook: Data encoding failure.");
+    const std::string payload = Payload().value_or("");
+    if (payload.empty() || !Works("BytesToWide")) {
+      return NoPayload();
     }
     const std::string widened = EncodedTwice(payload);
     Log("INFO   ", tag + "Created JSON:\r\n" + widened + "\r\n");
     if (fields_.contains("O")) {
-      WritePayload(fields_["O"]);
-      return Outcome(0, 0, "");
+      return WritePayload(fields_["O"]) ? Outcome(0, 0, "") : NoPayload();
     }
     if (!AddinPort()) {
       Log("ERROR  ", tag + "The communication port is not valid.");
@@ -248,13 +247,18 @@ class ExpectedJob {
       Log("ERROR  ", tag + "The client connection to 127.0.0.1:5000 cannot be established.");
       return Outcome(1, 1004, "OutlookClient: Connection cannot be established.");
     }
-    // A conversion that fails leaves nothing to send.
-    if (!Send(Works("AllocateBlock") && Works("WideToBytes") ? widened : "")) {
+    // A conversion that fails leaves nothing to send; one without memory is a failed send.
+    if (!Works("AllocateBlock") || !Send(Works("WideToBytes") ? widened : "")) {
       Log("ERROR  ", tag + "The sending failed.");
       return Outcome(1, 1003, "OutlookClient: Transmission failure.");
     }
     Log("INFO   ", tag + "The JSON payload successfully sent.");
     return Outcome(0, 0, "");
+  }
+
+  bool NoPayload() {
+    Log("ERROR  ", "ProcessToOutlookClient(): The JSON creation failed.");
+    return Outcome(1, 1000, "Outlook: Data encoding failure.");
   }
 
   bool MapiRoute() {
@@ -272,7 +276,9 @@ class ExpectedJob {
     Log("INFO   ", tag + "ECM        : " + (IsOn("C") ? "False" : "True"));
     Log("INFO   ", tag + "Preview    : " + (IsOn("P") ? "True" : "False"));
     if (fields_.contains("O")) {
-      WritePayload(fields_["O"]);
+      if (!WritePayload(fields_["O"])) {
+        return Outcome(1, kOutOfMemory, "MAPI Error");
+      }
     } else if (ClientNumber(scenario_.user_skip, 0) == 0) {
       if (const std::int32_t result = SendMail(); result < 0) {
         return Outcome(1, result, "MAPI Error");
@@ -348,32 +354,55 @@ class ExpectedJob {
 
   // --- the payload ---
 
-  std::string Payload() {
+  // Nothing when there is no memory for one of its values.
+  std::optional<std::string> Payload() {
     test::PayloadText payload;
-    payload.receiver = Converted(Field("+FAX"));
-    payload.recipient_name = Converted(Field("E"));
-    payload.sender_name = Converted(Field("U"));
-    payload.file_name = Escaped(Converted(file_name_));
-    payload.attachment_name = Converted(attachment_name_);
-    payload.comment = Converted(Field("K"));
-    payload.subject = Converted(Field("S"));
-    payload.send_time = Converted(Field("Z"));
+    const std::pair<std::string*, std::string> kValues[] = {
+        {&payload.receiver, Field("+FAX")},
+        {&payload.recipient_name, Field("E")},
+        {&payload.sender_name, Field("U")},
+        {&payload.file_name, file_name_},
+        {&payload.attachment_name, attachment_name_},
+        {&payload.comment, Field("K")},
+        {&payload.subject, Field("S")},
+        {&payload.send_time, Field("Z")},
+    };
+    for (const auto& [member, value] : kValues) {
+      const std::optional<std::string> converted = Converted(value);
+      if (!converted) {
+        return std::nullopt;
+      }
+      *member = Escaped(*converted);
+    }
     payload.ecm = !IsOn("C");
     payload.preview = IsOn("P");
     return payload.Bytes();
   }
 
-  void WritePayload(const std::string& name) {
+  // False when there is no memory for the payload.
+  bool WritePayload(const std::string& name) {
     const std::string path = (Works("TemporaryFolder") ? "C:\\Temp\\" : "") + name;
-    // Without a name it is the folder that cannot be opened.
-    if (!Works("OpenFileAt") || name.empty()) {
-      return;
+    // What cannot be told from the job's own files is not written to. Without a name it is the
+    // folder, which cannot be opened.
+    if (!Works("IdentifyFile") || name.empty()) {
+      return true;
+    }
+    if (files.contains(path)) {
+      for (const std::string& own : {file_name_, job_name_}) {
+        if (!own.empty()) {
+          Works("IdentifyFile");
+        }
+      }
+    }
+    if (!Works("OpenFileAt")) {
+      return true;
     }
     files[path].clear();
-    const std::string payload = Payload();
-    if (Works("WriteBytes")) {
-      files[path] = payload;
+    const std::optional<std::string> payload = Payload();
+    if (payload && Works("WriteBytes")) {
+      files[path] = *payload;
     }
+    return payload.has_value();
   }
 
   // --- the job file ---
@@ -388,13 +417,13 @@ class ExpectedJob {
       return {.parsed = true, .error = {}};
     }
     // Nothing of another text can be parsed.
-    return {.parsed = false, .error = FromUtf8(bytes)};
+    return {.parsed = false, .error = bytes};
   }
 
   bool ReadFromFile(const std::string& path) {
     const Document document = Load(path);
     if (!document.parsed) {
-      Log("ERROR  ", "ReadFromFile(): Parse JSON failed with error '" + document.error + "'");
+      LogParseError("ReadFromFile(): Parse JSON failed with error '", document);
       return false;
     }
     if (!NameIsNarrowed()) {
@@ -441,12 +470,16 @@ class ExpectedJob {
     }
     const Document document = Load(job_name_);
     if (!document.parsed) {
-      Log("ERROR  ", "WriteJobFileResult(): Parse JSON failed with error '" + document.error + "'");
+      LogParseError("WriteJobFileResult(): Parse JSON failed with error '", document);
+      return status == 0;
+    }
+    const std::optional<std::string> converted = Converted(text);
+    if (!converted) {
       return status == 0;
     }
     const JobFile::Members outcome = {{"Status", std::to_string(status)},
                                       {"ErrorCode", std::to_string(code)},
-                                      {"ErrorText", "\"" + Converted(text) + "\""}};
+                                      {"ErrorText", "\"" + *converted + "\""}};
     JobFile updated = job_file_;
     if (updated.Find("Result") == nullptr && NameIsNarrowed()) {
       updated.AddObject("Result");
@@ -478,18 +511,16 @@ class ExpectedJob {
     return Works("WideToBytes") && Works("WideToBytes");
   }
 
-  std::string FromUtf8(const std::string& text) {
-    return Works("AllocateBlock") && Works("BytesToWide") ? text : "";
-  }
+  std::string FromUtf8(const std::string& text) { return Works("BytesToWide") ? text : ""; }
 
-  // To UTF-8; a failure is logged.
-  std::string Converted(const std::string& text) {
+  // To UTF-8; a failure is logged. Nothing when there is no memory.
+  std::optional<std::string> Converted(const std::string& text) {
     if (text.empty()) {
       return "";
     }
     if (!Works("AllocateBlock")) {
       LogErrorWithCode("_utf8(): A memory error occurred.");
-      return "";
+      return std::nullopt;
     }
     if (!Works("WideToBytes")) {
       LogErrorWithCode("_utf8(): The utf-8 forward conversion failed.");
@@ -541,12 +572,19 @@ class ExpectedJob {
     return Works("OpenKey") && Works("QueryValue") ? machine : 0;
   }
 
-  // `level` as the line shows it, seven characters wide.
-  void Log(const std::string& level, const std::string& message) {
+  void LogParseError(const std::string& message, const Document& document) {
+    Log("ERROR  ", message, &document.error, "'");
+  }
+
+  // `level` as the line shows it, seven characters wide. A text from outside is converted where it
+  // comes to stand.
+  void Log(const std::string& level, const std::string& message, const std::string* utf8 = nullptr,
+           const std::string& end = "") {
     const bool to_file = ClientNumber(scenario_.user_log_level, scenario_.machine_log_level) != 0;
     const std::string time =
         Works("BreakIntoLocalTime") ? std::string(test::kLogTime) : "0000/00/00 -01:-01:-01";
-    const std::string line = time + " - " + level + ": " + message + "\n";
+    const std::string line = time + " - " + level + ": " + message +
+                             (utf8 != nullptr ? FromUtf8(*utf8) : "") + end + "\n";
     debug_output += line;
     if (!to_file || !Works("WideToBytes")) {
       return;

@@ -1,6 +1,5 @@
 #include "tests/support/allocation_faults.h"
 
-#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -66,30 +65,26 @@ void* AllocateOrThrow(std::size_t size) {
   return block;
 }
 
-void* CJSON_CDECL AllocateForJson(std::size_t size) {
-  return Allocate(size);
-}
-void CJSON_CDECL FreeForJson(void* block) {
-  Free(block);
+bool BlockFails() {
+  return current_run != nullptr && current_run->NextFails();
 }
 
 void OnMachineCall(bool begins) {
   machine_depth += begins ? 1 : -1;
 }
 
-// While it lives, cJSON and the machine's own doings are known to the allocation functions.
+// While it lives, the machine's own doings and its blocks are known to the allocation functions.
 class HooksInPlace {
  public:
   HooksInPlace() {
-    cJSON_Hooks hooks = {AllocateForJson, FreeForJson};
-    cJSON_InitHooks(&hooks);
     platform::fake::TheMachine().SetCallHook(OnMachineCall);
+    platform::fake::TheMachine().SetBlockHook(BlockFails);
   }
   HooksInPlace(const HooksInPlace&) = delete;
   HooksInPlace& operator=(const HooksInPlace&) = delete;
   ~HooksInPlace() {
     platform::fake::TheMachine().SetCallHook(nullptr);
-    cJSON_InitHooks(nullptr);
+    platform::fake::TheMachine().SetBlockHook(nullptr);
   }
 };
 
@@ -137,7 +132,6 @@ bool AllocationFaults::NextFails() {
 
 std::size_t SweepAllocations(const std::string& name,
                              const std::function<void(AllocationFaults&)>& scenario) {
-  // Trees must be freed by the functions that allocated them, so the hooks outlast the runs.
   const HooksInPlace hooks;
   std::size_t runs = 0;
   const auto run = [&](AllocationFaultMode mode, std::size_t index) {

@@ -1,7 +1,7 @@
-// Makes single allocations of the code under test fail. Linking allocation_faults.cpp replaces the
-// executable's operator new and delete; while a run is under way cJSON allocates through them too.
-// Nothing fails outside AllocationFaults::Run, on other threads, or in what the machine in memory
-// does for itself.
+// Makes single allocations of the code under test fail: its own, the JSON library's and the
+// platform layer's blocks. Linking allocation_faults.cpp replaces the executable's operator new and
+// delete, from which the JSON library's memory comes, too. Nothing fails outside
+// AllocationFaults::Run, on other threads, or in what the machine in memory does for itself.
 #pragma once
 
 #include <cstddef>
@@ -49,9 +49,8 @@ class AllocationFaults {
 
 // Calls `scenario` once to count the allocations in its run, then twice for each of them: with that
 // one failing alone, and with it and every later one failing. The scenario prepares everything
-// afresh, calls Run once and checks what has to hold; what it owns is gone when it returns. No JSON
-// tree may live across the beginning or the end of the sweep: cJSON frees with other functions
-// then. The sweep expects that each fault was met and that no block of the run is left.
+// afresh, calls Run once and checks what has to hold; what it owns is gone when it returns. The
+// sweep expects that each fault was met and that no block of the run is left.
 //
 // Prints and gives the number of runs with a fault. A scenario that allocates nothing is a failure.
 std::size_t SweepAllocations(const std::string& name,
