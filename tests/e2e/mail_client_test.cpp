@@ -263,6 +263,65 @@ TEST_F(MailClient, SendsTheDocumentOfACommandLine) {
   KeepMail(fax, Sent() / "0001.eml", "SMTP", "0301234567");
 }
 
+// Documents that are texts, of which the JSON library takes something for a value or nearly so. In
+// the mail they stand as base64, in lines of 76 characters.
+constexpr struct {
+  const char* name;
+  const char* bytes;
+  const char* base64;
+} kTextDocuments[] = {
+    {"list.csv", "1,2,3\r\n4,5,6\r\n", "MSwyLDMNCjQsNSw2DQo="},
+    {"page.ps",
+     "%!PS-Adobe-3.0\n/Helvetica findfont 12 scalefont setfont\n"
+     "72 720 moveto (Dear Sir) show\nshowpage\n",
+     "JSFQUy1BZG9iZS0zLjAKL0hlbHZldGljYSBmaW5kZm9udCAxMiBzY2FsZWZvbnQgc2V0Zm9udAo3\r\n"
+     "MiA3MjAgbW92ZXRvIChEZWFyIFNpcikgc2hvdwpzaG93cGFnZQo="},
+    {"letter.rtf", "{\\rtf1\\ansi Dear Sir,\\par yours faithfully}\r\n",
+     "e1xydGYxXGFuc2kgRGVhciBTaXIsXHBhciB5b3VycyBmYWl0aGZ1bGx5fQ0K"},
+};
+constexpr char kFaxCommand[] = "0301234567;SOrder 7";
+constexpr char kNoJobFile[] = "ReadFromFile(): Parse JSON failed with error '";
+
+TEST_F(MailClient, ATextDocumentGoesToTheAddinByItsNameAndStays) {
+  for (const auto& document : kTextDocuments) {
+    SCOPED_TRACE(document.name);
+    Addin addin;
+    SetAddinPort(addin);
+    SetFile(document.name, document.bytes);
+
+    const ToolRun run = RunWithClient("{}", {document.name, kFaxCommand});
+
+    EXPECT_EQ(run.exit_code, 0);
+    JobTest::ExpectDelivered(
+        addin, Payload({.receiver = "0301234567", .file = document.name, .subject = "Order 7"}));
+    EXPECT_NE(run.log.find(kNoJobFile), std::string::npos) << run.log;
+    EXPECT_TRUE(Same(document.bytes, FileBytes(document.name)));
+    EXPECT_FALSE(fs::exists(Mail()));
+  }
+}
+
+TEST_F(MailClient, ATextDocumentIsAttachedByteForByteAndDeleted) {
+  for (const auto& document : kTextDocuments) {
+    SCOPED_TRACE(document.name);
+    fs::remove_all(Mail());
+    SetFile(document.name, document.bytes);
+
+    const ToolRun run =
+        RunWithClient("{}", {document.name, kFaxCommand, "/attdisplayname", document.name});
+
+    EXPECT_EQ(run.exit_code, 0);
+    EXPECT_NE(run.log.find(kNoJobFile), std::string::npos) << run.log;
+    EXPECT_TRUE(run.log.ends_with(Attached(document.name) + Submitted() + CleanedUp())) << run.log;
+    ExpectAccountsInOrder();
+    EXPECT_FALSE(FileExists(document.name));
+    const std::string mail = ReadBytes(Sent() / "0001.eml").value_or("no mail");
+    EXPECT_NE(mail.find("filename=\"" + std::string(document.name) + "\""), std::string::npos)
+        << mail;
+    EXPECT_NE(mail.find("\r\n\r\n" + std::string(document.base64) + "\r\n--"), std::string::npos)
+        << mail;
+  }
+}
+
 TEST_F(MailClient, AJobWithoutARecipientIsShown) {
   Fax fax;
   fax.receiver = "";
