@@ -25,13 +25,6 @@ struct JsonDeleter {
 using JsonTree = std::unique_ptr<cJSON, JsonDeleter>;
 using JsonText = std::unique_ptr<char, JsonDeleter>;
 
-// The clock of the lines is the one behind std::time, which may lag behind the finer ones.
-std::string LocalTimeText(std::time_t seconds) {
-  char text[kTimeLength + 1] = {};
-  std::strftime(text, sizeof text, "%Y/%m/%d %H:%M:%S", std::localtime(&seconds));
-  return text;
-}
-
 bool HasLogPrefix(std::string_view line) {
   constexpr std::string_view kTimePattern = "0000/00/00 00:00:00";
   constexpr std::array<std::string_view, 4> kTags = {
@@ -53,8 +46,32 @@ bool HasLogPrefix(std::string_view line) {
   return false;
 }
 
-// `log` without the times, which have to lie between `begin` and `end`. A message may have lines of
-// its own; these have no prefix.
+std::string Line(std::string_view tag, std::string_view message) {
+  return std::string(tag).append(message).append("\n");
+}
+
+// A new file in a folder of the samples, named for the test that made it.
+void KeepSample(const char* kind, std::string_view bytes) {
+  const std::filesystem::path folder = TheSettings().samples / kind;
+  std::filesystem::create_directories(folder);
+  const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+  std::filesystem::path file;
+  for (int number = 1; number == 1 || std::filesystem::exists(file); ++number) {
+    file = folder / (std::string(test->test_suite_name()) + "." + test->name() + "-" +
+                     std::to_string(number) + ".json");
+  }
+  WriteBytes(file, bytes);
+}
+
+}  // namespace
+
+// The clock of the lines is the one behind std::time, which may lag behind the finer ones.
+std::string LocalTimeText(std::time_t seconds) {
+  char text[kTimeLength + 1] = {};
+  std::strftime(text, sizeof text, "%Y/%m/%d %H:%M:%S", std::localtime(&seconds));
+  return text;
+}
+
 std::string WithoutTimes(std::string_view log, const std::string& begin, const std::string& end) {
   std::string result;
   result.reserve(log.size());
@@ -76,25 +93,6 @@ std::string WithoutTimes(std::string_view log, const std::string& begin, const s
   }
   return result;
 }
-
-std::string Line(std::string_view tag, std::string_view message) {
-  return std::string(tag).append(message).append("\n");
-}
-
-// A new file in a folder of the samples, named for the test that made it.
-void KeepSample(const char* kind, std::string_view bytes) {
-  const std::filesystem::path folder = TheSettings().samples / kind;
-  std::filesystem::create_directories(folder);
-  const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
-  std::filesystem::path file;
-  for (int number = 1; number == 1 || std::filesystem::exists(file); ++number) {
-    file = folder / (std::string(test->test_suite_name()) + "." + test->name() + "-" +
-                     std::to_string(number) + ".json");
-  }
-  WriteBytes(file, bytes);
-}
-
-}  // namespace
 
 std::string Info(std::string_view message) {
   return Line(" - INFO   : ", message);

@@ -54,6 +54,12 @@ struct MapiJob {
 inline constexpr char kSentMessage[] =
     "ProcessToOutlookClient(): The JSON payload successfully sent.";
 
+// `log` without the times of its lines, each of which has to lie between `begin` and `end` (as
+// LocalTimeText has them). A message may have lines of its own; these have no time and no level.
+[[nodiscard]] std::string WithoutTimes(std::string_view log, const std::string& begin,
+                                       const std::string& end);
+[[nodiscard]] std::string LocalTimeText(std::time_t seconds);
+
 struct ToolRun {
   int exit_code = 0;
   std::string log;  // UTF-8

@@ -46,6 +46,12 @@ struct ProcessRun {
                                     const std::vector<std::string>& arguments,
                                     const ProcessOptions& options);
 
+// The same without a debugger, and what the process prints is dropped: nothing stops it or waits
+// for it but the call's end. Gives the exit code. May be called on several threads at a time.
+[[nodiscard]] int RunUnwatched(const std::filesystem::path& program,
+                               const std::vector<std::string>& arguments,
+                               const ProcessOptions& options);
+
 // Starts `program` once for each list of arguments. Each process has to write one byte to its
 // standard output when it is ready and to wait for the end of its standard input, which comes when
 // all are ready. Waits for their ends and gives their exit codes.

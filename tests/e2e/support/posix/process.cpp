@@ -163,6 +163,13 @@ ProcessRun RunProcess(const std::filesystem::path& program,
   return run;
 }
 
+int RunUnwatched(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                 const ProcessOptions& options) {
+  const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+  return WaitForEnd(
+      Start(program, arguments, options.folder, options.environment, nothing.Get(), nothing.Get()));
+}
+
 std::vector<int> RunTogether(const std::filesystem::path& program,
                              const std::vector<std::vector<std::string>>& arguments,
                              const ProcessOptions& options) {

@@ -96,11 +96,12 @@ Child Start(const std::filesystem::path& program, std::wstring_view command_line
   return child;
 }
 
-// A file without content that a child can have as its standard input.
+// A file without content that a child can have as its standard input, or lose its output in.
 Handle OpenNothing() {
   SECURITY_ATTRIBUTES inheritable = {sizeof inheritable, nullptr, TRUE};
-  const HANDLE file = CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  &inheritable, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE file =
+      CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                  &inheritable, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) {
     ThrowLastError("CreateFileW");
   }
@@ -343,6 +344,15 @@ ProcessRun RunRaw(const std::filesystem::path& program, std::u16string_view comm
 ProcessRun RunRawWithDebugEvents(const std::filesystem::path& program,
                                  std::u16string_view command_line, const ProcessOptions& options) {
   return RunUnderDebugger(program, Wide(command_line), options, true);
+}
+
+int RunUnwatched(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                 const ProcessOptions& options) {
+  const Handle nothing = OpenNothing();
+  const Child child =
+      Start(program, Wide(CommandLineOf(arguments)), options, nothing.Get(), nothing.Get(), 0);
+  WaitForSingleObject(child.process.Get(), INFINITE);
+  return ExitCodeOf(child.process.Get());
 }
 
 std::vector<int> RunTogether(const std::filesystem::path& program,

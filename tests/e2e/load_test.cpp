@@ -1,0 +1,144 @@
+// Many jobs at a time, from many processes, against one add-in and into one log. Environment
+// variables choose another size: ZENTPOST_LOAD_JOBS and ZENTPOST_LOAD_PROCESSES.
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <thread>
+
+#include "tests/e2e/support/job_test.h"
+#include "tests/e2e/support/sample_job.h"
+#include "tests/e2e/support/settings.h"
+#include "tests/expected_texts.h"
+
+namespace zentpost::e2e {
+namespace {
+
+std::size_t Size(const char* variable, std::size_t otherwise) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+}
+
+// One of the jobs. No two have the same texts.
+struct Job {
+  explicit Job(std::size_t number)
+      : name("job-" + std::to_string(number)),
+        receiver(std::to_string(301000000 + number)),
+        comment(number * 37 % 3000, 'c') {}
+
+  // In the layout in which it is written back.
+  [[nodiscard]] std::string File() const {
+    return "{\n\t\"FilePath\":\t\"" + name + ".pdf\",\n\t\"SourceFileName\":\t\"" + name +
+           "\",\n\t\"Cmd\":\t{\n\t\t\"Parameters\":\t{\n\t\t\t\"Comment\":\t\"" + comment +
+           "\"\n\t\t},\n\t\t\"Receiver\":\t[\"" + receiver + "\"]\n\t}\n}";
+  }
+  [[nodiscard]] std::string Wire() const {
+    return Payload({.receiver = receiver,
+                    .file = name + ".pdf",
+                    .attachment = name + ".pdf",
+                    .comment = comment});
+  }
+  [[nodiscard]] std::string Log() const {
+    return Info("StartZentpost(): " + name + ".json") + AddinLines(Wire()) + Info(kSentMessage);
+  }
+
+  std::string name;
+  std::string receiver;
+  std::string comment;
+};
+
+// A log without times, cut before each level.
+std::vector<std::string> Messages(const std::string& log) {
+  std::vector<std::string> messages;
+  for (std::size_t at = 0; at < log.size();) {
+    const std::size_t next = log.find("\n - ", at);
+    const std::size_t end = next == std::string::npos ? log.size() : next + 1;
+    messages.push_back(log.substr(at, end - at));
+    at = end;
+  }
+  return messages;
+}
+
+class Load : public JobTest {};
+
+TEST_F(Load, EveryJobArrivesOnceAndIsLoggedWhole) {
+  const std::size_t job_count = Size("ZENTPOST_LOAD_JOBS", LOAD_JOBS);
+  const std::size_t process_count = Size("ZENTPOST_LOAD_PROCESSES", LOAD_PROCESSES);
+  ASSERT_GT(job_count, process_count);
+  ASSERT_GT(process_count, 1u);
+  Addin addin;
+  SetAddinPort(addin);
+  SwitchLogOn();
+  std::vector<Job> jobs;
+  for (std::size_t number = 0; number < job_count; ++number) {
+    const Job& job = jobs.emplace_back(number);
+    SetFile(job.name + ".json", job.File());
+    SetFile(job.name + ".pdf", job.name);
+  }
+
+  const std::time_t begin = std::time(nullptr);
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<int> exit_codes(job_count, -1);
+  std::atomic<std::size_t> next = 0;
+  std::vector<std::thread> threads;
+  for (std::size_t i = 0; i < process_count; ++i) {
+    threads.emplace_back([&] {
+      for (std::size_t number = next++; number < job_count; number = next++) {
+        exit_codes[number] =
+            RunUnwatched(TheSettings().tool, {jobs[number].name + ".json"}, machine_.Options());
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - start;
+  const std::time_t end = std::time(nullptr);
+
+  EXPECT_EQ(exit_codes, std::vector<int>(job_count, 0));
+  std::map<std::string, int> arrived;
+  for (const addin_listener::Connection& connection : addin.Finish()) {
+    if (connection.end != ConnectionEnd::kProbe) {
+      EXPECT_EQ(connection.end, ConnectionEnd::kDelivered);
+      ++arrived[connection.wire];
+    }
+  }
+  EXPECT_EQ(arrived.size(), job_count);
+  std::map<std::string, int> unlogged;
+  for (const Job& job : jobs) {
+    SCOPED_TRACE(job.name);
+    EXPECT_EQ(arrived[job.Wire()], 1);
+    EXPECT_TRUE(Same(test::WithSuccess(job.File()), FileBytes(job.name + ".json")));
+    EXPECT_EQ(FileBytes(job.name + ".pdf"), job.name);
+    for (const std::string& message : Messages(job.Log())) {
+      ++unlogged[Replaced(message, "\n", "\r\n")];
+    }
+  }
+
+  const std::string log = ReadBytes(machine_.LogFile()).value_or("");
+  const std::vector<std::string> messages =
+      Messages(WithoutTimes(log, LocalTimeText(begin), LocalTimeText(end)));
+  EXPECT_EQ(messages.size(), job_count * Messages(jobs[0].Log()).size());
+  std::size_t running = 0;
+  std::size_t most_running = 0;
+  for (const std::string& message : messages) {
+    --unlogged[message];
+    running += message.find("StartZentpost(): ") != std::string::npos ? 1 : 0;
+    running -= message == Replaced(Info(kSentMessage), "\n", "\r\n") ? 1 : 0;
+    most_running = std::max(most_running, running);
+  }
+  for (const auto& [message, count] : unlogged) {
+    EXPECT_EQ(count, 0) << message;
+  }
+  std::printf(
+      "%zu jobs from %zu processes at a time: %zu payloads, %zu log lines in %zu bytes, "
+      "%zu jobs at once at most, %.1f s\n",
+      job_count, process_count, arrived.size(), messages.size(), log.size(), most_running,
+      duration.count());
+  // Had they run one after the other, nothing would have been shown.
+  EXPECT_GT(most_running, 1u);
+}
+
+}  // namespace
+}  // namespace zentpost::e2e
