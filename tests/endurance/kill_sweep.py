@@ -156,6 +156,7 @@ class Call:
 CALL = re.compile(r"(\d+) +(\w+)\((.*?)\)? += (-?\d+|\?)")
 UNFINISHED = re.compile(r"(\d+) +(\w+)\((.*) <unfinished \.\.\.>")
 RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>.*= (-?\d+|\?)")
+ATTACHMENT_SAVED = re.compile(r" IAttach::SaveChanges\(.*= 0x00000000$", re.MULTILINE)
 KILLED = re.compile(r"\d+ +\+\+\+ killed by (\w+)")
 
 
@@ -181,7 +182,7 @@ class Place:
     def __init__(self, calls):
         self.job_file_written = None  # bytes since the last truncation
         self.spooled = 0  # bytes of the document in the mail client's file
-        self.is_document_deleted = False
+        self.spooled_at_deletion = None  # None: the document is not deleted
         self.is_message_published = False
         for call in calls:
             if call.result is None or call.result < 0:
@@ -196,7 +197,7 @@ class Place:
             elif is_write and "/attachment-" in call.arguments:
                 self.spooled += call.result
             elif call.name.startswith("unlink") and '"letter.pdf"' in call.arguments:
-                self.is_document_deleted = True
+                self.spooled_at_deletion = self.spooled
             elif call.name.startswith("rename") and '.eml"' in call.arguments:
                 self.is_message_published = True
 
@@ -209,6 +210,7 @@ class Left:
     job: bytes | None
     mails: dict  # by their place in the mail client's folder
     spooled: list  # documents in the Outbox
+    report: str  # the mail client's, of the calls that have returned
     output: bytes | None
 
     @staticmethod
@@ -222,6 +224,7 @@ class Left:
             contents(folder / "job.json"),
             {str(path.relative_to(mail).parent): path.read_bytes() for path in mail.rglob("*.eml")},
             [path.read_bytes() for path in mail.glob("Store/Outbox/*/attachment-*")],
+            "".join(path.read_text() for path in mail.glob("report*.txt")),
             contents(folder / scenario.output) if scenario.output else None,
         )
 
@@ -252,8 +255,8 @@ def judge(scenario, final_job, left, place):
         wrong.append("the document is gone")
     elif left.mails and not wrong:
         pass
-    elif (place.is_document_deleted and not place.is_message_published and scenario.document in left.spooled
-          and place.spooled >= len(scenario.document)):
+    elif (place.spooled_at_deletion == len(scenario.document) and not place.is_message_published
+          and scenario.document in left.spooled and ATTACHMENT_SAVED.search(left.report)):
         windows.add(2)
     else:
         wrong.append("the document is gone, and the mail client does not have it")
@@ -456,6 +459,8 @@ def self_test():
     deleted = Call("1", "unlink", '"letter.pdf"', 0)
     published = Call("1", "rename", '"/x/0001.part", "/x/0001.eml"', 0)
 
+    saved = "32 #9 IAttach::SaveChanges(flags=0x0) = 0x00000000\n"
+
     def refused(call):
         return dataclasses.replace(call, result=-1)
 
@@ -481,21 +486,28 @@ def self_test():
         (sent, None, sent.job, [document], [deleted], None),
         (sent, None, sent.job, [document[:-1]], [spooled, deleted], None),
         (sent, None, sent.job, [], [spooled, deleted], None),
+        (sent, None, sent.job, [document], [deleted, spooled], None),
         (sent, None, sent.job, [document], [spooled, deleted, published], None),
         (addin, document, addin.job, [], [], set()),
         (addin, None, addin.job, [document], [spooled, deleted], None),
     ]
     failures = 0
     for number, (scenario, left_document, job, spool, calls, expected) in enumerate(cases):
-        found, wrong = judge(scenario, final, Left(left_document, job, {}, spool, None), Place(calls))
+        found, wrong = judge(scenario, final, Left(left_document, job, {}, spool, saved, None), Place(calls))
         if (expected is None) != bool(wrong) or (not wrong and found != expected):
             print(f"case {number}: {expected} was expected, found {found}, {wrong}")
             failures += 1
-    _, wrong = judge(sent, final, Left(None, final, {SENT[0]: check_eml.GOOD}, [], None), Place([deleted]))
-    if not any("the mail client does not have it" in problem for problem in wrong):
-        print(f"a mail without the document: found {wrong}")
-        failures += 1
-    print(f"kill_sweep: {len(cases) + 1} self-tests, {failures} failed")
+    others = [
+        ("a mail without the document", Left(None, final, {SENT[0]: check_eml.GOOD}, [], saved, None), [deleted]),
+        ("an attachment that was not saved", Left(None, sent.job, {}, [document],
+                                                  saved.replace("0x00000000", "0x80004005"), None), [spooled, deleted]),
+    ]
+    for name, left, calls in others:
+        _, wrong = judge(sent, final, left, Place(calls))
+        if not any("the mail client does not have it" in problem for problem in wrong):
+            print(f"{name}: found {wrong}")
+            failures += 1
+    print(f"kill_sweep: {len(cases) + len(others)} self-tests, {failures} failed")
     return failures
 
 
