@@ -25,7 +25,8 @@ struct Programs {
 [[nodiscard]] bool TakeMachineOver();
 void GiveMachineBack();
 
-// Names of the stand-in libraries, without an extension: "stand_in", "lacks_FUNCTION" and "stub".
+// Names of the stand-in libraries, without an extension: "stand_in", "lacks_FUNCTION" and "stub";
+// in 32 bits on Windows also "decorated" and "both_names".
 [[nodiscard]] std::filesystem::path StandIn(std::string_view name);
 
 // One test's machine: no mail client is registered, and the folder is empty.
