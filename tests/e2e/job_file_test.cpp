@@ -136,28 +136,18 @@ TEST_F(JobFile, BytesOfLatin1AreReplacedInThePayloadAndKeptInTheFile) {
 }
 
 TEST_F(JobFile, JsonThatIsNoObjectIsAJobFileWithoutADocument) {
-  // Only the JSON library's lists have a place for the result; the file is written anew in any
-  // case.
-  const struct {
-    const char* before;
-    const char* after;
-  } cases[] = {{"[1, 2]",
-                "[1, 2, {\n\t\t\"Status\":\t0,\n\t\t\"ErrorCode\":\t0,\n"
-                "\t\t\"ErrorText\":\t\"\"\n\t}]"},
-               {" \"text\" ", "\"text\""},
-               {"17 ", "17"},
-               {"null", "null"}};
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.before);
+  for (const char* json : {"[1, 2]", " \"text\" ", "17 ", "null"}) {
+    SCOPED_TRACE(json);
     Addin addin;
     SetAddinPort(addin);
-    SetFile("job.json", each.before);
+    SetFile("job.json", json);
 
     const ToolRun run = Run({"job.json"});
 
     EXPECT_EQ(run.exit_code, 0);
     ExpectDelivered(addin, Payload({}));
-    EXPECT_TRUE(Same(each.after, FileBytes("job.json")));
+    // It has no place for a result, and is somebody's document.
+    EXPECT_TRUE(Same(json, FileBytes("job.json")));
     EXPECT_TRUE(Same(Error("GetDocumentFromJson(): Filename not found") +
                          Error("ReadFromFile(): Read document failed") +
                          Info("StartZentpost(): job.json") + AddinLines(Payload({})) +
