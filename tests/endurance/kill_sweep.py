@@ -153,9 +153,12 @@ class Call:
         return "zentpost.log" in self.arguments or "/mail/report" in self.arguments
 
 
-CALL = re.compile(r"(\d+) +(\w+)\((.*?)\)? += (-?\d+|\?)")
-UNFINISHED = re.compile(r"(\d+) +(\w+)\((.*) <unfinished \.\.\.>")
-RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>.*= (-?\d+|\?)")
+# Other names are none of the process's: an injected failure and a signal in one call may leave a call
+# without a name behind.
+NAME = "|".join(CALLS)
+CALL = re.compile(rf"(\d+) +({NAME})\((.*?)\)? += (-?\d+|\?)")
+UNFINISHED = re.compile(rf"(\d+) +({NAME})\((.*) <unfinished \.\.\.>")
+RESUMED = re.compile(rf"(\d+) +<\.\.\. (?:{NAME}) resumed>.*= (-?\d+|\?)")
 ATTACHMENT_SAVED = re.compile(r" IAttach::SaveChanges\(.*= 0x00000000$", re.MULTILINE)
 KILLED = re.compile(r"\d+ +\+\+\+ killed by (\w+)")
 
