@@ -5,6 +5,7 @@
 #include "addin/text_encoding.h"
 #include "jobfile/commands.h"
 #include "platform/files.h"
+#include "platform/memory_failure.h"
 
 namespace zentpost {
 namespace {
@@ -29,7 +30,9 @@ std::u16string TemporaryFolder() {
   constexpr std::uint32_t kLimit = 260;
   char16_t buffer[kLimit + 1] = {};
   std::uint32_t length = 0;
-  if (platform::TemporaryFolder(kLimit, buffer, length) != platform::kSuccess || length >= kLimit) {
+  if (platform::ThrowWithoutMemory(platform::TemporaryFolder(kLimit, buffer, length)) !=
+          platform::kSuccess ||
+      length >= kLimit) {
     return {};
   }
   return {buffer, length};
@@ -39,7 +42,8 @@ std::u16string TemporaryFolder() {
 // from them is taken for one of them: what would be lost by writing to it is not known.
 bool IsFileOfTheJob(const JobParameters& params, const std::u16string& path) {
   platform::FileIdentity target;
-  const platform::Status status = platform::IdentifyFile(path, target);
+  const platform::Status status =
+      platform::ThrowWithoutMemory(platform::IdentifyFile(path, target));
   if (status == platform::kFileNotFound || status == platform::kPathNotFound) {
     return false;
   }
@@ -48,7 +52,9 @@ bool IsFileOfTheJob(const JobParameters& params, const std::u16string& path) {
       return file == path;
     }
     platform::FileIdentity identity;
-    return !file.empty() && platform::IdentifyFile(file, identity) == platform::kSuccess &&
+    return !file.empty() &&
+           platform::ThrowWithoutMemory(platform::IdentifyFile(file, identity)) ==
+               platform::kSuccess &&
            identity == target;
   };
   return (status != platform::kSuccess && status != platform::kNotSupported) ||
@@ -88,7 +94,8 @@ PayloadFile WriteAddinJsonFile(const JobParameters& params, const std::u16string
   const std::u16string full_path = is_bare_name ? TemporaryFolder() + path : path;
   platform::File file;
   if (IsFileOfTheJob(params, full_path) ||
-      platform::OpenFileAt(full_path, platform::OpenMode::kRewrite, file) != platform::kSuccess) {
+      platform::ThrowWithoutMemory(platform::OpenFileAt(full_path, platform::OpenMode::kRewrite,
+                                                        file)) != platform::kSuccess) {
     return PayloadFile::kNotOpened;
   }
   const std::string payload = CCommands::json(params);

@@ -11,7 +11,7 @@ namespace zentpost {
 enum class PayloadFile {
   kWritten,    // the file was opened; write errors are not looked at
   kNotOpened,  // nothing was written
-  kNoMemory,   // memory ran out over the payload; the file, when it was opened, is empty
+  kNoMemory,   // memory ran out; the file, when it was opened, is empty
 };
 
 // Builds the payload for `params` and writes it to `path` as UTF-8, in place of what is there. A

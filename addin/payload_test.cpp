@@ -430,6 +430,22 @@ TEST_F(Payload, WithoutMemoryTheFileIsEmptyAndTheCallerKnows) {
   });
 }
 
+TEST_F(Payload, ASystemWithoutMemoryForTheFileIsNoFileThatCannotBeOpened) {
+  machine_.SetFile(u"C:\\docs\\fax.pdf", "document");
+  machine_.SetFile(u"C:\\Temp\\payload.json", "before");
+  JobParameters job = WholeJob();
+  job.arguments.Clear();
+  job.arguments.Add(u"filename", u"C:\\docs\\fax.pdf");
+  for (const char* call : {"TemporaryFolder", "IdentifyFile", "OpenFileAt"}) {
+    SCOPED_TRACE(call);
+    machine_.FailCallOf(call, 0, platform::kNotEnoughMemory);
+    EXPECT_EQ(WriteAddinJsonFile(job, u"payload.json"), PayloadFile::kNoMemory);
+  }
+  machine_.FailCallOf("IdentifyFile", 1, platform::kNotEnoughMemory);
+  EXPECT_EQ(WriteAddinJsonFile(job, u"payload.json"), PayloadFile::kNoMemory);
+  EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), "before");
+}
+
 TEST_F(Payload, ATemporaryFolderOf259CharactersStillFits) {
   const std::u16string folder = u"C:\\" + std::u16string(255, u't') + u"\\";
   ASSERT_EQ(folder.size(), 259u);

@@ -10,6 +10,7 @@
 #include "jobfile/json_memory.h"
 #include "platform/files.h"
 #include "platform/memory.h"
+#include "platform/memory_failure.h"
 
 namespace zentpost {
 namespace {
@@ -41,14 +42,6 @@ std::size_t FoldText(char* bytes, std::size_t size) {
   return kept;
 }
 
-// `status`, unless it says that memory ran out: that is for the job's end, not for this file's.
-platform::Status WithinMemory(platform::Status status) {
-  if (status == platform::kNotEnoughMemory) {
-    throw std::bad_alloc();
-  }
-  return status;
-}
-
 // The whole file as a zero-terminated text, and its size in bytes without that terminator. Owns
 // nothing when it cannot be read.
 struct Text {
@@ -59,9 +52,10 @@ struct Text {
 Text ReadTextFile(const std::u16string& path) {
   platform::File file;
   std::uint64_t file_size = 0;
-  if (WithinMemory(platform::OpenFileAt(path, platform::OpenMode::kRead, file)) !=
+  if (platform::ThrowWithoutMemory(platform::OpenFileAt(path, platform::OpenMode::kRead, file)) !=
           platform::kSuccess ||
-      WithinMemory(platform::QueryFileSize(file, file_size)) != platform::kSuccess ||
+      platform::ThrowWithoutMemory(platform::QueryFileSize(file, file_size)) !=
+          platform::kSuccess ||
       file_size >= std::numeric_limits<std::size_t>::max()) {
     return {};
   }
@@ -72,7 +66,8 @@ Text ReadTextFile(const std::u16string& path) {
   }
   char* bytes = platform::BlockData<char>(text.block);
   std::size_t count = 0;
-  if (WithinMemory(platform::ReadBytes(file, bytes, capacity, count)) != platform::kSuccess) {
+  if (platform::ThrowWithoutMemory(platform::ReadBytes(file, bytes, capacity, count)) !=
+      platform::kSuccess) {
     return {};
   }
   text.size = FoldText(bytes, count);

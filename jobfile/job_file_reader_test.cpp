@@ -882,6 +882,19 @@ TEST_F(JobFileReader, EveryAllocationOfAReading) {
   EXPECT_EQ(runs, ended + refused);
 }
 
+// Only the buffer's own failure makes a job file unreadable.
+TEST_F(JobFileReader, ASystemWithoutMemoryEndsTheJob) {
+  for (const char* call : {"OpenFileAt", "QueryFileSize", "ReadBytes"}) {
+    SCOPED_TRACE(call);
+    machine_.Reset();
+    machine_.SetFile(kPath, kSweptJob);
+    machine_.FailCallOf(call, 0, platform::kNotEnoughMemory);
+    JobParameters params;
+    EXPECT_EQ(CCommands::ReadFromFile(params, kPath), JobFileReading::kNoMemory);
+    EXPECT_EQ(LogText(), "");
+  }
+}
+
 // The line of a text that is no JSON is all that is lost.
 TEST_F(JobFileReader, MemoryForTheLineAloneDecidesNothing) {
   const std::u16string path = kPath;

@@ -1,5 +1,6 @@
-// For the back-ends: memory that runs out within a function of the seam is a failure with a number,
-// never an exception.
+// Memory that runs out within a function of the seam is a failure with a number, never an
+// exception. The back-ends turn the one into the other, and those of the core turn it back for whom
+// every other failure is ordinary.
 #pragma once
 
 #include <cstdint>
@@ -29,6 +30,14 @@ template <class Result, class Function>
 template <class Function>
 [[nodiscard]] Status UnlessMemoryRunsOut(Function function) {
   return UnlessMemoryRunsOut(kNotEnoughMemory, function);
+}
+
+// Gives `status`, unless it is kNotEnoughMemory: throws std::bad_alloc instead.
+inline Status ThrowWithoutMemory(Status status) {
+  if (status == kNotEnoughMemory) {
+    throw std::bad_alloc();
+  }
+  return status;
 }
 
 }  // namespace platform

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "tests/e2e/support/process.h"
 
@@ -33,6 +34,11 @@ class ReadOnly {
   struct State;
   std::unique_ptr<State> state_;
 };
+
+// Other paths, each with a separator, that lead to the existing file at `path`, in the ways that
+// only some systems have: a short name, another case, the name of its stream, a symbolic link
+// beside it.
+[[nodiscard]] std::vector<std::filesystem::path> OtherWaysTo(const std::filesystem::path& path);
 
 // One test's machine. It begins with no values in the registry, an empty folder and no log folder,
 // and leaves nothing behind.

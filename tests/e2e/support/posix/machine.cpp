@@ -58,6 +58,14 @@ struct Machine::Registry {
   }
 };
 
+std::vector<std::filesystem::path> OtherWaysTo(const std::filesystem::path& path) {
+  const std::filesystem::path link = path.parent_path() / "symbolic link";
+  if (!std::filesystem::exists(link)) {
+    std::filesystem::create_symlink(path, link);
+  }
+  return {link};
+}
+
 Machine::Machine() : folder_(MakeTestFolder()), registry_(new Registry) {
   std::filesystem::create_directory(TemporaryFolder());
   registry_->file = folder_ / "registry.reg";

@@ -167,6 +167,17 @@ ReadOnly::~ReadOnly() {
   SetFileAttributesW(state_->path.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
+std::vector<std::filesystem::path> OtherWaysTo(const std::filesystem::path& path) {
+  wchar_t short_path[MAX_PATH] = {};
+  const DWORD length = GetShortPathNameW(path.c_str(), short_path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) {
+    throw std::runtime_error("GetShortPathNameW failed with " + std::to_string(GetLastError()));
+  }
+  std::wstring upper_case = path.filename().native();
+  CharUpperW(upper_case.data());
+  return {short_path, path.parent_path() / upper_case, path.native() + L"::$DATA"};
+}
+
 struct Machine::Registry {};
 
 Machine::Machine() : folder_(MakeTestFolder()) {
