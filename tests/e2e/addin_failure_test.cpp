@@ -1,4 +1,6 @@
 // Add-ins that let a job down after the probe.
+#include <thread>
+
 #include "tests/e2e/support/job_test.h"
 #include "tests/e2e/support/sample_job.h"
 
@@ -8,6 +10,7 @@ namespace {
 constexpr char kSendingFailed[] = "ProcessToOutlookClient(): The sending failed.";
 // More than the systems keep for a peer that does not read.
 constexpr std::size_t kMoreThanBuffers = std::size_t{16} << 20;
+constexpr std::size_t k32MiB = std::size_t{32} << 20;
 constexpr std::size_t k64MiB = std::size_t{64} << 20;
 
 class AddinFailure : public JobTest {
@@ -37,6 +40,25 @@ class AddinFailure : public JobTest {
            Comment() + "\"\n\t\t},\n\t\t\"Receiver\":\t[\"0301\"]\n\t},\n\t\"Result\":\t{\n" +
            "\t\t\"Status\":\t" + std::string(status) + ",\n\t\t\"ErrorCode\":\t" +
            std::string(code) + ",\n\t\t\"ErrorText\":\t\"" + std::string(text) + "\"\n\t}\n}";
+  }
+
+  // A job of that size for an add-in that never reads: the send is cancelled, and the mail route
+  // takes over.
+  void ExpectCancelled(std::size_t size) {
+    Addin addin({.misbehaviour = Misbehaviour::kNeverRead, .connection = 2});
+    SetAddinPort(addin);
+    SetBigJobFile(size);
+
+    const ToolRun run = Run({"job.json"});
+
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_EQ(Ends(addin.Finish()), "probe, spoiled");
+    // Each wait lasts a millisecond at least.
+    EXPECT_GE(run.duration, std::chrono::milliseconds(10000));
+    EXPECT_TRUE(Same(Info("StartZentpost(): job.json") + AddinLines(BigPayload()) +
+                         Error(kSendingFailed) + BigMapiLines(),
+                     run.log));
+    EXPECT_TRUE(Same(BigJobFile("1", "-2147467259", "MAPI Error"), FileBytes("job.json")));
   }
 
   // Options for a run in which `job_file` becomes what the job file holds when the mail route
@@ -93,20 +115,25 @@ TEST_F(AddinFailure, RefusesAfterTheProbeAndTheMailRouteIsSkipped) {
 }
 
 TEST_F(AddinFailure, NeverReads64MiBSoThatTheSendIsCancelledAfterTenThousandWaits) {
+  ExpectCancelled(k64MiB);
+}
+
+TEST_F(AddinFailure, NeverReads32MiBSoThatTheSendIsCancelled) {
+  ExpectCancelled(k32MiB);
+}
+
+TEST_F(AddinFailure, DeliberateNeverReadPayloadThatTheSystemsBuffersHoldCountsAsReached) {
   Addin addin({.misbehaviour = Misbehaviour::kNeverRead, .connection = 2});
   SetAddinPort(addin);
-  SetBigJobFile(k64MiB);
+  SetFile("job.json", kJobFile);
 
   const ToolRun run = Run({"job.json"});
 
-  EXPECT_EQ(run.exit_code, 1);
+  EXPECT_EQ(run.exit_code, 0);
   EXPECT_EQ(Ends(addin.Finish()), "probe, spoiled");
-  // Each wait lasts a millisecond at least.
-  EXPECT_GE(run.duration, std::chrono::milliseconds(10000));
-  EXPECT_TRUE(Same(Info("StartZentpost(): job.json") + AddinLines(BigPayload()) +
-                       Error(kSendingFailed) + BigMapiLines(),
-                   run.log));
-  EXPECT_TRUE(Same(BigJobFile("1", "-2147467259", "MAPI Error"), FileBytes("job.json")));
+  EXPECT_TRUE(Same(JobFileDelivered(), FileBytes("job.json")));
+  EXPECT_TRUE(
+      Same(Info("StartZentpost(): job.json") + AddinLines(kPayload) + Info(kSentMessage), run.log));
 }
 
 TEST_F(AddinFailure, ResetsTheConnectionInMidPayload) {
@@ -157,6 +184,20 @@ TEST_F(AddinFailure, BigPayloadArrivesWhole) {
   EXPECT_TRUE(Same(BigJobFile("0", "0", ""), FileBytes("job.json")));
   EXPECT_TRUE(Same(
       Info("StartZentpost(): job.json") + AddinLines(BigPayload()) + Info(kSentMessage), run.log));
+}
+
+TEST_F(AddinFailure, BigPayloadArrivesWholeWhenTheAddinReadsLate) {
+  constexpr std::chrono::seconds kLate{3};
+  Addin addin({.at_probe = [&] { std::this_thread::sleep_for(kLate); }});
+  SetAddinPort(addin);
+  SetBigJobFile(k32MiB);
+
+  const ToolRun run = Run({"job.json"});
+
+  EXPECT_EQ(run.exit_code, 0);
+  EXPECT_GE(run.duration, kLate);
+  ExpectDelivered(addin, BigPayload());
+  EXPECT_TRUE(Same(BigJobFile("0", "0", ""), FileBytes("job.json")));
 }
 
 TEST_F(AddinFailure, JobFileThatVanishesDuringTheJobChangesNothingElse) {

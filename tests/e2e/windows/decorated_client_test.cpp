@@ -1,0 +1,49 @@
+// A mail client of 32 bits whose library exports its functions under the linker's names alone.
+#include "tests/e2e/support/job_test.h"
+#include "tests/e2e/support/settings.h"
+#include "tests/expected_texts.h"
+
+namespace zentpost::e2e {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kJob[] =
+    "{\n\t\"FilePath\":\t\"letter.pdf\",\n\t\"SourceFileName\":\t\"letter.pdf\",\n\t\"Cmd\":\t{\n"
+    "\t\t\"Receiver\":\t[\"0301234567\"]\n\t}\n}";
+
+using DecoratedClient = JobTest;
+
+TEST_F(DecoratedClient, GetsTheJob) {
+  if (!Machine::CanWrite(Hive::kLocalMachine)) {
+    GTEST_SKIP() << "this user may not choose the machine's mail client";
+  }
+  // The program registers the library beside it.
+  const fs::path folder = machine_.Folder() / "client";
+  const fs::path built = TheSettings().sandbox.parent_path();
+  const fs::path program = folder / TheSettings().sandbox.filename();
+  const fs::path mail = folder / "mail";
+  fs::create_directories(folder);
+  fs::copy_file(TheSettings().sandbox, program);
+  fs::copy_file(built / "decorated" / "sandbox_mapi.dll", folder / "sandbox_mapi.dll");
+  ProcessOptions options = machine_.Options();
+  options.environment.emplace_back("SANDBOX_MAPI_FOLDER", mail);
+  SetFile("job.json", kJob);
+  SetFile("letter.pdf", "the document");
+
+  ASSERT_EQ(RunProcess(program, {"register"}, options).exit_code, 0);
+  const ToolRun run = Run({"job.json"}, options);
+  ASSERT_EQ(RunProcess(program, {"unregister"}, options).exit_code, 0);
+
+  EXPECT_EQ(run.exit_code, 0) << run.log;
+  EXPECT_TRUE(Same(test::WithSuccess(kJob), FileBytes("job.json")));
+  EXPECT_FALSE(FileExists("letter.pdf"));
+  const std::string report = ReadBytes(mail / "report.txt").value_or("no report");
+  EXPECT_NE(report.find("result: no leaks, no double frees, no overruns\n"), std::string::npos)
+      << report;
+  EXPECT_NE(run.log.find(Info("SendMail(): Message sent successfully.")), std::string::npos)
+      << run.log;
+}
+
+}  // namespace
+}  // namespace zentpost::e2e
