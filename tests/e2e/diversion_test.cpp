@@ -100,6 +100,22 @@ TEST_F(Diversion, FaxCommandCanDivert) {
                    run.log));
 }
 
+TEST_F(Diversion, DeliberateNamedPipeIsNotWrittenAndStillCountsAsDelivered) {
+  const std::string pipe = Replaced(Utf8(machine_.AddPipe().u16string()), "\\", "\\\\");
+  for (const bool has_addin : {false, true}) {
+    SCOPED_TRACE(has_addin);
+    Addin addin;
+    SetAddinPort(has_addin ? std::to_string(addin.port()) : "0");
+    SetJobFile(pipe);
+
+    EXPECT_EQ(Run({"job.json"}).exit_code, 0);
+
+    EXPECT_EQ(Ends(addin.Finish()), has_addin ? "probe" : "");
+    EXPECT_TRUE(std::filesystem::is_empty(machine_.TemporaryFolder()));
+    EXPECT_TRUE(Same(Result(pipe), FileBytes("job.json")));
+  }
+}
+
 TEST_F(Diversion, DeliberateFileThatCannotBeWrittenStillCountsAsDelivered) {
   for (const bool has_addin : {false, true}) {
     SCOPED_TRACE(has_addin);

@@ -172,6 +172,23 @@ TEST_F(JobFile, FolderIsADocument) {
                    run.log));
 }
 
+// Nobody would ever write into it: whoever opened it as a file would wait for ever.
+TEST_F(JobFile, NamedPipeIsADocumentAndIsNotWaitedFor) {
+  const std::string pipe = Utf8(machine_.AddPipe().u16string());
+  const std::string in_json = Replaced(pipe, "\\", "\\\\");
+  Addin addin;
+  SetAddinPort(addin);
+
+  const ToolRun run = Run({pipe});
+
+  const std::string payload = Payload({.file = in_json});
+  EXPECT_EQ(run.exit_code, 0);
+  ExpectDelivered(addin, payload);
+  EXPECT_TRUE(Same(
+      NotAJobFile() + Info("StartZentpost(): " + pipe) + AddinLines(payload) + Info(kSentMessage),
+      run.log));
+}
+
 TEST_F(JobFile, MissingOneIsADocumentAndIsNotCreated) {
   Addin addin;
   SetAddinPort(addin);

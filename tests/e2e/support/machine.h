@@ -65,6 +65,9 @@ class Machine {
   [[nodiscard]] std::filesystem::path LogFile() const { return LogFolder() / "zentpost.log"; }
   void AddLogFolder();
 
+  // The path of a named pipe whose other end nobody uses. It is there as long as the machine.
+  [[nodiscard]] std::filesystem::path AddPipe();
+
   // For processes that are to see this machine.
   [[nodiscard]] ProcessOptions Options() const;
 
@@ -73,6 +76,7 @@ class Machine {
 
   std::filesystem::path folder_;
   std::unique_ptr<Registry> registry_;
+  std::shared_ptr<void> pipe_;  // where it is no file of the folder
 };
 
 }  // namespace zentpost::e2e

@@ -108,6 +108,14 @@ void Machine::AddLogFolder() {
   std::filesystem::create_directories(LogFolder());
 }
 
+std::filesystem::path Machine::AddPipe() {
+  std::filesystem::path path = folder_ / "pipe";
+  if (mkfifo(path.c_str(), S_IRUSR | S_IWUSR) != 0) {
+    throw std::runtime_error("mkfifo failed");
+  }
+  return path;
+}
+
 ProcessOptions Machine::Options() const {
   ProcessOptions options;
   options.folder = folder_;

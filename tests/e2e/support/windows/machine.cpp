@@ -225,6 +225,18 @@ void Machine::AddLogFolder() {
   create_directories(LogFolder());
 }
 
+std::filesystem::path Machine::AddPipe() {
+  std::filesystem::path path =
+      L"\\\\.\\pipe\\zentpost-e2e-" + std::to_wstring(GetCurrentProcessId());
+  const HANDLE pipe =
+      CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 512, 512, 0, nullptr);
+  if (pipe == INVALID_HANDLE_VALUE) {
+    throw std::runtime_error("CreateNamedPipeW failed with " + std::to_string(GetLastError()));
+  }
+  pipe_ = {pipe, CloseHandle};
+  return path;
+}
+
 ProcessOptions Machine::Options() const {
   ProcessOptions options;
   options.folder = folder_;
