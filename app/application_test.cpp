@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +12,6 @@
 #include "platform/fake/machine_test_fixture.h"
 #include "tests/expected_texts.h"
 #include "tests/steps.h"
-#include "tests/support/allocation_faults.h"
 #include "tests/support/log_lines.h"
 
 namespace zentpost {
@@ -215,6 +214,26 @@ TEST_F(Application, TheOutcomeStaysUntilTheEnd) {
   EXPECT_FALSE(application.InitInstance());
   EXPECT_EQ(application.ExitInstance(), 0);
   EXPECT_EQ(application.ExitInstance(), 0);
+}
+
+// The first call behind the first line of the log throws: the one that asks for the add-in's port.
+void ThrowBehindTheFirstLine(bool begins) {
+  platform::fake::Machine& machine = platform::fake::TheMachine();
+  if (begins && !machine.DebugOutput().empty() && machine.DebugOutput().back() == u"\n") {
+    machine.SetCallHook(nullptr);
+    throw std::runtime_error("nobody has thought of this");
+  }
+}
+
+TEST_F(Application, WhateverIsThrownTheJobHasFailedAndTheSocketsAreEnded) {
+  Listen();
+  machine_.SetFile(u"a.json", kJobFile);
+  machine_.SetCallHook(ThrowBehindTheFirstLine);
+  EXPECT_EQ(Run(u"a.json"), 1);
+  EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
+  EXPECT_EQ(machine_.OpenHandles(), 0u);
+  EXPECT_EQ(machine_.FileBytes(u"a.json"), kJobFile);
+  EXPECT_EQ(LogText(), "INFO: StartZentpost(): a.json\n");
 }
 
 }  // namespace
