@@ -1,6 +1,8 @@
 #include "addin/payload.h"
 
+#include <algorithm>
 #include <optional>
+#include <string_view>
 
 #include "addin/text_encoding.h"
 #include "jobfile/commands.h"
@@ -38,8 +40,18 @@ std::u16string TemporaryFolder() {
   return {buffer, length};
 }
 
-// Whether `path` names one of the files that the job is about. One that is there and cannot be told
-// from them is taken for one of them: what would be lost by writing to it is not known.
+// The name behind the last separator, in small ASCII letters.
+std::u16string FileName(std::u16string_view path) {
+  std::u16string name(path.substr(path.find_last_of(u"/\\") + 1));
+  std::transform(name.begin(), name.end(), name.begin(), [](char16_t unit) {
+    return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
+  });
+  return name;
+}
+
+// Whether `path` names one of the files that the job is about. One that is there and cannot be
+// identified is taken for one of them: what would be lost by writing to it is not known. Where the
+// file system tells no files apart, their names do.
 bool IsFileOfTheJob(const JobParameters& params, const std::u16string& path) {
   platform::FileIdentity target;
   const platform::Status status =
@@ -49,7 +61,7 @@ bool IsFileOfTheJob(const JobParameters& params, const std::u16string& path) {
   }
   const auto is_target = [&](const std::u16string& file) {
     if (status == platform::kNotSupported) {
-      return file == path;
+      return FileName(file) == FileName(path);
     }
     platform::FileIdentity identity;
     return !file.empty() &&

@@ -387,7 +387,7 @@ TEST_F(Payload, AnotherFileOfTheSameFolderIsWrittenTo) {
 }
 
 // A file that is there and cannot be told from the document is left alone; one of a file system
-// that cannot tell files is told by its path.
+// that cannot tell files is told by its name.
 TEST_F(Payload, WhatCannotBeIdentifiedMayBeTheDocument) {
   constexpr char16_t kDocument[] = u"C:\\docs\\fax.pdf";
   struct Case {
@@ -400,6 +400,7 @@ TEST_F(Payload, WhatCannotBeIdentifiedMayBeTheDocument) {
        {Case{u"C:\\docs\\other", 0, platform::kAccessDenied, PayloadFile::kNotOpened},
         {u"C:\\docs\\other", 0, platform::kNotSupported, PayloadFile::kWritten},
         {kDocument, 0, platform::kNotSupported, PayloadFile::kNotOpened},
+        {u"C:/docs/./FAX.pdf", 0, platform::kNotSupported, PayloadFile::kNotOpened},
         // The document cannot be found: then it is not this one.
         {u"C:\\docs\\other", 1, platform::kPathNotFound, PayloadFile::kWritten}}) {
     machine_.Reset();

@@ -7,7 +7,8 @@ namespace zentpost {
 
 // The 32-bit number `value_name` of the key "Software\Sollvex\FaxClient": the user's, or the
 // machine's when the user's is 0 or absent; 0 when neither hive has one. The value's type is not
-// looked at; data of more than four bytes counts as absent.
+// looked at; data of more than four bytes counts as absent, and so does what cannot be read when
+// memory runs out. Does not throw.
 [[nodiscard]] std::uint32_t ReadClientNumber(const char16_t* value_name);
 
 }  // namespace zentpost

@@ -8,7 +8,8 @@
 namespace zentpost {
 
 // The text for `code` on one line: without line ends and tabs. Never empty: "Unknown Error." where
-// neither the table nor the system knows the code. Throws std::bad_alloc.
+// neither the table nor the system knows the code. Throws std::bad_alloc
+// when memory runs out.
 [[nodiscard]] std::u16string GetErrorText(std::uint32_t code);
 
 }  // namespace zentpost

@@ -36,7 +36,8 @@ void WriteLogEntry(std::uint32_t level, std::u16string_view format,
 // "2026/11/20 23:58:07 - INFO   : " for the present local time.
 [[nodiscard]] std::u16string FormatLogPrefix(std::uint32_t level);
 
-// The same, and for a `code` other than 0 a second line "Code 0x%.8x --> %s" with the code's text.
+// As WriteLogEntry, and for a `code` other than 0 a second line "Code 0x%.8x --> %s" with the
+// code's text.
 void WriteLogEntryWithCode(std::uint32_t level, std::uint32_t code, std::u16string_view format,
                            std::initializer_list<FormatArgument> arguments) noexcept;
 

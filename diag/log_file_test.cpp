@@ -193,6 +193,16 @@ TEST_F(LogFile, LogLevelSwitchesTheFileAndNothingElse) {
   }
 }
 
+TEST_F(LogFile, AnythingButAFileInItsPlaceIsLeftAlone) {
+  machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 1);
+  machine_.AddFolder(kLogFolder);
+  machine_.AddPipe(kLogPath);
+  LogInfo(u"one");
+  EXPECT_EQ(machine_.CallsOf("AppendToFile").size(), 1u);
+  EXPECT_EQ(machine_.FileBytes(kLogPath).value_or(""), "");
+  EXPECT_EQ(LogText(), "INFO: one\n");
+}
+
 TEST_F(LogFile, CallsOfALineWithoutTheFile) {
   LogInfo(u"one");
   EXPECT_EQ(machine_.Calls(), (std::vector<std::string>{

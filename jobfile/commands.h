@@ -76,11 +76,10 @@ class CCommands {
 
   // Writes a job's outcome into its job file ("jobname") as the member "Result" and keeps
   // everything else in it. `status` is 0 for delivered and 1 for failed; `errorText` is
-  // zero-terminated. True when the file was
-  // opened for writing; it is as it was otherwise: when the job has no job file, when it cannot be
-  // read as JSON (with a log line), when it is no object, when memory runs out over the outcome, or
-  // when it cannot be opened for writing. The whole file is rewritten in place, and is empty when
-  // there is no memory to print it. Does not throw.
+  // zero-terminated. True when the file was opened for writing; it is as it was otherwise: when the
+  // job has no job file, when it cannot be read as JSON (with a log line), when it is no object,
+  // when memory runs out over the outcome, or when it cannot be opened for writing. The whole file
+  // is rewritten in place, and is empty when there is no memory to print it. Does not throw.
   static bool UpdateJobFile(const JobParameters& params, std::int32_t status,
                             std::int32_t errorCode, const char16_t* errorText);
 

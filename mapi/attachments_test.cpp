@@ -87,6 +87,14 @@ TEST_F(AttachmentFile, ThatCannotBeOpenedGivesTheSystemsNumber) {
   EXPECT_EQ(FailureOf(data), "32 The file cannot be loaded.");
 }
 
+// It is not waited for.
+TEST_F(AttachmentFile, MayBeNoPipe) {
+  machine_.AddPipe(kPath);
+  AttachmentFileData data;
+  EXPECT_FALSE(LoadAttachmentFile(data, kPath));
+  EXPECT_EQ(FailureOf(data), "5 The file cannot be loaded.");
+}
+
 TEST_F(AttachmentFile, NeedsMemory) {
   machine_.SetFile(kPath, "bytes");
   machine_.FailCallOf("AllocateBlock", 0, platform::kNotEnoughMemory);

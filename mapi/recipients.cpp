@@ -9,6 +9,7 @@
 #include "mapi/property_values.h"
 #include "mapi/results.h"
 #include "mapi/text_buffer.h"
+#include "platform/memory_failure.h"
 #include "platform/registry.h"
 
 namespace zentpost {
@@ -17,10 +18,12 @@ namespace {
 constexpr std::uint32_t kEntryValues = 20;
 
 // A setting of the mail client's add-in, as text whatever its type; empty when it cannot be read.
+// Throws std::bad_alloc when memory runs out: the number must not go out under another address.
 std::u16string ReadSetting(const char16_t* value_name) {
   platform::RegistryKey key;
-  if (platform::OpenKey(platform::Hive::kCurrentUser, u"Software\\Sollvex\\OutlookAddin",
-                        platform::kKeyReadWrite, key) != platform::kSuccess) {
+  if (platform::ThrowWithoutMemory(
+          platform::OpenKey(platform::Hive::kCurrentUser, u"Software\\Sollvex\\OutlookAddin",
+                            platform::kKeyReadWrite, key)) != platform::kSuccess) {
     return {};
   }
   constexpr std::size_t kStep = 255;
@@ -32,7 +35,7 @@ std::u16string ReadSetting(const char16_t* value_name) {
     size = static_cast<std::uint32_t>(text.size() * sizeof(char16_t));
     status = platform::QueryValue(key, value_name, nullptr, text.data(), size);
   }
-  if (status != platform::kSuccess) {
+  if (platform::ThrowWithoutMemory(status) != platform::kSuccess) {
     return {};
   }
   text.resize(std::min(text.size(), size / sizeof(char16_t)));

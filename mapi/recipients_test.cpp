@@ -59,6 +59,19 @@ TEST_F(AddressAutomation, DeliberateTypesAreTheOtherWayRoundWhenItIsOff) {
   EXPECT_EQ(AddressOf(u"@"), "FAX:@");
 }
 
+// Otherwise the number would go out under an address that the user's settings do not give it.
+TEST_F(AddressAutomation, SettingsWithoutMemoryForThemAreAFailure) {
+  TurnOn(u"[FAX:", u"]");
+  for (const char* call : {"OpenKey", "QueryValue"}) {
+    for (std::size_t setting = 0; setting < 3; ++setting) {
+      machine_.FailCallOf(call, setting, platform::kNotEnoughMemory);
+      EXPECT_EQ(ProcessClientAddressAutomation(u"030", address_, 0, type_),
+                MAPI_E_NOT_ENOUGH_MEMORY);
+    }
+  }
+  EXPECT_EQ(test::LogText(), "");
+}
+
 TEST_F(AddressAutomation, PrefixAndSuffixCountOnlyWhenItIsOn) {
   TurnOn(u"[FAX:", u"]");
   Set(u"AddrExtFaxEnabled", u"0");

@@ -13,12 +13,13 @@
 namespace zentpost {
 
 // The system directory without a separator at its end, asked for afresh; empty on failure. Throws
-// std::bad_alloc.
+// std::bad_alloc when memory runs out.
 std::u16string GetSystemDirectory();
 
 // Loads the library `name` from the system directory. The directory is asked for once in a process;
 // what that gave is kept, also when it was nothing; of threads that ask at the same time the first
-// answer stays. Owns nothing on failure and for an empty name. Throws std::bad_alloc.
+// answer stays. Owns nothing on failure and for an empty name. Throws std::bad_alloc when memory
+// runs out.
 platform::Module LoadFromSystemDir(const char16_t* name);
 
 // MsiProvideQualifiedComponentW of the Windows Installer: tells the path of the component that is

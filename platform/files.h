@@ -46,7 +46,7 @@ using File = UniqueHandle<FileTraits>;
 // cannot be opened, as OpenFileAt says, cannot be appended to. No lock of another program is waited
 // for. Where the system does not append in one step, those who append take turns: a turn is waited
 // for 2 seconds at most, and not at all once that was in vain in this process; without one the
-// bytes are appended all the same.
+// bytes are appended all the same, and may then be mixed with others.
 [[nodiscard]] Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size);
 
 [[nodiscard]] Status RemoveFile(const std::u16string& path);

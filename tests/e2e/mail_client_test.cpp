@@ -711,6 +711,32 @@ TEST_F(MailClient, AReadOnlyDocumentIsSentAndStays) {
   KeepMail(fax, Sent() / "0001.eml", "SMTP", "0301234567");
 }
 
+// It must not go missing from a message that counts as delivered.
+TEST_F(MailClient, ADocumentThatDoesNotFitIntoMemoryIsAFailure) {
+  if (!LittleMemory::IsPossible()) {
+    GTEST_SKIP() << "this system leaves a process as much memory as there is";
+  }
+  const Fax fax;
+  Prepare(fax);
+  fs::resize_file(PathOf(fax.document), LittleMemory::kTooLarge);
+  Sandbox({"register"});
+  const ToolRun run = [&] {
+    const LittleMemory little_memory;
+    return RunWithRegisteredClient("{}");
+  }();
+  Sandbox({"unregister"});
+  EXPECT_EQ(run.exit_code, 1);
+  EXPECT_TRUE(
+      Same(test::WithResult(JobFileOf(fax), 1, -2147024882, "MAPI Error"), FileBytes("job.json")));
+  EXPECT_EQ(fs::file_size(PathOf(fax.document)), LittleMemory::kTooLarge);
+  EXPECT_NE(run.log.find(Error("AddAttachment(): The attachment path cannot be read.") +
+                         Error("Code 0x8007000e --> (CDO) Not enough memory available.") +
+                         Error("SendMail(): The attachment cannot be added.")),
+            std::string::npos)
+      << run.log;
+  ExpectAccountsInOrder();
+}
+
 TEST_F(MailClient, DeliberateADocumentThatCannotBeOpenedGoesMissingWithoutAFailure) {
   const Fax fax;
   SetFile("job.json", JobFileOf(fax));

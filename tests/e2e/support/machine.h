@@ -35,6 +35,20 @@ class ReadOnly {
   std::unique_ptr<State> state_;
 };
 
+// Leaves the processes that are started while it lives too little memory for a file of kTooLarge
+// bytes. Not everywhere possible.
+class LittleMemory {
+ public:
+  static constexpr std::uint64_t kTooLarge = std::uint64_t{3} << 30;
+
+  [[nodiscard]] static bool IsPossible();
+
+  LittleMemory();
+  ~LittleMemory();
+  LittleMemory(const LittleMemory&) = delete;
+  LittleMemory& operator=(const LittleMemory&) = delete;
+};
+
 // Other paths, each with a separator, that lead to the existing file at `path`, in the ways that
 // only some systems have: a short name, another case, the name of its stream, a symbolic link
 // beside it.

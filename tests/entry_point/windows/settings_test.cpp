@@ -12,7 +12,7 @@ namespace {
 TEST_F(EntryPoint, ShowsNoBoxAndTakesNoLibraryFromTheCurrentFolder) {
   EXPECT_EQ(Run("settings").exit_code, kExitCode);
   EXPECT_EQ(e2e::ReadBytes(folder_ / kSettingsFile).value_or("missing"),
-            "errors 0x8007, runtime 1, directory of 0 characters");
+            "errors 0x8007, runtime 1, directory empty");
 }
 
 }  // namespace

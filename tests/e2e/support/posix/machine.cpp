@@ -1,7 +1,10 @@
 #include "tests/e2e/support/machine.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <fstream>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -57,6 +60,33 @@ struct Machine::Registry {
     WriteBytes(file, text);
   }
 };
+
+namespace {
+
+constexpr rlim_t kLittleMemory = rlim_t{1} << 30;
+
+void LimitMemory(rlim_t bytes) {
+  rlimit limit = {};
+  getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = bytes;
+  setrlimit(RLIMIT_AS, &limit);
+}
+
+}  // namespace
+
+// A process under a sanitizer has taken more addresses than that from the beginning.
+bool LittleMemory::IsPossible() {
+  std::ifstream sizes("/proc/self/statm");
+  rlim_t pages = 0;
+  sizes >> pages;
+  return sizes && pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) < kLittleMemory;
+}
+LittleMemory::LittleMemory() {
+  LimitMemory(kLittleMemory);
+}
+LittleMemory::~LittleMemory() {
+  LimitMemory(RLIM_INFINITY);
+}
 
 std::vector<std::filesystem::path> OtherWaysTo(const std::filesystem::path& path) {
   const std::filesystem::path link = path.parent_path() / "symbolic link";

@@ -167,11 +167,21 @@ ReadOnly::~ReadOnly() {
   SetFileAttributesW(state_->path.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
+// In 32 bits there are not more addresses than that.
+bool LittleMemory::IsPossible() {
+  return sizeof(void*) == 4;
+}
+LittleMemory::LittleMemory() = default;
+LittleMemory::~LittleMemory() = default;
+
 std::vector<std::filesystem::path> OtherWaysTo(const std::filesystem::path& path) {
   wchar_t short_path[MAX_PATH] = {};
   const DWORD length = GetShortPathNameW(path.c_str(), short_path, MAX_PATH);
   if (length == 0 || length >= MAX_PATH) {
     throw std::runtime_error("GetShortPathNameW failed with " + std::to_string(GetLastError()));
+  }
+  if (path == short_path) {
+    throw std::runtime_error("the file has no short name");
   }
   std::wstring upper_case = path.filename().native();
   CharUpperW(upper_case.data());
