@@ -22,6 +22,7 @@
 #include "mapi/job_processing.h"
 #include "mapi/send_mail.h"
 #include "mapiload/process_state.h"
+#include "platform/call.h"
 #include "platform/fake/fault_sweep.h"
 #include "platform/fake/machine.h"
 #include "platform/fake/machine_test_fixture.h"
@@ -122,6 +123,9 @@ class ExpectedDelivery {
     }
     if (!bound_.contains(name)) {
       bound_[name] = Works("FindProcedure");
+      if (PLATFORM_STDCALL_IS_DECORATED != 0 && !bound_[name]) {
+        Works("FindProcedure");  // under the linker's name, which the library does not export
+      }
     }
     return bound_[name];
   }

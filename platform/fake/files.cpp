@@ -202,8 +202,8 @@ Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
     return status;
   }
   identity = {1, {}};
-  const fake::StoredFile* const address = stored.get();
-  std::memcpy(identity.file.data(), &address, sizeof(address));
+  const auto number = reinterpret_cast<std::uintptr_t>(stored.get());
+  std::memcpy(identity.file.data(), &number, sizeof(number));
   return kSuccess;
 }
 
