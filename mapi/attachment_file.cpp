@@ -5,6 +5,7 @@
 
 #include "mapi/results.h"
 #include "platform/files.h"
+#include "platform/memory_failure.h"
 
 namespace zentpost {
 namespace {
@@ -36,9 +37,7 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) try 
   }
   platform::File file;
   platform::Status status = platform::OpenFileAt(path, platform::OpenMode::kRead, file);
-  if (status == platform::kNotEnoughMemory) {
-    return FailWithoutMemory(fileData);
-  }
+  platform::ThrowWithoutMemory(status);
   if (status != platform::kSuccess) {
     return Fail(fileData, status, u"The file cannot be loaded.");
   }
@@ -46,6 +45,7 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) try 
   // deleted: from here on codes are negative.
   std::uint64_t size = 0;
   status = platform::QueryFileSize(file, size);
+  platform::ThrowWithoutMemory(status);
   if (status != platform::kSuccess) {
     return Fail(fileData, CodeOf(FromSystemError(status)), u"The file's size cannot be told.");
   }
@@ -65,6 +65,7 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) try 
   if (status == platform::kSuccess) {
     status = platform::ReadBytes(file, &more, sizeof(more), more_count);
   }
+  platform::ThrowWithoutMemory(status);
   if (status == platform::kSuccess && (count != size || more_count != 0)) {
     status = platform::kReadFault;
   }

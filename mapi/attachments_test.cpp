@@ -551,7 +551,10 @@ TEST_F(AttachmentOfMessage, ADocumentWithoutMemoryForItIsAFailure) {
   const struct {
     const char* call;
     std::vector<std::string> steps;
-  } kCases[] = {{"OpenFileAt", {kOpen}}, {"AllocateBlock", {kOpen, kSize}}};
+  } kCases[] = {{"OpenFileAt", {kOpen}},
+                {"QueryFileSize", {kOpen, kSize}},
+                {"AllocateBlock", {kOpen, kSize}},
+                {"ReadBytes", {kOpen, kSize, kRead}}};
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.call);
     Furnish();
