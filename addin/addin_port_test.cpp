@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/fake/machine_test_fixture.h"
+#include "testing/fake_platform/fixture.h"
 
 namespace zentpost {
 namespace {

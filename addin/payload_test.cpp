@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "jobfile/commands.h"
-#include "platform/fake/machine_test_fixture.h"
-#include "tests/expected_texts.h"
-#include "tests/support/allocation_faults.h"
-#include "tests/support/log_lines.h"
+#include "testing/allocation_faults.h"
+#include "testing/expected_texts.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/log_lines.h"
 
 namespace zentpost {
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/fake/machine_test_fixture.h"
-#include "tests/support/log_lines.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/log_lines.h"
 
 namespace zentpost {
 namespace {

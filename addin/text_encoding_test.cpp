@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/fake/fault_sweep.h"
-#include "platform/fake/machine_test_fixture.h"
-#include "tests/support/allocation_faults.h"
-#include "tests/support/log_lines.h"
-#include "tests/support/text_printers.h"
+#include "testing/allocation_faults.h"
+#include "testing/fake_platform/fault_sweep.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/log_lines.h"
+#include "testing/text_printers.h"
 
 // How the system's own conversions treat ill-formed and unmappable text in general is the platform
 // contract's subject; here it is what the callers of this file get to see of it. The machine in

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/fake/machine_test_fixture.h"
 #include "platform/sockets.h"
-#include "tests/expected_texts.h"
-#include "tests/steps.h"
-#include "tests/support/log_lines.h"
+#include "testing/expected_texts.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/log_lines.h"
+#include "testing/steps.h"
 
 namespace zentpost {
 namespace {

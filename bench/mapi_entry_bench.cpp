@@ -8,8 +8,8 @@
 #include "mapiload/entry_points.h"
 #include "mapiload/library.h"
 #include "platform/call.h"
-#include "platform/fake/machine.h"
 #include "platform/modules.h"
+#include "testing/fake_platform/fake_platform.h"
 
 namespace zentpost {
 namespace {

@@ -16,19 +16,32 @@ endfunction()
 function(zentpost_checked out)
   set(result)
   foreach(lib IN LISTS ARGN)
-    if(TARGET ${lib}_checked)
-      list(APPEND result ${lib}_checked)
-    else()
-      list(APPEND result ${lib})
-    endif()
+    list(APPEND result $<IF:$<TARGET_EXISTS:${lib}_checked>,${lib}_checked,${lib}>)
   endforeach()
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
-# zentpost_backend(TARGET BACKEND): puts a machine under an executable (platform_native or
+# zentpost_backend(TARGET BACKEND): puts a platform under an executable (platform_native or
 # platform_fake). Libraries never name one: `platform` asks the executable that links them.
 function(zentpost_backend target backend)
   set_target_properties(${target} PROPERTIES ZENTPOST_BACKEND ${backend})
+endfunction()
+
+if(NOT BUILD_TESTING)
+  # What stands beside the sources and registers a test may stay as it is.
+  function(zentpost_add_test)
+  endfunction()
+  return()
+endif()
+
+# zentpost_test_library(NAME SOURCES ... [LIBS ...])
+# A library that only tests link. Optimised, unlike they: the sweeps are at home in it for most of
+# their time.
+function(zentpost_test_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
+  add_library(${name} STATIC ${arg_SOURCES})
+  zentpost_checked(libs ${arg_LIBS})
+  target_link_libraries(${name} PUBLIC ${libs} platform GTest::gtest PRIVATE zentpost_flags zentpost_traps)
 endfunction()
 
 # zentpost_test_executable(NAME SOURCES ... [LIBS ...] [BACKEND platform_native|platform_fake])
@@ -37,11 +50,13 @@ function(zentpost_test_executable name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "BACKEND" "SOURCES;LIBS")
   add_executable(${name} ${arg_SOURCES})
   zentpost_checked(libs ${arg_LIBS})
-  target_link_libraries(${name} PRIVATE ${libs} zentpost_flags zentpost_traps GTest::gtest_main GTest::gtest
-    Threads::Threads)
+  target_link_libraries(${name} PRIVATE ${libs} zentpost_test_flags GTest::gtest testing_main Threads::Threads)
+  target_precompile_headers(${name} REUSE_FROM testing_main)
   if(arg_BACKEND)
-    zentpost_checked(backend ${arg_BACKEND})
-    zentpost_backend(${name} ${backend})
+    if(WIN32 AND arg_BACKEND STREQUAL platform_native)
+      set(arg_BACKEND platform_native_checked)
+    endif()
+    zentpost_backend(${name} ${arg_BACKEND})
     target_link_libraries(${name} PRIVATE platform)
   endif()
 endfunction()

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/fake/fault_sweep.h"
-#include "platform/fake/machine_test_fixture.h"
+#include "testing/fake_platform/fault_sweep.h"
+#include "testing/fake_platform/fixture.h"
 
 namespace zentpost {
 namespace {

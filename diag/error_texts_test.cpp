@@ -7,9 +7,9 @@
 #include <iterator>
 #include <string>
 
-#include "platform/fake/fault_sweep.h"
-#include "platform/fake/machine_test_fixture.h"
-#include "tests/support/text_printers.h"
+#include "testing/fake_platform/fault_sweep.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/support/text_printers.h"
+#include "testing/text_printers.h"
 
 // That a format which does not fit its arguments does not compile is shown in tests/compile_fail.
 

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/fake/fault_sweep.h"
-#include "platform/fake/machine_test_fixture.h"
-#include "tests/support/log_lines.h"
-#include "tests/support/text_printers.h"
+#include "testing/fake_platform/fault_sweep.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/log_lines.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

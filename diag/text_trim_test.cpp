@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/text_printers.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

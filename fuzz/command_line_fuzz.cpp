@@ -7,7 +7,7 @@
 #include "app/command_line.h"
 #include "fuzz/input.h"
 #include "fuzz/targets.h"
-#include "platform/fake/machine.h"
+#include "testing/fake_platform/fake_platform.h"
 
 namespace zentpost::fuzz {
 namespace {

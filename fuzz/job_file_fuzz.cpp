@@ -7,7 +7,7 @@
 #include "addin/text_encoding.h"
 #include "fuzz/targets.h"
 #include "jobfile/commands.h"
-#include "platform/fake/machine.h"
+#include "testing/fake_platform/fake_platform.h"
 
 namespace zentpost::fuzz {
 namespace {

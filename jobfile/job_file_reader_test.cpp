@@ -10,12 +10,12 @@
 
 #include "app/job_parameters.h"
 #include "jobfile/commands.h"
-#include "platform/fake/fault_sweep.h"
-#include "platform/fake/machine_test_fixture.h"
-#include "tests/support/allocation_faults.h"
-#include "tests/support/job_texts.h"
-#include "tests/support/log_lines.h"
-#include "tests/support/text_printers.h"
+#include "testing/allocation_faults.h"
+#include "testing/fake_platform/fault_sweep.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/job_texts.h"
+#include "testing/log_lines.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

@@ -13,8 +13,8 @@
 #include "mapi/attachment_file.h"
 #include "mapi/text_buffer.h"
 #include "platform/memory.h"
-#include "tests/support/mapi_test.h"
-#include "tests/support/text_printers.h"
+#include "testing/mapi_test.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

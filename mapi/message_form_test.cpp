@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/mapi_test.h"
+#include "testing/mapi_test.h"
 
 namespace zentpost {
 namespace {

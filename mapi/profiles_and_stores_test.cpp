@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/mapi_test.h"
-#include "tests/support/text_printers.h"
+#include "testing/mapi_test.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

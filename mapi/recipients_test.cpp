@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "mapi/text_buffer.h"
-#include "tests/support/mapi_test.h"
-#include "tests/support/text_printers.h"
+#include "testing/mapi_test.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/mapi_search.h"
-#include "tests/support/text_printers.h"
+#include "testing/mapi_search.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

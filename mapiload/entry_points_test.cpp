@@ -12,8 +12,8 @@
 #include "mapiload/library.h"
 #include "mapiload/process_state.h"
 #include "platform/call.h"
-#include "tests/support/mapi_search.h"
-#include "tests/support/text_printers.h"
+#include "testing/mapi_search.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

@@ -8,8 +8,8 @@
 
 #include "mapiload/discovery.h"
 #include "mapiload/process_state.h"
-#include "tests/support/mapi_search.h"
-#include "tests/support/text_printers.h"
+#include "testing/mapi_search.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

@@ -17,10 +17,10 @@
 #include "mapiload/library.h"
 #include "mapiload/process_state.h"
 #include "mapiload/trace.h"
-#include "platform/fake/fault_sweep.h"
-#include "tests/support/allocation_faults.h"
-#include "tests/support/mapi_search.h"
-#include "tests/support/text_printers.h"
+#include "testing/allocation_faults.h"
+#include "testing/fake_platform/fault_sweep.h"
+#include "testing/mapi_search.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {

@@ -16,7 +16,7 @@
 #include "mapiload/trace.h"
 #include "platform/call.h"
 #include "platform/worker.h"
-#include "tests/support/mapi_search.h"
+#include "testing/mapi_search.h"
 
 namespace zentpost {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "mapiload/process_state.h"
 #include "mapiload/trace.h"
-#include "tests/support/mapi_search.h"
+#include "testing/mapi_search.h"
 
 namespace zentpost {
 namespace {

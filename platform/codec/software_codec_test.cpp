@@ -1,4 +1,5 @@
-// What the contract of all back-ends leaves open. The rest is in platform/contract_test.cpp.
+// What the contract of all back-ends leaves open. The rest is in
+// testing/platform_contract/contract_test.cpp.
 #include "platform/codec/software_codec.h"
 
 #include <gtest/gtest.h>

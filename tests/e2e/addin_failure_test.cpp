@@ -1,8 +1,8 @@
 // Add-ins that let a job down after the probe.
 #include <thread>
 
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 
 namespace zentpost::e2e {
 namespace {

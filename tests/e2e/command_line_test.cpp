@@ -1,7 +1,7 @@
 // Command lines that a shell or another program can hand over on every system. Quotes, apostrophes
 // and blanks as they stand in the raw text are for Windows: windows/raw_command_line_test.cpp.
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 
 namespace zentpost::e2e {
 namespace {

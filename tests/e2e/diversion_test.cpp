@@ -1,6 +1,6 @@
 // Jobs whose field "O" diverts their payload into a file.
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 
 namespace zentpost::e2e {
 namespace {

@@ -1,6 +1,6 @@
 // First arguments that are no good job file: each gives a clear outcome and nothing is lost.
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 
 namespace zentpost::e2e {
 namespace {

@@ -1,8 +1,8 @@
 // Whether, where and how the log file is written. What it holds is compared with the debugger
 // output at every run.
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
-#include "tests/e2e/support/settings.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
+#include "testing/end_to_end/settings.h"
 
 namespace zentpost::e2e {
 namespace {

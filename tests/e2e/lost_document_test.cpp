@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/e2e/support/job_test.h"
+#include "testing/end_to_end/job_test.h"
 
 namespace zentpost::e2e {
 namespace {

@@ -7,10 +7,10 @@
 #include <optional>
 #include <utility>
 
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
-#include "tests/e2e/support/settings.h"
-#include "tests/expected_texts.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
+#include "testing/end_to_end/settings.h"
+#include "testing/expected_texts.h"
 
 namespace zentpost::e2e {
 namespace {

@@ -1,6 +1,6 @@
 // The Extended MAPI route on a machine that has no mail client, and the ways around it.
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 
 namespace zentpost::e2e {
 namespace {

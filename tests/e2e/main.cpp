@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "tests/e2e/support/machine.h"
-#include "tests/e2e/support/settings.h"
+#include "testing/end_to_end/machine.h"
+#include "testing/end_to_end/settings.h"
 
 namespace zentpost::e2e {
 namespace {

@@ -1,7 +1,7 @@
 // Text beyond ASCII on its way through the tool: job file and command line, log, wire, diverted
 // file.
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 
 namespace zentpost::e2e {
 namespace {

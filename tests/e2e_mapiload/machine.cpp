@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "tests/e2e/support/files.h"
+#include "testing/end_to_end/files.h"
 
 namespace zentpost::e2e_mapiload {
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/e2e/support/process.h"
+#include "testing/end_to_end/process.h"
 
 namespace zentpost::e2e_mapiload {
 

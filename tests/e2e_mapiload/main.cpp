@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "tests/e2e/support/settings.h"
+#include "testing/end_to_end/settings.h"
 #include "tests/e2e_mapiload/machine.h"
 
 namespace zentpost {

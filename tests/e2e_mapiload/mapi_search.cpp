@@ -26,7 +26,7 @@
 #include "mapiload/trace.h"
 #include "platform/call.h"
 #include "platform/modules.h"
-#include "tests/e2e/support/text.h"
+#include "testing/end_to_end/text.h"
 #include "tests/e2e_mapiload/module_path.h"
 #include "tests/e2e_mapiload/stand_in.h"
 

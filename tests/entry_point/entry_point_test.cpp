@@ -1,7 +1,7 @@
 // How a program ends when something goes wrong that nobody has thought of.
 #include "tests/entry_point/entry_point_test.h"
 
-#include "tests/e2e/support/settings.h"
+#include "testing/end_to_end/settings.h"
 #include "tests/entry_point/probe.h"
 
 const zentpost::e2e::Settings& zentpost::e2e::TheSettings() {

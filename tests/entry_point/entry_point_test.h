@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/e2e/support/files.h"
-#include "tests/e2e/support/process.h"
+#include "testing/end_to_end/files.h"
+#include "testing/end_to_end/process.h"
 
 namespace zentpost::entry_point {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e/support/process.h"
+#include "testing/end_to_end/process.h"
 #include "tools/sandbox_mapi/sha256.h"
 #include "tools/sandbox_mapi/system.h"
 #include "tools/sandbox_mapi/test_folder.h"

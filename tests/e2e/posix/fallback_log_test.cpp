@@ -1,6 +1,6 @@
 // A user without any folder for application data. On Windows such a user's profile would have to be
 // broken for it; here it takes two variables.
-#include "tests/e2e/support/job_test.h"
+#include "testing/end_to_end/job_test.h"
 
 namespace zentpost::e2e {
 namespace {

@@ -1,7 +1,7 @@
 // A mail client of 32 bits whose library exports its functions under the linker's names alone.
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/settings.h"
-#include "tests/expected_texts.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/settings.h"
+#include "testing/expected_texts.h"
 
 namespace zentpost::e2e {
 namespace {

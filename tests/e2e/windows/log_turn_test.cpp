@@ -6,7 +6,7 @@
 
 #include "platform/windows/append_turn.h"
 #include "platform/windows/wide.h"
-#include "tests/e2e/support/job_test.h"
+#include "testing/end_to_end/job_test.h"
 
 namespace zentpost::e2e {
 namespace {

@@ -1,9 +1,9 @@
 // Command lines as one text that reaches the tool untouched, as only Windows hands them over.
-#include "tests/e2e/support/windows/raw_run.h"
+#include "testing/end_to_end/windows/raw_run.h"
 
-#include "tests/e2e/support/job_test.h"
-#include "tests/e2e/support/sample_job.h"
-#include "tests/e2e/support/settings.h"
+#include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
+#include "testing/end_to_end/settings.h"
 
 namespace zentpost::e2e {
 namespace {

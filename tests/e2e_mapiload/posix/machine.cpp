@@ -4,8 +4,8 @@
 #include <map>
 #include <string>
 
-#include "tests/e2e/support/files.h"
-#include "tests/e2e/support/text.h"
+#include "testing/end_to_end/files.h"
+#include "testing/end_to_end/text.h"
 
 namespace zentpost::e2e_mapiload {
 namespace {

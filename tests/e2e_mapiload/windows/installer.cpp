@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "tests/e2e/support/windows/wide_text.h"
+#include "testing/end_to_end/windows/wide_text.h"
 #include "tests/e2e_mapiload/windows/registry.h"
 
 namespace zentpost::e2e_mapiload {

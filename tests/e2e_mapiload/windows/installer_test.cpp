@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e/support/files.h"
+#include "testing/end_to_end/files.h"
 #include "tests/e2e_mapiload/machine.h"
 #include "tests/e2e_mapiload/stand_in.h"
 #include "tests/e2e_mapiload/windows/installer.h"

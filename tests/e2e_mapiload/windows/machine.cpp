@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "tests/e2e/support/files.h"
-#include "tests/e2e/support/windows/wide_text.h"
+#include "testing/end_to_end/files.h"
+#include "testing/end_to_end/windows/wide_text.h"
 #include "tests/e2e_mapiload/windows/registry.h"
 
 namespace zentpost::e2e_mapiload {

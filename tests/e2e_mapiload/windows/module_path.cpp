@@ -4,7 +4,7 @@
 
 #include <iterator>
 
-#include "tests/e2e/support/text.h"
+#include "testing/end_to_end/text.h"
 
 namespace zentpost::e2e_mapiload {
 

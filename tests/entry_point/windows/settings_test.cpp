@@ -1,7 +1,7 @@
 // What the start-up sets on Windows, before the application object is asked for anything.
 #include <gtest/gtest.h>
 
-#include "tests/e2e/support/files.h"
+#include "testing/end_to_end/files.h"
 #include "tests/entry_point/entry_point_test.h"
 #include "tests/entry_point/probe.h"
 

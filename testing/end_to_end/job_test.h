@@ -1,0 +1,113 @@
+// The fixture of the end-to-end tests: a machine, the tool run on it, and everything that can be
+// seen of a run from outside. What holds for every run is checked at every run: nothing is printed,
+// each log line has a true time stamp and a known level and comes with its line end, and the log
+// file holds exactly what the debugger got, or does not exist.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "testing/end_to_end/addin.h"
+#include "testing/end_to_end/files.h"
+#include "testing/end_to_end/machine.h"
+#include "testing/end_to_end/process.h"
+#include "testing/end_to_end/text.h"
+
+namespace zentpost::e2e {
+
+// Lines of the log as ToolRun::log has them: level and message, without the time. Each ends with a
+// line feed.
+[[nodiscard]] std::string Info(std::string_view message);
+[[nodiscard]] std::string Error(std::string_view message);
+[[nodiscard]] std::string Warning(std::string_view message);
+[[nodiscard]] std::string Debug(std::string_view message);
+
+// What the job file reader logs when the first argument is no job file; `error_position` is where
+// the JSON library stopped, and nothing when the argument cannot be read.
+[[nodiscard]] std::string NotAJobFile(std::string_view error_position = "");
+
+// What the Extended MAPI route logs of a job.
+struct MapiJob {
+  std::string receiver = {};
+  std::string recipient = {};
+  std::string sender = {};
+  std::string comment = {};
+  std::string subject = {};
+  std::string send_time = {};
+  std::string attachment = {};
+  std::string attachment_name = {};
+  std::string ecm = "True";
+  std::string preview = "False";
+  // False when the job is diverted or its sending skipped. Otherwise it fails: there is no MAPI.
+  bool is_sent = true;
+};
+[[nodiscard]] std::string MapiLines(const MapiJob& job);
+
+// What the add-in route logs when it begins, and with the payload.
+[[nodiscard]] std::string AddinLines(std::string_view payload_as_logged);
+inline constexpr char kSentMessage[] =
+    "ProcessToOutlookClient(): The JSON payload successfully sent.";
+
+// `log` without the times of its lines, each of which has to lie between `begin` and `end` (as
+// LocalTimeText has them). A message may have lines of its own; these have no time and no level.
+[[nodiscard]] std::string WithoutTimes(std::string_view log, const std::string& begin,
+                                       const std::string& end);
+[[nodiscard]] std::string LocalTimeText(std::time_t seconds);
+
+struct ToolRun {
+  int exit_code = 0;
+  std::string log;  // UTF-8
+  std::chrono::steady_clock::duration duration{};
+};
+
+class JobTest : public testing::Test {
+ protected:
+  Machine machine_;
+
+  // Runs the tool in the machine's folder.
+  ToolRun Run(const std::vector<std::string>& arguments) {
+    return Run(arguments, machine_.Options());
+  }
+  ToolRun Run(const std::vector<std::string>& arguments, const ProcessOptions& options);
+
+  // For runs started in another way: checks what holds for every run.
+  ToolRun Checked(ProcessRun run, std::time_t begin);
+
+  // From now on runs have to write the log file: "LogLevel" is set and the log's folder is there.
+  void SwitchLogOn();
+
+  // Whether the log file is looked at after each run, and has to be there.
+  enum class LogFile { kAbsent, kWritten, kUnchecked };
+  void ExpectLogFile(LogFile expectation) { log_file_ = expectation; }
+
+  void SetAddinPort(const std::string& text);
+  void SetAddinPort(const Addin& addin) { SetAddinPort(std::to_string(addin.port())); }
+
+  // Files in the machine's folder.
+  void SetFile(std::string_view name, std::string_view bytes);
+  [[nodiscard]] std::string FileBytes(std::string_view name);  // a missing file is a failed test
+  [[nodiscard]] bool FileExists(std::string_view name);
+  [[nodiscard]] std::filesystem::path PathOf(std::string_view name) const;
+
+  // The add-in has got the probe and one delivery of exactly these bytes.
+  void ExpectDelivered(Addin& addin, std::string_view wire);
+  // The ends of all connections, as "probe, delivered".
+  [[nodiscard]] static std::string Ends(const std::vector<addin_listener::Connection>& connections);
+
+  // Keeps what the tool wrote for the check against the published schemas: a job file with its
+  // Result, and a payload as its text. What reaches the add-in is kept by ExpectDelivered.
+  static void KeepJobFile(const std::string& job_file);
+  static void KeepPayload(std::string_view json);
+
+ private:
+  LogFile log_file_ = LogFile::kAbsent;
+  std::string logged_;  // what the log file has to hold
+};
+
+}  // namespace zentpost::e2e

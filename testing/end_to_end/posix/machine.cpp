@@ -1,0 +1,158 @@
+#include "testing/end_to_end/machine.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+#include "testing/end_to_end/files.h"
+#include "testing/end_to_end/text.h"
+
+namespace zentpost::e2e {
+namespace {
+
+// Text in quotes, as the registry editor writes it.
+std::string InQuotes(std::string_view text) {
+  return '"' + Replaced(Replaced(std::string(text), "\\", "\\\\"), "\"", "\\\"") + '"';
+}
+
+}  // namespace
+
+void TakeMachineOver() {}
+void GiveMachineBack() {}
+
+struct ReadOnly::State {
+  std::filesystem::path path;
+};
+
+ReadOnly::ReadOnly(const std::filesystem::path& path) : state_(new State{path}) {
+  chmod(path.c_str(), S_IRUSR | S_IRGRP | S_IROTH);
+}
+
+ReadOnly::~ReadOnly() {
+  chmod(state_->path.c_str(), S_IRUSR | S_IWUSR);
+}
+
+// The registry is a file in the format of the registry editor's exports, written anew after every
+// change.
+struct Machine::Registry {
+  std::filesystem::path file;
+  // Per key its values, each as the line that stands for it.
+  std::map<std::string, std::map<std::string, std::string>> keys;
+
+  std::map<std::string, std::string>& Key(Hive hive, std::string_view key) {
+    return keys[(hive == Hive::kCurrentUser ? "HKEY_CURRENT_USER\\" : "HKEY_LOCAL_MACHINE\\") +
+                std::string(key)];
+  }
+
+  void Write() const {
+    std::string text = "Windows Registry Editor Version 5.00\r\n";
+    for (const auto& [key, values] : keys) {
+      text += "\r\n[" + key + "]\r\n";
+      for (const auto& [name, data] : values) {
+        text += InQuotes(name) + "=" + data + "\r\n";
+      }
+    }
+    WriteBytes(file, text);
+  }
+};
+
+namespace {
+
+constexpr rlim_t kLittleMemory = rlim_t{1} << 30;
+
+void LimitMemory(rlim_t bytes) {
+  rlimit limit = {};
+  getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = bytes;
+  setrlimit(RLIMIT_AS, &limit);
+}
+
+}  // namespace
+
+// A process under a sanitizer has taken more addresses than that from the beginning.
+bool LittleMemory::IsPossible() {
+  std::ifstream sizes("/proc/self/statm");
+  rlim_t pages = 0;
+  sizes >> pages;
+  return sizes && pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) < kLittleMemory;
+}
+LittleMemory::LittleMemory() {
+  LimitMemory(kLittleMemory);
+}
+LittleMemory::~LittleMemory() {
+  LimitMemory(RLIM_INFINITY);
+}
+
+std::vector<std::filesystem::path> OtherWaysTo(const std::filesystem::path& path) {
+  const std::filesystem::path link = path.parent_path() / "symbolic link";
+  if (!std::filesystem::exists(link)) {
+    std::filesystem::create_symlink(path, link);
+  }
+  return {link};
+}
+
+Machine::Machine() : folder_(MakeTestFolder()), registry_(new Registry) {
+  std::filesystem::create_directory(TemporaryFolder());
+  registry_->file = folder_ / "registry.reg";
+  registry_->Write();
+}
+
+Machine::~Machine() {
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+}
+
+void Machine::SetText(Hive hive, std::string_view key, std::string_view name,
+                      std::string_view text) {
+  registry_->Key(hive, key)[std::string(name)] = InQuotes(text);
+  registry_->Write();
+}
+
+void Machine::SetNumber(Hive hive, std::string_view key, std::string_view name,
+                        std::uint32_t number) {
+  char data[] = "dword:00000000";
+  std::snprintf(data, sizeof data, "dword:%08x", unsigned{number});
+  registry_->Key(hive, key)[std::string(name)] = data;
+  registry_->Write();
+}
+
+void Machine::AddKey(Hive hive, std::string_view key) {
+  registry_->Key(hive, key);
+  registry_->Write();
+}
+
+bool Machine::CanWrite(Hive) {
+  return true;
+}
+
+std::filesystem::path Machine::LogFolder() const {
+  return folder_ / "local" / "VORNA" / "Client" / "Log";
+}
+
+void Machine::AddLogFolder() {
+  std::filesystem::create_directories(LogFolder());
+}
+
+std::filesystem::path Machine::AddPipe() {
+  std::filesystem::path path = folder_ / "pipe";
+  if (mkfifo(path.c_str(), S_IRUSR | S_IWUSR) != 0) {
+    throw std::runtime_error("mkfifo failed");
+  }
+  return path;
+}
+
+ProcessOptions Machine::Options() const {
+  ProcessOptions options;
+  options.folder = folder_;
+  options.environment = {{"ZENTPOST_REGISTRY", registry_->file},
+                         {"XDG_DATA_HOME", folder_ / "local"},
+                         {"TMPDIR", TemporaryFolder()}};
+  return options;
+}
+
+}  // namespace zentpost::e2e

@@ -1,0 +1,60 @@
+#include "testing/fake_platform/fault_sweep.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+namespace platform::fake {
+namespace {
+
+const char* ModeText(FaultMode mode) {
+  return mode == FaultMode::kOnce ? "fails once" : "fails, and every call after it";
+}
+
+// Gives the number of calls that could have failed.
+std::size_t RunWithoutFault(const FaultScenario& scenario) {
+  SCOPED_TRACE("the run without a fault");
+  Machine& machine = TheMachine();
+  machine.Reset();
+  scenario.prepare();
+  machine.ClearCalls();
+  scenario.act();
+  EXPECT_EQ(machine.OpenHandles(), 0u) << "handles left open";
+  return machine.FallibleCalls();
+}
+
+void RunWithFault(const FaultScenario& scenario, const std::function<void(const FaultRun&)>& check,
+                  std::size_t index, FaultMode mode, Status status) {
+  Machine& machine = TheMachine();
+  machine.Reset();
+  scenario.prepare();
+  machine.ClearCalls();
+  machine.FailCall(index, status, mode);
+  scenario.act();
+  machine.ClearFault();
+
+  const std::string call = machine.FaultedCall();
+  SCOPED_TRACE("fallible call " + std::to_string(index) + ", " + call + ", " + ModeText(mode));
+  EXPECT_TRUE(machine.FaultTaken()) << "this run had fewer fallible calls than the first one";
+  EXPECT_EQ(machine.OpenHandles(), 0u) << "handles left open";
+  check({index, call.substr(0, call.find('(')), call, mode, status});
+}
+
+}  // namespace
+
+std::size_t SweepFaults(const FaultScenario& scenario,
+                        const std::function<void(const FaultRun&)>& check, Status status) {
+  const std::size_t calls = RunWithoutFault(scenario);
+  EXPECT_GT(calls, 0u) << "nothing in the scenario can fail";
+  std::size_t runs = 0;
+  for (std::size_t index = 0; index < calls; ++index) {
+    for (const FaultMode mode : {FaultMode::kOnce, FaultMode::kFromThere}) {
+      RunWithFault(scenario, check, index, mode, status);
+      ++runs;
+    }
+  }
+  std::cout << "fault sweep: " << calls << " fallible calls, " << runs << " runs with a fault\n";
+  return runs;
+}
+
+}  // namespace platform::fake

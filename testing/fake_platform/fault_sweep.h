@@ -1,0 +1,43 @@
+// The fault sweep: proves for every platform call of a scenario that the code under test stands its
+// failure. It decides nothing about what the right reaction is; the caller's check does.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+#include "platform/status.h"
+#include "testing/fake_platform/fake_platform.h"
+
+namespace platform::fake {
+
+// One run with a fault.
+struct FaultRun {
+  std::size_t index;  // which of the scenario's fallible calls fails, from 0
+  std::string name;   // that call's function: "OpenKey"
+  std::string call;   // the whole call, as Machine::Calls tells it
+  FaultMode mode;
+  Status status;  // what it fails with
+};
+
+// What is run. `prepare` starts from a fresh machine, furnishes it and sets back whatever `act`
+// leaves behind in the test; its own platform calls do not fail. `act` runs the code under test and
+// has let go of every handle when it returns. Each is called once per run.
+struct FaultScenario {
+  std::function<void()> prepare;
+  std::function<void()> act;
+};
+
+// Runs the scenario once without a fault and counts its fallible calls, N. Then runs it twice for
+// each of them: with that call failing alone, and with that call and every later one failing; each
+// time the fault is over when `check` is called, which sees the machine as `act` left it and
+// expects what has to hold. The sweep itself expects that each fault was met and that no handle is
+// open. Every failure is reported with the call that was made to fail.
+//
+// Prints and gives the number of runs with a fault, 2 * N. 0 is a failure: such a scenario proves
+// nothing. The machine is as the last run left it.
+std::size_t SweepFaults(const FaultScenario& scenario,
+                        const std::function<void(const FaultRun&)>& check,
+                        Status status = kGeneralFailure);
+
+}  // namespace platform::fake

@@ -1,0 +1,241 @@
+#include "platform/files.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "testing/fake_platform/state.h"
+
+namespace platform {
+namespace {
+
+using fake::CallText;
+using fake::LockedMachine;
+
+std::uintptr_t Number(const File& file) {
+  return static_cast<std::uintptr_t>(file.Get());
+}
+
+// The open file, or null.
+fake::OpenFile* Find(LockedMachine& machine, const File& file) {
+  const auto found = machine->open_files.find(Number(file));
+  return found == machine->open_files.end() ? nullptr : &found->second;
+}
+
+std::u16string PathOf(const fake::OpenFile* open) {
+  return open == nullptr ? std::u16string() : open->path;
+}
+
+// Finds the file at `path`. Gives kFileNotFound when only the file itself is missing, kAccessDenied
+// when something else is there.
+Status FindStored(LockedMachine& machine, const std::u16string& path,
+                  std::shared_ptr<fake::StoredFile>& file) {
+  const std::u16string normal = fake::NormalPath(path);
+  if (path.empty() || !machine->HasParent(normal)) {
+    return kPathNotFound;
+  }
+  if (machine->IsFolder(normal)) {
+    return kAccessDenied;
+  }
+  if (path.back() == u'\\' || path.back() == u'/') {
+    return kPathNotFound;  // a folder is meant
+  }
+  const auto found = machine->files.find(normal);
+  if (found == machine->files.end()) {
+    return kFileNotFound;
+  }
+  if (found->second->is_pipe) {
+    return kAccessDenied;
+  }
+  file = found->second;
+  return kSuccess;
+}
+
+// The same for writing: makes the file when it is missing.
+Status FindForWriting(LockedMachine& machine, const std::u16string& path,
+                      std::shared_ptr<fake::StoredFile>& file) {
+  const Status status = FindStored(machine, path, file);
+  if (status == kFileNotFound) {
+    file = std::make_shared<fake::StoredFile>();
+    machine->files[fake::NormalPath(path)] = file;
+    return kSuccess;
+  }
+  if (status == kSuccess && file->read_only) {
+    return kAccessDenied;
+  }
+  return status;
+}
+
+// Reads on in an open file; gives the number of bytes.
+std::size_t Read(fake::OpenFile& open, void* buffer, std::size_t capacity) {
+  const std::string& bytes = open.file->bytes;
+  const std::size_t start = std::min(open.position, bytes.size());
+  const std::size_t count = std::min(capacity, bytes.size() - start);
+  std::copy_n(bytes.data() + start, count, static_cast<char*>(buffer));
+  open.position = start + count;
+  return count;
+}
+
+// Writes on in an open file.
+void Write(fake::OpenFile& open, const void* data, std::size_t size) {
+  std::string& bytes = open.file->bytes;
+  if (bytes.size() < open.position + size) {
+    bytes.resize(open.position + size);
+  }
+  std::copy_n(static_cast<const char*>(data), size, bytes.data() + open.position);
+  open.position += size;
+}
+
+}  // namespace
+
+void FileTraits::Close(RawFile file) noexcept {
+  LockedMachine machine;
+  machine->open_files.erase(static_cast<std::uintptr_t>(file));
+}
+
+Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file) {
+  file.Reset();
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(
+          CallText("OpenFileAt", path, mode == OpenMode::kRead ? u"kRead" : u"kRewrite"))) {
+    return fault;
+  }
+  std::shared_ptr<fake::StoredFile> stored;
+  const Status status = mode == OpenMode::kRead ? FindStored(machine, path, stored)
+                                                : FindForWriting(machine, path, stored);
+  if (status != kSuccess) {
+    return status;
+  }
+  if (mode == OpenMode::kRewrite) {
+    stored->bytes.clear();
+  }
+  const std::uintptr_t handle = machine->NewHandle();
+  machine->open_files[handle] = {stored, path, mode};
+  file.Reset(RawFile{handle});
+  return kSuccess;
+}
+
+Status QueryFileSize(const File& file, std::uint64_t& bytes) {
+  LockedMachine machine;
+  const fake::OpenFile* const open = Find(machine, file);
+  if (const Status fault = machine.RecordFallible(CallText("QueryFileSize", PathOf(open)))) {
+    return fault;
+  }
+  if (open == nullptr) {
+    return kInvalidHandle;
+  }
+  bytes = open->file->reported_size.value_or(open->file->bytes.size());
+  return kSuccess;
+}
+
+Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size_t& count) {
+  count = 0;
+  LockedMachine machine;
+  fake::OpenFile* const open = Find(machine, file);
+  const Status fault = machine.RecordFallible(CallText("ReadBytes", PathOf(open), capacity));
+  if (open == nullptr) {
+    return fault != kSuccess ? fault : kInvalidHandle;
+  }
+  if (open->mode != OpenMode::kRead) {
+    return fault != kSuccess ? fault : kAccessDenied;
+  }
+  count = Read(*open, buffer,
+               fault == kSuccess ? capacity : std::min(capacity, machine->bytes_before_fault));
+  return fault;
+}
+
+Status WriteBytes(const File& file, const void* bytes, std::size_t size) {
+  LockedMachine machine;
+  fake::OpenFile* const open = Find(machine, file);
+  const Status fault = machine.RecordFallible(CallText("WriteBytes", PathOf(open), size));
+  if (open == nullptr) {
+    return fault != kSuccess ? fault : kInvalidHandle;
+  }
+  if (open->mode == OpenMode::kRead) {
+    return fault != kSuccess ? fault : kAccessDenied;
+  }
+  Write(*open, bytes, fault == kSuccess ? size : std::min(size, machine->bytes_before_fault));
+  return fault;
+}
+
+Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size) {
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("AppendToFile", path, size))) {
+    return fault;
+  }
+  std::shared_ptr<fake::StoredFile> stored;
+  const Status status = FindForWriting(machine, path, stored);
+  if (status == kSuccess) {
+    stored->bytes.append(static_cast<const char*>(bytes), size);
+  }
+  return status;
+}
+
+Status RemoveFile(const std::u16string& path) {
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("RemoveFile", path))) {
+    return fault;
+  }
+  std::shared_ptr<fake::StoredFile> stored;
+  if (const Status status = FindStored(machine, path, stored)) {
+    return status;
+  }
+  if (stored->read_only) {
+    return kAccessDenied;
+  }
+  const bool is_open = std::any_of(machine->open_files.begin(), machine->open_files.end(),
+                                   [&](const auto& open) { return open.second.file == stored; });
+  if (is_open) {
+    return kSharingViolation;
+  }
+  machine->files.erase(fake::NormalPath(path));
+  return kSuccess;
+}
+
+Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("IdentifyFile", path))) {
+    return fault;
+  }
+  std::shared_ptr<fake::StoredFile> stored;
+  if (const Status status = FindStored(machine, path, stored)) {
+    return status;
+  }
+  identity = {1, {}};
+  const auto number = reinterpret_cast<std::uintptr_t>(stored.get());
+  std::memcpy(identity.file.data(), &number, sizeof(number));
+  return kSuccess;
+}
+
+Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
+  length = 0;
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("TemporaryFolder", capacity))) {
+    return fault;
+  }
+  const std::u16string& folder = machine->temporary_folder;
+  length = static_cast<std::uint32_t>(folder.size());
+  if (capacity <= length) {
+    ++length;  // room for the terminator is needed, too
+    return kSuccess;
+  }
+  std::copy_n(folder.c_str(), folder.size() + 1, buffer);
+  return kSuccess;
+}
+
+std::int32_t LocalApplicationDataFolder(std::u16string& folder) {
+  folder.clear();
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("LocalApplicationDataFolder"))) {
+    constexpr std::uint32_t kFailureBit = 0x80000000;
+    constexpr std::uint32_t kFromWin32 = 0x80070000;
+    const bool is_hresult = (fault & kFailureBit) != 0;
+    return static_cast<std::int32_t>(is_hresult ? fault : kFromWin32 | (fault & 0xffff));
+  }
+  if (machine->local_application_data_result >= 0) {
+    folder = machine->local_application_data;
+  }
+  return machine->local_application_data_result;
+}
+
+}  // namespace platform

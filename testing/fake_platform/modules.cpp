@@ -1,0 +1,242 @@
+#include "platform/modules.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "platform/call.h"
+#include "platform/codec/expand_variables.h"
+#include "platform/module_path.h"
+#include "testing/fake_platform/state.h"
+
+namespace platform {
+namespace {
+
+using fake::CallText;
+using fake::LockedMachine;
+using fake::StoredModule;
+
+std::u16string ModuleKey(std::u16string_view path) {
+  return fake::FoldCase(fake::NormalPath(path));
+}
+
+// The library with that handle, or null.
+StoredModule* Find(fake::MachineState& machine, RawModule raw) {
+  for (auto& [key, module] : machine.modules) {
+    if (raw != RawModule{} && module.handle == static_cast<std::uintptr_t>(raw)) {
+      return &module;
+    }
+  }
+  return nullptr;
+}
+
+// A library that is loaded already, by file name or path, or null.
+StoredModule* FindLoaded(fake::MachineState& machine, std::u16string_view name) {
+  const std::u16string wanted = ModuleKey(name);
+  for (auto& [key, module] : machine.modules) {
+    // npos + 1 is 0.
+    if (module.references > 0 && (key == wanted || key.substr(key.rfind(u'\\') + 1) == wanted)) {
+      return &module;
+    }
+  }
+  return nullptr;
+}
+
+StoredModule* FindLoadable(fake::MachineState& machine, std::u16string_view path) {
+  if (StoredModule* const loaded = FindLoaded(machine, path)) {
+    return loaded;
+  }
+  std::u16string wanted(path);
+  if (wanted.find_first_of(u"\\/") == std::u16string::npos) {
+    wanted.insert(0, machine.system_directory + u"\\");
+  }
+  const auto found = machine.modules.find(ModuleKey(wanted));
+  return found == machine.modules.end() ? nullptr : &found->second;
+}
+
+RawModule AddReference(fake::MachineState& machine, StoredModule& module) {
+  if (module.references++ == 0) {
+    module.handle = machine.NewHandle();
+  }
+  return RawModule{module.handle};
+}
+
+// GetModuleHandleExW of kernel32.dll. Of its flags the machine knows none.
+std::int32_t PLATFORM_STDCALL ModuleHandleEx(std::uint32_t flags, const char16_t* name,
+                                             RawModule* module) {
+  *module = RawModule{};
+  LockedMachine machine;
+  const Status fault =
+      machine.RecordFallible(CallText("GetModuleHandleExW", fake::Hex{flags}, name));
+  StoredModule* const found = FindLoaded(*machine, name);
+  if (fault != kSuccess || found == nullptr) {
+    return 0;
+  }
+  *module = AddReference(*machine, *found);
+  return 1;
+}
+
+std::u16string AsciiText(std::string_view name) {
+  return std::u16string(name.begin(), name.end());
+}
+
+// Copies `text` with its terminator if there is room; gives its length without it.
+std::uint32_t CopyIfItFits(const std::u16string& text, char16_t* buffer, std::uint32_t capacity) {
+  const auto length = static_cast<std::uint32_t>(text.size());
+  if (length < capacity) {
+    std::copy_n(text.c_str(), text.size() + 1, buffer);
+  }
+  return length;
+}
+
+}  // namespace
+
+void ModuleTraits::Close(RawModule module) noexcept {
+  LockedMachine machine;
+  StoredModule* const found = Find(*machine, module);
+  if (found != nullptr && --found->references == 0) {
+    found->handle = 0;
+  }
+}
+
+Status LoadModule(const char16_t* path, Module& module) {
+  RawModule loaded{};
+  Status status = kSuccess;
+  {
+    LockedMachine machine;
+    status = machine.RecordFallible(CallText("LoadModule", path));
+    if (status == kSuccess) {
+      StoredModule* const found =
+          path != nullptr && NamesAFile(path) ? FindLoadable(*machine, path) : nullptr;
+      if (found != nullptr) {
+        loaded = AddReference(*machine, *found);
+      } else {
+        status = kModuleNotFound;
+      }
+    }
+  }
+  module.Reset(loaded);
+  return status;
+}
+
+Status FindLoadedModule(const char16_t* name, RawModule& module) {
+  module = RawModule{};
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("FindLoadedModule", name))) {
+    return fault;
+  }
+  const StoredModule* const found = FindLoaded(*machine, name);
+  if (found == nullptr) {
+    return kModuleNotFound;
+  }
+  module = RawModule{found->handle};
+  return kSuccess;
+}
+
+Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
+  procedure = nullptr;
+  LockedMachine machine;
+  const StoredModule* const found = Find(*machine, module);
+  const std::u16string path = found == nullptr ? std::u16string() : found->path;
+  if (const Status fault =
+          machine.RecordFallible(CallText("FindProcedure", path, AsciiText(name)))) {
+    return fault;
+  }
+  if (found == nullptr) {
+    return kInvalidHandle;
+  }
+  const auto procedure_found = found->exports.find(name);
+  if (procedure_found == found->exports.end()) {
+    return kProcedureNotFound;
+  }
+  procedure = procedure_found->second;
+  return kSuccess;
+}
+
+Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
+  length = 0;
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("SystemDirectory", capacity))) {
+    return fault;
+  }
+  length = CopyIfItFits(machine->system_directory, buffer, capacity);
+  if (length >= capacity) {
+    ++length;  // the room needed counts the terminator
+  }
+  return kSuccess;
+}
+
+Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t capacity,
+                         std::uint32_t& length) {
+  length = 0;
+  LockedMachine machine;
+  if (const Status fault =
+          machine.RecordFallible(CallText("ExpandEnvironment", source, capacity))) {
+    return fault;
+  }
+  const auto value_of = [&](std::u16string_view name) -> std::optional<std::u16string> {
+    const auto variable = machine->environment.find(fake::FoldCase(name));
+    return variable == machine->environment.end() ? std::nullopt : std::optional(variable->second);
+  };
+  length = CopyIfItFits(software::ExpandVariables(source, value_of), buffer, capacity) + 1;
+  if (length < capacity) {
+    // Nobody promises what stands in the rest of the room, so it is never as it was.
+    std::fill(buffer + length, buffer + capacity, u'?');
+  }
+  return kSuccess;
+}
+
+namespace fake {
+
+void AddSystemModules(MachineContents& contents) {
+  const std::u16string path = contents.system_directory + u"\\kernel32.dll";
+  contents.modules[ModuleKey(path)] = {
+      path, {{"GetModuleHandleExW", reinterpret_cast<Procedure>(ModuleHandleEx)}}};
+}
+
+void Machine::AddModule(std::u16string_view path, Exports exports) {
+  const std::lock_guard lock(state_->mutex);
+  StoredModule& module = state_->modules[ModuleKey(path)];
+  module.path = path;
+  module.exports = std::move(exports);
+}
+
+void Machine::RemoveModule(std::u16string_view path) {
+  const std::lock_guard lock(state_->mutex);
+  state_->modules.erase(ModuleKey(path));
+}
+
+void Machine::SetSystemDirectory(std::u16string_view directory) {
+  const std::lock_guard lock(state_->mutex);
+  state_->system_directory = directory;
+}
+
+std::size_t Machine::ModuleReferences(std::u16string_view path) const {
+  const std::lock_guard lock(state_->mutex);
+  const auto module = state_->modules.find(ModuleKey(path));
+  return module == state_->modules.end() ? 0 : module->second.references;
+}
+
+std::size_t Machine::ModuleReferences() const {
+  const std::lock_guard lock(state_->mutex);
+  std::size_t references = 0;
+  for (const auto& [key, module] : state_->modules) {
+    references += module.references;
+  }
+  return references;
+}
+
+std::u16string Machine::ModulePath(RawModule module) const {
+  const std::lock_guard lock(state_->mutex);
+  const StoredModule* const found = Find(*state_, module);
+  return found == nullptr ? std::u16string() : found->path;
+}
+
+void Machine::SetVariable(std::u16string_view name, std::u16string_view value) {
+  const std::lock_guard lock(state_->mutex);
+  state_->environment[FoldCase(name)] = value;
+}
+
+}  // namespace fake
+}  // namespace platform

@@ -1,0 +1,120 @@
+#include "platform/registry.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "testing/fake_platform/state.h"
+
+namespace platform {
+namespace {
+
+using fake::CallText;
+using fake::Hex;
+using fake::LockedMachine;
+
+std::uintptr_t Number(RawKey key) {
+  return static_cast<std::uintptr_t>(key);
+}
+
+// `path` below `parent`; both from the hive's name on. No path means the parent itself.
+std::u16string Below(std::u16string_view parent, const char16_t* path) {
+  std::u16string full(parent);
+  if (path != nullptr) {
+    full.append(u"\\").append(path);
+  }
+  return fake::NormalKeyPath(full);
+}
+
+Status Open(LockedMachine& machine, const std::u16string& path, RegistryKey& key) {
+  if (!machine->keys.contains(fake::FoldCase(path))) {
+    return kFileNotFound;
+  }
+  const std::uintptr_t handle = machine->NewHandle();
+  machine->open_keys[handle] = path;
+  key.Reset(RawKey{handle});
+  return kSuccess;
+}
+
+}  // namespace
+
+void RegistryKeyTraits::Close(RawKey key) noexcept {
+  LockedMachine machine;
+  machine->open_keys.erase(Number(key));
+}
+
+Status OpenKey(Hive hive, const char16_t* path, std::uint32_t access, RegistryKey& key) {
+  key.Reset();
+  LockedMachine machine;
+  const std::u16string_view hive_name = fake::HiveName(hive);
+  if (const Status fault =
+          machine.RecordFallible(CallText("OpenKey", hive_name, path, Hex{access}))) {
+    return fault;
+  }
+  return Open(machine, Below(hive_name, path), key);
+}
+
+Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t access,
+                  RegistryKey& key) {
+  // `key` may be `parent`, so that what it holds is closed last.
+  RegistryKey opened;
+  Status status = kSuccess;
+  {
+    LockedMachine machine;
+    const auto open_parent = machine->open_keys.find(Number(parent.Get()));
+    const bool parent_is_open = open_parent != machine->open_keys.end();
+    const std::u16string parent_path = parent_is_open ? open_parent->second : std::u16string();
+    status = machine.RecordFallible(CallText("OpenSubKey", parent_path, path, Hex{access}));
+    if (status == kSuccess) {
+      status = parent_is_open ? Open(machine, Below(parent_path, path), opened) : kInvalidHandle;
+    }
+  }
+  key = std::move(opened);
+  return status;
+}
+
+Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type, void* data,
+                  std::uint32_t& size) {
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("QueryValue", name, size))) {
+    return fault;
+  }
+  const auto open_key = machine->open_keys.find(Number(key.Get()));
+  if (open_key == machine->open_keys.end()) {
+    return kInvalidHandle;
+  }
+  const fake::RegistryValues& values = machine->keys.at(fake::FoldCase(open_key->second));
+  const auto found = values.find(name == nullptr ? std::u16string() : fake::FoldCase(name));
+  if (found == values.end()) {
+    return kFileNotFound;
+  }
+  const auto& [value_type, bytes] = found->second;
+  const std::uint32_t capacity = size;
+  size = static_cast<std::uint32_t>(bytes.size());
+  if (type != nullptr) {
+    *type = value_type;
+  }
+  if (data == nullptr) {
+    return kSuccess;  // only the size is asked for
+  }
+  if (capacity < size) {
+    return kMoreData;
+  }
+  std::copy(bytes.begin(), bytes.end(), static_cast<char*>(data));
+  return kSuccess;
+}
+
+Status CloseKey(RegistryKey& key) {
+  const RawKey raw = key.Detach();
+  LockedMachine machine;
+  const auto open_key = machine->open_keys.find(Number(raw));
+  const bool is_open = open_key != machine->open_keys.end();
+  const Status fault =
+      machine.RecordFallible(CallText("CloseKey", is_open ? open_key->second : std::u16string()));
+  if (!is_open) {
+    return fault != kSuccess ? fault : kInvalidHandle;
+  }
+  machine->open_keys.erase(open_key);
+  return fault;
+}
+
+}  // namespace platform

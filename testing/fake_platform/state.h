@@ -1,0 +1,225 @@
+// What the machine in memory consists of. Only this folder's own files look in here.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <concepts>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/files.h"
+#include "testing/fake_platform/fake_platform.h"
+
+namespace platform::fake {
+
+// Upper-case ASCII letters become lower-case ones, as far as the registry ignores case.
+std::u16string FoldCase(std::u16string_view text);
+
+struct MachineContents;
+
+// Puts the libraries that every machine has into its system directory.
+void AddSystemModules(MachineContents& contents);
+
+// The name of a hive as it starts the paths of keys.
+std::u16string_view HiveName(Hive hive);
+
+// A path without repeated backslashes and without one at its end. NormalPath turns slashes into
+// backslashes first and resolves "." and ".."; in the registry they are ordinary characters.
+std::u16string NormalKeyPath(std::u16string_view path);
+std::u16string NormalPath(std::u16string_view path);
+
+struct RegistryValue {
+  std::uint32_t type;
+  std::string bytes;
+};
+
+using RegistryValues = std::map<std::u16string, RegistryValue>;  // by name, folded
+
+struct StoredFile {
+  std::string bytes;
+  bool read_only = false;
+  bool is_pipe = false;
+  std::optional<std::uint64_t> reported_size;
+};
+
+struct OpenFile {
+  std::shared_ptr<StoredFile> file;
+  std::u16string path;  // as it was passed
+  OpenMode mode;
+  std::size_t position = 0;
+};
+
+struct StoredModule {
+  std::u16string path;  // as it was told
+  Machine::Exports exports;
+  std::uintptr_t handle = 0;  // while there are references
+  std::size_t references = 0;
+};
+
+struct Listener {
+  Peer peer;
+  unsigned connections_left;
+};
+
+struct Connection {
+  std::uint16_t port;
+  Peer peer;
+  std::size_t window_left;
+  bool closed = false;
+};
+
+struct OpenSocket {
+  std::optional<std::size_t> connection;  // its index
+  bool cancelled = false;
+};
+
+struct Fault {
+  std::string name;  // counts only the calls of this function; empty: all
+  std::size_t calls_before;
+  Status status;
+  FaultMode mode;
+};
+
+// Everything that Reset makes anew.
+struct MachineContents {
+  MachineContents();
+
+  std::map<std::u16string, RegistryValues> keys;  // by path from the hive's name on, folded
+  std::set<std::u16string> folders;
+  std::map<std::u16string, std::shared_ptr<StoredFile>> files;
+  std::u16string temporary_folder = u"C:\\Temp\\";
+  std::int32_t local_application_data_result = 0;
+  std::u16string local_application_data = u"C:\\AppData";
+  std::vector<std::u16string> debug_output;
+  std::int64_t seconds_since_epoch = 0;
+  std::map<std::uint32_t, std::u16string> messages;
+  std::uint64_t sleeps = 0;
+
+  std::map<std::u16string, StoredModule> modules;  // by path, normal and folded
+  std::u16string system_directory = u"C:\\Windows\\system32";
+  std::map<std::u16string, std::u16string> environment;  // by name, folded
+
+  unsigned socket_starts = 0;
+  std::map<std::uint16_t, Listener> listeners;
+  std::size_t send_window = 65536;
+  std::vector<Connection> connections;
+  std::vector<std::string> sent;  // by connection
+
+  // What is open, by the number that its owner holds.
+  std::map<std::uintptr_t, std::u16string> open_keys;  // the path from the hive's name on
+  std::map<std::uintptr_t, OpenFile> open_files;
+  std::map<std::uintptr_t, OpenSocket> open_sockets;
+  std::map<std::uintptr_t, std::thread> workers;
+  std::set<std::uintptr_t> blocks;  // the numbers are the addresses
+
+  std::vector<std::string> calls;
+  std::vector<std::string> worker_calls;
+  std::size_t fallible_calls = 0;
+  std::optional<Fault> fault;
+  std::string faulted_call;
+  std::size_t bytes_before_fault = 0;
+};
+
+struct MachineState : MachineContents {
+  // True for a folder that exists, the current one ("") included. `normal_path` is as NormalPath
+  // gives it.
+  bool IsFolder(std::u16string_view normal_path) const;
+  // True when a file can be in this path's folder.
+  bool HasParent(std::u16string_view normal_path) const;
+  // Makes a folder and its parents.
+  void MakeFolder(std::u16string_view normal_path);
+
+  // Numbers are never given twice, so that a stale one cannot be taken for another's.
+  std::uintptr_t NewHandle() { return ++last_handle; }
+
+  mutable std::mutex mutex;         // guards everything here
+  std::condition_variable changed;  // a send was cancelled, or a socket closed
+  std::thread::id main_thread = std::this_thread::get_id();
+  std::uintptr_t last_handle = 0;
+
+  std::atomic<Machine::CallHook> call_hook = nullptr;
+  std::atomic<Machine::BlockHook> block_hook = nullptr;
+};
+
+// Tells the hook of one seam call's beginning and end.
+class HookedCall {
+ public:
+  explicit HookedCall(const MachineState& state) : hook_(state.call_hook) {
+    if (hook_ != nullptr) {
+      hook_(true);
+    }
+  }
+  HookedCall(const HookedCall&) = delete;
+  HookedCall& operator=(const HookedCall&) = delete;
+  ~HookedCall() {
+    if (hook_ != nullptr) {
+      hook_(false);
+    }
+  }
+
+ private:
+  const Machine::CallHook hook_;
+};
+
+// The machine, locked for the caller as long as this lives. An owner must not be closed meanwhile:
+// that locks, too.
+class LockedMachine {
+ public:
+  LockedMachine() : state_(TheMachine().State()), hooked_(state_), lock_(state_.mutex) {}
+
+  MachineState& operator*() { return state_; }
+  MachineState* operator->() { return &state_; }
+  std::unique_lock<std::mutex>& Lock() { return lock_; }
+
+  // Records a call that cannot fail.
+  void Record(std::string call);
+  // Records a call that can fail and gives the number that it must fail with now; 0: none.
+  [[nodiscard]] Status RecordFallible(std::string call);
+
+ private:
+  bool OnMainThread() const { return std::this_thread::get_id() == state_.main_thread; }
+
+  MachineState& state_;
+  HookedCall hooked_;
+  std::unique_lock<std::mutex> lock_;
+};
+
+// An argument of a recorded call that is told in hexadecimal.
+struct Hex {
+  std::uint32_t number;
+};
+
+std::string ArgumentText(std::u16string_view text);
+std::string ArgumentText(Hex number);
+inline std::string ArgumentText(const char16_t* text) {
+  return text == nullptr ? std::string() : ArgumentText(std::u16string_view(text));
+}
+inline std::string ArgumentText(const std::u16string& text) {
+  return ArgumentText(std::u16string_view(text));
+}
+std::string ArgumentText(std::integral auto number) {
+  return std::to_string(number);
+}
+
+// "Name(argument, argument)".
+template <class... Arguments>
+std::string CallText(std::string_view name, const Arguments&... arguments) {
+  std::string text;
+  (text.append(", ").append(ArgumentText(arguments)), ...);
+  return std::string(name)
+      .append("(")
+      .append(text, std::min<std::size_t>(text.size(), 2))
+      .append(")");
+}
+
+}  // namespace platform::fake

@@ -1,0 +1,97 @@
+#include "platform/system.h"
+
+#include <chrono>
+#include <thread>
+
+#include "testing/fake_platform/state.h"
+
+namespace platform {
+
+namespace {
+
+using fake::CallText;
+using fake::Hex;
+using fake::LockedMachine;
+
+// What the system's file times can tell.
+constexpr int kFirstYear = 1601;
+constexpr int kLastYear = 30827;
+
+constexpr std::int64_t SecondsAtStartOf(int year) {
+  const std::chrono::sys_seconds start =
+      std::chrono::sys_days(std::chrono::year(year) / std::chrono::January / 1);
+  return start.time_since_epoch().count();
+}
+
+}  // namespace
+
+bool InitializeCommonControls(std::uint32_t classes) {
+  LockedMachine machine;
+  return machine.RecordFallible(CallText("InitializeCommonControls", Hex{classes})) == kSuccess;
+}
+
+void WriteDebugOutput(const char16_t* text) {
+  LockedMachine machine;
+  machine.Record(CallText("WriteDebugOutput", text));
+  machine->debug_output.emplace_back(text);
+}
+
+Status SystemMessage(std::uint32_t code, std::u16string& text) {
+  text.clear();
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible(CallText("SystemMessage", Hex{code}))) {
+    return fault;
+  }
+  const auto message = machine->messages.find(code);
+  if (message == machine->messages.end()) {
+    return kMessageNotFound;
+  }
+  text = message->second;
+  return kSuccess;
+}
+
+std::int64_t SecondsSinceEpoch() {
+  LockedMachine machine;
+  machine.Record(CallText("SecondsSinceEpoch"));
+  return machine->seconds_since_epoch;
+}
+
+Status BreakIntoLocalTime(std::int64_t seconds_since_epoch, LocalTime& local) {
+  LockedMachine machine;
+  if (const Status fault =
+          machine.RecordFallible(CallText("BreakIntoLocalTime", seconds_since_epoch))) {
+    return fault;
+  }
+  if (seconds_since_epoch < SecondsAtStartOf(kFirstYear) ||
+      seconds_since_epoch >= SecondsAtStartOf(kLastYear + 1)) {
+    return kInvalidParameter;
+  }
+  const std::chrono::sys_seconds instant{std::chrono::seconds(seconds_since_epoch)};
+  const auto midnight = std::chrono::floor<std::chrono::days>(instant);
+  const std::chrono::year_month_day date(midnight);
+  const std::chrono::hh_mm_ss time(instant - midnight);
+  local = {static_cast<int>(date.year()),
+           static_cast<int>(static_cast<unsigned>(date.month())),
+           static_cast<int>(static_cast<unsigned>(date.day())),
+           static_cast<int>(time.hours().count()),
+           static_cast<int>(time.minutes().count()),
+           static_cast<int>(time.seconds().count())};
+  return kSuccess;
+}
+
+void SleepMilliseconds(std::uint32_t milliseconds) {
+  // Another thread gets its turn now and then, and not each time: on a busy computer every turn
+  // takes the scheduler milliseconds, and some tests sleep millions of times.
+  constexpr std::uint64_t kSleepsPerTurn = 1024;
+  std::uint64_t sleeps = 0;
+  {
+    LockedMachine machine;
+    machine.Record(CallText("SleepMilliseconds", milliseconds));
+    sleeps = ++machine->sleeps;
+  }
+  if (sleeps % kSleepsPerTurn == 0) {
+    std::this_thread::yield();
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,260 @@
+#include "testing/mapi_search.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "mapiload/discovery.h"
+#include "mapiload/process_state.h"
+#include "mapiload/trace.h"
+#include "platform/call.h"
+#include "testing/text_printers.h"
+
+namespace zentpost::test {
+namespace {
+
+using platform::fake::TheMachine;
+
+// What the doubles know. Searches of tests that look in here run on one thread.
+struct Doubles {
+  struct Component {
+    std::u16string path;
+    std::uint32_t fetch_status = 0;
+    std::optional<std::uint32_t> careless_count = std::nullopt;
+  };
+  std::map<std::pair<std::u16string, std::u16string>, Component> components;
+  std::vector<std::string> installer_questions;
+  std::vector<std::string> installer_settings;
+  std::string stub_path;
+  std::int32_t stub_answer = 0;
+  std::vector<std::string> stub_questions;
+  std::vector<std::string> trace;
+  std::u16string watched;
+  std::function<void()> look;
+  bool record = true;
+};
+Doubles doubles;
+
+// Published in msi.h's error codes: ERROR_UNKNOWN_COMPONENT.
+constexpr std::uint32_t kUnknownComponent = 1607;
+
+std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* category,
+                                                             const char16_t* qualifier,
+                                                             std::uint32_t install_mode,
+                                                             char16_t* path, std::uint32_t* count) {
+  if (doubles.record) {
+    doubles.installer_questions.push_back(
+        Readable(category) + ", " + Readable(qualifier) + ", " + std::to_string(install_mode) +
+        (path == nullptr ? ", size " : ", fetch ") + std::to_string(*count));
+  }
+  // Memory may be running out, so the key is not made for a look-up.
+  const auto found = std::find_if(
+      doubles.components.begin(), doubles.components.end(), [&](const auto& component) {
+        return component.first.first == category && component.first.second == qualifier;
+      });
+  if (found == doubles.components.end()) {
+    *count = 4711;  // no caller may rely on it
+    return kUnknownComponent;
+  }
+  const Doubles::Component& component = found->second;
+  const std::uint32_t room = *count;
+  if (component.careless_count) {
+    *count = *component.careless_count;
+    if (path != nullptr) {
+      std::copy_n(component.path.data(), std::min<std::size_t>(component.path.size(), room), path);
+    }
+    return 0;
+  }
+  *count = static_cast<std::uint32_t>(component.path.size());
+  if (path == nullptr) {
+    return 0;
+  }
+  if (component.fetch_status != 0) {
+    return component.fetch_status;
+  }
+  if (*count >= room) {
+    return platform::kMoreData;
+  }
+  std::copy_n(component.path.c_str(), component.path.size() + 1, path);
+  return 0;
+}
+
+std::uint32_t PLATFORM_STDCALL MsiSetInternalUI(std::uint32_t level, void** window) {
+  if (doubles.record) {
+    doubles.installer_settings.push_back(std::to_string(level) +
+                                         (window == nullptr ? ", no window, " : ", a window, ") +
+                                         std::to_string(doubles.installer_questions.size()));
+  }
+  return 5;  // INSTALLUILEVEL_FULL, what was set before
+}
+
+std::int32_t PLATFORM_STDCALL FGetComponentPath(const char* component, const char* qualifier,
+                                                char* path, std::uint32_t room,
+                                                std::int32_t install) {
+  if (doubles.record) {
+    const bool zeroed = std::all_of(path, path + room, [](char byte) { return byte == '\0'; });
+    doubles.stub_questions.push_back(std::string(component) + ", " + qualifier + ", " +
+                                     std::to_string(room) + ", " + std::to_string(install) +
+                                     (zeroed ? ", zeroed" : ", not zeroed"));
+  }
+  std::copy_n(doubles.stub_path.data(), std::min<std::size_t>(doubles.stub_path.size(), room),
+              path);
+  return doubles.stub_answer;
+}
+
+std::string HandleText(TraceHandle handle) {
+  if (handle == TraceHandle{}) {
+    return "null";
+  }
+  const std::u16string path = TheMachine().ModulePath(static_cast<platform::RawModule>(handle));
+  return path.empty() ? "handle" : Readable(path.substr(path.rfind(u'\\') + 1));
+}
+
+std::string ArgumentText(const TraceArgument& argument) {
+  if (const auto* text = std::get_if<const char16_t*>(&argument)) {
+    return Readable(*text);
+  }
+  if (const auto* number = std::get_if<std::uint32_t>(&argument)) {
+    return std::to_string(*number);
+  }
+  return HandleText(std::get<TraceHandle>(argument));
+}
+
+void Record(std::string start, const char16_t* format, TraceArguments arguments) {
+  std::string line = std::move(start);
+  for (const char byte : Readable(format)) {
+    if (byte == '\n') {
+      line += "\\n";
+    } else {
+      line += byte;
+    }
+  }
+  if (!arguments.empty()) {
+    line += " [";
+    for (const TraceArgument& argument : arguments) {
+      line += ArgumentText(argument) + ", ";
+    }
+    line.replace(line.size() - 2, 2, "]");
+  }
+  doubles.trace.push_back(std::move(line));
+  if (doubles.look && std::u16string_view(format).starts_with(doubles.watched)) {
+    doubles.look();
+  }
+}
+
+}  // namespace
+
+MapiSearchTest::MapiSearchTest() {
+  ForgetMapiLoading();
+  doubles = {};
+  MapiTraceSink = [](const char16_t* format, TraceArguments arguments) {
+    Record("", format, arguments);
+  };
+  MapiLoadTraceSink = [](const char16_t* format, TraceArguments arguments) {
+    Record("load: ", format, arguments);
+  };
+}
+
+MapiSearchTest::~MapiSearchTest() {
+  UseSystemMapiOnly = false;
+  PreferOutlookClient = false;
+}
+
+void MapiSearchTest::TearDown() {
+  MapiTraceSink = nullptr;
+  MapiLoadTraceSink = nullptr;
+  doubles.look = nullptr;
+  ForgetMapiLoading();
+  EXPECT_EQ(machine_.ModuleReferences(), 0u) << "a library kept a reference";
+  MachineTest::TearDown();
+}
+
+void MapiSearchTest::SetDefaultClient() {
+  TheMachine().SetString(platform::Hive::kLocalMachine, kMailKey, u"", kClient);
+  TheMachine().AddKey(platform::Hive::kLocalMachine, kClientKey);
+}
+
+void MapiSearchTest::SetClientText(std::u16string_view name, std::u16string_view text,
+                                   std::uint32_t type) {
+  TheMachine().SetString(platform::Hive::kLocalMachine, kClientKey, name, text, type);
+}
+
+void MapiSearchTest::AddEmptyLibrary(std::u16string_view path) {
+  TheMachine().AddModule(path, {});
+}
+
+void MapiSearchTest::AddInstaller() {
+  TheMachine().AddModule(
+      kInstaller, {{"MsiProvideQualifiedComponentW",
+                    reinterpret_cast<platform::Procedure>(MsiProvideQualifiedComponentW)},
+                   {"MsiSetInternalUI", reinterpret_cast<platform::Procedure>(MsiSetInternalUI)}});
+}
+
+void MapiSearchTest::AddTalkativeInstaller() {
+  TheMachine().AddModule(kInstaller,
+                         {{"MsiProvideQualifiedComponentW",
+                           reinterpret_cast<platform::Procedure>(MsiProvideQualifiedComponentW)}});
+}
+
+void MapiSearchTest::AddComponent(std::u16string_view category, std::u16string_view qualifier,
+                                  std::u16string_view path) {
+  AddInstaller();
+  doubles.components[{std::u16string(category), std::u16string(qualifier)}] = {
+      std::u16string(path)};
+}
+
+void MapiSearchTest::AddUnfetchableComponent(std::u16string_view category,
+                                             std::u16string_view qualifier, std::uint32_t status) {
+  AddInstaller();
+  doubles.components[{std::u16string(category), std::u16string(qualifier)}] = {u"C:\\Never told",
+                                                                               status};
+}
+
+void MapiSearchTest::AddCarelessComponent(std::u16string_view category,
+                                          std::u16string_view qualifier, std::u16string_view units,
+                                          std::uint32_t count) {
+  AddInstaller();
+  doubles.components[{std::u16string(category), std::u16string(qualifier)}] = {
+      std::u16string(units), 0, count};
+}
+
+std::vector<std::string> MapiSearchTest::InstallerQuestions() {
+  return doubles.installer_questions;
+}
+
+std::vector<std::string> MapiSearchTest::InstallerSettings() {
+  return doubles.installer_settings;
+}
+
+void MapiSearchTest::AddStub(std::u16string_view library, std::string path, std::int32_t answer) {
+  TheMachine().AddModule(
+      library, {{"FGetComponentPath", reinterpret_cast<platform::Procedure>(FGetComponentPath)}});
+  doubles.stub_path = std::move(path);
+  doubles.stub_answer = answer;
+}
+
+std::vector<std::string> MapiSearchTest::StubQuestions() {
+  return doubles.stub_questions;
+}
+
+void MapiSearchTest::RecordNothing() {
+  MapiTraceSink = nullptr;
+  MapiLoadTraceSink = nullptr;
+  doubles.record = false;
+}
+
+std::vector<std::string> MapiSearchTest::Trace() {
+  return doubles.trace;
+}
+
+void MapiSearchTest::ClearTrace() {
+  doubles.trace.clear();
+}
+
+void MapiSearchTest::WatchTrace(std::u16string_view start, std::function<void()> look) {
+  doubles.watched = start;
+  doubles.look = std::move(look);
+}
+
+}  // namespace zentpost::test

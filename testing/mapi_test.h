@@ -1,0 +1,78 @@
+// The fixture of tests that reach Extended MAPI: a fresh machine in memory with the library of
+// testing/fake_mapi.h on it, and books that are in order afterwards.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mapiload/library.h"
+#include "mapiload/process_state.h"
+#include "testing/fake_mapi.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/steps.h"
+
+namespace zentpost::test {
+
+inline std::string Lines(const std::vector<std::string>& steps) {
+  std::string lines;
+  for (const std::string& step : steps) {
+    lines += step + "\n";
+  }
+  return lines;
+}
+
+class MapiTest : public platform::fake::MachineTest {
+ protected:
+  MapiTest() { StartOver(); }
+
+  // Makes everything new, for a test of several cases. `without` are exports that the library
+  // lacks.
+  void StartOver(const std::vector<std::string>& without = {}) {
+    StartOverWithoutLibrary();
+    FakeMapi::Install(without);
+    // The search for the library is done with, so that only its calls are seen.
+    GetPrivateMAPI();
+    machine_.ClearCalls();
+  }
+
+  // The same without any library.
+  void StartOverWithoutLibrary() {
+    SettleAccounts();
+    ForgetMapiLoading();
+    machine_.Reset();
+    mapi_ = std::make_unique<FakeMapi>();
+  }
+
+  // Looks into the library's books and puts it away. Done at the latest when the test ends.
+  void SettleAccounts(const std::string& complaints = {}) {
+    if (mapi_ != nullptr) {
+      EXPECT_EQ(mapi_->Accounts(), complaints);
+      mapi_.reset();
+    }
+  }
+
+  void TearDown() override {
+    SettleAccounts();
+    ForgetMapiLoading();
+    MachineTest::TearDown();
+  }
+
+  // What happened so far, one line for each step: log lines, calls of the library, and what was
+  // asked of the system but for the binding of functions.
+  [[nodiscard]] std::string Trace() const {
+    std::string trace;
+    for (const std::string& step : Steps()) {
+      if (!step.starts_with("FindProcedure(")) {
+        trace += step + "\n";
+      }
+    }
+    return trace;
+  }
+
+  std::unique_ptr<FakeMapi> mapi_;
+};
+
+}  // namespace zentpost::test

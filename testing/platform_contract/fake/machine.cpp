@@ -1,0 +1,160 @@
+#include "testing/platform_contract/machine.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "testing/fake_platform/state.h"
+
+namespace platform::contract {
+namespace {
+
+constexpr std::uint16_t kFirstPort = 50000;
+constexpr char16_t kFolder[] = u"C:\\Contract";
+
+std::uint16_t next_port = kFirstPort;
+
+fake::Peer FakePeer(Peer peer) {
+  switch (peer) {
+    case Peer::kReads:
+    case Peer::kReadsSlow:  // nothing takes time in this machine
+      return fake::Peer::kAccept;
+    case Peer::kNeverReads:
+      return fake::Peer::kNeverRead;
+    case Peer::kResets:
+      return fake::Peer::kReset;
+  }
+  return fake::Peer::kAccept;
+}
+
+}  // namespace
+
+void PrepareMachine() {
+  fake::Machine& machine = fake::TheMachine();
+  machine.Reset();
+  machine.AddFolder(kFolder);
+  machine.SetSystemMessage(kAccessDenied, u"Nobody may do that.\r\n");
+  next_port = kFirstPort;
+}
+
+void ClearMachine() {
+  fake::TheMachine().Reset();
+}
+
+std::u16string KeyPath(std::u16string_view below) {
+  return std::u16string(u"Software\\Contract").append(below);
+}
+
+bool AddKey(Hive hive, const std::u16string& path) {
+  fake::TheMachine().AddKey(hive, path);
+  return true;
+}
+
+bool SetValue(Hive hive, const std::u16string& path, const std::u16string& name, std::uint32_t type,
+              std::string_view bytes) {
+  fake::TheMachine().SetValue(hive, path, name, type, bytes);
+  return true;
+}
+
+std::u16string Folder() {
+  return kFolder;
+}
+
+void AddFolder(const std::u16string& path) {
+  fake::TheMachine().AddFolder(path);
+}
+
+void SetFile(const std::u16string& path, std::string_view bytes) {
+  fake::TheMachine().SetFile(path, std::string(bytes));
+}
+
+bool MakeReadOnly(const std::u16string& path) {
+  fake::TheMachine().SetReadOnly(path, true);
+  return true;
+}
+
+void AddLink(const std::u16string& path, const std::u16string& link) {
+  fake::TheMachine().AddLink(path, link);
+}
+
+std::u16string Pipe() {
+  std::u16string path = Folder() + u"\\pipe";
+  fake::TheMachine().AddPipe(path);
+  return path;
+}
+
+std::optional<std::u16string> ShortName(const std::u16string& /*path*/) {
+  return std::nullopt;
+}
+
+// Nobody holds files in this machine.
+std::shared_ptr<void> HoldFile(const std::u16string& /*path*/, Hold /*how*/) {
+  return nullptr;
+}
+
+std::optional<std::string> FileBytes(const std::u16string& path) {
+  return fake::TheMachine().FileBytes(path);
+}
+
+bool FolderExists(const std::u16string& path) {
+  fake::LockedMachine machine;
+  return machine->IsFolder(fake::NormalPath(path));
+}
+
+std::uint16_t Listen(Peer peer) {
+  fake::TheMachine().Listen(next_port, FakePeer(peer));
+  return next_port++;
+}
+
+std::uint16_t PortWithoutListener() {
+  return kFirstPort - 1;
+}
+
+std::string Received(std::uint16_t port) {
+  fake::LockedMachine machine;
+  std::size_t index = 0;
+  machine->changed.wait(machine.Lock(), [&] {
+    const auto first = std::find_if(
+        machine->connections.begin(), machine->connections.end(),
+        [port](const fake::Connection& connection) { return connection.port == port; });
+    index = static_cast<std::size_t>(first - machine->connections.begin());
+    return first != machine->connections.end() && first->closed;
+  });
+  return machine->sent[index];
+}
+
+std::u16string DebugOutput() {
+  std::u16string all;
+  for (const std::u16string& text : fake::TheMachine().DebugOutput()) {
+    all += text;
+  }
+  return all;
+}
+
+std::u16string StoredMessage(std::uint32_t code) {
+  fake::LockedMachine machine;
+  const auto message = machine->messages.find(code);
+  return message == machine->messages.end() ? std::u16string() : message->second;
+}
+
+std::int64_t InstantOf(const LocalTime& local) {
+  const std::chrono::year_month_day date{std::chrono::year(local.year),
+                                         std::chrono::month(static_cast<unsigned>(local.month)),
+                                         std::chrono::day(static_cast<unsigned>(local.day))};
+  return (std::chrono::sys_days(date).time_since_epoch() + std::chrono::hours(local.hour) +
+          std::chrono::minutes(local.minute) + std::chrono::seconds(local.second)) /
+         std::chrono::seconds(1);
+}
+
+// There is but one process in this machine.
+std::optional<int> RunCopies(int /*count*/, const std::string& /*name*/,
+                             const std::u16string& /*path*/) {
+  return std::nullopt;
+}
+
+std::optional<Copy> ThisCopy() {
+  return std::nullopt;
+}
+
+void AwaitOtherCopies() {}
+
+}  // namespace platform::contract

@@ -1,0 +1,378 @@
+// Whole jobs with every allocation failing, one after the other: the core's own, the JSON library's
+// and the platform layer's blocks. What is expected of such a run follows from the undisturbed one:
+// an outcome that is true, nothing lost, nothing sent twice, and a log that tells of the job up to
+// where memory ran out.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/application.h"
+#include "mapiload/process_state.h"
+#include "testing/allocation_faults.h"
+#include "testing/expected_texts.h"
+#include "testing/fake_mapi.h"
+#include "testing/fake_platform/fake_platform.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/log_lines.h"
+
+namespace zentpost {
+namespace {
+
+using platform::Hive;
+using platform::fake::Peer;
+using test::AllocationFaults;
+using test::FakeMapi;
+
+constexpr char16_t kAddinKey[] = u"Software\\Sollvex\\OutlookAddin";
+constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
+constexpr char16_t kJobName[] = u"C:\\jobs\\a.json";
+constexpr char16_t kDocument[] = u"C:\\docs\\fax.pdf";
+constexpr char16_t kDiverted[] = u"C:\\Temp\\a payload of its own.json";
+constexpr char16_t kLog[] = u"C:\\AppData\\VORNA\\Client\\Log\\zentpost.log";
+constexpr char kDocumentBytes[] = "%PDF-1.4\nnothing of it is JSON\n";
+constexpr std::uint16_t kPort = 5000;
+constexpr std::int32_t kMapiMissing = -2147467259;  // 0x80004005
+constexpr std::int32_t kOutOfMemory = -2147024882;  // 0x8007000E
+
+struct Scenario {
+  const char* name;
+  bool on_command_line = false;   // the document and a fax command, no job file
+  std::optional<Peer> peer = {};  // of the add-in; none: there is no port
+  bool diverted = false;          // by the field O
+  bool shown = false;             // in the modal form
+  bool automatic = false;         // address automation
+  bool skipped = false;           // SkipExtendedMapi
+  bool narrowed = false;          // a name that is UTF-8 in wide characters
+};
+
+const Scenario kScenarios[] = {
+    {.name = "add-in, job file", .peer = Peer::kAccept},
+    {.name = "add-in, document", .on_command_line = true, .peer = Peer::kAccept},
+    {.name = "add-in, a narrowed name", .peer = Peer::kAccept, .narrowed = true},
+    {.name = "add-in, diverted", .peer = Peer::kAccept, .diverted = true},
+    {.name = "add-in failing half-way", .peer = Peer::kReset},
+    {.name = "add-in failing half-way, document", .on_command_line = true, .peer = Peer::kReset},
+    {.name = "mail client, job file"},
+    {.name = "mail client, document", .on_command_line = true},
+    {.name = "mail client, diverted", .diverted = true},
+    {.name = "mail client, shown", .shown = true},
+    {.name = "mail client, address automation", .automatic = true},
+    {.name = "mail client, skipped", .skipped = true},
+};
+
+// Texts are longer than what a string object holds without memory of its own.
+std::string JobFile(const Scenario& scenario) {
+  return "{\n\t\"FilePath\":\t\"C:\\\\docs\\\\fax.pdf\",\n"
+         "\t\"SourceFileName\":\t\"An attachment's name\",\n\t\"Cmd\":\t{\n"
+         "\t\t\"Parameters\":\t{\n\t\t\t\"RecipientName\":\t\"" +
+         std::string(scenario.narrowed ? "J\xC3\x83\xC2\xA4ger and Company"
+                                       : "Jaeger and Company") +
+         "\",\n\t\t\t\"Comment\":\t\"A comment of some length\",\n"
+         "\t\t\t\"Subject\":\t\"A subject of some length\"" +
+         (scenario.shown ? ",\n\t\t\t\"Preview\":\t\"1\"" : "") + "\n\t\t},\n" +
+         (scenario.diverted
+              ? "\t\t\"Commands\":\t{\n\t\t\t\"O\":\t\"a payload of its own.json\"\n\t\t},\n"
+              : "") +
+         "\t\t\"Receiver\":\t[\"0301234567 and an extension\"]\n\t}\n}";
+}
+
+// What a run leaves behind.
+struct Outcome {
+  int exit_code = -1;
+  std::optional<std::string> job_file;
+  std::optional<std::string> document;
+  std::optional<std::string> diverted;
+  std::vector<std::string> payloads;     // what the add-in got, empty connections left out
+  std::vector<std::string> attachments;  // that were saved
+  std::vector<std::string> message;      // what was set on the message
+  std::size_t messages = 0;              // submitted or shown
+  std::vector<std::string> log;          // its lines, without their times
+};
+
+std::vector<std::string> LinesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+class JobMemory : public platform::fake::MachineTest {
+ protected:
+  ~JobMemory() override { ForgetMapiLoading(); }
+
+  void Furnish(const Scenario& scenario) {
+    machine_.Reset();
+    ForgetMapiLoading();
+    mapi_.reset();
+    mapi_ = std::make_unique<FakeMapi>();
+    FakeMapi::Install();
+    machine_.SetFile(kDocument, kDocumentBytes);
+    if (!scenario.on_command_line) {
+      machine_.SetFile(kJobName, JobFile(scenario));
+    }
+    machine_.AddFolder(u"C:\\AppData\\VORNA\\Client\\Log");
+    machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 1);
+    machine_.SetDword(Hive::kCurrentUser, kClientKey, u"SkipExtendedMapi",
+                      scenario.skipped ? 1 : 0);
+    if (scenario.peer) {
+      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"TolvanAddinPort", u"5000");
+      machine_.Listen(kPort, *scenario.peer);
+    }
+    if (scenario.automatic) {
+      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxEnabled", u"1");
+      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPrefix", u"a long prefix ");
+      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPostfix", u"@fax.invalid");
+    }
+  }
+
+  Outcome Run(const Scenario& scenario, AllocationFaults& faults) {
+    Furnish(scenario);
+    Outcome outcome;
+    CAmbroluxPrintSendApp application;
+    application.m_lpCmdLine =
+        scenario.on_command_line
+            ? u"C:\\docs\\fax.pdf \"0301234567;EJaeger and Company;SA subject of some length\""
+            : kJobName;
+    bool goes_on = true;
+    EXPECT_TRUE(faults.Run([&] { goes_on = application.InitInstance(); }))
+        << "an exception came out";
+    EXPECT_FALSE(goes_on);
+    outcome.exit_code = application.ExitInstance();
+    EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
+    EXPECT_EQ(machine_.OpenHandles(), 0u);
+    ForgetMapiLoading();
+    EXPECT_EQ(mapi_->Accounts(), "");
+
+    outcome.job_file = machine_.FileBytes(kJobName);
+    outcome.document = machine_.FileBytes(kDocument);
+    outcome.diverted = machine_.FileBytes(kDiverted);
+    for (const std::string& bytes : machine_.Connections()) {
+      if (!bytes.empty()) {
+        outcome.payloads.push_back(bytes);
+      }
+    }
+    outcome.attachments = mapi_->SavedAttachments();
+    for (const char* const call : {"IMessage::ModifyRecipients", "IMessage::SetProps"}) {
+      const std::vector<std::string> calls = mapi_->CallsOf(call);
+      outcome.message.insert(outcome.message.end(), calls.begin(), calls.end());
+    }
+    outcome.messages = mapi_->CallsOf("IMessage::SubmitMessage").size() +
+                       mapi_->CallsOf("IMAPISession::ShowForm").size();
+    outcome.log = LinesOf(test::LogText());
+    return outcome;
+  }
+
+  // As when there is no memory for the job file's bytes.
+  std::vector<std::string> LogOfTheJobFileAsDocument(const Scenario& scenario) {
+    Furnish(scenario);
+    machine_.FailCallOf("AllocateBlock", 0, platform::kNotEnoughMemory);
+    CAmbroluxPrintSendApp application;
+    application.m_lpCmdLine = scenario.on_command_line ? kDocument : kJobName;
+    EXPECT_FALSE(application.InitInstance());
+    ForgetMapiLoading();
+    return LinesOf(test::LogText());
+  }
+
+  std::unique_ptr<FakeMapi> mapi_;
+};
+
+bool IsTakenForDocument(const Outcome& outcome) {
+  return std::find(outcome.log.begin(), outcome.log.end(),
+                   "ERROR: ReadFromFile(): Parse JSON failed with error ''") != outcome.log.end();
+}
+
+// The lines of a job up to where memory ran out are those of the undisturbed job; what follows
+// tells of the failure, or of the route that takes over. Where one allocation has failed, the one
+// line that it may have been for is missing.
+void ExpectLog(const std::vector<std::string>& log, const std::vector<std::string>& undisturbed,
+               const std::vector<std::string>& of_other_route, test::AllocationFaultMode mode) {
+  static const std::string kNoConnection =
+      "ERROR: ProcessToOutlookClient(): The client connection to 127.0.0.1:5000 cannot be "
+      "established.";
+  static const std::vector<std::string> kOfFailures = {
+      "ERROR: ReadFromFile(): Parse JSON failed with error ''",
+      "ERROR: WriteJobFileResult(): Parse JSON failed with error ''",
+      "INFO: StartZentpost(): C:\\jobs\\a.json",
+      "ERROR: _utf8(): A memory error occurred.",
+      "ERROR: Code 0x00000008 --> Unknown Error.",
+      "WARNING: Code 0x00000008 --> Unknown Error.",
+      "ERROR: ProcessToOutlookClient(): The JSON creation failed.",
+      kNoConnection,
+      "ERROR: ProcessToOutlookClient(): The sending failed.",
+      "ERROR: SendMail(): MAPIInititialize failed.",
+      "ERROR: Code 0x80004005 --> A general not more specified error occurred.",
+      "ERROR: Code 0x8007000e --> (CDO) Not enough memory available.",
+      "WARNING: Code 0x8007000e --> (CDO) Not enough memory available.",
+      "ERROR: SendMail(): The recipient '0301234567 and an extension' cannot be added.",
+      "ERROR: SendMail(): The recipient '0301234567' cannot be added.",
+      "WARNING: AddAttachment(): The extension cannot be retrieved.",
+      "WARNING: AddAttachment(): The mime tag cannot be retrieved.",
+      "ERROR: AddAttachment(): The attachment path cannot be read.",
+      "ERROR: SendMail(): The attachment cannot be added.",
+      "WARNING: AddAttachment(): The attachment file cannot be deleted.",
+      "DEBUG: SendMail(): cleanup.",
+      "DEBUG: SendMail(): Function end.",
+      "INFO: DoMAPIFastShutdown(): Function in progress.",
+      "INFO: DoMAPIFastShutdown(): Function end.",
+  };
+  const auto is_among = [](const std::vector<std::string>& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+  };
+  auto next = undisturbed.begin();
+  std::ptrdiff_t missing = 0;
+  bool has_failed = false;
+  for (const std::string& line : log) {
+    const auto found = std::find(next, undisturbed.end(), line);
+    if (found != undisturbed.end()) {
+      missing += has_failed ? 0 : found - next;
+      next = found + 1;
+    } else {
+      has_failed = true;
+      EXPECT_TRUE(is_among(kOfFailures, line) || is_among(of_other_route, line)) << line;
+    }
+  }
+  if (mode == test::AllocationFaultMode::kOnce) {
+    // The add-in's whole route, the lines of its payload among them, when its probe had no memory.
+    constexpr std::ptrdiff_t kLinesOfTheAddinsRoute = 18;
+    EXPECT_LE(missing, kLinesOfTheAddinsRoute);
+  }
+}
+
+TEST_F(JobMemory, EveryAllocationOfAJobHasAnOutcome) {
+  std::size_t runs = 0;
+  std::map<std::string, std::size_t> outcomes;
+  for (const Scenario& scenario : kScenarios) {
+    SCOPED_TRACE(scenario.name);
+    // What the mail client's route says of the same job, should it have to take over, and of the
+    // job file, should it be taken for the document.
+    Scenario by_mail = scenario;
+    by_mail.peer.reset();
+    AllocationFaults none(test::AllocationFaultMode::kNone, 0);
+    std::vector<std::string> other_log = Run(by_mail, none).log;
+    const std::vector<std::string> document_log = LogOfTheJobFileAsDocument(scenario);
+    other_log.insert(other_log.end(), document_log.begin(), document_log.end());
+    const std::string before = JobFile(scenario);
+
+    std::optional<Outcome> undisturbed;
+    runs += test::SweepAllocations(scenario.name, [&](AllocationFaults& faults) {
+      const Outcome outcome = Run(scenario, faults);
+      if (!undisturbed) {
+        undisturbed = outcome;
+        EXPECT_EQ(outcome.exit_code, 0);
+        EXPECT_EQ(outcome.job_file, scenario.on_command_line
+                                        ? std::nullopt
+                                        : std::optional(test::WithSuccess(before)));
+        return;
+      }
+      ExpectLog(outcome.log, undisturbed->log, other_log, faults.Mode());
+
+      // Without a line the job has ended before its first one.
+      EXPECT_TRUE(!outcome.log.empty() || outcome.exit_code == 1 ||
+                  faults.Mode() == test::AllocationFaultMode::kFromThere);
+
+      // The file of the log holds no half lines.
+      const std::string log_file = machine_.FileBytes(kLog).value_or("");
+      EXPECT_TRUE(log_file.empty() || log_file.ends_with("\r\n"));
+
+      if (!scenario.on_command_line && IsTakenForDocument(outcome)) {
+        // There was no memory for the job file's bytes: it is then a document like any other.
+        ++outcomes["job file taken for the document"];
+        EXPECT_EQ(faults.Mode(), test::AllocationFaultMode::kOnce);
+        EXPECT_EQ(outcome.job_file ? std::vector{*outcome.job_file} : outcome.attachments,
+                  std::vector<std::string>{before});
+        EXPECT_EQ(outcome.document, kDocumentBytes);
+        EXPECT_EQ(outcome.exit_code, 0);
+        return;
+      }
+      // At most one delivery, and it is whole. What an add-in got of a connection that it broke off
+      // itself is none.
+      const bool was_sent = scenario.peer == Peer::kAccept && !outcome.payloads.empty();
+      if (was_sent) {
+        EXPECT_EQ(outcome.payloads, undisturbed->payloads);
+      }
+      EXPECT_LE(outcome.messages + (was_sent ? 1 : 0), 1u);
+      const bool took_over = outcome.messages != 0 && undisturbed->messages == 0;
+      if (outcome.messages != 0) {
+        EXPECT_EQ(outcome.attachments, std::vector<std::string>{kDocumentBytes});
+        if (!took_over) {
+          EXPECT_EQ(outcome.message, undisturbed->message);
+        }
+      }
+      // The document is there, or the mail client has all of it.
+      if (outcome.document) {
+        EXPECT_EQ(*outcome.document, kDocumentBytes);
+      } else {
+        EXPECT_EQ(outcome.attachments, std::vector<std::string>{kDocumentBytes});
+      }
+      // The diverted payload is there whole when the job counts as delivered.
+      if (scenario.diverted && outcome.exit_code == 0 && !was_sent && outcome.messages == 0) {
+        EXPECT_EQ(outcome.diverted, undisturbed->diverted);
+      }
+      const bool is_delivered = was_sent || outcome.messages != 0 || scenario.skipped ||
+                                (scenario.diverted && outcome.diverted == undisturbed->diverted);
+      if (outcome.exit_code == 0) {
+        EXPECT_TRUE(is_delivered);
+      } else {
+        EXPECT_FALSE(was_sent || outcome.messages != 0);
+      }
+
+      // The job file is as it was, holds an outcome that is true, or is empty where an outcome
+      // could not be printed.
+      if (scenario.on_command_line) {
+        EXPECT_EQ(outcome.job_file, std::nullopt);
+        ++outcomes[outcome.exit_code == 0 ? "delivered" : "failed"];
+        return;
+      }
+      ASSERT_TRUE(outcome.job_file);
+      const std::string& job_file = *outcome.job_file;
+      if (job_file == test::WithSuccess(before)) {
+        EXPECT_EQ(outcome.exit_code, 0);
+        ++outcomes["delivered"];
+      } else if (job_file == test::WithResult(before, 1, kOutOfMemory, "MAPI Error")) {
+        EXPECT_EQ(outcome.exit_code, 1);
+        ++outcomes["failed, out of memory"];
+      } else if (job_file == test::WithResult(before, 1, kMapiMissing, "MAPI Error")) {
+        EXPECT_EQ(outcome.exit_code, 1);
+        ++outcomes["failed, the search found no library"];
+      } else if (job_file.empty()) {
+        ++outcomes["emptied"];
+      } else if (job_file == before) {
+        ++outcomes["not written down"];
+      } else {
+        // The route that took over could not write down how it went: what the add-in's has said
+        // stays, also where the job was then delivered.
+        EXPECT_TRUE(
+            job_file == test::WithResult(before, 1, 1000, "Outlook: Data encoding failure.") ||
+            job_file == test::WithResult(before, 1, 1003, "OutlookClient: Transmission failure.") ||
+            job_file == test::WithResult(before, 1, 1004,
+                                         "OutlookClient: Connection cannot be established."))
+            << job_file;
+        ++outcomes[outcome.exit_code == 0 ? "delivered, told of the add-in's route alone"
+                                          : "failed, told of the add-in's route alone"];
+      }
+    });
+  }
+  EXPECT_GT(outcomes["delivered"], 0u);
+  EXPECT_GT(outcomes["failed, out of memory"], 0u);
+  EXPECT_GT(outcomes["not written down"], 0u);
+  std::cout << "whole jobs without memory: " << std::size(kScenarios) << " jobs, " << runs
+            << " runs\n";
+  for (const auto& [outcome, count] : outcomes) {
+    std::cout << "  " << outcome << ": " << count << "\n";
+  }
+}
+
+}  // namespace
+}  // namespace zentpost
