@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <charconv>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 #include <type_traits>
@@ -15,14 +16,11 @@
 namespace zentpost {
 namespace {
 
-// One function of the library, and where it was found. Both values are plain loads and stores in
-// machine code; BoundProc is written before BoundGeneration and read behind it, so that whoever
-// sees the generation sees the address that belongs to it.
+// One function of the library.
 struct Binding {
   const char* name;
   std::uint32_t argument_bytes;  // on the stack, in 32 bits
-  std::atomic<platform::Procedure> BoundProc{};
-  std::atomic<std::uint32_t> BoundGeneration{};  // generations begin with 1
+  BoundFunction& bound;
 };
 
 // The name under which a linker for 32 bits knows the function.
@@ -53,17 +51,17 @@ platform::Procedure Find(platform::RawModule library, const Binding& binding) {
 //
 // Without a library nothing is noted. A thread whose search found nothing must not undo what
 // another one has bound in the meantime.
-platform::Procedure Bind(Binding& binding) {
+platform::Procedure Bind(const Binding& binding) {
   const platform::RawModule library = GetPrivateMAPI();
   if (library == platform::RawModule{}) {
     return nullptr;
   }
   // A failure leaves null, which stands until a new library is installed.
   const platform::Procedure procedure = Find(library, binding);
-  binding.BoundProc.store(procedure, std::memory_order_relaxed);
+  binding.bound.BoundProc.store(procedure, std::memory_order_relaxed);
   // Read only now: an installation that GetPrivateMAPI made counts.
-  binding.BoundGeneration.store(MapiHandleGeneration.load(std::memory_order_acquire),
-                                std::memory_order_release);
+  binding.bound.BoundGeneration.store(MapiHandleGeneration.load(std::memory_order_acquire),
+                                      std::memory_order_release);
   return procedure;
 }
 
@@ -74,27 +72,27 @@ constexpr std::uint32_t kStackBytes = (sizeof(Argument) + 3) / 4 * 4;
 template <class Signature>
 class EntryPoint;
 
-// An entry point with the signature of the function that tools call.
+// An entry point with the signature of the function that tools call. What it has bound stands at
+// `place` in the state of the process; each has a place of its own.
 template <class Result, class... Arguments>
 class EntryPoint<Result(Arguments...)> {
  public:
-  explicit constexpr EntryPoint(const char* name)
-      : binding_{name, (std::uint32_t{0} + ... + kStackBytes<Arguments>)} {}
+  constexpr EntryPoint(std::size_t place, const char* name)
+      : binding_{name, (std::uint32_t{0} + ... + kStackBytes<Arguments>),
+                 processState.entry_points[place]} {}
 
-  Result operator()(Arguments... arguments) {
-    if (binding_.BoundGeneration.load(std::memory_order_acquire) ==
+  Result operator()(Arguments... arguments) const {
+    if (binding_.bound.BoundGeneration.load(std::memory_order_acquire) ==
             MapiHandleGeneration.load(std::memory_order_acquire) &&
         GetMAPIHandle() != platform::RawModule{}) [[likely]] {
-      return Call(binding_.BoundProc.load(std::memory_order_relaxed), arguments...);
+      return Call(binding_.bound.BoundProc.load(std::memory_order_relaxed), arguments...);
     }
     return BindAndCall(arguments...);
   }
 
-  Binding& Bound() { return binding_; }
-
  private:
-  // Apart, so that a call of what is bound already needs no room for it.
-  [[gnu::noinline]] Result BindAndCall(Arguments... arguments) {
+  // Apart, so that a call of what is bound already needs no stack for it.
+  [[gnu::noinline]] Result BindAndCall(Arguments... arguments) const {
     return Call(Bind(binding_), arguments...);
   }
 
@@ -117,15 +115,15 @@ class EntryPoint<Result(Arguments...)> {
   Binding binding_;
 };
 
-constinit EntryPoint<decltype(MAPIInitialize)> initialize("MAPIInitialize");
-constinit EntryPoint<decltype(MAPILogonEx)> logon_ex("MAPILogonEx");
-constinit EntryPoint<decltype(MAPIOpenFormMgr)> open_form_mgr("MAPIOpenFormMgr");
-constinit EntryPoint<decltype(MAPIAdminProfiles)> admin_profiles("MAPIAdminProfiles");
-constinit EntryPoint<decltype(HrQueryAllRows)> query_all_rows("HrQueryAllRows");
-constinit EntryPoint<decltype(FreeProws)> free_prows("FreeProws");
-constinit EntryPoint<decltype(FreePadrlist)> free_padrlist("FreePadrlist");
-constinit EntryPoint<decltype(MAPIAllocateBuffer)> allocate_buffer("MAPIAllocateBuffer");
-constinit EntryPoint<decltype(MAPIFreeBuffer)> free_buffer("MAPIFreeBuffer");
+constexpr EntryPoint<decltype(MAPIInitialize)> initialize(0, "MAPIInitialize");
+constexpr EntryPoint<decltype(MAPILogonEx)> logon_ex(1, "MAPILogonEx");
+constexpr EntryPoint<decltype(MAPIOpenFormMgr)> open_form_mgr(2, "MAPIOpenFormMgr");
+constexpr EntryPoint<decltype(MAPIAdminProfiles)> admin_profiles(3, "MAPIAdminProfiles");
+constexpr EntryPoint<decltype(HrQueryAllRows)> query_all_rows(4, "HrQueryAllRows");
+constexpr EntryPoint<decltype(FreeProws)> free_prows(5, "FreeProws");
+constexpr EntryPoint<decltype(FreePadrlist)> free_padrlist(6, "FreePadrlist");
+constexpr EntryPoint<decltype(MAPIAllocateBuffer)> allocate_buffer(7, "MAPIAllocateBuffer");
+constexpr EntryPoint<decltype(MAPIFreeBuffer)> free_buffer(8, "MAPIFreeBuffer");
 
 }  // namespace
 
@@ -165,16 +163,6 @@ SCODE MAPIAllocateBuffer(std::uint32_t size, void** buffer) {
 
 std::uint32_t MAPIFreeBuffer(void* buffer) {
   return free_buffer(buffer);
-}
-
-void ForgetEntryPoints() {
-  for (Binding* const binding :
-       {&initialize.Bound(), &logon_ex.Bound(), &open_form_mgr.Bound(), &admin_profiles.Bound(),
-        &query_all_rows.Bound(), &free_prows.Bound(), &free_padrlist.Bound(),
-        &allocate_buffer.Bound(), &free_buffer.Bound()}) {
-    binding->BoundProc = nullptr;
-    binding->BoundGeneration = 0;
-  }
 }
 
 }  // namespace zentpost

@@ -1,10 +1,10 @@
 #include "mapiload/library.h"
 
+#include <memory>
 #include <utility>
 
 #include "mapiload/attempt.h"
 #include "mapiload/discovery.h"
-#include "mapiload/process_state.h"
 #include "mapiload/trace.h"
 
 namespace zentpost {
@@ -13,8 +13,6 @@ using platform::Module;
 using platform::RawModule;
 
 namespace {
-
-constexpr std::uint32_t kFirstGeneration = 1;
 
 // The companion is a convenience: without it the library is installed all the same.
 void LoadStoreProxy() {
@@ -41,9 +39,7 @@ RawModule ExitSearch() {
 
 }  // namespace
 
-constinit std::atomic<std::uint32_t> MapiHandleGeneration = kFirstGeneration;
-constinit std::atomic<RawModule> installedMapiHandle = RawModule{};
-constinit std::atomic<RawModule> storeProxyHandle = RawModule{};
+constinit ProcessState processState;
 
 RawModule GetPrivateMAPI() {
   MapiTrace(u"Enter GetPrivateMAPI\n");
@@ -87,10 +83,15 @@ void SetMAPIHandle(Module hinstMAPI) {
   MapiTrace(u"Exit SetMAPIHandle\n");
 }
 
-void ForgetMapiLibrary() {
-  Release(storeProxyHandle);
-  Release(installedMapiHandle);
-  MapiHandleGeneration = kFirstGeneration;
+void ForgetMapiLoading() {
+  Release(processState.storeProxyHandle);
+  Release(processState.installedMapiHandle);
+  Release(processState.provide_qualified_component.handle);
+  Release(processState.get_module_handle_ex.handle);
+  delete processState.system_directory.load();
+  // Its members cannot be assigned as a whole.
+  std::destroy_at(&processState);
+  std::construct_at(&processState);
 }
 
 }  // namespace zentpost

@@ -9,16 +9,19 @@
 #include <atomic>
 #include <cstdint>
 
+#include "mapiload/process_state.h"
 #include "platform/modules.h"
 
 namespace zentpost {
 
 // Moves by one whenever a library is installed, also when another one was there already and stays.
 // The entry points notice by it that they have to look their functions up again. 1 at first.
-extern std::atomic<std::uint32_t> MapiHandleGeneration;
+inline constinit std::atomic<std::uint32_t>& MapiHandleGeneration =
+    processState.MapiHandleGeneration;
 
 // What GetMAPIHandle reads. Only SetMAPIHandle writes it.
-extern std::atomic<platform::RawModule> installedMapiHandle;
+inline constinit std::atomic<platform::RawModule>& installedMapiHandle =
+    processState.installedMapiHandle;
 
 // The installed MAPI library; RawModule{} when there is none. It stays loaded, and its reference is
 // the process's own.
@@ -39,6 +42,6 @@ void SetMAPIHandle(platform::Module hinstMAPI);
 
 // pstprx32.dll, the companion that the mail client's library would find beside itself, with a
 // reference; RawModule{} while it is not loaded. Only SetMAPIHandle writes it.
-extern std::atomic<platform::RawModule> storeProxyHandle;
+inline constinit std::atomic<platform::RawModule>& storeProxyHandle = processState.storeProxyHandle;
 
 }  // namespace zentpost

@@ -23,46 +23,28 @@ constexpr std::uint32_t kFailed = 0x80004005;
 // Published in msi.h, INSTALLUILEVEL_NONE.
 constexpr std::uint32_t kNoUserInterface = 2;
 
-// Null until the system has been asked, then for the process.
-constinit std::atomic<const std::u16string*> system_directory{};
-
 // Two threads may both ask; the first answer stays.
 const std::u16string& KeptSystemDirectory() {
-  const std::u16string* kept = system_directory.load(std::memory_order_acquire);
+  const std::u16string* kept = processState.system_directory.load(std::memory_order_acquire);
   if (kept == nullptr) {
     auto asked = std::make_unique<const std::u16string>(GetSystemDirectory());
-    if (system_directory.compare_exchange_strong(kept, asked.get(), std::memory_order_acq_rel)) {
+    if (processState.system_directory.compare_exchange_strong(kept, asked.get(),
+                                                              std::memory_order_acq_rel)) {
       kept = asked.release();
     }
   }
   return *kept;
 }
 
-// A function of a system library, and what is known of it.
-struct LazyFunction {
-  const char16_t* library;
-  const char* name;
-  const char16_t* wide_name;
-  std::atomic<RawModule> handle{};  // with a reference
-  std::atomic<Procedure> procedure{};
-};
-
-constinit LazyFunction provide_qualified_component{u"msi.dll", "MsiProvideQualifiedComponentW",
-                                                   u"MsiProvideQualifiedComponentW"};
-constinit LazyFunction get_module_handle_ex{u"kernel32.dll", "GetModuleHandleExW",
-                                            u"GetModuleHandleExW"};
-
-// Whether the installer has been told to show nothing, or cannot be told.
-constinit std::atomic<bool> is_installer_silent = false;
-
 // The function's address, looked up when it is not known yet. Null is not remembered.
-Procedure LoadProc(LazyFunction& function) {
+Procedure LoadProc(LazyFunction& function, const char16_t* library_name, const char* name,
+                   const char16_t* wide_name) {
   if (const Procedure bound = function.procedure.load(std::memory_order_acquire)) {
     return bound;
   }
   RawModule library = function.handle.load(std::memory_order_acquire);
   if (library == RawModule{}) {
-    Module loaded = LoadFromSystemDir(function.library);
+    Module loaded = LoadFromSystemDir(library_name);
     // Of two threads that load at the same time, one keeps its reference. `library` is then what
     // the other one stored.
     if (loaded &&
@@ -75,10 +57,9 @@ Procedure LoadProc(LazyFunction& function) {
   }
   Procedure procedure = nullptr;
   // The address tells; a failure leaves none.
-  static_cast<void>(platform::FindProcedure(library, function.name, procedure));
+  static_cast<void>(platform::FindProcedure(library, name, procedure));
   if (procedure == nullptr) {
-    MapiLoadTrace(u"LoadProc: failed to load \"%ws\" from \"%ws\"\n",
-                  {function.wide_name, function.library});
+    MapiLoadTrace(u"LoadProc: failed to load \"%ws\" from \"%ws\"\n", {wide_name, library_name});
     return nullptr;
   }
   function.procedure.store(procedure, std::memory_order_release);
@@ -89,23 +70,18 @@ Procedure LoadProc(LazyFunction& function) {
 // told otherwise it is asked all the same. Two threads may both tell it, each before it asks.
 void SilenceInstaller() {
   using Function = std::uint32_t(PLATFORM_STDCALL*)(std::uint32_t, void**);
-  if (is_installer_silent.load(std::memory_order_acquire)) {
+  if (processState.is_installer_silent.load(std::memory_order_acquire)) {
     return;
   }
   Procedure procedure = nullptr;
   // The address tells; a failure leaves none.
-  static_cast<void>(
-      platform::FindProcedure(provide_qualified_component.handle.load(std::memory_order_acquire),
-                              "MsiSetInternalUI", procedure));
+  static_cast<void>(platform::FindProcedure(
+      processState.provide_qualified_component.handle.load(std::memory_order_acquire),
+      "MsiSetInternalUI", procedure));
   if (procedure != nullptr) {
     reinterpret_cast<Function>(procedure)(kNoUserInterface, nullptr);
   }
-  is_installer_silent.store(true, std::memory_order_release);
-}
-
-void Forget(LazyFunction& function) {
-  function.procedure = nullptr;
-  const Module released(function.handle.exchange(RawModule{}));
+  processState.is_installer_silent.store(true, std::memory_order_release);
 }
 
 }  // namespace
@@ -150,7 +126,9 @@ std::uint32_t ProvideQualifiedComponent(const char16_t* category, const char16_t
                                         std::uint32_t* count) {
   using Function = std::uint32_t(PLATFORM_STDCALL*)(const char16_t*, const char16_t*, std::uint32_t,
                                                     char16_t*, std::uint32_t*);
-  const auto function = reinterpret_cast<Function>(LoadProc(provide_qualified_component));
+  const auto function = reinterpret_cast<Function>(
+      LoadProc(processState.provide_qualified_component, u"msi.dll",
+               "MsiProvideQualifiedComponentW", u"MsiProvideQualifiedComponentW"));
   if (function == nullptr) {
     return kFailed;
   }
@@ -159,14 +137,9 @@ std::uint32_t ProvideQualifiedComponent(const char16_t* category, const char16_t
 }
 
 ModuleHandleExFunction BindModuleHandleEx() {
-  return reinterpret_cast<ModuleHandleExFunction>(LoadProc(get_module_handle_ex));
-}
-
-void ForgetSystemLibraries() {
-  Forget(provide_qualified_component);
-  Forget(get_module_handle_ex);
-  is_installer_silent = false;
-  const std::unique_ptr<const std::u16string> released(system_directory.exchange(nullptr));
+  return reinterpret_cast<ModuleHandleExFunction>(LoadProc(processState.get_module_handle_ex,
+                                                           u"kernel32.dll", "GetModuleHandleExW",
+                                                           u"GetModuleHandleExW"));
 }
 
 }  // namespace zentpost

@@ -117,7 +117,7 @@ TEST_F(SystemLibraries, DeliberatelyKeepsASystemDirectoryThatCouldNotBeHad) {
 
 TEST_F(SystemLibraries, ForgettingGivesWhatIsKeptBack) {
   EXPECT_FALSE(LoadFromSystemDir(u"a.dll"));
-  ForgetSystemLibraries();
+  ForgetMapiLoading();
   machine_.SetSystemDirectory(u"D:\\elsewhere");
   EXPECT_FALSE(LoadFromSystemDir(u"b.dll"));
   EXPECT_EQ(machine_.CallsOf("LoadModule"), (Lines{"LoadModule(C:\\Windows\\system32\\a.dll)",
