@@ -4,6 +4,7 @@
 #include <limits>
 #include <string_view>
 
+#include "app/registry_names.h"
 #include "diag/text_trim.h"
 #include "platform/registry.h"
 
@@ -35,14 +36,14 @@ std::int32_t ToNumber(std::u16string_view text) {
 
 std::uint16_t ReadAddinPort() {
   platform::RegistryKey key;
-  if (platform::OpenKey(platform::Hive::kCurrentUser, u"Software\\Sollvex\\OutlookAddin",
-                        platform::kKeyRead, key) != platform::kSuccess) {
+  if (platform::OpenKey(platform::Hive::kCurrentUser, registry::kAddinKey, platform::kKeyRead,
+                        key) != platform::kSuccess) {
     return 0;
   }
   constexpr std::size_t kCapacity = 20;
   char16_t text[kCapacity] = {};
   std::uint32_t size = sizeof(text);
-  if (platform::QueryValue(key, u"TolvanAddinPort", nullptr, text, size) != platform::kSuccess) {
+  if (platform::QueryValue(key, registry::kAddinPort, nullptr, text, size) != platform::kSuccess) {
     return 0;
   }
   // The value may have been stored without its terminator.

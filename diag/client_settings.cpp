@@ -1,16 +1,16 @@
 #include "diag/client_settings.h"
 
+#include "app/registry_names.h"
 #include "platform/registry.h"
 
 namespace zentpost {
 namespace {
 
-constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
-
 // The key stays open in `key`, so that the caller sees how closing it went.
 std::uint32_t ReadNumber(platform::Hive hive, const char16_t* value_name,
                          platform::RegistryKey& key) {
-  if (platform::OpenKey(hive, kClientKey, platform::kKeyRead, key) != platform::kSuccess) {
+  if (platform::OpenKey(hive, registry::kFaxClientKey, platform::kKeyRead, key) !=
+      platform::kSuccess) {
     return 0;
   }
   std::uint32_t number = 0;

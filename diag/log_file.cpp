@@ -4,6 +4,7 @@
 #include <limits>
 #include <span>
 
+#include "app/registry_names.h"
 #include "diag/client_settings.h"
 #include "diag/error_texts.h"
 #include "platform/files.h"
@@ -109,7 +110,7 @@ std::u16string FormatLogPrefix(std::uint32_t level) {
 void WriteLogEntry(std::uint32_t level, std::u16string_view format,
                    std::initializer_list<FormatArgument> arguments) noexcept {
   try {
-    const bool to_file = ReadClientNumber(u"LogLevel") != 0;
+    const bool to_file = ReadClientNumber(registry::kLogLevel) != 0;
     std::u16string line = FormatLogPrefix(level);
     AppendFormatted(line, format, std::span(arguments.begin(), arguments.size()));
     platform::WriteDebugOutput(line.c_str());

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/registry_names.h"
 #include "diag/log_file.h"
 #include "mapi/attachment_file.h"
 #include "mapi/owners.h"
@@ -152,7 +153,8 @@ HRESULT GetAttachmentMimeTag(const char16_t* extension, char16_t* mimeTag) try {
   // One unit more: the value may have been stored without its terminator.
   char16_t type[kTextBufferSize + 1] = {};
   std::uint32_t size = kTextBufferSize * sizeof(char16_t);
-  if (platform::QueryValue(key, u"Content Type", nullptr, type, size) == platform::kSuccess) {
+  if (platform::QueryValue(key, registry::kContentType, nullptr, type, size) ==
+      platform::kSuccess) {
     CopyText(type, mimeTag, kTextBufferSize);
     return S_OK;
   }

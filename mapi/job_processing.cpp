@@ -3,6 +3,7 @@
 #include <string>
 
 #include "addin/payload.h"
+#include "app/registry_names.h"
 #include "diag/client_settings.h"
 #include "diag/log_file.h"
 #include "jobfile/commands.h"
@@ -44,7 +45,7 @@ bool ProcessToExtendedMapi(const JobParameters& params) {
     if (WriteAddinJsonFile(params, fields.Value(u"O")) == PayloadFile::kNoMemory) {
       result = MAPI_E_NOT_ENOUGH_MEMORY;
     }
-  } else if (ReadClientNumber(u"SkipExtendedMapi") == 0) {
+  } else if (ReadClientNumber(registry::kSkipExtendedMapi) == 0) {
     // Without a recipient only the user can complete the message.
     const bool show_modal = preview || recipient.empty();
     result = SendMail(subject, comment, show_modal ? 1 : 0, show_modal ? 0 : 1, 0, 0, recipient,

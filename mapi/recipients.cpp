@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/registry_names.h"
 #include "diag/log_file.h"
 #include "mapi/owners.h"
 #include "mapi/property_values.h"
@@ -21,9 +22,9 @@ constexpr std::uint32_t kEntryValues = 20;
 // Throws std::bad_alloc when memory runs out: the number must not go out under another address.
 std::u16string ReadSetting(const char16_t* value_name) {
   platform::RegistryKey key;
-  if (platform::ThrowWithoutMemory(
-          platform::OpenKey(platform::Hive::kCurrentUser, u"Software\\Sollvex\\OutlookAddin",
-                            platform::kKeyReadWrite, key)) != platform::kSuccess) {
+  if (platform::ThrowWithoutMemory(platform::OpenKey(
+          platform::Hive::kCurrentUser, registry::kAddinKey, platform::kKeyReadWrite, key)) !=
+      platform::kSuccess) {
     return {};
   }
   constexpr std::size_t kStep = 255;
@@ -73,9 +74,9 @@ Address PlainAddress(const std::u16string& recipient) {
 
 HRESULT ProcessClientAddressAutomation(const char16_t* recipient, char16_t* address,
                                        std::uint32_t /*reserved*/, char16_t* addressType) try {
-  const bool is_automatic = ReadSetting(u"AddrExtFaxEnabled") == u"1";
-  const std::u16string prefix = ReadSetting(u"AddrExtFaxPrefix");
-  const std::u16string suffix = ReadSetting(u"AddrExtFaxPostfix");
+  const bool is_automatic = ReadSetting(registry::kAddressAutomation) == u"1";
+  const std::u16string prefix = ReadSetting(registry::kAddressPrefix);
+  const std::u16string suffix = ReadSetting(registry::kAddressPostfix);
   if (recipient == nullptr) {
     LogError(u"ProcessClientAddressAutomation(): The recipient address is NULL.");
     return E_INVALIDARG;

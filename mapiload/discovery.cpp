@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "app/registry_names.h"
 #include "mapiload/attempt.h"
 #include "mapiload/split_path.h"
 #include "mapiload/system_libraries.h"
@@ -21,7 +22,6 @@ bool PreferOutlookClient = false;
 
 namespace {
 
-constexpr char16_t kMailClients[] = u"Software\\Clients\\Mail";
 constexpr char16_t kOutlookClient[] = u"Microsoft Outlook";
 constexpr char16_t kOutlookMapi[] = u"olmapi32.dll";
 constexpr char16_t kSystemMapi[] = u"mapi32.dll";
@@ -182,11 +182,11 @@ std::vector<std::u16string> GetMapiCandidatePaths() {
   }
   const RegistryKey client =
       Attempt([] { return GetHKeyMapiClient(PreferOutlookClient ? kOutlookClient : u""); });
-  AddFound(paths, [&] { return RegQueryWszExpand(client, u"DllPathEx"); });
+  AddFound(paths, [&] { return RegQueryWszExpand(client, registry::kExtendedLibrary); });
   for (std::u16string& path : GetInstalledOutlookMAPI()) {
     AddFound(paths, [&] { return std::move(path); });
   }
-  AddFound(paths, [&] { return RegQueryWszExpand(client, u"DllPath"); });
+  AddFound(paths, [&] { return RegQueryWszExpand(client, registry::kLibrary); });
   AddFound(paths, [&] { return GetMailClientFromMSIData(client); });
   if (!PreferOutlookClient) {
     AddFound(paths, GetSystemMapiPath);
@@ -200,8 +200,8 @@ RegistryKey GetHKeyMapiClient(const std::u16string& pwzProvider) {
   RegistryKey client;
   TextBuffer default_client{};
   const char16_t* provider = pwzProvider.c_str();
-  Status status =
-      platform::OpenKey(platform::Hive::kLocalMachine, kMailClients, platform::kKeyRead, mail);
+  Status status = platform::OpenKey(platform::Hive::kLocalMachine, registry::kMailClientsKey,
+                                    platform::kKeyRead, mail);
   if (status != platform::kSuccess) {
     TraceFailure(u"GetHKeyMapiClient: RegOpenKeyExW(HKLM)", status);
   }
@@ -209,7 +209,7 @@ RegistryKey GetHKeyMapiClient(const std::u16string& pwzProvider) {
     status = ReadText(mail, nullptr, default_client, nullptr);
     if (status == platform::kSuccess) {
       provider = default_client.data();
-      MapiTrace(u"GetHKeyMapiClient: HKLM\\%ws = %ws\n", {kMailClients, provider});
+      MapiTrace(u"GetHKeyMapiClient: HKLM\\%ws = %ws\n", {registry::kMailClientsKey, provider});
     } else {
       TraceFailure(u"GetHKeyMapiClient: RegQueryValueExW(hMailKey)", status);
     }
@@ -252,8 +252,8 @@ std::u16string GetMailClientFromMSIData(const RegistryKey& client) {
   std::u16string path;
   TextBuffer component{};
   TextBuffer language{};
-  if (ReadText(client, u"MSIComponentID", component, nullptr) == platform::kSuccess &&
-      ReadText(client, u"MSIApplicationLCID", language, nullptr) == platform::kSuccess) {
+  if (ReadText(client, registry::kInstallerComponent, component, nullptr) == platform::kSuccess &&
+      ReadText(client, registry::kInstallerLanguage, language, nullptr) == platform::kSuccess) {
     path = GetComponentPath(component.data(), language.data(), false);
   }
   MapiTrace(u"Exit GetMailClientFromMSIData: szPath = %ws\n", {path.c_str()});
