@@ -36,8 +36,10 @@ endif()
 # zentpost_test_flags: for the sources of tests. Compiling them costs more than running them does, so
 # they are not optimised and bring no more debug information than lines; a sanitizer wants its code a
 # little better.
-add_library(zentpost_test_flags INTERFACE)
-target_link_libraries(zentpost_test_flags INTERFACE zentpost_flags zentpost_traps)
-target_compile_options(zentpost_test_flags INTERFACE
+add_library(zentpost_unoptimised INTERFACE)
+target_compile_options(zentpost_unoptimised INTERFACE
   $<IF:$<BOOL:${ZENTPOST_SANITIZE}>,-O1,-O0> -g1
   -fno-stack-protector -fno-function-sections -fno-data-sections)
+add_library(zentpost_test_flags INTERFACE)
+# The last option counts.
+target_link_libraries(zentpost_test_flags INTERFACE zentpost_flags zentpost_traps zentpost_unoptimised)

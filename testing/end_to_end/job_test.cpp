@@ -52,7 +52,7 @@ std::string Line(std::string_view tag, std::string_view message) {
 
 // A new file in a folder of the samples, named for the test that made it.
 void KeepSample(const char* kind, std::string_view bytes) {
-  const std::filesystem::path folder = TheSettings().samples / kind;
+  const std::filesystem::path folder = Setting("samples") / kind;
   std::filesystem::create_directories(folder);
   const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
   std::filesystem::path file;
@@ -139,7 +139,7 @@ std::string AddinLines(std::string_view payload_as_logged) {
 
 ToolRun JobTest::Run(const std::vector<std::string>& arguments, const ProcessOptions& options) {
   const std::time_t begin = std::time(nullptr);
-  return Checked(RunProcess(TheSettings().tool, arguments, options), begin);
+  return Checked(RunProcess(Setting("tool"), arguments, options), begin);
 }
 
 ToolRun JobTest::Checked(ProcessRun run, std::time_t begin) {
@@ -161,13 +161,13 @@ ToolRun JobTest::Checked(ProcessRun run, std::time_t begin) {
 }
 
 void JobTest::SwitchLogOn() {
-  machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 1);
+  machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel, 1);
   machine_.AddLogFolder();
   ExpectLogFile(LogFile::kWritten);
 }
 
 void JobTest::SetAddinPort(const std::string& text) {
-  machine_.SetText(Hive::kCurrentUser, kAddinKey, "TolvanAddinPort", text);
+  machine_.SetText(Hive::kCurrentUser, registry::kAddinKey, registry::kAddinPort, text);
 }
 
 void JobTest::SetFile(std::string_view name, std::string_view bytes) {

@@ -6,19 +6,18 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "app/registry_names.h"
 #include "testing/end_to_end/process.h"
 
 namespace zentpost::e2e {
 
-// Before the first and after the last test.
-void TakeMachineOver();
+// Before the first and after the last test. A text says why this machine cannot be taken over.
+[[nodiscard]] std::string TakeMachineOver();
 void GiveMachineBack();
-
-inline constexpr char kFaxClientKey[] = "Software\\Sollvex\\FaxClient";
-inline constexpr char kAddinKey[] = "Software\\Sollvex\\OutlookAddin";
 
 enum class Hive { kCurrentUser, kLocalMachine };
 
@@ -63,12 +62,20 @@ class Machine {
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
-  // The registry.
-  void SetText(Hive hive, std::string_view key, std::string_view name, std::string_view text);
-  void SetNumber(Hive hive, std::string_view key, std::string_view name, std::uint32_t number);
-  void AddKey(Hive hive, std::string_view key);
+  // The registry. A text may be one whose variables are to be expanded.
+  enum class TextKind { kPlain, kExpandable };
+  void SetText(Hive hive, std::u16string_view key, std::u16string_view name, std::string_view text,
+               TextKind kind = TextKind::kPlain);
+  void SetNumber(Hive hive, std::u16string_view key, std::u16string_view name,
+                 std::uint32_t number);
+  void AddKey(Hive hive, std::u16string_view key);
   // False where this user may not write to the hive.
   [[nodiscard]] static bool CanWrite(Hive hive);
+
+  // The machine's mail client, and a text of its key.
+  void SetDefaultMailClient(std::string_view client);
+  void SetMailClientText(std::string_view client, std::u16string_view name, std::string_view text,
+                         TextKind kind = TextKind::kPlain);
 
   // The test's own folder, in which the tool works, and in it the folder for temporary files.
   [[nodiscard]] const std::filesystem::path& Folder() const { return folder_; }
@@ -84,11 +91,14 @@ class Machine {
 
   // For processes that are to see this machine.
   [[nodiscard]] ProcessOptions Options() const;
+  // Adds a variable to the environment of these processes.
+  void SetVariable(const std::string& name, const std::filesystem::path& value);
 
  private:
   struct Registry;
 
   std::filesystem::path folder_;
+  Environment variables_;
   std::unique_ptr<Registry> registry_;
   std::shared_ptr<void> pipe_;  // where it is no file of the folder
 };

@@ -1,19 +1,20 @@
-// Where this run finds the programs under test and puts its files, as the command line says.
+// What the command line of a test program says, as --NAME=PATH: where the programs under test are,
+// and where files are put.
 #pragma once
 
 #include <filesystem>
+#include <string_view>
 
 namespace zentpost::e2e {
 
-struct Settings {
-  std::filesystem::path tool;         // the executable under test
-  std::filesystem::path log_writer;   // the program that only logs, of log_writer.cpp
-  std::filesystem::path sandbox;      // tools/sandbox_mapi, with its library beside it
-  std::filesystem::path work_folder;  // each test has a folder of its own in here
-  std::filesystem::path samples;      // what the tool wrote, kept for the checks that follow
-};
+// False, and a message: an argument is of another kind.
+[[nodiscard]] bool ReadSettings(int argc, char** argv);
 
-// Absolute paths; the same for the whole run.
-[[nodiscard]] const Settings& TheSettings();
+// An absolute path, the same for the whole run; empty when the command line does not give it.
+//   tool, log-writer, sandbox, mapi-search   programs
+//   libraries                                the folder of the MAPI libraries that stand in
+//   work-folder                              each test has a folder of its own in here
+//   samples                                  what the tool wrote, kept for the checks that follow
+[[nodiscard]] std::filesystem::path Setting(std::string_view name);
 
 }  // namespace zentpost::e2e

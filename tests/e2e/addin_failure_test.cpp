@@ -105,7 +105,7 @@ TEST_F(AddinFailure, RefusesAfterTheProbe) {
 TEST_F(AddinFailure, RefusesAfterTheProbeAndTheMailRouteIsSkipped) {
   Addin addin({.misbehaviour = Misbehaviour::kStopAfterProbe});
   SetAddinPort(addin);
-  machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "SkipExtendedMapi", 1);
+  machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kSkipExtendedMapi, 1);
   SetFile("job.json", kJobFile);
 
   // The route that runs last decides.

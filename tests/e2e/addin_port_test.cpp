@@ -88,13 +88,13 @@ TEST_F(AddinPort, TextOfTwentyCharactersDoesNotFit) {
 
 TEST_F(AddinPort, NumberValueIsNotUnderstood) {
   Addin addin;
-  machine_.SetNumber(Hive::kCurrentUser, kAddinKey, "TolvanAddinPort", addin.port());
+  machine_.SetNumber(Hive::kCurrentUser, registry::kAddinKey, registry::kAddinPort, addin.port());
   ExpectMailRoute(addin);
 }
 
 TEST_F(AddinPort, MissingValue) {
   Addin addin;
-  machine_.AddKey(Hive::kCurrentUser, kAddinKey);
+  machine_.AddKey(Hive::kCurrentUser, registry::kAddinKey);
   ExpectMailRoute(addin);
 }
 
@@ -108,7 +108,8 @@ TEST_F(AddinPort, MachinesValueIsNotAskedFor) {
     GTEST_SKIP() << "this user may not write to HKEY_LOCAL_MACHINE";
   }
   Addin addin;
-  machine_.SetText(Hive::kLocalMachine, kAddinKey, "TolvanAddinPort", std::to_string(addin.port()));
+  machine_.SetText(Hive::kLocalMachine, registry::kAddinKey, registry::kAddinPort,
+                   std::to_string(addin.port()));
   ExpectMailRoute(addin);
 }
 

@@ -92,7 +92,7 @@ TEST_F(Load, EveryJobArrivesOnceAndIsLoggedWhole) {
       }
       try {
         outcomes[number] = std::to_string(
-            RunUnwatched(TheSettings().tool, {jobs[number].name + ".json"}, machine_.Options()));
+            RunUnwatched(Setting("tool"), {jobs[number].name + ".json"}, machine_.Options()));
       } catch (const std::exception& error) {
         outcomes[number] = error.what();
       }

@@ -33,14 +33,14 @@ TEST_F(LogFiles, LogLevelIsAskedOfTheUserAndThenOfTheMachine) {
     Machine machine;
     machine.AddLogFolder();
     if (each.user != kAbsent) {
-      machine.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel",
+      machine.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel,
                         static_cast<std::uint32_t>(each.user));
     }
     if (each.machine != kAbsent) {
-      machine.SetNumber(Hive::kLocalMachine, kFaxClientKey, "LogLevel",
+      machine.SetNumber(Hive::kLocalMachine, registry::kFaxClientKey, registry::kLogLevel,
                         static_cast<std::uint32_t>(each.machine));
     }
-    const ProcessRun run = RunProcess(TheSettings().tool, {}, machine.Options());
+    const ProcessRun run = RunProcess(Setting("tool"), {}, machine.Options());
 
     EXPECT_EQ(run.exit_code, 1);
     EXPECT_NE(run.debug_output, "");
@@ -53,8 +53,8 @@ TEST_F(LogFiles, UsersKeyWithoutTheValueLeavesItToTheMachine) {
   if (!Machine::CanWrite(Hive::kLocalMachine)) {
     GTEST_SKIP() << "this user may not write to HKEY_LOCAL_MACHINE";
   }
-  machine_.AddKey(Hive::kCurrentUser, kFaxClientKey);
-  machine_.SetNumber(Hive::kLocalMachine, kFaxClientKey, "LogLevel", 1);
+  machine_.AddKey(Hive::kCurrentUser, registry::kFaxClientKey);
+  machine_.SetNumber(Hive::kLocalMachine, registry::kFaxClientKey, registry::kLogLevel, 1);
   machine_.AddLogFolder();
   ExpectLogFile(LogFile::kWritten);
 
@@ -64,7 +64,7 @@ TEST_F(LogFiles, UsersKeyWithoutTheValueLeavesItToTheMachine) {
 TEST_F(LogFiles, MissingFolderIsNotMadeAndTheJobGoesOn) {
   Addin addin;
   SetAddinPort(addin);
-  machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 1);
+  machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel, 1);
   SetFile("job.json", kJobFile);
 
   const ToolRun run = Run({"job.json"});
@@ -130,7 +130,7 @@ TEST_F(LogFiles, SixteenProcessesAtATimeWriteWholeLines) {
   constexpr int kWriters = 16;
   constexpr int kLines = 200;
   constexpr std::size_t kTimeLength = 19;
-  machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 1);
+  machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel, 1);
   machine_.AddLogFolder();
   std::vector<std::vector<std::string>> arguments;
   for (int writer = 0; writer < kWriters; ++writer) {
@@ -138,7 +138,7 @@ TEST_F(LogFiles, SixteenProcessesAtATimeWriteWholeLines) {
   }
 
   const std::vector<int> exit_codes =
-      RunTogether(TheSettings().log_writer, arguments, machine_.Options());
+      RunTogether(Setting("log-writer"), arguments, machine_.Options());
 
   EXPECT_EQ(exit_codes, std::vector<int>(kWriters, 0));
   std::string log = ReadBytes(machine_.LogFile()).value_or("");

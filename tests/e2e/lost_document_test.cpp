@@ -16,7 +16,7 @@ class LostDocument : public JobTest {
  protected:
   // Where sending is skipped the job counts as delivered, and the writer has its turn.
   void SkipSending() {
-    machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "SkipExtendedMapi", 1);
+    machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kSkipExtendedMapi, 1);
   }
 
   // A job of the document `file` whose payload is diverted to `output`, on the given route. Gives

@@ -148,7 +148,7 @@ class MailClient : public JobTest {
     return Run(arguments, options);
   }
   void Sandbox(const std::vector<std::string>& arguments) {
-    const ProcessRun run = RunProcess(TheSettings().sandbox, arguments, machine_.Options());
+    const ProcessRun run = RunProcess(Setting("sandbox"), arguments, machine_.Options());
     ASSERT_EQ(run.exit_code, 0) << run.printed;
   }
 
@@ -195,8 +195,8 @@ class MailClient : public JobTest {
     const testing::TestInfo* const test = testing::UnitTest::GetInstance()->current_test_info();
     fs::path folder;
     for (int number = 1; number == 1 || fs::exists(folder); ++number) {
-      folder = TheSettings().samples / "mail" /
-               (std::string(test->name()) + "-" + std::to_string(number));
+      folder =
+          Setting("samples") / "mail" / (std::string(test->name()) + "-" + std::to_string(number));
     }
     fs::create_directories(folder);
     fs::rename(mail, folder / "message.eml");
@@ -392,7 +392,7 @@ TEST_F(MailClient, ADivertedJobDoesNotReachIt) {
 TEST_F(MailClient, ASkippedJobDoesNotReachIt) {
   for (const Hive hive : {Hive::kCurrentUser, Hive::kLocalMachine}) {
     Machine machine;  // without the former case's value
-    machine.SetNumber(hive, kFaxClientKey, "SkipExtendedMapi", 1);
+    machine.SetNumber(hive, registry::kFaxClientKey, registry::kSkipExtendedMapi, 1);
     const Fax fax;
     Prepare(fax);
     WriteBytes(machine.Folder() / "job.json", JobFileOf(fax));
@@ -400,9 +400,9 @@ TEST_F(MailClient, ASkippedJobDoesNotReachIt) {
 
     ProcessOptions options = machine.Options();
     options.environment.emplace_back("SANDBOX_MAPI_FOLDER", Mail());
-    ASSERT_EQ(RunProcess(TheSettings().sandbox, {"register"}, options).exit_code, 0);
+    ASSERT_EQ(RunProcess(Setting("sandbox"), {"register"}, options).exit_code, 0);
     const ToolRun run = Run({"job.json"}, options);
-    ASSERT_EQ(RunProcess(TheSettings().sandbox, {"unregister"}, options).exit_code, 0);
+    ASSERT_EQ(RunProcess(Setting("sandbox"), {"unregister"}, options).exit_code, 0);
 
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_FALSE(fs::exists(Mail()));
@@ -434,12 +434,15 @@ TEST_F(MailClient, AddressesFollowTheUsersSettings) {
     fs::remove_all(Mail());
     const bool is_on = each.enabled != nullptr && std::string_view(each.enabled) == "1";
     if (each.enabled != nullptr) {
-      machine_.SetText(Hive::kCurrentUser, kAddinKey, "AddrExtFaxEnabled", each.enabled);
+      machine_.SetText(Hive::kCurrentUser, registry::kAddinKey, registry::kAddressAutomation,
+                       each.enabled);
     } else {
-      machine_.SetText(Hive::kCurrentUser, kAddinKey, "AddrExtFaxEnabled", "");
+      machine_.SetText(Hive::kCurrentUser, registry::kAddinKey, registry::kAddressAutomation, "");
     }
-    machine_.SetText(Hive::kCurrentUser, kAddinKey, "AddrExtFaxPrefix", each.prefix);
-    machine_.SetText(Hive::kCurrentUser, kAddinKey, "AddrExtFaxPostfix", each.suffix);
+    machine_.SetText(Hive::kCurrentUser, registry::kAddinKey, registry::kAddressPrefix,
+                     each.prefix);
+    machine_.SetText(Hive::kCurrentUser, registry::kAddinKey, registry::kAddressPostfix,
+                     each.suffix);
     Fax fax;
     fax.receiver = each.receiver;
     Prepare(fax);

@@ -59,11 +59,11 @@ TEST_F(MailRoute, SkipExtendedMapiIsAskedOfTheUserAndThenOfTheMachine) {
     SCOPED_TRACE("user " + std::to_string(each.user) + ", machine " + std::to_string(each.machine));
     Machine machine;  // without the former case's values
     if (each.user != kAbsent) {
-      machine.SetNumber(Hive::kCurrentUser, kFaxClientKey, "SkipExtendedMapi",
+      machine.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kSkipExtendedMapi,
                         static_cast<std::uint32_t>(each.user));
     }
     if (each.machine != kAbsent) {
-      machine.SetNumber(Hive::kLocalMachine, kFaxClientKey, "SkipExtendedMapi",
+      machine.SetNumber(Hive::kLocalMachine, registry::kFaxClientKey, registry::kSkipExtendedMapi,
                         static_cast<std::uint32_t>(each.machine));
     }
     WriteBytes(machine.Folder() / "job.json", kJobFile);
@@ -79,7 +79,7 @@ TEST_F(MailRoute, SkipExtendedMapiIsAskedOfTheUserAndThenOfTheMachine) {
 }
 
 TEST_F(MailRoute, SkippedJobWithoutAJobFileSucceeds) {
-  machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "SkipExtendedMapi", 1);
+  machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kSkipExtendedMapi, 1);
 
   const ToolRun run = Run({"letter.pdf"});
 

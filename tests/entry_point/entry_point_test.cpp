@@ -4,15 +4,6 @@
 #include "testing/end_to_end/settings.h"
 #include "tests/entry_point/probe.h"
 
-const zentpost::e2e::Settings& zentpost::e2e::TheSettings() {
-  static const Settings settings = [] {
-    Settings ours;
-    ours.work_folder = std::filesystem::absolute("work");
-    return ours;
-  }();
-  return settings;
-}
-
 namespace zentpost::entry_point {
 namespace {
 

@@ -20,9 +20,23 @@ std::string InQuotes(std::string_view text) {
   return '"' + Replaced(Replaced(std::string(text), "\\", "\\\\"), "\"", "\\\"") + '"';
 }
 
+// The same with its variables to be expanded: UTF-16LE with a terminator, byte by byte.
+std::string Expandable(std::string_view text) {
+  std::string bytes = "hex(2):";
+  for (const char16_t unit : Utf16(text) + u'\0') {
+    char two[8];
+    std::snprintf(two, sizeof two, "%02x,%02x,", unit & 0xFFu, unsigned{unit} >> 8);
+    bytes += two;
+  }
+  bytes.pop_back();
+  return bytes;
+}
+
 }  // namespace
 
-void TakeMachineOver() {}
+std::string TakeMachineOver() {
+  return "";
+}
 void GiveMachineBack() {}
 
 struct ReadOnly::State {
@@ -44,9 +58,14 @@ struct Machine::Registry {
   // Per key its values, each as the line that stands for it.
   std::map<std::string, std::map<std::string, std::string>> keys;
 
-  std::map<std::string, std::string>& Key(Hive hive, std::string_view key) {
+  std::map<std::string, std::string>& Key(Hive hive, std::u16string_view key) {
     return keys[(hive == Hive::kCurrentUser ? "HKEY_CURRENT_USER\\" : "HKEY_LOCAL_MACHINE\\") +
-                std::string(key)];
+                Utf8(key)];
+  }
+
+  void Set(Hive hive, std::u16string_view key, std::u16string_view name, const std::string& data) {
+    Key(hive, key)[name.empty() ? "@" : InQuotes(Utf8(name))] = data;
+    Write();
   }
 
   void Write() const {
@@ -54,7 +73,7 @@ struct Machine::Registry {
     for (const auto& [key, values] : keys) {
       text += "\r\n[" + key + "]\r\n";
       for (const auto& [name, data] : values) {
-        text += InQuotes(name) + "=" + data + "\r\n";
+        text.append(name).append("=").append(data).append("\r\n");
       }
     }
     WriteBytes(file, text);
@@ -107,21 +126,20 @@ Machine::~Machine() {
   std::filesystem::remove_all(folder_, ignored);
 }
 
-void Machine::SetText(Hive hive, std::string_view key, std::string_view name,
-                      std::string_view text) {
-  registry_->Key(hive, key)[std::string(name)] = InQuotes(text);
-  registry_->Write();
+void Machine::SetText(Hive hive, std::u16string_view key, std::u16string_view name,
+                      std::string_view text, TextKind kind) {
+  registry_->Set(hive, key, name,
+                 kind == TextKind::kExpandable ? Expandable(text) : InQuotes(text));
 }
 
-void Machine::SetNumber(Hive hive, std::string_view key, std::string_view name,
+void Machine::SetNumber(Hive hive, std::u16string_view key, std::u16string_view name,
                         std::uint32_t number) {
   char data[] = "dword:00000000";
   std::snprintf(data, sizeof data, "dword:%08x", unsigned{number});
-  registry_->Key(hive, key)[std::string(name)] = data;
-  registry_->Write();
+  registry_->Set(hive, key, name, data);
 }
 
-void Machine::AddKey(Hive hive, std::string_view key) {
+void Machine::AddKey(Hive hive, std::u16string_view key) {
   registry_->Key(hive, key);
   registry_->Write();
 }
@@ -149,9 +167,10 @@ std::filesystem::path Machine::AddPipe() {
 ProcessOptions Machine::Options() const {
   ProcessOptions options;
   options.folder = folder_;
-  options.environment = {{"ZENTPOST_REGISTRY", registry_->file},
-                         {"XDG_DATA_HOME", folder_ / "local"},
-                         {"TMPDIR", TemporaryFolder()}};
+  options.environment = variables_;
+  options.environment.emplace_back("ZENTPOST_REGISTRY", registry_->file);
+  options.environment.emplace_back("XDG_DATA_HOME", folder_ / "local");
+  options.environment.emplace_back("TMPDIR", TemporaryFolder());
   return options;
 }
 

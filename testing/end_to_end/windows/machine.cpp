@@ -9,62 +9,35 @@
 
 #include "platform/unique_handle.h"
 #include "testing/end_to_end/files.h"
-#include "testing/end_to_end/text.h"
+#include "testing/end_to_end/real_machine.h"
+#include "testing/end_to_end/windows/registry.h"
 #include "testing/end_to_end/windows/wide_text.h"
 
 namespace zentpost::e2e {
 namespace {
 
-constexpr wchar_t kMakersKey[] = L"Software\\Sollvex";
-constexpr wchar_t kKeyPutAside[] = L"Software\\Sollvex put aside by zentpost's tests";
+// The keys that belong to the tests while they run, and where what is there is kept meanwhile.
+constexpr struct {
+  HKEY root;
+  const wchar_t* key;
+  const wchar_t* aside;
+} kKeys[] = {
+    {HKEY_CURRENT_USER, L"Software\\Sollvex", L"Software\\Sollvex put aside by zentpost's tests"},
+    {HKEY_LOCAL_MACHINE, L"Software\\Sollvex", L"Software\\Sollvex put aside by zentpost's tests"},
+    {HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail",
+     L"Software\\Clients\\Mail put aside by zentpost's tests"},
+};
 constexpr wchar_t kFolderPutAside[] = L"VORNA put aside by zentpost's tests";
-constexpr Hive kHives[] = {Hive::kCurrentUser, Hive::kLocalMachine};
 
 HKEY Root(Hive hive) {
   return hive == Hive::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
 }
-
-struct KeyTraits {
-  using Value = HKEY;
-  static constexpr HKEY kNone = nullptr;
-  static void Close(HKEY key) noexcept { RegCloseKey(key); }
-};
-using Key = platform::UniqueHandle<KeyTraits>;
 
 struct FileTraits {
   using Value = HANDLE;
   static constexpr HANDLE kNone = nullptr;
   static void Close(HANDLE file) noexcept { CloseHandle(file); }
 };
-
-void Demand(LSTATUS status, const char* what) {
-  if (status != ERROR_SUCCESS) {
-    throw std::runtime_error(std::string(what) + " failed with " + std::to_string(status));
-  }
-}
-
-bool KeyExists(HKEY root, const wchar_t* path) {
-  Key key;
-  return RegOpenKeyExW(root, path, 0, KEY_READ, key.Put()) == ERROR_SUCCESS;
-}
-
-void RemoveKey(HKEY root, const wchar_t* path) {
-  if (KeyExists(root, path)) {
-    Demand(RegDeleteTreeW(root, path), "RegDeleteTreeW");
-  }
-}
-
-// There is no call that renames a key on every Windows.
-void MoveKey(HKEY root, const wchar_t* from, const wchar_t* to) {
-  Key source;
-  Key target;
-  Demand(RegOpenKeyExW(root, from, 0, KEY_READ, source.Put()), "RegOpenKeyExW");
-  Demand(RegCreateKeyExW(root, to, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, target.Put(), nullptr),
-         "RegCreateKeyExW");
-  Demand(RegCopyTreeW(source.Get(), nullptr, target.Get()), "RegCopyTreeW");
-  source.Reset();
-  RemoveKey(root, from);
-}
 
 std::filesystem::path LocalApplicationData() {
   wchar_t folder[MAX_PATH] = {};
@@ -81,46 +54,24 @@ std::filesystem::path VendorFolder() {
 }
 
 void ClearRegistry() {
-  for (const Hive hive : kHives) {
-    RemoveKey(Root(hive), kMakersKey);
+  for (const auto& [root, key, aside] : kKeys) {
+    RemoveRegistryKey(root, key);
   }
-}
-
-Key CreateKey(Hive hive, std::string_view path) {
-  Key key;
-  Demand(RegCreateKeyExW(Root(hive), Wide(path).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                         key.Put(), nullptr),
-         "RegCreateKeyExW");
-  return key;
-}
-
-void SetValue(Hive hive, std::string_view path, std::string_view name, DWORD type, const void* data,
-              std::size_t size) {
-  const Key key = CreateKey(hive, path);
-  Demand(RegSetValueExW(key.Get(), Wide(name).c_str(), 0, type, static_cast<const BYTE*>(data),
-                        static_cast<DWORD>(size)),
-         "RegSetValueExW");
-}
-
-// On a machine of Wine's nobody's mail is sent.
-bool IsWine() {
-  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
 
 }  // namespace
 
 // What is already put aside comes from a run that was cut short: it is the user's, and what stands
 // in its place is that run's.
-void TakeMachineOver() {
-  if (!IsWine() && KeyExists(HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail")) {
-    throw std::runtime_error(
-        "this machine may have a mail client, and the tests would send mail through it");
+std::string TakeMachineOver() {
+  if (!MayChangeMachine(
+          "the registry's Software\\Sollvex and Software\\Clients\\Mail, and the folder " +
+          VendorFolder().string())) {
+    return "this machine is no test's";
   }
-  for (const Hive hive : kHives) {
-    if (KeyExists(Root(hive), kKeyPutAside)) {
-      RemoveKey(Root(hive), kMakersKey);
-    } else if (KeyExists(Root(hive), kMakersKey)) {
-      MoveKey(Root(hive), kMakersKey, kKeyPutAside);
+  for (const auto& [root, key, aside] : kKeys) {
+    if (!PutKeyAside(root, key, aside)) {
+      return "this user may not change the registry for a while";
     }
   }
   const std::filesystem::path aside = LocalApplicationData() / kFolderPutAside;
@@ -129,14 +80,12 @@ void TakeMachineOver() {
   } else if (exists(VendorFolder())) {
     rename(VendorFolder(), aside);
   }
+  return "";
 }
 
 void GiveMachineBack() {
-  ClearRegistry();
-  for (const Hive hive : kHives) {
-    if (KeyExists(Root(hive), kKeyPutAside)) {
-      MoveKey(Root(hive), kKeyPutAside, kMakersKey);
-    }
+  for (const auto& [root, key, aside] : kKeys) {
+    PutKeyBack(root, key, aside);
   }
   remove_all(VendorFolder());
   const std::filesystem::path aside = LocalApplicationData() / kFolderPutAside;
@@ -207,24 +156,27 @@ Machine::~Machine() {
   remove_all(folder_, ignored);
 }
 
-void Machine::SetText(Hive hive, std::string_view key, std::string_view name,
-                      std::string_view text) {
-  const std::wstring data = Wide(text);
-  SetValue(hive, key, name, REG_SZ, data.c_str(), (data.size() + 1) * sizeof(wchar_t));
+void Machine::SetText(Hive hive, std::u16string_view key, std::u16string_view name,
+                      std::string_view text, TextKind kind) {
+  SetRegistryText(Root(hive), Wide(key), Wide(name),
+                  kind == TextKind::kExpandable ? REG_EXPAND_SZ : REG_SZ, Wide(text));
 }
 
-void Machine::SetNumber(Hive hive, std::string_view key, std::string_view name,
+void Machine::SetNumber(Hive hive, std::u16string_view key, std::u16string_view name,
                         std::uint32_t number) {
-  SetValue(hive, key, name, REG_DWORD, &number, sizeof number);
+  SetRegistryNumber(Root(hive), Wide(key), Wide(name), number);
 }
 
-void Machine::AddKey(Hive hive, std::string_view key) {
-  CreateKey(hive, key);
+void Machine::AddKey(Hive hive, std::u16string_view key) {
+  AddRegistryKey(Root(hive), Wide(key));
 }
 
 bool Machine::CanWrite(Hive hive) {
-  Key key;
-  return RegOpenKeyExW(Root(hive), L"Software", 0, KEY_CREATE_SUB_KEY, key.Put()) == ERROR_SUCCESS;
+  HKEY key = nullptr;
+  const bool can =
+      RegOpenKeyExW(Root(hive), L"Software", 0, KEY_CREATE_SUB_KEY, &key) == ERROR_SUCCESS;
+  RegCloseKey(key);
+  return can;
 }
 
 std::filesystem::path Machine::LogFolder() const {
@@ -250,7 +202,9 @@ std::filesystem::path Machine::AddPipe() {
 ProcessOptions Machine::Options() const {
   ProcessOptions options;
   options.folder = folder_;
-  options.environment = {{"TMP", TemporaryFolder()}, {"TEMP", TemporaryFolder()}};
+  options.environment = variables_;
+  options.environment.emplace_back("TMP", TemporaryFolder());
+  options.environment.emplace_back("TEMP", TemporaryFolder());
   return options;
 }
 

@@ -8,7 +8,7 @@ namespace {
 class FallbackLog : public JobTest {};
 
 TEST_F(FallbackLog, LogIsInTheFolderForTemporaryFilesWhenThereIsNoOther) {
-  machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 1);
+  machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel, 1);
   ProcessOptions options = machine_.Options();
   std::erase_if(options.environment,
                 [](const auto& entry) { return entry.first == "XDG_DATA_HOME"; });

@@ -20,11 +20,11 @@ TEST_F(DecoratedClient, GetsTheJob) {
   }
   // The program registers the library beside it.
   const fs::path folder = machine_.Folder() / "client";
-  const fs::path built = TheSettings().sandbox.parent_path();
-  const fs::path program = folder / TheSettings().sandbox.filename();
+  const fs::path built = Setting("sandbox").parent_path();
+  const fs::path program = folder / Setting("sandbox").filename();
   const fs::path mail = folder / "mail";
   fs::create_directories(folder);
-  fs::copy_file(TheSettings().sandbox, program);
+  fs::copy_file(Setting("sandbox"), program);
   fs::copy_file(built / "decorated" / "sandbox_mapi.dll", folder / "sandbox_mapi.dll");
   ProcessOptions options = machine_.Options();
   options.environment.emplace_back("SANDBOX_MAPI_FOLDER", mail);

@@ -12,7 +12,7 @@ class RawCommandLine : public JobTest {
  protected:
   ToolRun RunWith(std::u16string_view command_line) {
     const std::time_t begin = std::time(nullptr);
-    return Checked(RunRaw(TheSettings().tool, command_line, machine_.Options()), begin);
+    return Checked(RunRaw(Setting("tool"), command_line, machine_.Options()), begin);
   }
 };
 
@@ -132,7 +132,7 @@ TEST_F(RawCommandLine, EventsTellADebuggerTheSameLines) {
   SetFile("job.json", kJobFile);
 
   const ToolRun run = Checked(
-      RunRawWithDebugEvents(TheSettings().tool, u"job.json /preview", machine_.Options()), begin);
+      RunRawWithDebugEvents(Setting("tool"), u"job.json /preview", machine_.Options()), begin);
 
   EXPECT_EQ(run.exit_code, 1);
   EXPECT_TRUE(Same(Info("StartZentpost(): job.json /preview") + MapiLinesOfJobFile(), run.log));
@@ -146,14 +146,14 @@ TEST_F(RawCommandLine, LogLevelCountsFromTheNextLineOn) {
   options.at_debug_output = [this](std::string_view text) {
     // The line is with the debugger and has not yet reached the file, but the number has been read.
     if (text.ends_with("ProcessToExtendedMapi(): Parameters :")) {
-      machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 1);
+      machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel, 1);
     } else if (text.ends_with("Sendername : Sam Sender")) {
-      machine_.SetNumber(Hive::kCurrentUser, kFaxClientKey, "LogLevel", 0);
+      machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel, 0);
     }
   };
 
   const std::time_t begin = std::time(nullptr);
-  const ToolRun run = Checked(RunRaw(TheSettings().tool, u"job.json", options), begin);
+  const ToolRun run = Checked(RunRaw(Setting("tool"), u"job.json", options), begin);
 
   EXPECT_TRUE(Same(Info("StartZentpost(): job.json") + MapiLinesOfJobFile(), run.log));
   std::string file = ReadBytes(machine_.LogFile()).value_or("");

@@ -5,9 +5,9 @@
 
 #include "platform/modules.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 
 // The full path in UTF-8; empty for no module.
 [[nodiscard]] std::string PathOfModule(platform::RawModule module);
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "platform/call.h"
-#include "tests/e2e_mapiload/stand_in.h"
+#include "tests/mapi_search/stand_in.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 
 extern "C" PLATFORM_EXPORT std::int32_t PLATFORM_STDCALL FGetComponentPath(const char* component,
                                                                            const char* qualifier,
@@ -23,4 +23,4 @@ extern "C" PLATFORM_EXPORT std::int32_t PLATFORM_STDCALL FGetComponentPath(const
   return 1;
 }
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e_mapiload/machine.h"
+#include "tests/mapi_search/machine.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -41,8 +41,9 @@ const std::vector<Function>& Functions() {
 // What every function gives with this library as the mail client's.
 Texts CallAll(const char* stand_in) {
   Machine machine;
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "DllPathEx", machine.Put(stand_in, "client.dll"));
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                            machine.Put(stand_in, "client.dll"));
   Texts steps;
   for (const Function& function : Functions()) {
     steps.push_back("call=" + function.name);
@@ -75,4 +76,4 @@ TEST(DecoratedNames, MayBeMissingToo) {
 }
 
 }  // namespace
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

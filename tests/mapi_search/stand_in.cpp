@@ -7,9 +7,9 @@
 
 #include "mapiload/extended_mapi.h"
 #include "platform/call.h"
-#include "tests/e2e_mapiload/stand_in.h"
+#include "tests/mapi_search/stand_in.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 // Not a std::string: this library is let go while the process lives on.
@@ -113,4 +113,4 @@ PLATFORM_EXPORT std::uint32_t PLATFORM_STDCALL MAPIFreeBuffer(void* buffer) {
 #endif
 
 }  // extern "C"
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -1,10 +1,10 @@
-#include "tests/e2e_mapiload/windows/registry.h"
+#include "testing/end_to_end/windows/registry.h"
 
 #include <stdexcept>
 
 #include "platform/unique_handle.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::e2e {
 namespace {
 
 struct KeyTraits {
@@ -47,7 +47,7 @@ void MoveKey(HKEY root, const std::wstring& from, const std::wstring& to) {
   Demand(CreateKey(root, to, target), "RegCreateKeyExW");
   Demand(RegCopyTreeW(source.Get(), nullptr, target.Get()), "RegCopyTreeW");
   source.Reset();
-  RemoveKey(root, from);
+  RemoveRegistryKey(root, from);
 }
 
 }  // namespace
@@ -61,7 +61,12 @@ void SetRegistryNumber(HKEY root, const std::wstring& key, const std::wstring& n
   SetValue(root, key, name, REG_DWORD, &number, sizeof number);
 }
 
-void RemoveKey(HKEY root, const std::wstring& key) {
+void AddRegistryKey(HKEY root, const std::wstring& key) {
+  Key added;
+  Demand(CreateKey(root, key, added), "RegCreateKeyExW");
+}
+
+void RemoveRegistryKey(HKEY root, const std::wstring& key) {
   if (KeyExists(root, key)) {
     Demand(RegDeleteTreeW(root, key.c_str()), "RegDeleteTreeW");
   }
@@ -69,28 +74,23 @@ void RemoveKey(HKEY root, const std::wstring& key) {
 
 bool PutKeyAside(HKEY root, const std::wstring& key, const std::wstring& aside) {
   if (KeyExists(root, aside)) {
-    RemoveKey(root, key);
-    return true;
-  }
-  const bool was_there = KeyExists(root, key);
-  Key made;
-  if (CreateKey(root, key, made) != ERROR_SUCCESS) {
-    return false;
-  }
-  made.Reset();
-  if (was_there) {
+    RemoveRegistryKey(root, key);
+  } else if (KeyExists(root, key)) {
+    Key writable;
+    if (RegOpenKeyExW(root, key.c_str(), 0, KEY_ALL_ACCESS, writable.Put()) != ERROR_SUCCESS) {
+      return false;
+    }
+    writable.Reset();
     MoveKey(root, key, aside);
-  } else {
-    RemoveKey(root, key);
   }
   return true;
 }
 
 void PutKeyBack(HKEY root, const std::wstring& key, const std::wstring& aside) {
-  RemoveKey(root, key);
+  RemoveRegistryKey(root, key);
   if (KeyExists(root, aside)) {
     MoveKey(root, aside, key);
   }
 }
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::e2e

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e_mapiload/machine.h"
-#include "tests/e2e_mapiload/stand_in.h"
+#include "tests/mapi_search/machine.h"
+#include "tests/mapi_search/stand_in.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -22,9 +22,11 @@ std::string Found(const Machine& machine) {
 
 TEST(Search, FindsTheDefaultClientsLibraries) {
   Machine machine;
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "extended.dll"));
-  machine.SetText("Another client", "DllPathEx", machine.Put("stand_in", "another.dll"));
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                            machine.Put("stand_in", "extended.dll"));
+  machine.SetMailClientText("Another client", registry::kExtendedLibrary,
+                            machine.Put("stand_in", "another.dll"));
   const Texts lines = machine.Search({"search", "generation"});
   const std::string path = (machine.Folder() / "extended.dll").string();
   EXPECT_EQ(Lines(lines, "search"), Texts{path});
@@ -40,11 +42,12 @@ TEST(Search, PrefersTheSourcesInTheirOrder) {
     Machine machine;
     machine.PreferOwnLibraries();
     machine.Put("stub", "mapi32.dll");
-    machine.SetDefaultClient(kClient);
-    machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "1.dll"));
-    machine.SetText(kClient, "DllPath", machine.Put("stand_in", "2.dll"));
-    machine.SetText(kClient, "MSIComponentID", kComponent);
-    machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+    machine.SetDefaultMailClient(kClient);
+    machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                              machine.Put("stand_in", "1.dll"));
+    machine.SetMailClientText(kClient, registry::kLibrary, machine.Put("stand_in", "2.dll"));
+    machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
+    machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
     machine.SetVariable(kAnswerVariable, machine.Put("stand_in", "3.dll"));
     Texts tried;
     for (const char* const name : {"1.dll", "2.dll", "3.dll"}) {
@@ -72,8 +75,9 @@ TEST(Search, EndsAtTheSystemsOwnLibrary) {
   if (machine.SystemLibrary().empty()) {
     GTEST_SKIP() << "this system has no library of its own";
   }
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "DllPath", (machine.Folder() / "missing.dll").string());
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kLibrary,
+                            (machine.Folder() / "missing.dll").string());
   EXPECT_EQ(Found(machine), machine.SystemLibrary());
 }
 
@@ -101,8 +105,9 @@ TEST(Search, BeginsAnewWhenNothingWasFound) {
 
 TEST(Search, EndsWhereALibraryWasInstalled) {
   Machine machine;
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "extended.dll"));
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                            machine.Put("stand_in", "extended.dll"));
   const Texts lines = machine.Search({"search", "search", "generation"});
   const std::string path = (machine.Folder() / "extended.dll").string();
   EXPECT_EQ(Lines(lines, "search"), (Texts{path, path}));
@@ -111,16 +116,16 @@ TEST(Search, EndsWhereALibraryWasInstalled) {
 }
 
 TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
-  for (const char* const name : {"DllPathEx", "DllPath"}) {
+  for (const char16_t* const name : {registry::kExtendedLibrary, registry::kLibrary}) {
     Machine machine;
     const std::string path = machine.Put("stand_in", "expanded.dll");
     machine.SetVariable("ZENTPOST_TEST_FOLDER", machine.Folder());
-    machine.SetDefaultClient(kClient);
+    machine.SetDefaultMailClient(kClient);
     const std::filesystem::path text =
         std::filesystem::path("%ZENTPOST_TEST_FOLDER%") / "expanded.dll";
-    machine.SetExpandableText(kClient, name, text.string());
+    machine.SetMailClientText(kClient, name, text.string(), Machine::TextKind::kExpandable);
     EXPECT_EQ(Found(machine), path);
-    machine.SetText(kClient, name, text.string());
+    machine.SetMailClientText(kClient, name, text.string());
     EXPECT_NE(Found(machine), path);
   }
 }
@@ -128,14 +133,14 @@ TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
 // The buffer is told to the registry with half of its size.
 TEST(Search, DeliberateLimitOf260BytesForATextOfTheRegistry) {
   Machine machine;
-  machine.SetDefaultClient(kClient);
+  machine.SetDefaultMailClient(kClient);
   const std::size_t begin = (machine.Folder() / "").string().size();
   ASSERT_LT(begin, 100u);
   for (const std::size_t length : {129u, 130u}) {
     const std::string name = std::string(length - begin - 4, 'a') + ".dll";
     const std::string path = machine.Put("stand_in", name);
     ASSERT_EQ(path.size(), length);
-    machine.SetText(kClient, "DllPathEx", path);
+    machine.SetMailClientText(kClient, registry::kExtendedLibrary, path);
     const Texts lines = machine.Search({"search"});
     if (length == 129) {
       EXPECT_EQ(Lines(lines, "search"), Texts{path});
@@ -148,8 +153,9 @@ TEST(Search, DeliberateLimitOf260BytesForATextOfTheRegistry) {
 
 TEST(Search, DoesWithoutAnExpansionThatDoesNotFit) {
   Machine machine;
-  machine.SetDefaultClient(kClient);
-  machine.SetExpandableText(kClient, "DllPathEx", "%ZENTPOST_TEST_NAME%.dll");
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kExtendedLibrary, "%ZENTPOST_TEST_NAME%.dll",
+                            Machine::TextKind::kExpandable);
   // 259 units with the terminator, and one more.
   const std::string fits = std::string(254, 'a') + ".dll";
   for (const std::size_t length : {254u, 255u}) {
@@ -163,8 +169,9 @@ TEST(Search, DoesWithoutAnExpansionThatDoesNotFit) {
 TEST(Search, TakesALibraryThatIsLoadedAlreadyWithoutLookingFurther) {
   for (const char* const name : {"olmapi32.dll", "msmapi32.dll"}) {
     Machine machine;
-    machine.SetDefaultClient(kClient);
-    machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "extended.dll"));
+    machine.SetDefaultMailClient(kClient);
+    machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                              machine.Put("stand_in", "extended.dll"));
     const std::string path = machine.Put("stand_in", name);
     const Texts lines =
         machine.Search({"load=" + path, "search", "unload=" + path, std::string("loaded=") + name});
@@ -197,9 +204,9 @@ TEST(Search, AsksEitherStubForTheClientsComponent) {
     if (stub != std::string("mapi32.dll")) {
       machine.PutBroken("mapi32.dll");
     }
-    machine.SetDefaultClient(kClient);
-    machine.SetText(kClient, "MSIComponentID", kComponent);
-    machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+    machine.SetDefaultMailClient(kClient);
+    machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
+    machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
     const std::string path = machine.Put("stand_in", "component.dll");
     machine.SetVariable(kAnswerVariable, path);
     const Texts lines = machine.Search({"search"});
@@ -213,9 +220,9 @@ TEST(Search, DoesWithoutAComponentThatTheStubDoesNotKnow) {
   Machine machine;
   machine.PreferOwnLibraries();
   machine.Put("stub", "mapi32.dll");
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "MSIComponentID", kComponent);
-  machine.SetText(kClient, "MSIApplicationLCID", "1031");
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
+  machine.SetMailClientText(kClient, registry::kInstallerLanguage, "1031");
   machine.SetVariable(kAnswerVariable, machine.Put("stand_in", "component.dll"));
   const Texts lines = machine.Search({"search"});
   EXPECT_TRUE(IsTraced(lines, "Exit GetComponentPath: fReturn = 0x00000000"));
@@ -228,9 +235,9 @@ TEST(Search, DoesWithoutAComponentWhenThereIsNoStub) {
   if (!machine.HideSystemLibraries()) {
     GTEST_SKIP() << "this system cannot do without its own stubs";
   }
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "MSIComponentID", kComponent);
-  machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
+  machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
   const Texts lines = machine.Search({"search"});
   EXPECT_TRUE(IsTraced(lines, "Enter GetComponentPath: szComponent = " + std::string(kComponent) +
                                   ", szQualifier = " + kQualifier + ", fInstall = 0x00000000"));
@@ -242,9 +249,9 @@ TEST(Search, LetsTheStubGo) {
   Machine machine;
   machine.PreferOwnLibraries();
   machine.Put("stub", "mapi32.dll");
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "MSIComponentID", kComponent);
-  machine.SetText(kClient, "MSIApplicationLCID", kQualifier);
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
+  machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
   machine.SetVariable(kAnswerVariable, machine.Put("stand_in", "component.dll"));
   const Texts lines = machine.Search({"search", "loaded=mapi32.dll"});
   EXPECT_EQ(Lines(lines, "search"), Texts{(machine.Folder() / "component.dll").string()});
@@ -281,4 +288,4 @@ TEST(Installation, ALibraryCanBeTakenAway) {
 }
 
 }  // namespace
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

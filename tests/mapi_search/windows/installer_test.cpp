@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "testing/end_to_end/files.h"
-#include "tests/e2e_mapiload/machine.h"
-#include "tests/e2e_mapiload/stand_in.h"
-#include "tests/e2e_mapiload/windows/installer.h"
+#include "tests/mapi_search/machine.h"
+#include "tests/mapi_search/stand_in.h"
+#include "tests/mapi_search/windows/installer.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -70,20 +70,20 @@ TEST_F(InstallerSearch, FindsTheLibraryOfA32BitOutlook) {
 }
 
 TEST_F(InstallerSearch, TriesTheCategoriesInTheirOrderAmongTheOtherSources) {
-  machine_.SetDefaultClient(kClient);
+  machine_.SetDefaultMailClient(kClient);
   Texts expected = {machine_.Put("stand_in", "extended.dll")};
-  machine_.SetText(kClient, "DllPathEx", expected[0]);
+  machine_.SetMailClientText(kClient, registry::kExtendedLibrary, expected[0]);
   for (std::size_t i = 0; i < kCategories.size(); ++i) {
     expected.push_back(InstallOutlook(kCategories[i],
                                       i % 2 == 0 ? "outlook.x64.exe" : "outlook.exe",
                                       "office" + std::to_string(i)));
   }
   expected.push_back(machine_.Put("stand_in", "plain.dll"));
-  machine_.SetText(kClient, "DllPath", expected.back());
+  machine_.SetMailClientText(kClient, registry::kLibrary, expected.back());
   expected.push_back(machine_.Put("stand_in", "component.dll"));
   installer_.Register(kComponent, kQualifier, expected.back());
-  machine_.SetText(kClient, "MSIComponentID", kComponent);
-  machine_.SetText(kClient, "MSIApplicationLCID", kQualifier);
+  machine_.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
+  machine_.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
 
   Texts tried;
   for (const std::string& path : expected) {
@@ -107,9 +107,9 @@ TEST_F(InstallerSearch, DoesWithoutAnOutlookThatIsGone) {
 TEST_F(InstallerSearch, TheSystemsOwnStubKnowsTheClientsComponent) {
   const std::string library = machine_.Put("stand_in", "component.dll");
   installer_.Register(kComponent, kQualifier, library);
-  machine_.SetDefaultClient(kClient);
-  machine_.SetText(kClient, "MSIComponentID", kComponent);
-  machine_.SetText(kClient, "MSIApplicationLCID", kQualifier);
+  machine_.SetDefaultMailClient(kClient);
+  machine_.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
+  machine_.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
   const Texts lines = machine_.Search({"search"});
   EXPECT_EQ(Lines(lines, "search"), Texts{library});
   EXPECT_TRUE(IsTraced(lines, "Exit GetMailClientFromMSIData: szPath = " + library));
@@ -139,4 +139,4 @@ TEST_F(InstallerSearch, DeliberateFailureToLoadTheCompanionBesideOutlooksLibrary
 }
 
 }  // namespace
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e_mapiload/machine.h"
+#include "tests/mapi_search/machine.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -51,8 +51,9 @@ Texts ResultsWithout(const std::string& lacking) {
 
 TEST(EntryPoints, CallTheClientsLibrary) {
   Machine machine;
-  machine.SetDefaultClient(kClient);
-  machine.SetText(kClient, "DllPathEx", machine.Put("stand_in", "client.dll"));
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                            machine.Put("stand_in", "client.dll"));
   // Twice: the first call binds, the second one does not.
   Texts steps = CallAll();
   const Texts again = CallAll();
@@ -68,8 +69,9 @@ TEST(EntryPoints, CallTheClientsLibrary) {
 TEST(EntryPoints, DoWithoutAFunctionThatTheLibraryLacks) {
   for (const Function& function : Functions()) {
     Machine machine;
-    machine.SetDefaultClient(kClient);
-    machine.SetText(kClient, "DllPathEx", machine.Put("lacks_" + function.name, "client.dll"));
+    machine.SetDefaultMailClient(kClient);
+    machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                              machine.Put("lacks_" + function.name, "client.dll"));
     const Texts lines = machine.Search(CallAll());
     EXPECT_EQ(Lines(lines, "call"), ResultsWithout(function.name)) << function.name;
   }
@@ -100,4 +102,4 @@ TEST(EntryPoints, BindAgainWhenALibraryWasInstalled) {
 }
 
 }  // namespace
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

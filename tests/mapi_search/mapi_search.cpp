@@ -27,10 +27,10 @@
 #include "platform/call.h"
 #include "platform/modules.h"
 #include "testing/end_to_end/text.h"
-#include "tests/e2e_mapiload/module_path.h"
-#include "tests/e2e_mapiload/stand_in.h"
+#include "tests/mapi_search/module_path.h"
+#include "tests/mapi_search/stand_in.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 std::FILE* output = nullptr;
@@ -233,8 +233,8 @@ int Run(int argc, char** argv) {
 }
 
 }  // namespace
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search
 
 int main(int argc, char** argv) {
-  return zentpost::e2e_mapiload::Run(argc, argv);
+  return zentpost::mapi_search::Run(argc, argv);
 }

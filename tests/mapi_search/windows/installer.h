@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 
 // What it registered is gone at its end.
 class Installer {
@@ -30,4 +30,4 @@ class Installer {
 [[nodiscard]] bool PutCategoryAside(const std::string& category);
 void PutCategoryBack(const std::string& category);
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -1,7 +1,7 @@
 // What the stand-in libraries, the program that uses them and the tests agree on.
 #pragma once
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 
 // A stand-in for a mail client's MAPI library exports the nine functions that the tool calls, each
 // under its own name. It does nothing but to note the call. Its further export "StandInLastCall"
@@ -19,4 +19,4 @@ inline constexpr char kComponent[] = "{6F3D1A52-0C7B-4D0E-9A41-2B9E5C8D7F13}";
 inline constexpr char kQualifier[] = "1033";
 inline constexpr char kAnswerVariable[] = "ZENTPOST_TEST_COMPONENT_PATH";
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

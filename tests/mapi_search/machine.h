@@ -1,48 +1,27 @@
-// The machine as a test of the search furnishes it: the mail client's registration, folders with
-// stand-in libraries, the program that searches. Real ones: on Windows the machine's own registry,
-// elsewhere what stands in for it. The mail clients that are registered before the first test are
-// put aside for the whole run and put back at its end.
+// The machine as a test of the search sets it up: the mail client's registration, folders with
+// stand-in libraries, the program that searches.
 #pragma once
 
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "testing/end_to_end/process.h"
+#include "testing/end_to_end/machine.h"
 
-namespace zentpost::e2e_mapiload {
-
-// Where this run finds what it uses, as the command line says.
-struct Programs {
-  std::filesystem::path search;     // mapi_search
-  std::filesystem::path stand_ins;  // the folder of the stand-in libraries
-};
-[[nodiscard]] const Programs& ThePrograms();
-
-// Before the first and after the last test. False: this user may not register mail clients.
-[[nodiscard]] bool TakeMachineOver();
-void GiveMachineBack();
+namespace zentpost::mapi_search {
 
 // Names of the stand-in libraries, without an extension: "stand_in", "lacks_FUNCTION" and "stub";
 // in 32 bits on Windows also "decorated" and "both_names".
 [[nodiscard]] std::filesystem::path StandIn(std::string_view name);
 
 // One test's machine: no mail client is registered, and the folder is empty.
-class Machine {
+class Machine : public e2e::Machine {
  public:
   Machine();
   ~Machine();
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
-
-  [[nodiscard]] const std::filesystem::path& Folder() const { return folder_; }
-
-  // The mail client of the machine, and a text of its key.
-  void SetDefaultClient(std::string_view client);
-  void SetText(std::string_view client, std::string_view name, std::string_view text);
-  void SetExpandableText(std::string_view client, std::string_view name, std::string_view text);
 
   // Copies a stand-in library to this path below the folder, or puts a text there that is no
   // library, or takes away what is there. The first two give the full path.
@@ -61,18 +40,11 @@ class Machine {
   // Lets them find what stands in the folder by its bare name, before the system's own.
   void PreferOwnLibraries();
 
-  void SetVariable(const std::string& name, const std::filesystem::path& value);
-
   // Starts mapi_search with these steps and gives the lines that it wrote.
   [[nodiscard]] std::vector<std::string> Search(const std::vector<std::string>& steps) const;
 
  private:
-  struct System;
-
-  std::filesystem::path folder_;
-  e2e::Environment environment_;
   std::filesystem::path program_;
-  std::unique_ptr<System> system_;
 };
 
 // Of a run's lines: what stands behind "NAME: ", of all lines of that name in their order.
@@ -86,4 +58,4 @@ class Machine {
 // The mail client that most tests register.
 inline constexpr char kClient[] = "Zentpost test client";
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

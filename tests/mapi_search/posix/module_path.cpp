@@ -1,9 +1,9 @@
-#include "tests/e2e_mapiload/module_path.h"
+#include "tests/mapi_search/module_path.h"
 
 #include <dlfcn.h>
 #include <link.h>
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 
 std::string PathOfModule(platform::RawModule module) {
   link_map* library = nullptr;
@@ -15,4 +15,4 @@ std::string PathOfModule(platform::RawModule module) {
   return library->l_name;
 }
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -1,4 +1,4 @@
-#include "tests/e2e_mapiload/module_path.h"
+#include "tests/mapi_search/module_path.h"
 
 #include <windows.h>
 
@@ -6,7 +6,7 @@
 
 #include "testing/end_to_end/text.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 
 std::string PathOfModule(platform::RawModule module) {
   if (module == platform::RawModule{}) {
@@ -19,4 +19,4 @@ std::string PathOfModule(platform::RawModule module) {
   return e2e::Utf8(std::u16string(path, path + length));
 }
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -1,4 +1,4 @@
-#include "tests/e2e_mapiload/machine.h"
+#include "tests/mapi_search/machine.h"
 
 #include <gtest/gtest.h>
 
@@ -6,15 +6,16 @@
 #include <string>
 
 #include "testing/end_to_end/files.h"
+#include "testing/end_to_end/settings.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 
 std::filesystem::path StandIn(std::string_view name) {
-  return ThePrograms().stand_ins / (std::string(name) + ".dll");
+  return e2e::Setting("libraries") / (std::string(name) + ".dll");
 }
 
 std::string Machine::Put(std::string_view stand_in, const std::filesystem::path& below) {
-  const std::filesystem::path path = (folder_ / below).make_preferred();
+  const std::filesystem::path path = (Folder() / below).make_preferred();
   std::filesystem::create_directories(path.parent_path());
   std::filesystem::copy_file(StandIn(stand_in), path,
                              std::filesystem::copy_options::overwrite_existing);
@@ -22,32 +23,24 @@ std::string Machine::Put(std::string_view stand_in, const std::filesystem::path&
 }
 
 std::string Machine::PutBroken(const std::filesystem::path& below) {
-  const std::filesystem::path path = (folder_ / below).make_preferred();
+  const std::filesystem::path path = (Folder() / below).make_preferred();
   std::filesystem::create_directories(path.parent_path());
   e2e::WriteBytes(path, "This is no library.");
   return path.string();
 }
 
 void Machine::Remove(const std::filesystem::path& below) {
-  std::filesystem::remove(folder_ / below);
-}
-
-void Machine::SetVariable(const std::string& name, const std::filesystem::path& value) {
-  std::erase_if(environment_, [&](const auto& variable) { return variable.first == name; });
-  environment_.emplace_back(name, value);
+  std::filesystem::remove(Folder() / below);
 }
 
 std::vector<std::string> Machine::Search(const std::vector<std::string>& steps) const {
   const char* const output = "search.txt";
   std::vector<std::string> arguments = {output};
   arguments.insert(arguments.end(), steps.begin(), steps.end());
-  e2e::ProcessOptions options;
-  options.folder = folder_;
-  options.environment = environment_;
-  const e2e::ProcessRun run = e2e::RunProcess(program_, arguments, options);
+  const e2e::ProcessRun run = e2e::RunProcess(program_, arguments, Options());
   EXPECT_EQ(run.exit_code, 0) << run.printed;
-  std::istringstream text(e2e::ReadBytes(folder_ / output).value_or(""));
-  std::filesystem::remove(folder_ / output);
+  std::istringstream text(e2e::ReadBytes(Folder() / output).value_or(""));
+  std::filesystem::remove(Folder() / output);
   std::vector<std::string> lines;
   for (std::string line; std::getline(text, line);) {
     lines.push_back(line);
@@ -86,4 +79,4 @@ std::vector<std::string> Tried(const std::vector<std::string>& all) {
   return paths;
 }
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

@@ -1,13 +1,13 @@
-#include "tests/e2e_mapiload/windows/installer.h"
+#include "tests/mapi_search/windows/installer.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 
+#include "testing/end_to_end/windows/registry.h"
 #include "testing/end_to_end/windows/wide_text.h"
-#include "tests/e2e_mapiload/windows/registry.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 constexpr wchar_t kUserComponents[] = L"Software\\Microsoft\\Installer\\Components\\";
@@ -72,10 +72,10 @@ std::string NewIdentifier() {
 
 Installer::~Installer() {
   for (const std::wstring& key : user_keys_) {
-    RemoveKey(HKEY_CURRENT_USER, key);
+    e2e::RemoveRegistryKey(HKEY_CURRENT_USER, key);
   }
   for (const std::wstring& key : machine_keys_) {
-    RemoveKey(HKEY_LOCAL_MACHINE, key);
+    e2e::RemoveRegistryKey(HKEY_LOCAL_MACHINE, key);
   }
 }
 
@@ -91,20 +91,21 @@ void Installer::Register(const std::string& category, const std::string& qualifi
   machine_keys_.push_back(product_key);
 
   // One text, and the terminator of the list of texts.
-  SetRegistryText(HKEY_CURRENT_USER, category_key, e2e::Wide(qualifier), REG_MULTI_SZ,
-                  InBase85(product) + L"Mail>" + InBase85(component) + L'\0');
-  SetRegistryText(HKEY_LOCAL_MACHINE, component_key, Packed(product), REG_SZ, path.wstring());
-  SetRegistryNumber(HKEY_LOCAL_MACHINE, product_key + L"\\InstallProperties", L"WindowsInstaller",
-                    1);
+  e2e::SetRegistryText(HKEY_CURRENT_USER, category_key, e2e::Wide(qualifier), REG_MULTI_SZ,
+                       InBase85(product) + L"Mail>" + InBase85(component) + L'\0');
+  e2e::SetRegistryText(HKEY_LOCAL_MACHINE, component_key, Packed(product), REG_SZ, path.wstring());
+  e2e::SetRegistryNumber(HKEY_LOCAL_MACHINE, product_key + L"\\InstallProperties",
+                         L"WindowsInstaller", 1);
 }
 
 bool PutCategoryAside(const std::string& category) {
-  return PutKeyAside(HKEY_CURRENT_USER, kUserComponents + Packed(category),
-                     kPutAside + Packed(category));
+  return e2e::PutKeyAside(HKEY_CURRENT_USER, kUserComponents + Packed(category),
+                          kPutAside + Packed(category));
 }
 
 void PutCategoryBack(const std::string& category) {
-  PutKeyBack(HKEY_CURRENT_USER, kUserComponents + Packed(category), kPutAside + Packed(category));
+  e2e::PutKeyBack(HKEY_CURRENT_USER, kUserComponents + Packed(category),
+                  kPutAside + Packed(category));
 }
 
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search

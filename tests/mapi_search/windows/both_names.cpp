@@ -5,9 +5,9 @@
 #include <cstdio>
 
 #include "platform/call.h"
-#include "tests/e2e_mapiload/stand_in.h"
+#include "tests/mapi_search/stand_in.h"
 
-namespace zentpost::e2e_mapiload {
+namespace zentpost::mapi_search {
 namespace {
 
 char last_call[32];
@@ -54,4 +54,4 @@ std::int32_t PLATFORM_STDCALL Decorated6(int, int, int, int, int, int) {
 }
 
 }  // extern "C"
-}  // namespace zentpost::e2e_mapiload
+}  // namespace zentpost::mapi_search
