@@ -34,6 +34,9 @@ if(NOT BUILD_TESTING)
   return()
 endif()
 
+# The tests that the preset host-tsan builds.
+add_custom_target(tests_with_threads)
+
 # zentpost_test_library(NAME SOURCES ... [LIBS ...])
 # A library that only tests link. Optimised, unlike they: the sweeps are at home in it for most of
 # their time.
@@ -61,10 +64,15 @@ function(zentpost_test_executable name)
   endif()
 endfunction()
 
-# zentpost_add_test(NAME ...): the same, registered with CTest under NAME. Under a Windows preset it
-# runs in Wine; an exit code of 77 says that this machine cannot execute it.
+# zentpost_add_test(NAME ... [LABELS ...]): the same, registered with CTest under NAME. Under a Windows
+# preset it runs in Wine; an exit code of 77 says that this machine cannot execute it. Labels: `slow` is
+# left out by ./check --quick, `threads` is what the preset host-tsan builds and runs.
 function(zentpost_add_test name)
-  zentpost_test_executable(${name} ${ARGN})
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LABELS")
+  zentpost_test_executable(${name} ${arg_UNPARSED_ARGUMENTS})
   add_test(NAME ${name} COMMAND ${name})
-  set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600)
+  set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600 LABELS "${arg_LABELS}")
+  if(threads IN_LIST arg_LABELS)
+    add_dependencies(tests_with_threads ${name})
+  endif()
 endfunction()
