@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "tools/addin_listener/sockets.h"
+#include "tools/addin_listener/test_client.h"
 
 namespace zentpost::e2e {
 namespace {
@@ -43,15 +43,9 @@ Addin::~Addin() {
 
 std::vector<al::Connection> Addin::Finish() {
   if (thread_.joinable()) {
-    al::Socket last;
-    std::string error;
-    std::size_t sent = 0;
     // Refused where the add-in has given up listening; it then ends by itself.
-    if (al::ConnectToLoopback(port(), last, error)) {
-      EXPECT_EQ(al::SendSome(last, kLastWord.data(), kLastWord.size(), sent),
-                al::SendResult::kSent);
-      EXPECT_EQ(sent, kLastWord.size());
-      last.Reset();
+    if (al::TestClient last(port()); last.connected()) {
+      EXPECT_TRUE(last.Send(kLastWord));
     }
     thread_.join();
   }
@@ -84,12 +78,10 @@ void Addin::Serve() {
 }
 
 std::uint16_t PortWithoutListener() {
-  const al::SocketLibrary library;
-  al::Socket listener;
-  std::uint16_t port = 0;
+  al::Listener listener;
   std::string error;
-  EXPECT_TRUE(al::ListenOnLoopback({}, listener, port, error)) << error;
-  return port;
+  EXPECT_TRUE(listener.Open({}, error)) << error;
+  return listener.port();
 }
 
 }  // namespace zentpost::e2e

@@ -1,216 +1,274 @@
 #include "tools/addin_listener/listener.h"
 
 #include <algorithm>
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+#include <asio/ip/udp.hpp>
+#include <asio/steady_timer.hpp>
+#include <atomic>
+#include <map>
+#include <system_error>
 #include <utility>
+#include <vector>
+
+#include "tools/addin_listener/system.h"
 
 namespace zentpost::addin_listener {
 namespace {
 
+using asio::ip::tcp;
+using asio::ip::udp;
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
 constexpr std::size_t kReadSize = std::size_t{256} << 10;
 // How often a connection that is not read or not accepted is looked at: nothing tells of its end.
-constexpr std::chrono::milliseconds kLookInterval{10};
+constexpr milliseconds kLookInterval{10};
+
+#ifdef SO_EXCLUSIVEADDRUSE
+// Without it another program can bind the same port and take the connections.
+using PortOption = asio::detail::socket_option::boolean<SOL_SOCKET, SO_EXCLUSIVEADDRUSE>;
+#else
+// Allows a port whose former connections are still fading away, not one that has a listener.
+using PortOption = tcp::acceptor::reuse_address;
+#endif
+
+struct Served {
+  tcp::socket socket;
+  asio::steady_timer timer;
+  unsigned number;
+  Misbehaviour misbehaviour;
+  bool has_bytes = false;  // under kNeverRead: some wait, and none will be read
+  milliseconds pause{0};   // not to be served before it has passed
+  std::string wire = {};
+};
+
+// The peer's next operation fails; what it has sent and what waits for it is thrown away.
+void Reset(tcp::socket& socket) {
+  std::error_code ignored;
+  socket.set_option(tcp::socket::linger(true, 0), ignored);
+  socket.close(ignored);
+}
 
 }  // namespace
 
-bool Listener::Open(const ListenerOptions& options, std::string& error) {
-  options_ = options;
-  ListenSettings settings;
-  settings.port = options.port;
-  // While the last connection that is to find a listener waits to be accepted, no other fits into
-  // the queue. Were it accepted, another could slip in before the listening socket is closed.
-  settings.one_at_a_time = options.misbehaviour == Misbehaviour::kStopAfterProbe;
-  // A sender is to wait for a listener that does not read, not to fill the system's buffers.
-  settings.small_receive_buffer = options.misbehaviour == Misbehaviour::kNeverRead ||
-                                  options.misbehaviour == Misbehaviour::kSlow;
-  return OpenWakeSocket(wake_, error) && ListenOnLoopback(settings, listener_, port_, error);
-}
+class Listener::Server {
+ public:
+  explicit Server(const ListenerOptions& options) : options_(options) {
+    const asio::ip::address loopback = asio::ip::address_v4::loopback();
+    // Connected to itself, it takes nobody else's datagrams.
+    wake_.connect(wake_.local_endpoint());
+    wake_.non_blocking(true);
+    acceptor_.open(tcp::v4());
+    KeepFromChildren(acceptor_.native_handle());
+    acceptor_.set_option(PortOption(true));
+    if (options.misbehaviour == Misbehaviour::kNeverRead ||
+        options.misbehaviour == Misbehaviour::kSlow) {
+      // A sender is to wait for a listener that does not read, not to fill the system's buffers.
+      acceptor_.set_option(tcp::acceptor::receive_buffer_size(4096));
+    }
+    acceptor_.bind({loopback, options.port});
+    acceptor_.non_blocking(true);
+    // While the last connection that is to find a listener waits to be accepted, no other fits into
+    // the queue. Were it accepted, another could slip in before the listening socket is closed.
+    acceptor_.listen(options.misbehaviour == Misbehaviour::kStopAfterProbe
+                         ? 0
+                         : tcp::acceptor::max_listen_connections);
+    port_ = acceptor_.local_endpoint().port();
+  }
 
-void Listener::Stop() noexcept {
-  stopped_ = true;
-  Wake(wake_);
+  std::uint16_t port() const { return port_; }
+
+  void Stop() noexcept {
+    stopped_ = true;
+    std::error_code ignored;
+    wake_.send(asio::buffer("", 1), 0, ignored);
+  }
+
+  RunEnd Run(const Sink& sink, std::string& error) {
+    sink_ = &sink;
+    asio::steady_timer timer(io_);
+    if (options_.timeout) {
+      deadline_ = Clock::now() + *options_.timeout;
+      timer.expires_at(*deadline_);
+      timer.async_wait([](std::error_code) {});
+    }
+    wake_.async_wait(udp::socket::wait_read, [](std::error_code) {});
+    AwaitConnection();
+    std::optional<RunEnd> end;
+    while (!(end = Ended())) {
+      io_.run_one();
+    }
+    error = failure_;
+    std::error_code ignored;
+    acceptor_.close(ignored);
+    for (auto& [number, served] : served_) {
+      // A peer that is still sending must not take an orderly end for a delivery.
+      Reset(served.socket);
+      sink({number, ConnectionEnd::kDropped, std::move(served.wire)});
+    }
+    return *end;
+  }
+
+ private:
+  std::optional<RunEnd> Ended() const {
+    if (!failure_.empty()) {
+      return RunEnd::kFailed;
+    }
+    if (stopped_) {
+      return RunEnd::kStopped;
+    }
+    if ((options_.count != 0 && completed_ >= options_.count) ||
+        (!acceptor_.is_open() && served_.empty())) {
+      return RunEnd::kCompleted;
+    }
+    if (deadline_ && Clock::now() >= *deadline_) {
+      return RunEnd::kTimedOut;
+    }
+    return std::nullopt;
+  }
+
+  void AwaitConnection() {
+    acceptor_.async_wait(tcp::acceptor::wait_read, [this](std::error_code) { TakeConnection(); });
+  }
+
+  void TakeConnection() {
+    if (options_.misbehaviour == Misbehaviour::kStopAfterProbe &&
+        came_ + 1 == std::max(options_.connection, 1u)) {
+      if (ClientIsConnected(port_, 0).value_or(false)) {
+        look_.expires_after(kLookInterval);
+        look_.async_wait([this](std::error_code) { TakeConnection(); });
+      } else {
+        std::error_code ignored;
+        acceptor_.close(ignored);
+        (*sink_)({++came_, ConnectionEnd::kUnaccepted, {}});
+      }
+      return;
+    }
+    std::error_code error;
+    tcp::socket socket = acceptor_.accept(error);
+    if (!error) {
+      KeepFromChildren(socket.native_handle());
+      socket.non_blocking(true, error);
+      const unsigned number = ++came_;
+      const bool is_chosen = options_.connection == 0 || options_.connection == number;
+      Served served{std::move(socket), asio::steady_timer(io_), number,
+                    is_chosen ? options_.misbehaviour : Misbehaviour::kNone};
+      Serve(served_.emplace(number, std::move(served)).first->second);
+    } else if (error != asio::error::would_block && error != asio::error::connection_reset) {
+      // Else the connection has gone in the meantime.
+      failure_ = CallError(std::system_error(error, "accept"));
+    }
+    AwaitConnection();
+  }
+
+  void Serve(Served& served) {
+    const std::optional<ConnectionEnd> end = Step(served);
+    if (end) {
+      std::error_code ignored;
+      served.socket.close(ignored);
+      completed_ += *end == ConnectionEnd::kProbe ? 0 : 1;
+      Connection connection{served.number, *end, std::move(served.wire)};
+      served_.erase(served.number);
+      (*sink_)(std::move(connection));
+      return;
+    }
+    // One of the two at a time, so that nothing is under way for a connection that has ended.
+    const auto go_on = [this, &served](std::error_code) { Serve(served); };
+    if (served.pause != milliseconds(0)) {
+      served.timer.expires_after(std::exchange(served.pause, milliseconds(0)));
+      served.timer.async_wait(go_on);
+    } else {
+      served.socket.async_wait(tcp::socket::wait_read, go_on);
+    }
+  }
+
+  // Does what is due on a connection that is ready; nothing while it goes on.
+  std::optional<ConnectionEnd> Step(Served& served) {
+    const bool never_read = served.misbehaviour == Misbehaviour::kNeverRead;
+    const bool reset = served.misbehaviour == Misbehaviour::kReset;
+    const bool slow = served.misbehaviour == Misbehaviour::kSlow;
+    if (reset && options_.connection != 0) {
+      Reset(served.socket);
+      return ConnectionEnd::kSpoiled;
+    }
+    std::error_code error;
+    if (served.has_bytes) {
+      const std::uint16_t client_port = served.socket.remote_endpoint(error).port();
+      // A connection that was reset has no peer.
+      if (error || !ClientIsConnected(port_, client_port).value_or(true)) {
+        return ConnectionEnd::kSpoiled;
+      }
+      served.pause = kLookInterval;
+      return std::nullopt;
+    }
+    const std::size_t received = served.socket.receive(
+        asio::buffer(buffer_, slow ? 1 : buffer_.size()),
+        never_read || reset ? tcp::socket::message_peek : tcp::socket::message_flags(0), error);
+    if (error == asio::error::would_block) {
+      return std::nullopt;
+    }
+    if (error) {
+      const ConnectionEnd end =
+          error == asio::error::eof ? ConnectionEnd::kDelivered : ConnectionEnd::kBroken;
+      return served.wire.empty() ? ConnectionEnd::kProbe : end;
+    }
+    if (reset) {
+      Reset(served.socket);
+      return ConnectionEnd::kSpoiled;
+    }
+    if (never_read) {
+      served.has_bytes = true;
+      served.pause = kLookInterval;
+      return std::nullopt;
+    }
+    served.wire.append(buffer_.data(), received);
+    if (slow) {
+      served.pause = options_.slow_interval;
+    }
+    if (served.wire.size() > kMaxPayload) {
+      Reset(served.socket);
+      return ConnectionEnd::kBroken;
+    }
+    return std::nullopt;
+  }
+
+  const ListenerOptions options_;
+  asio::io_context io_{1};
+  udp::socket wake_{io_, {asio::ip::address_v4::loopback(), 0}};
+  tcp::acceptor acceptor_{io_};
+  asio::steady_timer look_{io_};
+  std::atomic<bool> stopped_ = false;
+  std::string failure_;
+  std::optional<Clock::time_point> deadline_;
+  std::uint16_t port_ = 0;
+  unsigned came_ = 0;
+  unsigned completed_ = 0;
+  std::map<unsigned, Served> served_;
+  const Sink* sink_ = nullptr;
+  std::vector<char> buffer_ = std::vector<char>(kReadSize);
+};
+
+Listener::Listener() = default;
+Listener::~Listener() = default;
+
+bool Listener::Open(const ListenerOptions& options, std::string& error) {
+  try {
+    server_ = std::make_unique<Server>(options);
+    port_ = server_->port();
+    return true;
+  } catch (const std::system_error& failure) {
+    error = CallError(failure);
+    return false;
+  }
 }
 
 RunEnd Listener::Run(const Sink& sink, std::string& error) {
-  buffer_.resize(kReadSize);
-  if (options_.timeout) {
-    deadline_ = Clock::now() + *options_.timeout;
-  }
-  const RunEnd end = RunUntilEnded(sink, error);
-  listener_.Reset();
-  for (Served& served : std::exchange(served_, {})) {
-    // A peer that is still sending must not take an orderly end for a delivery.
-    Reset(std::move(served.socket));
-    sink({served.number, ConnectionEnd::kDropped, std::move(served.wire)});
-  }
-  return end;
+  return server_->Run(sink, error);
 }
 
-RunEnd Listener::RunUntilEnded(const Sink& sink, std::string& error) {
-  while (true) {
-    if (const std::optional<RunEnd> end = Ended()) {
-      return *end;
-    }
-    bool connection_waits = false;
-    std::vector<bool> ready;
-    if (!WaitForWork(connection_waits, ready, error)) {
-      return RunEnd::kFailed;
-    }
-    if (connection_waits && LeavesNextWaiting()) {
-      if (ClientIsConnected(port_).value_or(false)) {
-        next_accept_ = Clock::now() + kLookInterval;
-      } else {
-        listener_.Reset();
-        sink({++came_, ConnectionEnd::kUnaccepted, {}});
-      }
-    } else if (connection_waits && !AcceptAll(error)) {
-      return RunEnd::kFailed;
-    }
-    ready.resize(served_.size(), true);
-    for (std::size_t i = 0; i < ready.size(); ++i) {
-      Served& served = served_[i];
-      const std::optional<ConnectionEnd> end = ready[i] ? Serve(served) : std::nullopt;
-      if (!end) {
-        continue;
-      }
-      served.socket.Reset();
-      if (*end != ConnectionEnd::kProbe) {
-        ++completed_;
-      }
-      sink({served.number, *end, std::move(served.wire)});
-      if (Ended()) {
-        break;
-      }
-    }
-    std::erase_if(served_, [](const Served& served) { return !served.socket; });
-  }
-}
-
-std::optional<RunEnd> Listener::Ended() const {
-  if (stopped_) {
-    return RunEnd::kStopped;
-  }
-  if (options_.count != 0 && completed_ >= options_.count) {
-    return RunEnd::kCompleted;
-  }
-  if (!listener_ && std::none_of(served_.begin(), served_.end(),
-                                 [](const Served& served) { return bool{served.socket}; })) {
-    return RunEnd::kCompleted;
-  }
-  if (deadline_ && Clock::now() >= *deadline_) {
-    return RunEnd::kTimedOut;
-  }
-  return std::nullopt;
-}
-
-// `ready` says for each of served_ whether it wants to be served.
-bool Listener::WaitForWork(bool& connection_waits, std::vector<bool>& ready, std::string& error) {
-  const Clock::time_point now = Clock::now();
-  std::optional<Clock::time_point> wake_at = deadline_;
-  std::vector<WaitEntry> entries = {{wake_.Get()}};
-  const bool listens = listener_ && next_accept_ <= now;
-  if (listens) {
-    entries.push_back({listener_.Get()});
-  } else if (listener_) {
-    wake_at = std::min(wake_at.value_or(next_accept_), next_accept_);
-  }
-  const std::size_t first_served = entries.size();
-  ready.assign(served_.size(), false);
-  std::vector<std::size_t> indexes;
-  for (std::size_t i = 0; i < served_.size(); ++i) {
-    const Served& served = served_[i];
-    if (served.next_turn > now) {
-      wake_at = std::min(wake_at.value_or(served.next_turn), served.next_turn);
-    } else if (served.has_bytes) {
-      ready[i] = true;
-      wake_at = now;
-    } else {
-      entries.push_back({served.socket.Get()});
-      indexes.push_back(i);
-    }
-  }
-  std::optional<std::chrono::milliseconds> at_most;
-  if (wake_at) {
-    at_most = std::chrono::ceil<std::chrono::milliseconds>(
-        std::max(*wake_at - now, Clock::duration::zero()));
-  }
-  if (!Wait(entries, at_most, error)) {
-    return false;
-  }
-  connection_waits = listens && entries[1].ready;
-  for (std::size_t i = 0; i < indexes.size(); ++i) {
-    ready[indexes[i]] = entries[first_served + i].ready;
-  }
-  return true;
-}
-
-bool Listener::LeavesNextWaiting() const {
-  return options_.misbehaviour == Misbehaviour::kStopAfterProbe &&
-         came_ + 1 == std::max(options_.connection, 1u);
-}
-
-bool Listener::AcceptAll(std::string& error) {
-  while (!LeavesNextWaiting()) {
-    Served served;
-    const AcceptResult result = Accept(listener_, served.socket, error);
-    if (result != AcceptResult::kAccepted) {
-      return result == AcceptResult::kNoneWaits;
-    }
-    served.number = ++came_;
-    if (options_.connection == 0 || options_.connection == served.number) {
-      served.misbehaviour = options_.misbehaviour;
-    }
-    served_.push_back(std::move(served));
-  }
-  return true;
-}
-
-// Does what is due on a connection that is ready; nothing while it goes on.
-std::optional<ConnectionEnd> Listener::Serve(Served& served) {
-  if (served.has_bytes) {
-    if (!ClientIsConnected(port_, &served.socket).value_or(true)) {
-      return ConnectionEnd::kSpoiled;
-    }
-    served.next_turn = Clock::now() + kLookInterval;
-    return std::nullopt;
-  }
-  if (served.misbehaviour == Misbehaviour::kReset && options_.connection != 0) {
-    Reset(std::move(served.socket));
-    return ConnectionEnd::kSpoiled;
-  }
-  const bool never_read = served.misbehaviour == Misbehaviour::kNeverRead;
-  const bool reset = served.misbehaviour == Misbehaviour::kReset;
-  const bool slow = served.misbehaviour == Misbehaviour::kSlow;
-  std::size_t received = 0;
-  const ReceiveResult result = never_read || reset ? Peek(served.socket)
-                                                   : Receive(served.socket, buffer_.data(),
-                                                             slow ? 1 : buffer_.size(), received);
-  switch (result) {
-    case ReceiveResult::kNothingYet:
-      return std::nullopt;
-    case ReceiveResult::kEnd:
-      return served.wire.empty() ? ConnectionEnd::kProbe : ConnectionEnd::kDelivered;
-    case ReceiveResult::kBroken:
-      return served.wire.empty() ? ConnectionEnd::kProbe : ConnectionEnd::kBroken;
-    case ReceiveResult::kBytes:
-      break;
-  }
-  if (reset) {
-    Reset(std::move(served.socket));
-    return ConnectionEnd::kSpoiled;
-  }
-  if (never_read) {
-    served.has_bytes = true;
-    return std::nullopt;
-  }
-  served.wire.append(buffer_.data(), received);
-  if (slow) {
-    served.next_turn = Clock::now() + options_.slow_interval;
-  }
-  if (served.wire.size() > kMaxPayload) {
-    Reset(std::move(served.socket));
-    return ConnectionEnd::kBroken;
-  }
-  return std::nullopt;
+void Listener::Stop() noexcept {
+  server_->Stop();
 }
 
 }  // namespace zentpost::addin_listener

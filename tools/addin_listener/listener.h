@@ -3,15 +3,13 @@
 // Looks at no byte of what it takes and prints nothing.
 #pragma once
 
-#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
-
-#include "tools/addin_listener/sockets.h"
 
 namespace zentpost::addin_listener {
 
@@ -67,12 +65,12 @@ class Listener {
  public:
   using Sink = std::function<void(Connection connection)>;
 
-  Listener() = default;
-  Listener(const Listener&) = delete;
-  Listener& operator=(const Listener&) = delete;
+  Listener();
+  ~Listener();
 
-  // Begins to listen; from now on connections are held until Run takes them. False: `error` says
-  // why in UTF-8. To be called once.
+  // Begins to listen; from now on connections are held until Run takes them. The port is never
+  // shared with another listener. False: `error` names the call and the system's reason in UTF-8.
+  // To be called once.
   [[nodiscard]] bool Open(const ListenerOptions& options, std::string& error);
 
   // The port that Open has taken.
@@ -88,35 +86,9 @@ class Listener {
   void Stop() noexcept;
 
  private:
-  using Clock = std::chrono::steady_clock;
-  struct Served {
-    Socket socket;
-    unsigned number = 0;
-    Misbehaviour misbehaviour = Misbehaviour::kNone;
-    bool has_bytes = false;         // under kNeverRead: some wait, and none will be read
-    Clock::time_point next_turn{};  // not to be served before
-    std::string wire;
-  };
-
-  bool WaitForWork(bool& connection_waits, std::vector<bool>& ready, std::string& error);
-  bool LeavesNextWaiting() const;
-  bool AcceptAll(std::string& error);
-  std::optional<ConnectionEnd> Serve(Served& served);
-  std::optional<RunEnd> Ended() const;
-  RunEnd RunUntilEnded(const Sink& sink, std::string& error);
-
-  SocketLibrary library_;
-  Socket wake_;
-  Socket listener_;
-  ListenerOptions options_;
+  class Server;
+  std::unique_ptr<Server> server_;
   std::uint16_t port_ = 0;
-  std::atomic<bool> stopped_ = false;
-  std::optional<Clock::time_point> deadline_;
-  Clock::time_point next_accept_{};  // no look at listener_ before
-  unsigned came_ = 0;
-  unsigned completed_ = 0;
-  std::vector<Served> served_;
-  std::vector<char> buffer_;
 };
 
 }  // namespace zentpost::addin_listener

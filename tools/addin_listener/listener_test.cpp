@@ -82,9 +82,7 @@ class RunningListener {
 using Lines = std::vector<std::string>;
 
 bool CanConnect(std::uint16_t port) {
-  Socket socket;
-  std::string error;
-  return ConnectToLoopback(port, socket, error);
+  return TestClient(port).connected();
 }
 
 void Probe(std::uint16_t port) {
@@ -169,7 +167,7 @@ TEST(Listener, AllBytesOfABigDeliveryArriveAsTheyWere) {
 }
 
 TEST(Listener, DeliveryThatItsSenderResetsIsBroken) {
-  if (WhatAResetLooksLike() != ReceiveResult::kBroken) {
+  if (WhatAResetLooksLike() != PeerEnd::kReset) {
     GTEST_SKIP() << "this system closes in order before it resets";
   }
   RunningListener listener({});

@@ -2,7 +2,9 @@
 
 #include <charconv>
 #include <cstdint>
+#include <functional>
 #include <limits>
+#include <map>
 #include <system_error>
 
 namespace zentpost::addin_listener {
@@ -77,149 +79,105 @@ Examples
       See how a job ends when the add-in hangs.
 )";
 
+// Takes a value; gives what the option takes and what this is where it is of no use, else nothing.
+using Apply = std::function<std::string(const std::string& value)>;
+
+std::string Not(const std::string& value) {
+  return ", not \"" + value + '"';
+}
+
 // A decimal number of digits alone, from `lowest` to `highest`.
-std::optional<unsigned> ParseNumber(std::string_view text, unsigned lowest, unsigned highest) {
-  unsigned value = 0;
-  const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (status != std::errc() || end != text.data() + text.size() || value < lowest ||
-      value > highest) {
-    return std::nullopt;
-  }
-  return value;
-}
-
-std::filesystem::path PathFromUtf8(const std::string& text) {
-  return std::filesystem::path(std::u8string(text.begin(), text.end()));
-}
-
-std::optional<Misbehaviour> ParseMisbehaviour(std::string_view text) {
-  if (text == "never-read") {
-    return Misbehaviour::kNeverRead;
-  }
-  if (text == "slow") {
-    return Misbehaviour::kSlow;
-  }
-  if (text == "reset") {
-    return Misbehaviour::kReset;
-  }
-  if (text == "stop-after-probe") {
-    return Misbehaviour::kStopAfterProbe;
-  }
-  return std::nullopt;
-}
-
-// Applies an option that takes a value. False: `error` says why not.
-bool ApplyValue(const std::string& name, const std::string& value, Options& options,
-                std::string& error) {
-  constexpr unsigned kAny = std::numeric_limits<unsigned>::max();
-  const auto number = [&](unsigned lowest, unsigned highest) {
-    const std::optional<unsigned> result = ParseNumber(value, lowest, highest);
-    if (!result) {
-      error = name + " takes a number from " + std::to_string(lowest) + " to " +
-              std::to_string(highest) + ", not \"" + value + "\"";
+Apply Number(unsigned lowest, unsigned highest, std::function<void(unsigned)> set) {
+  return [=](const std::string& value) -> std::string {
+    unsigned number = 0;
+    const char* const end = value.data() + value.size();
+    const auto [read, status] = std::from_chars(value.data(), end, number);
+    if (status != std::errc() || read != end || number < lowest || number > highest) {
+      return "a number from " + std::to_string(lowest) + " to " + std::to_string(highest) +
+             Not(value);
     }
-    return result;
+    set(number);
+    return "";
   };
-  if (name == "--port") {
-    const std::optional<unsigned> port = number(0, 65535);
-    options.listener.port = static_cast<std::uint16_t>(port.value_or(0));
-    return port.has_value();
-  }
-  if (name == "--count") {
-    const std::optional<unsigned> count = number(0, kAny);
-    options.listener.count = count.value_or(0);
-    return count.has_value();
-  }
-  if (name == "--timeout") {
-    const std::optional<unsigned> seconds = number(1, 86400);
-    options.listener.timeout = std::chrono::seconds(seconds.value_or(0));
-    return seconds.has_value();
-  }
-  if (name == "--connection") {
-    const std::optional<unsigned> connection = number(1, kAny);
-    options.listener.connection = connection.value_or(0);
-    return connection.has_value();
-  }
-  if (name == "--misbehave") {
-    const std::optional<Misbehaviour> kind = ParseMisbehaviour(value);
-    if (!kind) {
-      error =
-          "--misbehave takes never-read, slow, reset or stop-after-probe, not \"" + value + "\"";
-      return false;
-    }
-    options.listener.misbehaviour = *kind;
-    return true;
-  }
-  if (name == "--code-page") {
-    if (value != "1252") {
-      error = "--code-page takes 1252 only, not \"" + value + "\"";
-      return false;
-    }
-    return true;
-  }
-  if (value.empty()) {
-    error = name + " takes a name, not an empty text";
-    return false;
-  }
-  (name == "--out" ? options.out_folder : options.port_file) = PathFromUtf8(value);
-  return true;
 }
 
-bool TakesValue(std::string_view name) {
-  for (const std::string_view known : {"--port", "--port-file", "--count", "--timeout", "--out",
-                                       "--code-page", "--misbehave", "--connection"}) {
-    if (name == known) {
-      return true;
+Apply Name(std::optional<std::filesystem::path>& path) {
+  return [&path](const std::string& value) -> std::string {
+    path = std::filesystem::path(std::u8string(value.begin(), value.end()));
+    return value.empty() ? "a name, not an empty text" : "";
+  };
+}
+
+Apply Kind(Misbehaviour& kind) {
+  return [&kind](const std::string& value) -> std::string {
+    static const std::map<std::string_view, Misbehaviour> kinds = {
+        {"never-read", Misbehaviour::kNeverRead},
+        {"slow", Misbehaviour::kSlow},
+        {"reset", Misbehaviour::kReset},
+        {"stop-after-probe", Misbehaviour::kStopAfterProbe}};
+    const auto found = kinds.find(value);
+    if (found == kinds.end()) {
+      return "never-read, slow, reset or stop-after-probe" + Not(value);
     }
-  }
-  return false;
+    kind = found->second;
+    return "";
+  };
 }
 
 }  // namespace
 
 std::optional<Options> ParseOptions(const std::vector<std::string>& arguments, std::string& error) {
+  constexpr unsigned kAny = std::numeric_limits<unsigned>::max();
   Options options;
+  ListenerOptions& listener = options.listener;
+  const std::map<std::string_view, Apply> with_value = {
+      {"--port",
+       Number(0, 65535, [&](unsigned port) { listener.port = static_cast<std::uint16_t>(port); })},
+      {"--count", Number(0, kAny, [&](unsigned count) { listener.count = count; })},
+      {"--timeout",
+       Number(1, 86400, [&](unsigned value) { listener.timeout = std::chrono::seconds(value); })},
+      {"--connection", Number(1, kAny, [&](unsigned number) { listener.connection = number; })},
+      {"--misbehave", Kind(listener.misbehaviour)},
+      {"--port-file", Name(options.port_file)},
+      {"--out", Name(options.out_folder)},
+      {"--code-page",
+       [](const std::string& value) { return value == "1252" ? "" : "1252 only" + Not(value); }}};
+  const auto fail = [&error](const std::string& text) {
+    error = text;
+    return std::nullopt;
+  };
   bool json = false;
   bool quiet = false;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& word = arguments[i];
-    const std::size_t equals = word.find('=');
-    const std::string name = word.substr(0, equals);
-    if (TakesValue(name)) {
-      if (equals == std::string::npos && i + 1 == arguments.size()) {
-        error = name + " needs a value";
-        return std::nullopt;
+  for (auto word = arguments.begin(); word != arguments.end(); ++word) {
+    const std::size_t equals = word->find('=');
+    const std::string name = word->substr(0, equals);
+    if (const auto option = with_value.find(name); option != with_value.end()) {
+      if (equals == std::string::npos && ++word == arguments.end()) {
+        return fail(name + " needs a value");
       }
-      const std::string value =
-          equals == std::string::npos ? arguments[++i] : word.substr(equals + 1);
-      if (!ApplyValue(name, value, options, error)) {
-        return std::nullopt;
+      const std::string problem =
+          option->second(equals == std::string::npos ? *word : word->substr(equals + 1));
+      if (!problem.empty()) {
+        return fail(name + " takes " + problem);
       }
-    } else if (word == "--help" || word == "--version") {
-      options.action = word == "--help" ? Action::kShowHelp : Action::kShowVersion;
+    } else if (*word == "--help" || *word == "--version") {
+      options.action = *word == "--help" ? Action::kShowHelp : Action::kShowVersion;
       return options;
-    } else if (word == "--json") {
+    } else if (*word == "--json") {
       json = true;
-    } else if (word == "--quiet") {
+    } else if (*word == "--quiet") {
       quiet = true;
     } else {
-      error = "unknown argument \"" + word + "\"";
-      return std::nullopt;
+      return fail("unknown argument \"" + *word + '"');
     }
   }
   if (json && quiet) {
-    error = "--json and --quiet exclude each other";
-    return std::nullopt;
+    return fail("--json and --quiet exclude each other");
   }
-  if (options.listener.connection != 0 && options.listener.misbehaviour == Misbehaviour::kNone) {
-    error = "--connection needs --misbehave";
-    return std::nullopt;
+  if (listener.connection != 0 && listener.misbehaviour == Misbehaviour::kNone) {
+    return fail("--connection needs --misbehave");
   }
-  if (json) {
-    options.display = Display::kJson;
-  } else if (quiet) {
-    options.display = Display::kQuiet;
-  }
+  options.display = json ? Display::kJson : quiet ? Display::kQuiet : Display::kReadable;
   return options;
 }
 

@@ -1,5 +1,6 @@
 #include "tools/addin_listener/program.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -37,55 +38,65 @@ std::string CountOfBytes(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
+// Creates `path` with `bytes` as its content. False: a file of that name was there already and is
+// untouched. Throws std::system_error when that fails; no new file remains then.
+bool WriteNewFile(const std::filesystem::path& path, std::string_view bytes) {
+  std::FILE* const file = CreateNewFile(path);
+  if (file == nullptr) {
+    if (errno == EEXIST) {
+      return false;
+    }
+    throw std::system_error(errno, std::generic_category(), "open");
+  }
+  int code = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() ? 0 : errno;
+  if (std::fclose(file) != 0 && code == 0) {
+    code = errno;
+  }
+  if (code != 0) {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+    throw std::system_error(code, std::generic_category(), "write");
+  }
+  return true;
+}
+
 // A file with the port's number that lives as long as the object.
 class PortFile {
  public:
-  PortFile() = default;
-  ~PortFile() {
-    if (!path_.empty()) {
-      std::error_code ignored;
-      std::filesystem::remove(path_, ignored);
+  // Nobody sees the file half written: it gets its name, and replaces a file that has it, when it
+  // is whole. Throws std::system_error.
+  PortFile(std::filesystem::path path, std::uint16_t port) : path_(std::move(path)) {
+    // As long as the port is ours, so is this name; what stands there was left by a crash.
+    const std::string number = std::to_string(port);
+    std::filesystem::path unfinished = path_;
+    unfinished += "." + number + ".tmp";
+    std::error_code error;
+    std::filesystem::remove(unfinished, error);
+    if (!WriteNewFile(unfinished, number + "\n")) {
+      throw std::system_error(EEXIST, std::generic_category(), "open");
     }
+    std::filesystem::rename(unfinished, path_, error);
+    if (error) {
+      std::error_code ignored;
+      std::filesystem::remove(unfinished, ignored);
+      throw std::system_error(error, "rename");
+    }
+  }
+  ~PortFile() {
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
   }
   PortFile(const PortFile&) = delete;
   PortFile& operator=(const PortFile&) = delete;
-
-  // Nobody sees the file half written: it gets its name, and replaces a file that has it, when it
-  // is whole. False: `error` says why.
-  bool Write(const std::filesystem::path& path, std::uint16_t port, std::string& error) {
-    // As long as the port is ours, so is this name; what stands there was left by a crash.
-    const std::string number = std::to_string(port);
-    std::filesystem::path unfinished = path;
-    unfinished += "." + number + ".tmp";
-    std::error_code ignored;
-    std::filesystem::remove(unfinished, ignored);
-    const CreateResult created = CreateNewFile(unfinished, number + "\n", error);
-    if (created != CreateResult::kCreated) {
-      if (created == CreateResult::kExists) {
-        error = Quoted(unfinished) + " is in the way";
-      }
-      return false;
-    }
-    std::error_code status;
-    std::filesystem::rename(unfinished, path, status);
-    if (status) {
-      error = CallError("rename", status.value());
-      std::filesystem::remove(unfinished, ignored);
-      return false;
-    }
-    path_ = path;
-    return true;
-  }
 
  private:
   std::filesystem::path path_;
 };
 
 // Writes a delivery under the first free number from `number` on, which then is the next to try.
-// `written` is the name of the file that is of most use. False: `error` says why.
-bool KeepDelivery(const std::filesystem::path& folder, const std::string& wire,
-                  const std::string& json_utf8, unsigned& number, std::filesystem::path& written,
-                  std::string& error) {
+// Gives the name of the file that is of most use. Throws std::system_error.
+std::filesystem::path KeepDelivery(const std::filesystem::path& folder, const std::string& wire,
+                                   const std::string& json_utf8, unsigned& number) {
   while (true) {
     char name[32];
     std::snprintf(name, sizeof name, "delivery-%04u", number++);
@@ -93,29 +104,21 @@ bool KeepDelivery(const std::filesystem::path& folder, const std::string& wire,
     const std::filesystem::path json_path = folder / (std::string(name) + ".json");
     // The pair belongs together: a number is free when neither file is there.
     std::error_code ignored;
-    if (std::filesystem::exists(json_path, ignored)) {
+    if (std::filesystem::exists(json_path, ignored) || !WriteNewFile(wire_path, wire)) {
       continue;
     }
-    const CreateResult wire_result = CreateNewFile(wire_path, wire, error);
-    if (wire_result == CreateResult::kExists) {
-      continue;
-    }
-    if (wire_result == CreateResult::kFailed) {
-      return false;
-    }
-    written = wire_path;
     if (json_utf8.empty()) {
-      return true;
+      return wire_path;
     }
-    const CreateResult json_result = CreateNewFile(json_path, json_utf8, error);
-    if (json_result == CreateResult::kCreated) {
-      written = json_path;
-      return true;
+    try {
+      if (WriteNewFile(json_path, json_utf8)) {
+        return json_path;
+      }
+    } catch (const std::system_error&) {
+      std::filesystem::remove(wire_path, ignored);
+      throw;
     }
     std::filesystem::remove(wire_path, ignored);
-    if (json_result == CreateResult::kFailed) {
-      return false;
-    }
   }
 }
 
@@ -127,8 +130,6 @@ class Program {
   int Run();
 
  private:
-  static void OnInterrupt(void* listener) noexcept { static_cast<Listener*>(listener)->Stop(); }
-
   int Fail(const std::string& error) {
     err_("addin_listener: " + error + "\n");
     return kExitSystem;
@@ -181,13 +182,13 @@ void Program::TakeDelivery(const std::string& heading, const Connection& connect
     text += FormatMembers(report.members);
   }
   if (options_.out_folder) {
-    std::filesystem::path written;
-    std::string error;
-    if (KeepDelivery(*options_.out_folder, connection.wire, report.json_utf8, next_number_, written,
-                     error)) {
-      text += "  written to " + Utf8(written) + "\n";
-    } else {
-      keeping_error_ = "cannot write to " + Quoted(*options_.out_folder) + ": " + error;
+    try {
+      text += "  written to " +
+              Utf8(KeepDelivery(*options_.out_folder, connection.wire, report.json_utf8,
+                                next_number_)) +
+              "\n";
+    } catch (const std::system_error& error) {
+      keeping_error_ = "cannot write to " + Quoted(*options_.out_folder) + ": " + CallError(error);
       listener_.Stop();
     }
   }
@@ -239,10 +240,14 @@ int Program::Run() {
     return Fail("cannot listen on 127.0.0.1:" + std::to_string(options_.listener.port) + ": " +
                 error);
   }
-  const InterruptGuard guard(OnInterrupt, &listener_);
-  PortFile port_file;
-  if (options_.port_file && !port_file.Write(*options_.port_file, listener_.port(), error)) {
-    return Fail("cannot write " + Quoted(*options_.port_file) + ": " + error);
+  const InterruptGuard guard(listener_);
+  std::optional<PortFile> port_file;
+  try {
+    if (options_.port_file) {
+      port_file.emplace(*options_.port_file, listener_.port());
+    }
+  } catch (const std::system_error& failure) {
+    return Fail("cannot write " + Quoted(*options_.port_file) + ": " + CallError(failure));
   }
   Print("listening on 127.0.0.1:" + std::to_string(listener_.port()) + "\n");
 

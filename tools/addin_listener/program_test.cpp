@@ -243,7 +243,7 @@ TEST(Program, DeliveryThatCannotBeUndoneHasNoJson) {
 }
 
 TEST(Program, BrokenDeliveryIsNotValidHoweverItLooks) {
-  if (WhatAResetLooksLike() != ReceiveResult::kBroken) {
+  if (WhatAResetLooksLike() != PeerEnd::kReset) {
     GTEST_SKIP() << "this system closes in order before it resets";
   }
   RunningProgram program({});
@@ -398,9 +398,7 @@ TEST(Program, StopAfterProbeEndsWithTheProbe) {
   RunningProgram program({"--misbehave", "stop-after-probe"});
   const std::uint16_t port = program.AwaitPort();
   TestClient(port).Close();
-  Socket second;
-  std::string error;
-  EXPECT_FALSE(ConnectToLoopback(port, second, error));
+  EXPECT_FALSE(TestClient(port).connected());
   EXPECT_EQ(program.Join(), 0);
   EXPECT_EQ(program.out(), "connection 1: closed unaccepted; listening no more, on purpose\n");
 }

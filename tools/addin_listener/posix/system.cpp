@@ -1,93 +1,85 @@
 #include "tools/addin_listener/system.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <system_error>
+#include <fstream>
 
-#include "platform/unique_handle.h"
+#include "tools/addin_listener/listener.h"
 
 namespace zentpost::addin_listener {
 namespace {
 
-struct DescriptorTraits {
-  using Value = int;
-  static constexpr int kNone = -1;
-  static void Close(int descriptor) noexcept { close(descriptor); }
-};
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+std::atomic<Listener*> g_listener;
 
-constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+void StopListener(int) {
+  const int saved = errno;
+  g_listener.load()->Stop();
+  errno = saved;
+}
 
-InterruptGuard::Callback g_callback = nullptr;
-void* g_context = nullptr;
-std::array<struct sigaction, kSignals.size()> g_former;
+// A program started to go on after its terminal is gone has these signals ignored, and keeps that.
+bool IsIgnored(int signal) {
+  struct sigaction action {};
+  sigaction(signal, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
+}
 
-void HandleSignal(int) {
-  g_callback(g_context);
+void Handle(void (*handler)(int)) {
+  for (const int signal : kSignals) {
+    if (!IsIgnored(signal)) {
+      std::signal(signal, handler);
+    }
+  }
 }
 
 }  // namespace
 
-std::string CallError(const char* call, int code) {
-  return std::string(call) + ": " + std::system_category().message(code) + " (" +
-         std::to_string(code) + ")";
+std::string CallError(const std::system_error& error) {
+  return std::string(error.what()) + " (" + std::to_string(error.code().value()) + ")";
 }
 
-CreateResult CreateNewFile(const std::filesystem::path& path, std::string_view bytes,
-                           std::string& error) {
-  platform::UniqueHandle<DescriptorTraits> file(
-      open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (!file) {
-    if (errno == EEXIST) {
-      return CreateResult::kExists;
-    }
-    error = CallError("open", errno);
-    return CreateResult::kFailed;
-  }
-  while (!bytes.empty()) {
-    const ssize_t written = write(file.Get(), bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written < 0) {
-      error = CallError("write", errno);
-      unlink(path.c_str());
-      return CreateResult::kFailed;
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  if (close(file.Detach()) != 0) {
-    error = CallError("close", errno);
-    unlink(path.c_str());
-    return CreateResult::kFailed;
-  }
-  return CreateResult::kCreated;
+std::FILE* CreateNewFile(const std::filesystem::path& path) {
+  return std::fopen(path.c_str(), "wbxe");
 }
 
-InterruptGuard::InterruptGuard(Callback callback, void* context) {
-  g_callback = callback;
-  g_context = context;
-  struct sigaction action {};
-  action.sa_handler = HandleSignal;
-  sigemptyset(&action.sa_mask);
-  for (std::size_t i = 0; i < kSignals.size(); ++i) {
-    sigaction(kSignals[i], nullptr, &g_former[i]);
-    // A program started to go on after its terminal is gone has these ignored, and keeps that.
-    if (g_former[i].sa_handler != SIG_IGN) {
-      sigaction(kSignals[i], &action, nullptr);
+void KeepFromChildren(std::uintptr_t socket) {
+  fcntl(static_cast<int>(socket), F_SETFD, FD_CLOEXEC);
+}
+
+std::optional<bool> ClientIsConnected(std::uint16_t port, std::uint16_t client_port) {
+  std::ifstream table("/proc/net/tcp");
+  if (!table) {
+    return std::nullopt;
+  }
+  // "number: own-address:port peer-address:port state ...", in hexadecimal.
+  const unsigned kEstablished = 1;
+  for (std::string line; std::getline(table, line);) {
+    unsigned own_port = 0;
+    unsigned peer_address = 0;
+    unsigned peer_port = 0;
+    unsigned state = 0;
+    if (std::sscanf(line.c_str(), " %*u: %*8x:%4x %8x:%4x %2x", &own_port, &peer_address,
+                    &peer_port, &state) == 4 &&
+        peer_address == htonl(INADDR_LOOPBACK) && peer_port == port && state == kEstablished &&
+        (client_port == 0 || own_port == client_port)) {
+      return true;
     }
   }
+  return false;
+}
+
+InterruptGuard::InterruptGuard(Listener& listener) {
+  g_listener = &listener;
+  Handle(StopListener);
 }
 
 InterruptGuard::~InterruptGuard() {
-  for (std::size_t i = 0; i < kSignals.size(); ++i) {
-    sigaction(kSignals[i], &g_former[i], nullptr);
-  }
+  Handle(SIG_DFL);
 }
 
 }  // namespace zentpost::addin_listener

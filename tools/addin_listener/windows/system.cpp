@@ -1,113 +1,102 @@
 #include "tools/addin_listener/system.h"
 
-#include <windows.h>
+#include <winsock2.h>
+// After winsock2.h, whose types they use.
+#include <fcntl.h>
+#include <io.h>
+#include <iphlpapi.h>
+#include <share.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <mutex>
+#include <vector>
 
-#include "platform/unique_handle.h"
+#include "tools/addin_listener/listener.h"
+#include "tools/addin_listener/windows/utf8.h"
 
 namespace zentpost::addin_listener {
 namespace {
 
-struct HandleTraits {
-  using Value = HANDLE;
-  static constexpr HANDLE kNone = nullptr;
-  static void Close(HANDLE handle) noexcept { CloseHandle(handle); }
-};
-using Handle = platform::UniqueHandle<HandleTraits>;
-
 // The console calls its handler on a thread of its own.
 std::mutex g_mutex;
-InterruptGuard::Callback g_callback = nullptr;
-void* g_context = nullptr;
-HANDLE g_ended = nullptr;
+Listener* g_listener = nullptr;
 
 BOOL WINAPI HandleConsoleEvent(DWORD event) {
-  Handle ended;
   {
     const std::lock_guard lock(g_mutex);
-    if (g_callback == nullptr) {
+    if (g_listener == nullptr) {
       return FALSE;
     }
-    g_callback(g_context);
-    HANDLE copy = nullptr;
-    if (DuplicateHandle(GetCurrentProcess(), g_ended, GetCurrentProcess(), &copy, 0, FALSE,
-                        DUPLICATE_SAME_ACCESS)) {
-      ended.Reset(copy);
-    }
+    g_listener->Stop();
   }
-  if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT && ended) {
-    // The process ends when this returns: the window is being closed.
-    WaitForSingleObject(ended.Get(), INFINITE);
+  if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) {
+    // The window is being closed: the process would end when this returns.
+    Sleep(INFINITE);
   }
   return TRUE;
 }
 
 }  // namespace
 
-std::string CallError(const char* call, int code) {
-  wchar_t wide[512];
-  DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                                static_cast<DWORD>(code), 0, wide,
-                                static_cast<DWORD>(std::size(wide)), nullptr);
-  while (length > 0 && (wide[length - 1] == L'\n' || wide[length - 1] == L'\r')) {
-    --length;
+std::string CallError(const std::system_error& error) {
+  const std::string_view what = error.what();
+  const auto code = static_cast<DWORD>(error.code().value());
+  std::string text = error.code().message();
+  if (error.code().category() != std::generic_category()) {
+    wchar_t wide[512];
+    const DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
+                       wide, static_cast<DWORD>(std::size(wide)), nullptr);
+    text = length == 0 ? "system error" : Utf8({wide, length});
+    text.resize(text.find_last_not_of("\r\n") + 1);
   }
-  std::string text = "system error";
-  if (length > 0) {
-    text.resize(3 * static_cast<std::size_t>(length));
-    text.resize(static_cast<std::size_t>(
-        WideCharToMultiByte(CP_UTF8, 0, wide, static_cast<int>(length), text.data(),
-                            static_cast<int>(text.size()), nullptr, nullptr)));
-  }
-  return std::string(call) + ": " + text + " (" + std::to_string(code) + ")";
+  return std::string(what.substr(0, what.find(':'))) + ": " + text + " (" + std::to_string(code) +
+         ")";
 }
 
-CreateResult CreateNewFile(const std::filesystem::path& path, std::string_view bytes,
-                           std::string& error) {
-  const HANDLE opened = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (opened == INVALID_HANDLE_VALUE) {
-    const DWORD code = GetLastError();
-    if (code == ERROR_FILE_EXISTS || code == ERROR_ALREADY_EXISTS) {
-      return CreateResult::kExists;
-    }
-    error = CallError("CreateFile", static_cast<int>(code));
-    return CreateResult::kFailed;
-  }
-  Handle file(opened);
-  while (!bytes.empty()) {
-    const auto size = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), 1u << 30));
-    DWORD written = 0;
-    if (!WriteFile(file.Get(), bytes.data(), size, &written, nullptr)) {
-      error = CallError("WriteFile", static_cast<int>(GetLastError()));
-      file.Reset();
-      DeleteFileW(path.c_str());
-      return CreateResult::kFailed;
-    }
-    bytes.remove_prefix(written);
-  }
-  return CreateResult::kCreated;
+std::FILE* CreateNewFile(const std::filesystem::path& path) {
+  const int file = _wsopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY | _O_NOINHERIT,
+                           _SH_DENYRW, _S_IREAD | _S_IWRITE);
+  return file < 0 ? nullptr : _fdopen(file, "wb");
 }
 
-InterruptGuard::InterruptGuard(Callback callback, void* context) {
+void KeepFromChildren(std::uintptr_t socket) {
+  SetHandleInformation(reinterpret_cast<HANDLE>(socket), HANDLE_FLAG_INHERIT, 0);
+}
+
+std::optional<bool> ClientIsConnected(std::uint16_t port, std::uint16_t client_port) {
+  std::vector<std::byte> buffer;
+  ULONG length = 0;
+  ULONG status = ERROR_INSUFFICIENT_BUFFER;
+  // The table may grow between two calls.
+  for (int attempt = 0; status == ERROR_INSUFFICIENT_BUFFER && attempt < 5; ++attempt) {
+    buffer.resize(length);
+    status = GetTcpTable(reinterpret_cast<MIB_TCPTABLE*>(buffer.data()), &length, FALSE);
+  }
+  if (status != NO_ERROR) {
+    return std::nullopt;
+  }
+  const auto* table = reinterpret_cast<const MIB_TCPTABLE*>(buffer.data());
+  return std::any_of(table->table, table->table + table->dwNumEntries, [&](const MIB_TCPROW& row) {
+    // Ports stand in the lower half, in network order; the upper half may hold anything.
+    return row.dwRemoteAddr == htonl(INADDR_LOOPBACK) &&
+           static_cast<u_short>(row.dwRemotePort) == htons(port) &&
+           row.dwState == MIB_TCP_STATE_ESTAB &&
+           (client_port == 0 || static_cast<u_short>(row.dwLocalPort) == htons(client_port));
+  });
+}
+
+InterruptGuard::InterruptGuard(Listener& listener) {
   const std::lock_guard lock(g_mutex);
-  g_callback = callback;
-  g_context = context;
-  g_ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  g_listener = &listener;
   SetConsoleCtrlHandler(HandleConsoleEvent, TRUE);
 }
 
 InterruptGuard::~InterruptGuard() {
   const std::lock_guard lock(g_mutex);
   SetConsoleCtrlHandler(HandleConsoleEvent, FALSE);
-  g_callback = nullptr;
-  if (g_ended != nullptr) {
-    SetEvent(g_ended);
-    CloseHandle(g_ended);
-    g_ended = nullptr;
-  }
+  g_listener = nullptr;
 }
 
 }  // namespace zentpost::addin_listener
