@@ -44,10 +44,11 @@ struct Served {
 };
 
 // The peer's next operation fails; what it has sent and what waits for it is thrown away.
-void Reset(tcp::socket& socket) {
+ConnectionEnd Reset(Served& served, ConnectionEnd end = ConnectionEnd::kSpoiled) {
   std::error_code ignored;
-  socket.set_option(tcp::socket::linger(true, 0), ignored);
-  socket.close(ignored);
+  served.socket.set_option(tcp::socket::linger(true, 0), ignored);
+  served.socket.close(ignored);
+  return end;
 }
 
 }  // namespace
@@ -104,7 +105,7 @@ class Listener::Server {
     acceptor_.close(ignored);
     for (auto& [number, served] : served_) {
       // A peer that is still sending must not take an orderly end for a delivery.
-      Reset(served.socket);
+      Reset(served);
       sink({number, ConnectionEnd::kDropped, std::move(served.wire)});
     }
     return *end;
@@ -154,7 +155,13 @@ class Listener::Server {
       const bool is_chosen = options_.connection == 0 || options_.connection == number;
       Served served{std::move(socket), asio::steady_timer(io_), number,
                     is_chosen ? options_.misbehaviour : Misbehaviour::kNone};
-      Serve(served_.emplace(number, std::move(served)).first->second);
+      Served& added = served_.emplace(number, std::move(served)).first->second;
+      if (added.misbehaviour == Misbehaviour::kReset && options_.connection != 0) {
+        Finish(added, Reset(added));
+      } else {
+        // Even where bytes are there already: what came on earlier connections goes first.
+        Await(added);
+      }
     } else if (error != asio::error::would_block && error != asio::error::connection_reset) {
       // Else the connection has gone in the meantime.
       failure_ = CallError(std::system_error(error, "accept"));
@@ -162,19 +169,15 @@ class Listener::Server {
     AwaitConnection();
   }
 
-  void Serve(Served& served) {
-    const std::optional<ConnectionEnd> end = Step(served);
-    if (end) {
-      std::error_code ignored;
-      served.socket.close(ignored);
-      completed_ += *end == ConnectionEnd::kProbe ? 0 : 1;
-      Connection connection{served.number, *end, std::move(served.wire)};
-      served_.erase(served.number);
-      (*sink_)(std::move(connection));
-      return;
-    }
-    // One of the two at a time, so that nothing is under way for a connection that has ended.
-    const auto go_on = [this, &served](std::error_code) { Serve(served); };
+  // One of the two at a time, so that nothing is under way for a connection that has ended.
+  void Await(Served& served) {
+    const auto go_on = [this, &served](std::error_code) {
+      if (const std::optional<ConnectionEnd> end = Step(served)) {
+        Finish(served, *end);
+      } else {
+        Await(served);
+      }
+    };
     if (served.pause != milliseconds(0)) {
       served.timer.expires_after(std::exchange(served.pause, milliseconds(0)));
       served.timer.async_wait(go_on);
@@ -183,15 +186,20 @@ class Listener::Server {
     }
   }
 
+  void Finish(Served& served, ConnectionEnd end) {
+    std::error_code ignored;
+    served.socket.close(ignored);
+    completed_ += end == ConnectionEnd::kProbe ? 0 : 1;
+    Connection connection{served.number, end, std::move(served.wire)};
+    served_.erase(served.number);
+    (*sink_)(std::move(connection));
+  }
+
   // Does what is due on a connection that is ready; nothing while it goes on.
   std::optional<ConnectionEnd> Step(Served& served) {
     const bool never_read = served.misbehaviour == Misbehaviour::kNeverRead;
     const bool reset = served.misbehaviour == Misbehaviour::kReset;
     const bool slow = served.misbehaviour == Misbehaviour::kSlow;
-    if (reset && options_.connection != 0) {
-      Reset(served.socket);
-      return ConnectionEnd::kSpoiled;
-    }
     std::error_code error;
     if (served.has_bytes) {
       const std::uint16_t client_port = served.socket.remote_endpoint(error).port();
@@ -214,8 +222,7 @@ class Listener::Server {
       return served.wire.empty() ? ConnectionEnd::kProbe : end;
     }
     if (reset) {
-      Reset(served.socket);
-      return ConnectionEnd::kSpoiled;
+      return Reset(served);
     }
     if (never_read) {
       served.has_bytes = true;
@@ -227,8 +234,7 @@ class Listener::Server {
       served.pause = options_.slow_interval;
     }
     if (served.wire.size() > kMaxPayload) {
-      Reset(served.socket);
-      return ConnectionEnd::kBroken;
+      return Reset(served, ConnectionEnd::kBroken);
     }
     return std::nullopt;
   }

@@ -22,9 +22,9 @@ enum class Misbehaviour {
 };
 
 struct ListenerOptions {
-  std::uint16_t port = 0;                            // 0: the system chooses a free one
-  unsigned count = 1;                                // deliveries until Run returns; 0: no limit
-  std::optional<std::chrono::milliseconds> timeout;  // of the whole Run
+  std::uint16_t port = 0;  // 0: the system chooses a free one
+  unsigned count = 1;      // deliveries until Run returns; 0: no limit
+  std::optional<std::chrono::milliseconds> timeout = {};  // of the whole Run
   Misbehaviour misbehaviour = Misbehaviour::kNone;
   // 0: each connection is treated badly from its first byte on, so that a probe, which brings none,
   // meets a good listener; kStopAfterProbe stops after the first connection. Else the connection of

@@ -10,91 +10,67 @@ namespace {
 
 using std::chrono::seconds;
 
-TEST(Options, NoArgumentsMeanOneDeliveryOnAFreePort) {
+Options Parsed(const std::vector<std::string>& arguments) {
   std::string error;
-  const auto options = ParseOptions({}, error);
-  ASSERT_TRUE(options) << error;
-  EXPECT_EQ(options->action, Action::kListen);
-  EXPECT_EQ(options->display, Display::kReadable);
-  EXPECT_EQ(options->listener.port, 0);
-  EXPECT_EQ(options->listener.count, 1u);
-  EXPECT_FALSE(options->listener.timeout);
-  EXPECT_EQ(options->listener.misbehaviour, Misbehaviour::kNone);
-  EXPECT_EQ(options->listener.connection, 0u);
-  EXPECT_EQ(options->listener.slow_interval, seconds(1));
-  EXPECT_FALSE(options->port_file);
-  EXPECT_FALSE(options->out_folder);
+  const std::optional<Options> options = ParseOptions(arguments, error);
+  EXPECT_TRUE(options) << error;
+  return options.value_or(Options{});
+}
+
+TEST(Options, NoArgumentsMeanOneDeliveryOnAFreePort) {
+  const Options options = Parsed({});
+  EXPECT_EQ(options.action, Action::kListen);
+  EXPECT_EQ(options.display, Display::kReadable);
+  EXPECT_EQ(options.listener.port, 0);
+  EXPECT_EQ(options.listener.count, 1u);
+  EXPECT_FALSE(options.listener.timeout);
+  EXPECT_EQ(options.listener.misbehaviour, Misbehaviour::kNone);
+  EXPECT_EQ(options.listener.connection, 0u);
+  EXPECT_EQ(options.listener.slow_interval, seconds(1));
+  EXPECT_FALSE(options.port_file);
+  EXPECT_FALSE(options.out_folder);
 }
 
 TEST(Options, EachOptionIsTaken) {
-  std::string error;
-  const auto options = ParseOptions(
-      {"--port", "65535", "--port-file", "a b.txt", "--count", "0", "--timeout", "86400", "--json",
-       "--out", "f", "--code-page", "1252", "--misbehave", "slow", "--connection", "3"},
-      error);
-  ASSERT_TRUE(options) << error;
-  EXPECT_EQ(options->listener.port, 65535);
-  EXPECT_EQ(options->port_file, "a b.txt");
-  EXPECT_EQ(options->listener.count, 0u);
-  EXPECT_EQ(options->listener.timeout, seconds(86400));
-  EXPECT_EQ(options->display, Display::kJson);
-  EXPECT_EQ(options->out_folder, "f");
-  EXPECT_EQ(options->listener.misbehaviour, Misbehaviour::kSlow);
-  EXPECT_EQ(options->listener.connection, 3u);
+  const Options options = Parsed({"--port", "65535", "--port-file", "a b.txt", "--count", "0",
+                                  "--timeout", "86400", "--json", "--out", "f", "--code-page",
+                                  "1252", "--misbehave", "slow", "--connection", "3"});
+  EXPECT_EQ(options.listener.port, 65535);
+  EXPECT_EQ(options.port_file, "a b.txt");
+  EXPECT_EQ(options.listener.count, 0u);
+  EXPECT_EQ(options.listener.timeout, seconds(86400));
+  EXPECT_EQ(options.display, Display::kJson);
+  EXPECT_EQ(options.out_folder, "f");
+  EXPECT_EQ(options.listener.misbehaviour, Misbehaviour::kSlow);
+  EXPECT_EQ(options.listener.connection, 3u);
 }
 
 TEST(Options, EachMisbehaviourHasItsName) {
-  const struct {
-    const char* name;
-    Misbehaviour kind;
-  } cases[] = {{"never-read", Misbehaviour::kNeverRead},
-               {"slow", Misbehaviour::kSlow},
-               {"reset", Misbehaviour::kReset},
-               {"stop-after-probe", Misbehaviour::kStopAfterProbe}};
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.name);
-    std::string error;
-    const auto options = ParseOptions({"--misbehave", item.name}, error);
-    ASSERT_TRUE(options) << error;
-    EXPECT_EQ(options->listener.misbehaviour, item.kind);
-    EXPECT_EQ(options->listener.connection, 0u);
+  const std::pair<const char*, Misbehaviour> cases[] = {
+      {"never-read", Misbehaviour::kNeverRead},
+      {"slow", Misbehaviour::kSlow},
+      {"reset", Misbehaviour::kReset},
+      {"stop-after-probe", Misbehaviour::kStopAfterProbe}};
+  for (const auto& [name, kind] : cases) {
+    EXPECT_EQ(Parsed({"--misbehave", name}).listener.misbehaviour, kind) << name;
   }
 }
 
-TEST(Options, ValueMayFollowAnEqualsSign) {
-  std::string error;
-  const auto options = ParseOptions({"--port=5000", "--out=a=b", "--quiet"}, error);
-  ASSERT_TRUE(options) << error;
-  EXPECT_EQ(options->listener.port, 5000);
-  EXPECT_EQ(options->out_folder, "a=b");
-  EXPECT_EQ(options->display, Display::kQuiet);
-}
-
-TEST(Options, LastOneOfTheSameOptionCounts) {
-  std::string error;
-  const auto options = ParseOptions({"--port", "1", "--port=2"}, error);
-  ASSERT_TRUE(options) << error;
-  EXPECT_EQ(options->listener.port, 2);
+TEST(Options, ValueMayFollowAnEqualsSignAndTheLastOneCounts) {
+  const Options options = Parsed({"--port", "1", "--port=5000", "--out=a=b", "--quiet"});
+  EXPECT_EQ(options.listener.port, 5000);
+  EXPECT_EQ(options.out_folder, "a=b");
+  EXPECT_EQ(options.display, Display::kQuiet);
 }
 
 TEST(Options, PathsAreReadAsUtf8) {
-  std::string error;
-  const auto options = ParseOptions({"--out",
-                                     "Gr\xC3\xBC\xC3\x9F"
-                                     "e"},
-                                    error);
-  ASSERT_TRUE(options) << error;
-  EXPECT_EQ(options->out_folder, std::filesystem::path(u8"Gr\u00FC\u00DFe"));
+  EXPECT_EQ(Parsed({"--out", "Gr\xC3\xBC\xC3\x9F."}).out_folder,
+            std::filesystem::path(u8"Gr\u00FC\u00DF."));
 }
 
 TEST(Options, HelpAndVersionCountAtOnce) {
-  std::string error;
-  const auto help = ParseOptions({"--json", "--help", "--nonsense"}, error);
-  ASSERT_TRUE(help) << error;
-  EXPECT_EQ(help->action, Action::kShowHelp);
-  const auto version = ParseOptions({"--version"}, error);
-  ASSERT_TRUE(version) << error;
-  EXPECT_EQ(version->action, Action::kShowVersion);
+  EXPECT_EQ(Parsed({"--json", "--help", "--nonsense"}).action, Action::kShowHelp);
+  EXPECT_EQ(Parsed({"--version"}).action, Action::kShowVersion);
 }
 
 TEST(Options, SaysWhatIsWrong) {

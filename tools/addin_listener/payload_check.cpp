@@ -4,29 +4,47 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace zentpost::addin_listener {
 namespace {
 
-// The characters of the bytes 80 to 9F in Windows-1252, as Unicode publishes them. Everywhere else
-// the character has the byte's own number. 0 marks the five undefined bytes.
+using Problems = std::vector<std::string>;
+
+// The characters of the bytes 80 to 9F in Windows-1252, as Unicode publishes them; the five bytes
+// that it leaves undefined are read as the control characters of their own numbers. Everywhere else
+// the character has the byte's own number.
 constexpr std::array<char16_t, 32> kWindows1252 = {
-    0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 constexpr char kPlainUtf8Hint[] = "; was the text sent as plain UTF-8, without the conversion?";
 
-std::string Hex(std::uint32_t value, int digits) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%0*X", digits, static_cast<unsigned>(value));
+std::string Hex(char byte) {
+  char text[3];
+  std::snprintf(text, sizeof text, "%02X", static_cast<unsigned>(static_cast<unsigned char>(byte)));
   return text;
+}
+
+std::string CodePoint(char32_t code) {
+  char text[16];
+  std::snprintf(text, sizeof text, "U+%04X", static_cast<unsigned>(code));
+  return text;
+}
+
+std::string OnWire(std::size_t offset) {
+  return "byte " + std::to_string(offset) + " on the wire: ";
+}
+
+std::string InText(std::size_t offset) {
+  return "byte " + std::to_string(offset) + " of the text: ";
 }
 
 struct Utf8Character {
@@ -37,39 +55,23 @@ struct Utf8Character {
 // The character that begins at `offset`; nothing for ill-formed UTF-8 (overlong forms, surrogates
 // and numbers above 10FFFF included).
 std::optional<Utf8Character> DecodeUtf8(std::string_view text, std::size_t offset) {
-  const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-  const unsigned char lead = byte(offset);
+  const auto lead = static_cast<unsigned char>(text[offset]);
   if (lead < 0x80) {
     return Utf8Character{lead, 1};
   }
-  std::size_t length = 0;
-  char32_t code = 0;
-  char32_t smallest = 0;
-  if ((lead & 0xE0) == 0xC0) {
-    length = 2;
-    code = lead & 0x1Fu;
-    smallest = 0x80;
-  } else if ((lead & 0xF0) == 0xE0) {
-    length = 3;
-    code = lead & 0x0Fu;
-    smallest = 0x800;
-  } else if ((lead & 0xF8) == 0xF0) {
-    length = 4;
-    code = lead & 0x07u;
-    smallest = 0x10000;
-  } else {
+  const auto length = static_cast<std::size_t>(std::countl_one(lead));
+  if (length < 2 || length > 4 || length > text.size() - offset) {
     return std::nullopt;
   }
-  if (length > text.size() - offset) {
-    return std::nullopt;
-  }
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(offset + i) & 0xC0) != 0x80) {
+  char32_t code = lead & (0x7Fu >> length);
+  for (const char next : text.substr(offset + 1, length - 1)) {
+    if ((next & 0xC0) != 0x80) {
       return std::nullopt;
     }
-    code = (code << 6) | (byte(offset + i) & 0x3Fu);
+    code = (code << 6) | (next & 0x3Fu);
   }
-  if (code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
+  constexpr char32_t kSmallest[] = {0x80, 0x800, 0x10000};
+  if (code < kSmallest[length - 2] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
     return std::nullopt;
   }
   return Utf8Character{code, length};
@@ -79,15 +81,10 @@ std::optional<char> Windows1252Byte(char32_t code) {
   if (code < 0x80 || (code >= 0xA0 && code <= 0xFF)) {
     return static_cast<char>(code);
   }
-  if (code >= 0x80 && code <= 0x9F) {
-    // Only an undefined byte is read as the control character of its own number.
-    return kWindows1252[code - 0x80] == 0 ? std::optional(static_cast<char>(code)) : std::nullopt;
-  }
   const auto* found = std::find(kWindows1252.begin(), kWindows1252.end(), code);
-  if (found == kWindows1252.end()) {
-    return std::nullopt;
-  }
-  return static_cast<char>(0x80 + std::distance(kWindows1252.begin(), found));
+  return found == kWindows1252.end()
+             ? std::nullopt
+             : std::optional(static_cast<char>(0x80 + std::distance(kWindows1252.begin(), found)));
 }
 
 struct Member {
@@ -100,48 +97,29 @@ constexpr Member kMembers[] = {
     {"Subject", false},  {"SendTime", false},       {"ECM", true},
     {"Preview", true},
 };
-constexpr std::size_t kUnknown = std::size(kMembers);
-constexpr char kParameters[] = "Parameters";
-
-struct TreeDeleter {
-  void operator()(cJSON* tree) const { cJSON_Delete(tree); }
-};
-using Tree = std::unique_ptr<cJSON, TreeDeleter>;
-
-struct PrintDeleter {
-  void operator()(char* text) const { cJSON_free(text); }
-};
 
 const char* TypeName(const cJSON* item) {
-  if (cJSON_IsString(item)) {
-    return "a string";
+  switch (item->type & 0xFF) {
+    case cJSON_String:
+      return "a string";
+    case cJSON_True:
+    case cJSON_False:
+      return "a boolean";
+    case cJSON_Number:
+      return "a number";
+    case cJSON_Array:
+      return "an array";
+    case cJSON_Object:
+      return "an object";
+    default:
+      return "null";
   }
-  if (cJSON_IsBool(item)) {
-    return "a boolean";
-  }
-  if (cJSON_IsNumber(item)) {
-    return "a number";
-  }
-  if (cJSON_IsArray(item)) {
-    return "an array";
-  }
-  if (cJSON_IsObject(item)) {
-    return "an object";
-  }
-  return "null";
-}
-
-char LowerAscii(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 bool EqualsButForCase(std::string_view left, std::string_view right) {
+  // Names in ASCII: one bit makes the difference for letters, and nothing else is at stake here.
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char a, char b) { return LowerAscii(a) == LowerAscii(b); });
-}
-
-bool IsControl(char32_t code) {
-  return code < 0x20 || (code >= 0x7F && code <= 0x9F);
+                    [](char a, char b) { return (a | 0x20) == (b | 0x20); });
 }
 
 // `text` with every control character made visible, so that it fits on one line and cannot command
@@ -149,14 +127,14 @@ bool IsControl(char32_t code) {
 std::string WithoutControls(std::string_view text, bool keep_tabs) {
   std::string result;
   for (std::size_t i = 0; i < text.size();) {
-    const std::optional<Utf8Character> character = DecodeUtf8(text, i);
-    const std::size_t length = character ? character->length : 1;
-    if (character && IsControl(character->code) && !(keep_tabs && character->code == '\t')) {
-      result += "<U+" + Hex(character->code, 4) + ">";
+    const Utf8Character character = DecodeUtf8(text, i).value_or(Utf8Character{'?', 1});
+    const char32_t code = character.code;
+    if ((code < 0x20 || (code >= 0x7F && code <= 0x9F)) && !(keep_tabs && code == '\t')) {
+      result += "<" + CodePoint(code) + ">";
     } else {
-      result += text.substr(i, length);
+      result += text.substr(i, character.length);
     }
-    i += length;
+    i += character.length;
   }
   return result;
 }
@@ -166,7 +144,7 @@ std::string Quoted(std::string_view name) {
 }
 
 // What the JSON library lets pass although a stricter reader would not, or would read differently.
-void CheckText(std::string_view json, std::vector<std::string>& problems) {
+void CheckText(std::string_view json, Problems& problems) {
   if (json.starts_with("\xEF\xBB\xBF")) {
     problems.push_back("the text begins with a byte order mark");
   }
@@ -177,14 +155,12 @@ void CheckText(std::string_view json, std::vector<std::string>& problems) {
       in_string = !in_string;
     } else if (in_string && c == '\\') {
       if (json.substr(i).starts_with("\\u0000")) {
-        problems.push_back("byte " + std::to_string(i) +
-                           " of the text: the escape \\u0000 cuts its text short");
+        problems.push_back(InText(i) + "the escape \\u0000 cuts its text short");
       }
       ++i;  // The escaped character, which may be a quotation mark.
     } else if (static_cast<unsigned char>(c) < 0x20 &&
                (in_string || (c != '\t' && c != '\n' && c != '\r'))) {
-      problems.push_back("byte " + std::to_string(i) + " of the text: control character " +
-                         Hex(static_cast<unsigned char>(c), 2) + " where JSON allows none");
+      problems.push_back(InText(i) + "control character " + Hex(c) + " where JSON allows none");
     }
   }
 }
@@ -193,112 +169,105 @@ std::string ValueText(const cJSON* item) {
   if (cJSON_IsString(item)) {
     return item->valuestring;
   }
-  const std::unique_ptr<char, PrintDeleter> text(cJSON_PrintUnformatted(item));
+  const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(item), cJSON_free);
   return text ? text.get() : "";
 }
 
 void CheckMembers(const cJSON* parameters, PayloadReport& report) {
+  Problems& problems = report.problems;
   std::array<bool, std::size(kMembers)> seen{};
-  std::size_t last = kUnknown;  // The known member with the highest place so far.
+  std::size_t last = 0;  // The known member with the highest place so far.
   for (const cJSON* item = parameters->child; item != nullptr; item = item->next) {
     const std::string name = item->string;
+    const std::string quoted = Quoted(name);
     report.members.push_back({name, ValueText(item)});
-
-    std::size_t place = 0;
-    while (place < kUnknown && name != kMembers[place].name) {
-      ++place;
-    }
-    if (place == kUnknown) {
-      const auto* similar =
-          std::find_if(std::begin(kMembers), std::end(kMembers),
-                       [&](const Member& member) { return EqualsButForCase(name, member.name); });
-      report.problems.push_back(similar == std::end(kMembers)
-                                    ? "unknown member " + Quoted(name)
-                                    : "unknown member " + Quoted(name) + ": the name is " +
-                                          Quoted(similar->name));
+    const auto* known =
+        std::find_if(std::begin(kMembers), std::end(kMembers),
+                     [&](const Member& member) { return EqualsButForCase(name, member.name); });
+    if (known == std::end(kMembers)) {
+      problems.push_back("unknown member " + quoted);
       continue;
     }
-    if (seen[place]) {
-      report.problems.push_back("member " + Quoted(name) + " stands more than once");
+    if (name != known->name) {
+      problems.push_back("unknown member " + quoted + ": the name is " + Quoted(known->name));
       continue;
     }
-    seen[place] = true;
-    const bool right_type =
-        kMembers[place].boolean ? cJSON_IsBool(item) != 0 : cJSON_IsString(item) != 0;
-    if (!right_type) {
-      report.problems.push_back("member " + Quoted(name) + " is " + TypeName(item) + ", not " +
-                                (kMembers[place].boolean ? "a boolean" : "a string"));
+    const auto place = static_cast<std::size_t>(std::distance(std::begin(kMembers), known));
+    if (std::exchange(seen[place], true)) {
+      problems.push_back("member " + quoted + " stands more than once");
+      continue;
     }
-    if (last != kUnknown && place < last) {
-      report.problems.push_back("member " + Quoted(name) + " stands after " +
-                                Quoted(kMembers[last].name) + ", not before it");
-    } else {
-      last = place;
+    if ((known->boolean ? cJSON_IsBool(item) : cJSON_IsString(item)) == 0) {
+      problems.push_back("member " + quoted + " is " + TypeName(item) + ", not " +
+                         (known->boolean ? "a boolean" : "a string"));
     }
+    if (place < last) {
+      problems.push_back("member " + quoted + " stands after " + Quoted(kMembers[last].name) +
+                         ", not before it");
+    }
+    last = std::max(last, place);
   }
   for (std::size_t place = 0; place < std::size(kMembers); ++place) {
     if (!seen[place]) {
-      report.problems.push_back("member " + Quoted(kMembers[place].name) + " is missing");
+      problems.push_back("member " + Quoted(kMembers[place].name) + " is missing");
     }
   }
 }
 
 void CheckDocument(PayloadReport& report) {
   const std::string& json = report.json_utf8;
-  const char* end = nullptr;
-  const Tree root(cJSON_ParseWithLengthOpts(json.c_str(), json.size() + 1, &end, 1));
-  const auto offset = end == nullptr ? 0 : static_cast<std::size_t>(end - json.c_str());
+  Problems& problems = report.problems;
+  const char* end = json.c_str();
+  const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(
+      cJSON_ParseWithLengthOpts(json.c_str(), json.size() + 1, &end, 1), cJSON_Delete);
   if (!root) {
-    report.problems.push_back("byte " + std::to_string(offset) +
-                              " of the text: no JSON from here on");
+    problems.push_back(InText(static_cast<std::size_t>(end - json.c_str())) +
+                       "no JSON from here on");
     return;
   }
-  CheckText(json, report.problems);
+  CheckText(json, problems);
   if (!cJSON_IsObject(root.get())) {
-    report.problems.push_back(std::string("the document is ") + TypeName(root.get()) +
-                              ", not an object");
+    problems.push_back(std::string("the document is ") + TypeName(root.get()) + ", not an object");
     return;
   }
+  const std::string quoted = Quoted("Parameters");
   const cJSON* parameters = nullptr;
   for (const cJSON* item = root->child; item != nullptr; item = item->next) {
-    if (std::string_view(item->string) != kParameters) {
-      report.problems.push_back("unknown member " + Quoted(item->string) + " beside " +
-                                Quoted(kParameters));
+    if (std::string_view(item->string) != "Parameters") {
+      problems.push_back("unknown member " + Quoted(item->string) + " beside " + quoted);
     } else if (parameters != nullptr) {
-      report.problems.push_back("member " + Quoted(kParameters) + " stands more than once");
+      problems.push_back("member " + quoted + " stands more than once");
     } else {
       parameters = item;
     }
   }
   if (parameters == nullptr) {
-    report.problems.push_back("member " + Quoted(kParameters) + " is missing");
+    problems.push_back("member " + quoted + " is missing");
   } else if (!cJSON_IsObject(parameters)) {
-    report.problems.push_back("member " + Quoted(kParameters) + " is " + TypeName(parameters) +
-                              ", not an object");
+    problems.push_back("member " + quoted + " is " + TypeName(parameters) + ", not an object");
   } else {
     CheckMembers(parameters, report);
   }
 }
 
-}  // namespace
-
-bool UndoWireConversion(std::string_view wire, std::string& json_utf8, std::string& problem) {
-  json_utf8.clear();
-  problem.clear();
+// Undoes the sender's conversion. The sender reads its UTF-8 JSON text as Windows-1252, one
+// character a byte, and sends these characters in UTF-8; here each character of `wire` becomes its
+// byte again. Nothing where that cannot be done or does not give UTF-8; `problem` then says why and
+// where.
+std::string UndoConversion(std::string_view wire, std::string& problem) {
   std::string bytes;
   bytes.reserve(wire.size());
   for (std::size_t i = 0; i < wire.size();) {
     const std::optional<Utf8Character> character = DecodeUtf8(wire, i);
     if (!character) {
-      problem = "byte " + std::to_string(i) + " on the wire: ill-formed UTF-8 (" +
-                Hex(static_cast<unsigned char>(wire[i]), 2) + ")";
-      return false;
+      problem = OnWire(i) + "ill-formed UTF-8 (" + Hex(wire[i]) + ")";
+      return "";
     }
     const std::optional<char> byte = Windows1252Byte(character->code);
     if (!byte) {
-      problem = "byte " + std::to_string(i) + " on the wire: character U+" +
-                Hex(character->code, 4) + " has no byte in Windows-1252" + kPlainUtf8Hint;
-      return false;
+      problem = OnWire(i) + "character " + CodePoint(character->code) +
+                " has no byte in Windows-1252" + kPlainUtf8Hint;
+      return "";
     }
     bytes += *byte;
     i += character->length;
@@ -306,21 +275,22 @@ bool UndoWireConversion(std::string_view wire, std::string& json_utf8, std::stri
   for (std::size_t i = 0; i < bytes.size();) {
     const std::optional<Utf8Character> character = DecodeUtf8(bytes, i);
     if (!character) {
-      problem = "byte " + std::to_string(i) +
-                " of the text: not UTF-8 once the conversion is undone (" +
-                Hex(static_cast<unsigned char>(bytes[i]), 2) + ")" + kPlainUtf8Hint;
-      return false;
+      problem = InText(i) + "not UTF-8 once the conversion is undone (" + Hex(bytes[i]) + ")" +
+                kPlainUtf8Hint;
+      return "";
     }
     i += character->length;
   }
-  json_utf8 = std::move(bytes);
-  return true;
+  return bytes;
 }
+
+}  // namespace
 
 PayloadReport CheckPayload(std::string_view wire) {
   PayloadReport report;
   std::string problem;
-  if (UndoWireConversion(wire, report.json_utf8, problem)) {
+  report.json_utf8 = UndoConversion(wire, problem);
+  if (problem.empty()) {
     CheckDocument(report);
   } else {
     report.problems.push_back(std::move(problem));

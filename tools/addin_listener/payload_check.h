@@ -10,16 +10,6 @@
 
 namespace zentpost::addin_listener {
 
-// Undoes the sender's conversion. The sender reads its UTF-8 JSON text as Windows-1252, one
-// character a byte, and sends these characters in UTF-8; here each character of `wire` becomes its
-// Windows-1252 byte again. The bytes 81 8D 8F 90 9D, which that code page leaves undefined, stand
-// for the characters of the same number, as on Windows.
-// Success: true, `json_utf8` holds the text. Failure: false, `problem` says what is wrong at which
-// byte of `wire`, and `json_utf8` is empty: ill-formed UTF-8, a character without a byte, or a text
-// that is not UTF-8 once it is undone.
-[[nodiscard]] bool UndoWireConversion(std::string_view wire, std::string& json_utf8,
-                                      std::string& problem);
-
 struct PayloadMember {
   std::string name;        // UTF-8
   std::string value_utf8;  // a string's text, unescaped; else the JSON value

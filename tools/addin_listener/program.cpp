@@ -17,11 +17,7 @@
 namespace zentpost::addin_listener {
 namespace {
 
-constexpr int kExitGood = 0;
-constexpr int kExitNotValid = 1;
-constexpr int kExitUsage = 2;
-constexpr int kExitSystem = 3;
-constexpr int kExitUnfinished = 4;
+enum ExitCode : int { kExitGood, kExitNotValid, kExitUsage, kExitSystem, kExitUnfinished };
 
 std::string Utf8(const std::filesystem::path& path) {
   const std::u8string text = path.u8string();
@@ -29,9 +25,7 @@ std::string Utf8(const std::filesystem::path& path) {
 }
 
 std::string Quoted(const std::filesystem::path& path) {
-  std::string text = Utf8(path);
-  text.insert(text.begin(), '"');
-  return text += '"';
+  return '"' + Utf8(path) + '"';
 }
 
 std::string CountOfBytes(std::size_t count) {
@@ -134,10 +128,16 @@ class Program {
     err_("addin_listener: " + error + "\n");
     return kExitSystem;
   }
+  // Ends the listening; the first failure is the one that is named.
+  void GiveUp(const std::string& failure) {
+    if (failure_.empty()) {
+      failure_ = failure;
+    }
+    listener_.Stop();
+  }
   void Print(std::string_view text) {
     if (!out_(text)) {
-      output_failed_ = true;
-      listener_.Stop();
+      GiveUp("cannot write the output");
     }
   }
   // What is said about a connection, as opposed to the payload itself.
@@ -149,20 +149,19 @@ class Program {
     }
   }
   void TakeConnection(const Connection& connection);
-  void TakeDelivery(const std::string& heading, const Connection& connection);
+  void TakeDelivery(std::string text, const Connection& connection);
 
   const Options& options_;
   const Writer& out_;
   const Writer& err_;
   Listener listener_;
   std::size_t deliveries_ = 0;
-  std::size_t not_valid_ = 0;
+  bool not_valid_ = false;
   unsigned next_number_ = 1;
-  bool output_failed_ = false;
-  std::string keeping_error_;
+  std::string failure_;
 };
 
-void Program::TakeDelivery(const std::string& heading, const Connection& connection) {
+void Program::TakeDelivery(std::string text, const Connection& connection) {
   PayloadReport report = CheckPayload(connection.wire);
   if (connection.end == ConnectionEnd::kBroken) {
     report.problems.insert(report.problems.begin(),
@@ -170,11 +169,9 @@ void Program::TakeDelivery(const std::string& heading, const Connection& connect
                                ? "there are more bytes than this program takes"
                                : "the sender reset the connection instead of closing it");
   }
-  if (!report.valid()) {
-    ++not_valid_;
-  }
-  std::string text = heading + ", " + CountOfBytes(connection.wire.size()) +
-                     (report.valid() ? ", valid\n" : ", NOT VALID\n");
+  not_valid_ = not_valid_ || !report.valid();
+  text += ", " + CountOfBytes(connection.wire.size()) +
+          (report.valid() ? ", valid\n" : ", NOT VALID\n");
   for (const std::string& problem : report.problems) {
     text += "  problem: " + problem + "\n";
   }
@@ -183,13 +180,11 @@ void Program::TakeDelivery(const std::string& heading, const Connection& connect
   }
   if (options_.out_folder) {
     try {
-      text += "  written to " +
-              Utf8(KeepDelivery(*options_.out_folder, connection.wire, report.json_utf8,
-                                next_number_)) +
-              "\n";
+      const std::filesystem::path written =
+          KeepDelivery(*options_.out_folder, connection.wire, report.json_utf8, next_number_);
+      text += "  written to " + Utf8(written) + "\n";
     } catch (const std::system_error& error) {
-      keeping_error_ = "cannot write to " + Quoted(*options_.out_folder) + ": " + CallError(error);
-      listener_.Stop();
+      GiveUp("cannot write to " + Quoted(*options_.out_folder) + ": " + CallError(error));
     }
   }
   Tell(text);
@@ -205,37 +200,33 @@ void Program::TakeConnection(const Connection& connection) {
   const std::string heading = "connection " + std::to_string(connection.number) + ": ";
   switch (connection.end) {
     case ConnectionEnd::kProbe:
-      Tell(heading + "probe, closed without a byte\n");
-      return;
+      return Tell(heading + "probe, closed without a byte\n");
     case ConnectionEnd::kUnaccepted:
-      Tell(heading + "closed unaccepted; listening no more, on purpose\n");
-      return;
+      return Tell(heading + "closed unaccepted; listening no more, on purpose\n");
     case ConnectionEnd::kDropped:
-      Tell(heading + "dropped at the end, after " + CountOfBytes(connection.wire.size()) + "\n");
-      return;
-    case ConnectionEnd::kSpoiled:
-      ++deliveries_;
-      Tell(heading + "delivery " + std::to_string(deliveries_) +
-           (options_.listener.misbehaviour == Misbehaviour::kReset
-                ? ", reset on purpose\n"
-                : ", left unread on purpose until the sender closed\n"));
-      return;
+      return Tell(heading + "dropped at the end, after " + CountOfBytes(connection.wire.size()) +
+                  "\n");
     case ConnectionEnd::kDelivered:
     case ConnectionEnd::kBroken:
-      ++deliveries_;
-      TakeDelivery(heading + "delivery " + std::to_string(deliveries_), connection);
-      return;
+    case ConnectionEnd::kSpoiled:
+      break;
+  }
+  const std::string delivery = heading + "delivery " + std::to_string(++deliveries_);
+  if (connection.end != ConnectionEnd::kSpoiled) {
+    TakeDelivery(delivery, connection);
+  } else if (options_.listener.misbehaviour == Misbehaviour::kReset) {
+    Tell(delivery + ", reset on purpose\n");
+  } else {
+    Tell(delivery + ", left unread on purpose until the sender closed\n");
   }
 }
 
 int Program::Run() {
-  std::string error;
-  if (options_.out_folder) {
-    std::error_code ignored;
-    if (!std::filesystem::is_directory(*options_.out_folder, ignored)) {
-      return Fail("no such folder: " + Quoted(*options_.out_folder));
-    }
+  std::error_code ignored;
+  if (options_.out_folder && !std::filesystem::is_directory(*options_.out_folder, ignored)) {
+    return Fail("no such folder: " + Quoted(*options_.out_folder));
   }
+  std::string error;
   if (!listener_.Open(options_.listener, error)) {
     return Fail("cannot listen on 127.0.0.1:" + std::to_string(options_.listener.port) + ": " +
                 error);
@@ -253,29 +244,21 @@ int Program::Run() {
 
   const RunEnd end =
       listener_.Run([this](const Connection& connection) { TakeConnection(connection); }, error);
-
-  if (!keeping_error_.empty()) {
-    return Fail(keeping_error_);
-  }
   if (end == RunEnd::kFailed) {
-    return Fail("cannot go on listening: " + error);
+    GiveUp("cannot go on listening: " + error);
   }
-  if (output_failed_) {
-    return Fail("cannot write the output");
+  if (!failure_.empty()) {
+    return Fail(failure_);
   }
-  const bool unfinished =
-      end == RunEnd::kTimedOut || (end == RunEnd::kStopped && options_.listener.count != 0);
+  const unsigned count = options_.listener.count;
+  const bool timed_out = end == RunEnd::kTimedOut;
+  const bool unfinished = timed_out || (end == RunEnd::kStopped && count != 0);
   if (unfinished) {
-    const unsigned count = options_.listener.count;
-    err_(std::string("addin_listener: ") +
-         (end == RunEnd::kTimedOut ? "the time ran out: " : "ended: ") +
+    err_(std::string("addin_listener: ") + (timed_out ? "the time ran out: " : "ended: ") +
          std::to_string(deliveries_) + (count == 0 ? "" : " of " + std::to_string(count)) +
          " deliveries had come\n");
   }
-  if (not_valid_ != 0) {
-    return kExitNotValid;
-  }
-  return unfinished ? kExitUnfinished : kExitGood;
+  return not_valid_ ? kExitNotValid : unfinished ? kExitUnfinished : kExitGood;
 }
 
 }  // namespace

@@ -4,32 +4,34 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstdlib>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <map>
 #include <mutex>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tools/addin_listener/test_client.h"
+#include "tools/sandbox_mapi/test_folder.h"
 
 namespace zentpost::addin_listener {
 namespace {
 
+using sandbox_mapi::ReadBytes;
+using sandbox_mapi::TestFolder;
+using sandbox_mapi::WriteBytes;
 using Arguments = std::vector<std::string>;
 
-constexpr char kGood[] =
-    "{\"Parameters\":{\"Receiver\":\"1\",\"RecipientName\":\"J\xC3\xBCrgen\",\"SenderName\":\"\","
-    "\"FileName\":\"\",\"AttachmentName\":\"\",\"Comment\":\"\",\"Subject\":\"\",\"SendTime\":\"\","
-    "\"ECM\":true,\"Preview\":false}}";
-constexpr char kGoodWire[] =
-    "{\"Parameters\":{\"Receiver\":\"1\",\"RecipientName\":\"J\xC3\x83\xC2\xBCrgen\","
-    "\"SenderName\":\"\",\"FileName\":\"\",\"AttachmentName\":\"\",\"Comment\":\"\",\"Subject\":"
-    "\"\","
-    "\"SendTime\":\"\",\"ECM\":true,\"Preview\":false}}";
+std::string PayloadOf(const std::string& name) {
+  return R"({"Parameters":{"Receiver":"1","RecipientName":")" + name +
+         R"(","SenderName":"","FileName":"","AttachmentName":"","Comment":"","Subject":"","SendTime":"",)"
+         R"("ECM":true,"Preview":false}})";
+}
+
+const std::string kGood = PayloadOf("J\xC3\xBCrgen");
+const std::string kGoodWire = PayloadOf("J\xC3\x83\xC2\xBCrgen");
+constexpr char kProbe[] = "connection 1: probe, closed without a byte\n";
 constexpr char kGoodLines[] =
     "  Receiver:       1\n"
     "  RecipientName:  J\xC3\xBCrgen\n"
@@ -42,71 +44,35 @@ constexpr char kGoodLines[] =
     "  ECM:            true\n"
     "  Preview:        false\n";
 
-// A new folder with a name that no ANSI code page holds, removed with all that is in it.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::random_device random;
-    do {
-      path_ = std::filesystem::temp_directory_path() /
-              (u8"zentpost-\u4E2D\u00E4-" + Digits(random()) + Digits(random()));
-    } while (!std::filesystem::create_directory(path_));
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
+std::string Utf8(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return std::string(text.begin(), text.end());
+}
 
-  const std::filesystem::path& path() const { return path_; }
-  std::string Utf8(const std::string& name = "") const {
-    const std::u8string text = (name.empty() ? path_ : path_ / name).u8string();
-    return std::string(text.begin(), text.end());
+// What `folder` holds, each file with its content, a folder without.
+using Files = std::map<std::string, std::string>;
+Files FilesIn(const std::filesystem::path& folder) {
+  Files files;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    files[entry.path().filename().string()] = entry.is_directory() ? "" : ReadBytes(entry.path());
   }
-  std::string Read(const std::string& name) const {
-    std::ifstream file(path_ / name, std::ios::binary);
-    EXPECT_TRUE(file) << name;
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }
-  void Write(const std::string& name, const std::string& text) const {
-    std::ofstream(path_ / name, std::ios::binary) << text;
-  }
-  std::vector<std::string> Names() const {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-      names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-
- private:
-  static std::u8string Digits(unsigned number) {
-    const std::string digits = std::to_string(number);
-    return std::u8string(digits.begin(), digits.end());
-  }
-  std::filesystem::path path_;
-};
+  return files;
+}
 
 // The program on a thread of its own.
 class RunningProgram {
  public:
   explicit RunningProgram(Arguments arguments) {
-    thread_ = std::thread([this, arguments = std::move(arguments)] {
-      exit_code_ = RunProgram(
-          arguments,
-          [this](std::string_view text) {
-            const std::lock_guard lock(mutex_);
-            out_ += text;
-            changed_.notify_all();
-            return true;
-          },
-          [this](std::string_view text) {
-            const std::lock_guard lock(mutex_);
-            err_ += text;
-            return true;
-          });
+    const auto appends_to = [this](std::string& all) {
+      return [this, &all](std::string_view text) {
+        const std::lock_guard lock(mutex_);
+        all += text;
+        changed_.notify_all();
+        return true;
+      };
+    };
+    thread_ = std::thread([this, appends_to, arguments = std::move(arguments)] {
+      exit_code_ = RunProgram(arguments, appends_to(out_), appends_to(err_));
     });
   }
   ~RunningProgram() {
@@ -125,29 +91,27 @@ class RunningProgram {
   std::uint16_t AwaitPort() {
     EXPECT_TRUE(AwaitOut("\n"));
     const std::lock_guard lock(mutex_);
-    EXPECT_TRUE(out_.starts_with(kFirstLine)) << out_;
-    port_ = out_.substr(sizeof kFirstLine - 1, out_.find('\n') - (sizeof kFirstLine - 1));
-    return static_cast<std::uint16_t>(std::strtoul(port_.c_str(), nullptr, 10));
+    unsigned port = 0;
+    int length = 0;
+    EXPECT_EQ(std::sscanf(out_.c_str(), "listening on 127.0.0.1:%5u%n", &port, &length), 1) << out_;
+    first_line_ = static_cast<std::size_t>(length) + 1;
+    return static_cast<std::uint16_t>(port);
   }
   int Join() {
     thread_.join();
     return exit_code_;
   }
   // The output after the first line.
-  std::string out() const {
-    EXPECT_TRUE(out_.starts_with(kFirstLine + port_ + "\n")) << out_;
-    return out_.substr(std::min(out_.size(), sizeof kFirstLine + port_.size()));
-  }
+  std::string out() const { return out_.substr(std::min(out_.size(), first_line_)); }
   const std::string& err() const { return err_; }
 
  private:
-  static constexpr char kFirstLine[] = "listening on 127.0.0.1:";
   std::thread thread_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::string out_;
   std::string err_;
-  std::string port_;
+  std::size_t first_line_ = 0;  // its size
   int exit_code_ = -1;
 };
 
@@ -159,16 +123,10 @@ struct Outcome {
 };
 Outcome RunToEnd(const Arguments& arguments) {
   Outcome outcome{};
-  outcome.exit_code = RunProgram(
-      arguments,
-      [&](std::string_view text) {
-        outcome.out += text;
-        return true;
-      },
-      [&](std::string_view text) {
-        outcome.err += text;
-        return true;
-      });
+  const auto appends_to = [](std::string& all) {
+    return [&all](std::string_view text) { return !all.append(text).empty(); };
+  };
+  outcome.exit_code = RunProgram(arguments, appends_to(outcome.out), appends_to(outcome.err));
   return outcome;
 }
 
@@ -179,67 +137,57 @@ void Deliver(std::uint16_t port, std::string_view wire) {
   client.Close();
 }
 
-TEST(Program, ShowsAValidDelivery) {
-  RunningProgram program({});
-  Deliver(program.AwaitPort(), kGoodWire);
-  EXPECT_EQ(program.Join(), 0);
-  EXPECT_EQ(program.out(), std::string("connection 1: probe, closed without a byte\n"
-                                       "connection 2: delivery 1, 176 bytes, valid\n") +
-                               kGoodLines);
-  EXPECT_EQ(program.err(), "");
-}
-
-TEST(Program, NamesWhatIsWrongAndEndsWithOne) {
-  RunningProgram program({});
-  Deliver(program.AwaitPort(), "{\"Parameters\":{\"Receiver\":\"1\"},\"x\":1}");
-  EXPECT_EQ(program.Join(), 1);
-  EXPECT_EQ(program.out(),
-            "connection 1: probe, closed without a byte\n"
-            "connection 2: delivery 1, 37 bytes, NOT VALID\n"
-            "  problem: unknown member \"x\" beside \"Parameters\"\n"
-            "  problem: member \"RecipientName\" is missing\n"
-            "  problem: member \"SenderName\" is missing\n"
-            "  problem: member \"FileName\" is missing\n"
-            "  problem: member \"AttachmentName\" is missing\n"
-            "  problem: member \"Comment\" is missing\n"
-            "  problem: member \"Subject\" is missing\n"
-            "  problem: member \"SendTime\" is missing\n"
-            "  problem: member \"ECM\" is missing\n"
-            "  problem: member \"Preview\" is missing\n"
-            "  Receiver: 1\n");
-  EXPECT_EQ(program.err(), "");
-}
-
-TEST(Program, OneBadDeliveryAmongGoodOnesDecides) {
-  RunningProgram program({"--count", "3", "--quiet"});
-  const std::uint16_t port = program.AwaitPort();
-  Deliver(port, kGoodWire);
-  Deliver(port, kGood);
-  Deliver(port, kGoodWire);
-  EXPECT_EQ(program.Join(), 1);
-  EXPECT_EQ(program.out(), "");
-  EXPECT_EQ(program.err(), "");
-}
-
-TEST(Program, JsonStandsAloneOnTheStandardOutput) {
-  RunningProgram program({"--json"});
-  Deliver(program.AwaitPort(), kGoodWire);
-  EXPECT_EQ(program.Join(), 0);
-  EXPECT_EQ(program.out(), std::string(kGood) + "\n");
-  EXPECT_EQ(program.err(),
-            "connection 1: probe, closed without a byte\n"
-            "connection 2: delivery 1, 176 bytes, valid\n");
-}
-
-TEST(Program, DeliveryThatCannotBeUndoneHasNoJson) {
-  RunningProgram program({"--json"});
-  Deliver(program.AwaitPort(), "\xFF");
-  EXPECT_EQ(program.Join(), 1);
-  EXPECT_EQ(program.out(), "");
-  EXPECT_EQ(program.err(),
-            "connection 1: probe, closed without a byte\n"
-            "connection 2: delivery 1, 1 byte, NOT VALID\n"
-            "  problem: byte 0 on the wire: ill-formed UTF-8 (FF)\n");
+TEST(Program, TellsOfWhatCameAndEndsWithItsExitCode) {
+  const std::string good = std::string(kProbe) + "connection 2: delivery 1, 176 bytes, valid\n";
+  const std::string bad = std::string(kProbe) + "connection 2: delivery 1, 1 byte, NOT VALID\n" +
+                          "  problem: byte 0 on the wire: ill-formed UTF-8 (FF)\n";
+  const struct {
+    Arguments arguments;
+    std::vector<std::string> wires;
+    int exit_code;
+    std::string out;
+    std::string err = "";
+  } cases[] = {
+      {{}, {kGoodWire}, 0, good + kGoodLines},
+      {{},
+       {R"({"Parameters":{"Receiver":"1"},"x":1})"},
+       1,
+       std::string(kProbe) + "connection 2: delivery 1, 37 bytes, NOT VALID\n"
+                             "  problem: unknown member \"x\" beside \"Parameters\"\n"
+                             "  problem: member \"RecipientName\" is missing\n"
+                             "  problem: member \"SenderName\" is missing\n"
+                             "  problem: member \"FileName\" is missing\n"
+                             "  problem: member \"AttachmentName\" is missing\n"
+                             "  problem: member \"Comment\" is missing\n"
+                             "  problem: member \"Subject\" is missing\n"
+                             "  problem: member \"SendTime\" is missing\n"
+                             "  problem: member \"ECM\" is missing\n"
+                             "  problem: member \"Preview\" is missing\n"
+                             "  Receiver: 1\n"},
+      {{"--count", "3", "--quiet"}, {kGoodWire, kGood, kGoodWire}, 1, ""},
+      {{"--json"}, {kGoodWire}, 0, kGood + "\n", good},
+      {{"--json"}, {"\xFF"}, 1, "", bad},
+      {{"--misbehave", "reset"},
+       {kGoodWire},
+       0,
+       std::string(kProbe) + "connection 2: delivery 1, reset on purpose\n"},
+      {{"--misbehave", "never-read"},
+       {kGoodWire},
+       0,
+       std::string(kProbe) +
+           "connection 2: delivery 1, left unread on purpose until the sender closed\n"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(::testing::PrintToString(item.arguments));
+    RunningProgram program(item.arguments);
+    const std::uint16_t port = program.AwaitPort();
+    for (const std::string& wire : item.wires) {
+      Deliver(port, wire);
+    }
+    EXPECT_EQ(program.Join(), item.exit_code);
+    EXPECT_EQ(program.out(), item.out);
+    EXPECT_EQ(program.err(), item.err);
+  }
 }
 
 TEST(Program, BrokenDeliveryIsNotValidHoweverItLooks) {
@@ -263,75 +211,69 @@ TEST(Program, BrokenDeliveryIsNotValidHoweverItLooks) {
 }
 
 TEST(Program, KeepsEachDeliveryAndOverwritesNothing) {
-  const ScratchFolder folder;
-  folder.Write("delivery-0001.wire", "old");
-  folder.Write("delivery-0003.json", "old");
-  RunningProgram program({"--count", "3", "--out", folder.Utf8()});
+  const TestFolder folder;
+  WriteBytes(folder.Path() / "delivery-0001.wire", "old");
+  WriteBytes(folder.Path() / "delivery-0003.json", "old");
+  RunningProgram program({"--count", "3", "--out", Utf8(folder.Path())});
   const std::uint16_t port = program.AwaitPort();
-  Deliver(port, kGoodWire);
-  Deliver(port, "\xFF");
-  Deliver(port, "{}");
+  for (const std::string& wire : {kGoodWire, std::string("\xFF"), std::string("{}")}) {
+    Deliver(port, wire);
+  }
   EXPECT_EQ(program.Join(), 1);
-  EXPECT_EQ(folder.Names(), (std::vector<std::string>{"delivery-0001.wire", "delivery-0002.json",
-                                                      "delivery-0002.wire", "delivery-0003.json",
-                                                      "delivery-0004.wire", "delivery-0005.json",
-                                                      "delivery-0005.wire"}));
-  EXPECT_EQ(folder.Read("delivery-0001.wire"), "old");
-  EXPECT_EQ(folder.Read("delivery-0002.json"), kGood);
-  EXPECT_EQ(folder.Read("delivery-0002.wire"), kGoodWire);
-  EXPECT_EQ(folder.Read("delivery-0003.json"), "old");
-  EXPECT_EQ(folder.Read("delivery-0004.wire"), "\xFF");
-  EXPECT_EQ(folder.Read("delivery-0005.json"), "{}");
-  EXPECT_EQ(folder.Read("delivery-0005.wire"), "{}");
-  EXPECT_NE(program.out().find("  written to " + folder.Utf8("delivery-0002.json") + "\n"),
+  EXPECT_EQ(FilesIn(folder.Path()), (Files{{"delivery-0001.wire", "old"},
+                                           {"delivery-0002.json", kGood},
+                                           {"delivery-0002.wire", kGoodWire},
+                                           {"delivery-0003.json", "old"},
+                                           {"delivery-0004.wire", "\xFF"},
+                                           {"delivery-0005.json", "{}"},
+                                           {"delivery-0005.wire", "{}"}}));
+  EXPECT_NE(program.out().find("  written to " + Utf8(folder.Path() / "delivery-0002.json") + "\n"),
             std::string::npos)
       << program.out();
 }
 
 TEST(Program, FolderThatIsNotThereIsSaidBeforeListening) {
-  const ScratchFolder folder;
-  const Outcome outcome = RunToEnd({"--out", folder.Utf8("none")});
+  const TestFolder folder;
+  const Outcome outcome = RunToEnd({"--out", Utf8(folder.Path() / "none")});
   EXPECT_EQ(outcome.exit_code, 3);
   EXPECT_EQ(outcome.out, "");
-  EXPECT_EQ(outcome.err, "addin_listener: no such folder: \"" + folder.Utf8("none") + "\"\n");
+  EXPECT_EQ(outcome.err,
+            "addin_listener: no such folder: \"" + Utf8(folder.Path() / "none") + "\"\n");
 }
 
 TEST(Program, FolderThatGoesAwayEndsTheProgram) {
-  const ScratchFolder folder;
-  std::filesystem::create_directory(folder.path() / "gone");
-  RunningProgram program({"--count", "0", "--out", folder.Utf8("gone")});
+  const TestFolder folder;
+  std::filesystem::create_directory(folder.Path() / "gone");
+  RunningProgram program({"--count", "0", "--out", Utf8(folder.Path() / "gone")});
   const std::uint16_t port = program.AwaitPort();
-  std::filesystem::remove(folder.path() / "gone");
+  std::filesystem::remove(folder.Path() / "gone");
   Deliver(port, kGoodWire);
   EXPECT_EQ(program.Join(), 3);
-  EXPECT_TRUE(program.err().starts_with("addin_listener: cannot write to \"" + folder.Utf8("gone") +
-                                        "\": "))
+  EXPECT_TRUE(program.err().starts_with("addin_listener: cannot write to \"" +
+                                        Utf8(folder.Path() / "gone") + "\": "))
       << program.err();
 }
 
 TEST(Program, PortFileHoldsThePortWhileTheProgramListens) {
-  const ScratchFolder folder;
-  folder.Write("port.txt", "a former number");
-  RunningProgram program({"--port-file", folder.Utf8("port.txt")});
+  const TestFolder folder;
+  WriteBytes(folder.Path() / "port.txt", "a former number");
+  RunningProgram program({"--port-file", Utf8(folder.Path() / "port.txt")});
   const std::uint16_t port = program.AwaitPort();
-  EXPECT_EQ(folder.Read("port.txt"), std::to_string(port) + "\n");
-  EXPECT_EQ(folder.Names(), std::vector<std::string>{"port.txt"});
+  EXPECT_EQ(FilesIn(folder.Path()), (Files{{"port.txt", std::to_string(port) + "\n"}}));
   Deliver(port, kGoodWire);
   EXPECT_EQ(program.Join(), 0);
-  EXPECT_EQ(folder.Names(), std::vector<std::string>{});
+  EXPECT_EQ(FilesIn(folder.Path()), Files{});
 }
 
 TEST(Program, PortFileThatCannotBeWrittenLeavesNothing) {
-  const ScratchFolder folder;
-  const Outcome nowhere = RunToEnd({"--port-file", folder.Utf8("none/port.txt")});
-  EXPECT_EQ(nowhere.exit_code, 3);
-  EXPECT_TRUE(nowhere.err.starts_with("addin_listener: cannot write \"")) << nowhere.err;
-
-  std::filesystem::create_directory(folder.path() / "folder");
-  const Outcome onto_folder = RunToEnd({"--port-file", folder.Utf8("folder")});
-  EXPECT_EQ(onto_folder.exit_code, 3);
-  EXPECT_TRUE(onto_folder.err.starts_with("addin_listener: cannot write \"")) << onto_folder.err;
-  EXPECT_EQ(folder.Names(), std::vector<std::string>{"folder"});
+  const TestFolder folder;
+  std::filesystem::create_directory(folder.Path() / "folder");
+  for (const char* const name : {"none/port.txt", "folder"}) {
+    const Outcome outcome = RunToEnd({"--port-file", Utf8(folder.Path() / name)});
+    EXPECT_EQ(outcome.exit_code, 3);
+    EXPECT_TRUE(outcome.err.starts_with("addin_listener: cannot write \"")) << outcome.err;
+    EXPECT_EQ(FilesIn(folder.Path()), (Files{{"folder", ""}}));
+  }
 }
 
 TEST(Program, TimeoutEndsWithFour) {
@@ -370,28 +312,6 @@ TEST(Program, OutputThatCannotBeWrittenEndsWithThree) {
       });
   EXPECT_EQ(exit_code, 3);
   EXPECT_EQ(err, "addin_listener: cannot write the output\n");
-}
-
-TEST(Program, MisbehavingAsAskedIsNoFailure) {
-  const struct {
-    Arguments arguments;
-    const char* out;
-  } cases[] = {
-      {{"--misbehave", "reset"},
-       "connection 1: probe, closed without a byte\n"
-       "connection 2: delivery 1, reset on purpose\n"},
-      {{"--misbehave", "never-read"},
-       "connection 1: probe, closed without a byte\n"
-       "connection 2: delivery 1, left unread on purpose until the sender closed\n"},
-  };
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.arguments[1]);
-    RunningProgram program(item.arguments);
-    Deliver(program.AwaitPort(), kGoodWire);
-    EXPECT_EQ(program.Join(), 0);
-    EXPECT_EQ(program.out(), item.out);
-    EXPECT_EQ(program.err(), "");
-  }
 }
 
 TEST(Program, StopAfterProbeEndsWithTheProbe) {
