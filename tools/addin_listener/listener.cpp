@@ -61,7 +61,7 @@ class Listener::Server {
     wake_.connect(wake_.local_endpoint());
     wake_.non_blocking(true);
     acceptor_.open(tcp::v4());
-    KeepFromChildren(acceptor_.native_handle());
+    KeepFromChildren(static_cast<std::uintptr_t>(acceptor_.native_handle()));
     acceptor_.set_option(PortOption(true));
     if (options.misbehaviour == Misbehaviour::kNeverRead ||
         options.misbehaviour == Misbehaviour::kSlow) {
@@ -149,7 +149,7 @@ class Listener::Server {
     std::error_code error;
     tcp::socket socket = acceptor_.accept(error);
     if (!error) {
-      KeepFromChildren(socket.native_handle());
+      KeepFromChildren(static_cast<std::uintptr_t>(socket.native_handle()));
       socket.non_blocking(true, error);
       const unsigned number = ++came_;
       const bool is_chosen = options_.connection == 0 || options_.connection == number;

@@ -155,10 +155,10 @@ std::optional<Options> ParseOptions(const std::vector<std::string>& arguments, s
       if (equals == std::string::npos && ++word == arguments.end()) {
         return fail(name + " needs a value");
       }
-      const std::string problem =
+      std::string problem =
           option->second(equals == std::string::npos ? *word : word->substr(equals + 1));
       if (!problem.empty()) {
-        return fail(name + " takes " + problem);
+        return fail(problem.insert(0, name + " takes "));
       }
     } else if (*word == "--help" || *word == "--version") {
       options.action = *word == "--help" ? Action::kShowHelp : Action::kShowVersion;

@@ -68,7 +68,7 @@ std::optional<Utf8Character> DecodeUtf8(std::string_view text, std::size_t offse
     if ((next & 0xC0) != 0x80) {
       return std::nullopt;
     }
-    code = (code << 6) | (next & 0x3Fu);
+    code = (code << 6) | (static_cast<unsigned char>(next) & 0x3Fu);
   }
   constexpr char32_t kSmallest[] = {0x80, 0x800, 0x10000};
   if (code < kSmallest[length - 2] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace zentpost::addin_listener {
@@ -12,18 +13,9 @@ namespace {
 using Strings = std::vector<std::string>;
 
 constexpr char kGood[] =
-    "{\n\t\"Parameters\":\t{\n"
-    "\t\t\"Receiver\":\t\"+49 30 1234\",\n"
-    "\t\t\"RecipientName\":\t\"Smith\",\n"
-    "\t\t\"SenderName\":\t\"\",\n"
-    "\t\t\"FileName\":\t\"C:\\\\new\\\\a.pdf\",\n"
-    "\t\t\"AttachmentName\":\t\"a.pdf\",\n"
-    "\t\t\"Comment\":\t\"one\\r\\ntwo\",\n"
-    "\t\t\"Subject\":\t\"\",\n"
-    "\t\t\"SendTime\":\t\"\",\n"
-    "\t\t\"ECM\":\ttrue,\n"
-    "\t\t\"Preview\":\tfalse\n"
-    "\t}\n}";
+    R"({"Parameters":{"Receiver":"+49 30 1234","RecipientName":"Smith","SenderName":"",)"
+    R"("FileName":"C:\\new\\a.pdf","AttachmentName":"a.pdf","Comment":"one\r\ntwo","Subject":"",)"
+    R"("SendTime":"","ECM":true,"Preview":false}})";
 
 // kGood with the first `from` replaced.
 std::string With(std::string_view from, std::string_view to) {
@@ -49,55 +41,42 @@ TEST(PayloadCheck, UndoesTheConversionOfEachByteThatDiffersFromLatin1) {
 }
 
 TEST(PayloadCheck, UndoesTheConversionOfTextsInEveryUtf8Length) {
-  const struct {
-    const char* name;
-    const char* wire;
-    const char* json;
-  } cases[] = {
-      {"ASCII", "{\"a\":\t1}\x7F", "{\"a\":\t1}\x7F"},
-      {"a-umlaut", "\xC3\x83\xC2\xA4", "\xC3\xA4"},
-      {"euro", "\xC3\xA2\xE2\x80\x9A\xC2\xAC", "\xE2\x82\xAC"},
-      {"an ideograph", "\xC3\xA4\xC2\xB8\xC2\xAD", "\xE4\xB8\xAD"},
-      {"an emoji", "\xC3\xB0\xC5\xB8\xCB\x9C\xE2\x82\xAC", "\xF0\x9F\x98\x80"},
-      {"the last character", "\xC3\xB4\xC2\x8F\xC2\xBF\xC2\xBF", "\xF4\x8F\xBF\xBF"},
+  const std::pair<const char*, const char*> cases[] = {
+      {"{\"a\":\t1}\x7F", "{\"a\":\t1}\x7F"},
+      {"\xC3\x83\xC2\xA4", "\u00E4"},
+      {"\xC3\xA2\xE2\x80\x9A\xC2\xAC", "\u20AC"},
+      {"\xC3\xA4\xC2\xB8\xC2\xAD", "\u4E2D"},
+      {"\xC3\xB0\xC5\xB8\xCB\x9C\xE2\x82\xAC", "\U0001F600"},
+      {"\xC3\xB4\xC2\x8F\xC2\xBF\xC2\xBF", "\U0010FFFF"},
   };
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.name);
-    EXPECT_EQ(CheckPayload(item.wire).json_utf8, item.json);
+  for (const auto& [wire, json] : cases) {
+    EXPECT_EQ(CheckPayload(wire).json_utf8, json);
   }
 }
 
 TEST(PayloadCheck, SaysWhatCannotBeUndoneAndWhere) {
   const std::string hint = "; was the text sent as plain UTF-8, without the conversion?";
-  const struct {
-    const char* name;
-    std::string wire;
-    std::string problem;
-  } cases[] = {
-      {"a lone lead byte", "ab\xC3", "byte 2 on the wire: ill-formed UTF-8 (C3)"},
-      {"a lead byte before ASCII", "ab\xC3(", "byte 2 on the wire: ill-formed UTF-8 (C3)"},
-      {"a lone continuation byte", "a\x80", "byte 1 on the wire: ill-formed UTF-8 (80)"},
-      {"an overlong form", "\xC0\x80", "byte 0 on the wire: ill-formed UTF-8 (C0)"},
-      {"an overlong form of three", "\xE0\x80\xAF", "byte 0 on the wire: ill-formed UTF-8 (E0)"},
-      {"a surrogate", "\xED\xA0\x80", "byte 0 on the wire: ill-formed UTF-8 (ED)"},
-      {"above the last character", "\xF4\x90\x80\x80", "byte 0 on the wire: ill-formed UTF-8 (F4)"},
-      {"no lead byte at all", "\xFF", "byte 0 on the wire: ill-formed UTF-8 (FF)"},
-      {"outside the code page", "a\xE4\xB8\xAD",
-       "byte 1 on the wire: character U+4E2D has no byte in Windows-1252" + hint},
-      {"beyond the first plane", "\xF0\x9F\x98\x80",
-       "byte 0 on the wire: character U+1F600 has no byte in Windows-1252" + hint},
-      {"a control character that no byte is read as", "\xC2\x80",
-       "byte 0 on the wire: character U+0080 has no byte in Windows-1252" + hint},
-      {"plain UTF-8",
-       "ab\xC3\xA4"
-       "c",
-       "byte 2 of the text: not UTF-8 once the conversion is undone (E4)" + hint},
+  const std::string no_byte = " has no byte in Windows-1252" + hint;
+  const std::pair<const char*, std::string> cases[] = {
+      // a lead byte alone and before ASCII, a continuation byte alone, two overlong forms, a
+      // surrogate, above the last character, no lead byte at all
+      {"ab\xC3", "byte 2 on the wire: ill-formed UTF-8 (C3)"},
+      {"ab\xC3(", "byte 2 on the wire: ill-formed UTF-8 (C3)"},
+      {"a\x80", "byte 1 on the wire: ill-formed UTF-8 (80)"},
+      {"\xC0\x80", "byte 0 on the wire: ill-formed UTF-8 (C0)"},
+      {"\xE0\x80\xAF", "byte 0 on the wire: ill-formed UTF-8 (E0)"},
+      {"\xED\xA0\x80", "byte 0 on the wire: ill-formed UTF-8 (ED)"},
+      {"\xF4\x90\x80\x80", "byte 0 on the wire: ill-formed UTF-8 (F4)"},
+      {"\xFF", "byte 0 on the wire: ill-formed UTF-8 (FF)"},
+      {"a\u4E2D", "byte 1 on the wire: character U+4E2D" + no_byte},
+      {"\U0001F600", "byte 0 on the wire: character U+1F600" + no_byte},
+      {"\xC2\x80", "byte 0 on the wire: character U+0080" + no_byte},
+      {"ab\u00E4.", "byte 2 of the text: not UTF-8 once the conversion is undone (E4)" + hint},
   };
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.name);
-    const PayloadReport report = CheckPayload(item.wire);
+  for (const auto& [wire, problem] : cases) {
+    const PayloadReport report = CheckPayload(wire);
     EXPECT_EQ(report.json_utf8, "");
-    EXPECT_EQ(report.problems, Strings{item.problem});
+    EXPECT_EQ(report.problems, Strings{problem});
   }
 }
 
@@ -115,98 +94,61 @@ TEST(PayloadCheck, TakesThePayloadAsItIsSent) {
 }
 
 TEST(PayloadCheck, LayoutOfTheJsonDoesNotMatter) {
-  std::string text = kGood;
-  std::erase_if(text, [](char c) { return c == '\n' || c == '\t'; });
-  EXPECT_EQ(CheckPayload(text).problems, Strings{});
-  EXPECT_EQ(CheckPayload(" " + text + "\r\n ").problems, Strings{});
+  std::string text = " ";
+  for (const char c : std::string_view(kGood)) {
+    text += c == '{' || c == ',' || c == ':' ? std::string(1, c) + "\r\n\t " : std::string(1, c);
+  }
+  text.replace(text.find("C:\r\n\t "), 6, "C:");
+  EXPECT_EQ(CheckPayload(text + "\r\n").problems, Strings{});
 }
 
 TEST(PayloadCheck, NamesEachDeviation) {
-  const struct {
-    const char* name;
-    std::string text;
-    Strings problems;
-  } cases[] = {
-      {"a missing member",
-       With("\t\t\"Subject\":\t\"\",\n", ""),
-       {"member \"Subject\" is missing"}},
-      {"a member too many",
-       With("\"ECM\":", "\"BaudRate\":\t\"\",\n\t\t\"ECM\":"),
-       {"unknown member \"BaudRate\""}},
-      {"another case",
-       With("SenderName", "sendername"),
-       {"unknown member \"sendername\": the name is \"SenderName\"",
-        "member \"SenderName\" is missing"}},
-      {"a member twice",
-       With("\"Subject\":", "\"Receiver\":\t\"\",\n\t\t\"Subject\":"),
-       {"member \"Receiver\" stands more than once"}},
-      {"two members exchanged",
-       With("\"ECM\":\ttrue,\n\t\t\"Preview\":\tfalse", "\"Preview\":\tfalse,\n\t\t\"ECM\":\ttrue"),
-       {"member \"ECM\" stands after \"Preview\", not before it"}},
-      {"a string for a boolean",
-       With("\ttrue", "\t\"true\""),
-       {"member \"ECM\" is a string, not a boolean"}},
-      {"a number for a boolean",
-       With("\tfalse", "\t0"),
-       {"member \"Preview\" is a number, not a boolean"}},
-      {"a boolean for a string",
-       With("\"Subject\":\t\"\"", "\"Subject\":\ttrue"),
-       {"member \"Subject\" is a boolean, not a string"}},
-      {"null for a string",
-       With("\"Subject\":\t\"\"", "\"Subject\":\tnull"),
-       {"member \"Subject\" is null, not a string"}},
-      {"an array for a string",
-       With("\"Subject\":\t\"\"", "\"Subject\":\t[]"),
-       {"member \"Subject\" is an array, not a string"}},
-      {"an object for a string",
-       With("\"Subject\":\t\"\"", "\"Subject\":\t{}"),
-       {"member \"Subject\" is an object, not a string"}},
-      {"a member beside Parameters",
-       With("{\n\t\"Parameters\"", "{\n\t\"Version\":\t1,\n\t\"Parameters\""),
-       {"unknown member \"Version\" beside \"Parameters\""}},
-      {"Parameters in another case",
-       With("Parameters", "parameters"),
-       {"unknown member \"parameters\" beside \"Parameters\"", "member \"Parameters\" is missing"}},
-      {"Parameters twice",
-       With("{\n\t\"Parameters\"", "{\"Parameters\":{},\n\t\"Parameters\""),
-       {"member \"Parameters\" stands more than once", "member \"Receiver\" is missing",
-        "member \"RecipientName\" is missing", "member \"SenderName\" is missing",
-        "member \"FileName\" is missing", "member \"AttachmentName\" is missing",
-        "member \"Comment\" is missing", "member \"Subject\" is missing",
-        "member \"SendTime\" is missing", "member \"ECM\" is missing",
-        "member \"Preview\" is missing"}},
-      {"Parameters is an array",
-       "{\"Parameters\":[]}",
-       {"member \"Parameters\" is an array, not an object"}},
-      {"an empty object", "{}", {"member \"Parameters\" is missing"}},
-      {"an array", "[1]", {"the document is an array, not an object"}},
-      {"a number", "5", {"the document is a number, not an object"}},
-      {"null", "null", {"the document is null, not an object"}},
-      {"nothing but blanks", "  ", {"byte 2 of the text: no JSON from here on"}},
-      {"no JSON", "{\"Parameters\":?}", {"byte 14 of the text: no JSON from here on"}},
-      {"more after the document", "{} {}", {"byte 3 of the text: no JSON from here on"}},
-      {"a NUL and more", std::string("{}\0{}", 5), {"byte 3 of the text: no JSON from here on"}},
-      {"a NUL at the end",
-       kGood + std::string(1, '\0'),
+  const std::string no_member = "member \"Parameters\" is missing";
+  const std::pair<std::string, Strings> cases[] = {
+      {With(R"("Subject":"",)", ""), {R"(member "Subject" is missing)"}},
+      {With(R"("ECM")", R"("BaudRate":"","ECM")"), {R"(unknown member "BaudRate")"}},
+      {With("SenderName", "sendername"),
+       {R"(unknown member "sendername": the name is "SenderName")",
+        R"(member "SenderName" is missing)"}},
+      {With(R"("ECM")", R"("Receiver":"","ECM")"), {R"(member "Receiver" stands more than once)"}},
+      {With(R"("ECM":true,"Preview":false)", R"("Preview":false,"ECM":true)"),
+       {R"(member "ECM" stands after "Preview", not before it)"}},
+      {With("true", R"("true")"), {R"(member "ECM" is a string, not a boolean)"}},
+      {With("false", "0"), {R"(member "Preview" is a number, not a boolean)"}},
+      {With(R"("Subject":"")", R"("Subject":true)"),
+       {R"(member "Subject" is a boolean, not a string)"}},
+      {With(R"("Subject":"")", R"("Subject":null)"), {R"(member "Subject" is null, not a string)"}},
+      {With(R"("Subject":"")", R"("Subject":[])"),
+       {R"(member "Subject" is an array, not a string)"}},
+      {With(R"("Subject":"")", R"("Subject":{})"),
+       {R"(member "Subject" is an object, not a string)"}},
+      {With("{", R"({"Version":1,)"), {R"(unknown member "Version" beside "Parameters")"}},
+      {With("Parameters", "parameters"),
+       {R"(unknown member "parameters" beside "Parameters")", no_member}},
+      {With("}}", R"(},"Parameters":{}})"), {R"(member "Parameters" stands more than once)"}},
+      {R"({"Parameters":[]})", {R"(member "Parameters" is an array, not an object)"}},
+      {"{}", {no_member}},
+      {"[1]", {"the document is an array, not an object"}},
+      {"5", {"the document is a number, not an object"}},
+      {"null", {"the document is null, not an object"}},
+      {"  ", {"byte 2 of the text: no JSON from here on"}},
+      {R"({"Parameters":?})", {"byte 14 of the text: no JSON from here on"}},
+      {"{} {}", {"byte 3 of the text: no JSON from here on"}},
+      {std::string("{}\0{}", 5), {"byte 3 of the text: no JSON from here on"}},
+      {kGood + std::string(1, '\0'),
        {"byte " + std::to_string(sizeof kGood - 1) +
         " of the text: control character 00 where JSON allows none"}},
-      {"a form feed between members",
-       "{\f" + std::string(kGood + 1),
-       {"byte 1 of the text: control character 0C where JSON allows none"}},
-      {"an escaped NUL",
-       With("Smith", "Sm\\u0000ith"),
-       {"byte 70 of the text: the escape \\u0000 cuts its text short"}},
-      {"a line feed without escape",
-       With("Smith", "Sm\nith"),
-       {"byte 70 of the text: control character 0A where JSON allows none"}},
-      {"a byte order mark",
-       "\xC3\xAF\xC2\xBB\xC2\xBF" + std::string(kGood),
-       {"the text begins with a byte order mark"}},
+      {With("{", "{\f"), {"byte 1 of the text: control character 0C where JSON allows none"}},
+      {With("Smith", R"(Sm\u0000ith)"),
+       {"byte 59 of the text: the escape \\u0000 cuts its text short"}},
+      {With("Smith", "Sm\nith"),
+       {"byte 59 of the text: control character 0A where JSON allows none"}},
+      {With("{", "\xC3\xAF\xC2\xBB\xC2\xBF{"), {"the text begins with a byte order mark"}},
   };
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.name);
-    const PayloadReport report = CheckPayload(item.text);
-    EXPECT_EQ(report.problems, item.problems);
+  for (const auto& [text, problems] : cases) {
+    SCOPED_TRACE(text);
+    const PayloadReport report = CheckPayload(text);
+    EXPECT_EQ(report.problems, problems);
     EXPECT_FALSE(report.valid());
     EXPECT_NE(report.json_utf8, "");
   }
@@ -247,29 +189,18 @@ TEST(PayloadCheck, MembersAreShownBelowEachOther) {
 }
 
 TEST(PayloadCheck, ShownValuesCannotCommandTheTerminal) {
-  const struct {
-    const char* name;
-    PayloadMember member;
-    const char* line;
-  } cases[] = {
-      {"escape", {"A", "x\x1B[31m\x7F"}, "  A: x<U+001B>[31m<U+007F>\n"},
-      {"control above ASCII",
-       {"A",
-        "\xC2\x9B"
-        "1m"},
-       "  A: <U+009B>1m\n"},
-      {"tab", {"A", "a\tb"}, "  A: a\tb\n"},
-      {"name", {"A\n\x1B", "b"}, "  A<U+000A><U+001B>: b\n"},
-      {"other text", {"A", "\xC3\xA4\xE2\x82\xAC"}, "  A: \xC3\xA4\xE2\x82\xAC\n"},
-      {"each kind of line break",
-       {"A", "1\n2\r3\r\n4\n\r5"},
-       "  A: 1\n     2\n     3\n     4\n\n     5\n"},
-      {"line break at the end", {"A", "1\n"}, "  A: 1\n\n"},
-      {"line break alone", {"A", "\n"}, "  A:\n\n"},
+  const std::pair<PayloadMember, const char*> cases[] = {
+      {{"A", "x\x1B[31m\x7F"}, "  A: x<U+001B>[31m<U+007F>\n"},
+      {{"A", "\u009B.m"}, "  A: <U+009B>.m\n"},
+      {{"A", "a\tb"}, "  A: a\tb\n"},
+      {{"A\n\x1B", "b"}, "  A<U+000A><U+001B>: b\n"},
+      {{"A", "\u00E4\u20AC"}, "  A: \u00E4\u20AC\n"},
+      {{"A", "1\n2\r3\r\n4\n\r5"}, "  A: 1\n     2\n     3\n     4\n\n     5\n"},
+      {{"A", "1\n"}, "  A: 1\n\n"},
+      {{"A", "\n"}, "  A:\n\n"},
   };
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.name);
-    EXPECT_EQ(FormatMembers({item.member}), item.line);
+  for (const auto& [member, lines] : cases) {
+    EXPECT_EQ(FormatMembers({member}), lines);
   }
   EXPECT_EQ(FormatMembers({}), "");
 }

@@ -32,6 +32,11 @@ std::string CountOfBytes(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
+void Remove(const std::filesystem::path& path) {
+  std::error_code ignored;
+  std::filesystem::remove(path, ignored);
+}
+
 // Creates `path` with `bytes` as its content. False: a file of that name was there already and is
 // untouched. Throws std::system_error when that fails; no new file remains then.
 bool WriteNewFile(const std::filesystem::path& path, std::string_view bytes) {
@@ -47,8 +52,7 @@ bool WriteNewFile(const std::filesystem::path& path, std::string_view bytes) {
     code = errno;
   }
   if (code != 0) {
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);
+    Remove(path);
     throw std::system_error(code, std::generic_category(), "write");
   }
   return true;
@@ -64,22 +68,18 @@ class PortFile {
     const std::string number = std::to_string(port);
     std::filesystem::path unfinished = path_;
     unfinished += "." + number + ".tmp";
-    std::error_code error;
-    std::filesystem::remove(unfinished, error);
+    Remove(unfinished);
     if (!WriteNewFile(unfinished, number + "\n")) {
       throw std::system_error(EEXIST, std::generic_category(), "open");
     }
+    std::error_code error;
     std::filesystem::rename(unfinished, path_, error);
     if (error) {
-      std::error_code ignored;
-      std::filesystem::remove(unfinished, ignored);
+      Remove(unfinished);
       throw std::system_error(error, "rename");
     }
   }
-  ~PortFile() {
-    std::error_code ignored;
-    std::filesystem::remove(path_, ignored);
-  }
+  ~PortFile() { Remove(path_); }
   PortFile(const PortFile&) = delete;
   PortFile& operator=(const PortFile&) = delete;
 
@@ -94,8 +94,8 @@ std::filesystem::path KeepDelivery(const std::filesystem::path& folder, const st
   while (true) {
     char name[32];
     std::snprintf(name, sizeof name, "delivery-%04u", number++);
-    const std::filesystem::path wire_path = folder / (std::string(name) + ".wire");
-    const std::filesystem::path json_path = folder / (std::string(name) + ".json");
+    std::filesystem::path wire_path = folder / (std::string(name) + ".wire");
+    std::filesystem::path json_path = folder / (std::string(name) + ".json");
     // The pair belongs together: a number is free when neither file is there.
     std::error_code ignored;
     if (std::filesystem::exists(json_path, ignored) || !WriteNewFile(wire_path, wire)) {
@@ -109,10 +109,10 @@ std::filesystem::path KeepDelivery(const std::filesystem::path& folder, const st
         return json_path;
       }
     } catch (const std::system_error&) {
-      std::filesystem::remove(wire_path, ignored);
+      Remove(wire_path);
       throw;
     }
-    std::filesystem::remove(wire_path, ignored);
+    Remove(wire_path);
   }
 }
 

@@ -59,20 +59,26 @@ Files FilesIn(const std::filesystem::path& folder) {
   return files;
 }
 
+Writer AppendsTo(std::string& all) {
+  return [&all](std::string_view text) {
+    all += text;
+    return true;
+  };
+}
+
 // The program on a thread of its own.
 class RunningProgram {
  public:
   explicit RunningProgram(Arguments arguments) {
-    const auto appends_to = [this](std::string& all) {
-      return [this, &all](std::string_view text) {
+    const auto locked = [this](const Writer& writer) {
+      return [this, writer](std::string_view text) {
         const std::lock_guard lock(mutex_);
-        all += text;
         changed_.notify_all();
-        return true;
+        return writer(text);
       };
     };
-    thread_ = std::thread([this, appends_to, arguments = std::move(arguments)] {
-      exit_code_ = RunProgram(arguments, appends_to(out_), appends_to(err_));
+    thread_ = std::thread([this, locked, arguments = std::move(arguments)] {
+      exit_code_ = RunProgram(arguments, locked(AppendsTo(out_)), locked(AppendsTo(err_)));
     });
   }
   ~RunningProgram() {
@@ -114,21 +120,6 @@ class RunningProgram {
   std::size_t first_line_ = 0;  // its size
   int exit_code_ = -1;
 };
-
-// A program that ends by itself, with what it wrote.
-struct Outcome {
-  int exit_code;
-  std::string out;
-  std::string err;
-};
-Outcome RunToEnd(const Arguments& arguments) {
-  Outcome outcome{};
-  const auto appends_to = [](std::string& all) {
-    return [&all](std::string_view text) { return !all.append(text).empty(); };
-  };
-  outcome.exit_code = RunProgram(arguments, appends_to(outcome.out), appends_to(outcome.err));
-  return outcome;
-}
 
 void Deliver(std::uint16_t port, std::string_view wire) {
   TestClient(port).Close();
@@ -232,15 +223,6 @@ TEST(Program, KeepsEachDeliveryAndOverwritesNothing) {
       << program.out();
 }
 
-TEST(Program, FolderThatIsNotThereIsSaidBeforeListening) {
-  const TestFolder folder;
-  const Outcome outcome = RunToEnd({"--out", Utf8(folder.Path() / "none")});
-  EXPECT_EQ(outcome.exit_code, 3);
-  EXPECT_EQ(outcome.out, "");
-  EXPECT_EQ(outcome.err,
-            "addin_listener: no such folder: \"" + Utf8(folder.Path() / "none") + "\"\n");
-}
-
 TEST(Program, FolderThatGoesAwayEndsTheProgram) {
   const TestFolder folder;
   std::filesystem::create_directory(folder.Path() / "gone");
@@ -265,23 +247,6 @@ TEST(Program, PortFileHoldsThePortWhileTheProgramListens) {
   EXPECT_EQ(FilesIn(folder.Path()), Files{});
 }
 
-TEST(Program, PortFileThatCannotBeWrittenLeavesNothing) {
-  const TestFolder folder;
-  std::filesystem::create_directory(folder.Path() / "folder");
-  for (const char* const name : {"none/port.txt", "folder"}) {
-    const Outcome outcome = RunToEnd({"--port-file", Utf8(folder.Path() / name)});
-    EXPECT_EQ(outcome.exit_code, 3);
-    EXPECT_TRUE(outcome.err.starts_with("addin_listener: cannot write \"")) << outcome.err;
-    EXPECT_EQ(FilesIn(folder.Path()), (Files{{"folder", ""}}));
-  }
-}
-
-TEST(Program, TimeoutEndsWithFour) {
-  const Outcome outcome = RunToEnd({"--timeout", "1", "--count", "2"});
-  EXPECT_EQ(outcome.exit_code, 4);
-  EXPECT_EQ(outcome.err, "addin_listener: the time ran out: 0 of 2 deliveries had come\n");
-}
-
 TEST(Program, TimeoutAfterABadDeliveryEndsWithOne) {
   RunningProgram program({"--timeout", "2", "--count", "2"});
   Deliver(program.AwaitPort(), "{}");
@@ -289,28 +254,52 @@ TEST(Program, TimeoutAfterABadDeliveryEndsWithOne) {
   EXPECT_EQ(program.err(), "addin_listener: the time ran out: 1 of 2 deliveries had come\n");
 }
 
-TEST(Program, PortInUseEndsWithThree) {
+TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
+  const TestFolder folder;
+  std::filesystem::create_directory(folder.Path() / "folder");
+  const std::string nowhere = Utf8(folder.Path() / "none");
   RunningProgram first({});
-  const std::uint16_t port = first.AwaitPort();
-  const Outcome outcome = RunToEnd({"--port", std::to_string(port)});
-  EXPECT_EQ(outcome.exit_code, 3);
-  EXPECT_EQ(outcome.out, "");
-  EXPECT_TRUE(outcome.err.starts_with(
-      "addin_listener: cannot listen on 127.0.0.1:" + std::to_string(port) + ": bind: "))
-      << outcome.err;
-  Deliver(port, kGoodWire);
+  const std::string port = std::to_string(first.AwaitPort());
+  // What the two outputs begin with; nothing means that they are empty.
+  const struct {
+    Arguments arguments;
+    int exit_code;
+    std::string out;
+    std::string err;
+  } cases[] = {
+      {{"--help"}, 0, "Usage: addin_listener [options]\n", ""},
+      {{"--version"}, 0, "addin_listener ", ""},
+      {{"--port", "x"},
+       2,
+       "",
+       "addin_listener: --port takes a number from 0 to 65535, not \"x\"\n"
+       "Try addin_listener --help.\n"},
+      {{"--out", nowhere}, 3, "", "addin_listener: no such folder: \"" + nowhere + "\"\n"},
+      {{"--port-file", nowhere + "/port.txt"}, 3, "", "addin_listener: cannot write \""},
+      {{"--port-file", Utf8(folder.Path() / "folder")}, 3, "", "addin_listener: cannot write \""},
+      {{"--port", port}, 3, "", "addin_listener: cannot listen on 127.0.0.1:" + port + ": bind: "},
+      {{"--timeout", "1", "--count", "2"},
+       4,
+       "listening on 127.0.0.1:",
+       "addin_listener: the time ran out: 0 of 2 deliveries had come\n"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(::testing::PrintToString(item.arguments));
+    std::string out;
+    std::string err;
+    EXPECT_EQ(RunProgram(item.arguments, AppendsTo(out), AppendsTo(err)), item.exit_code);
+    EXPECT_TRUE(out.starts_with(item.out) && out.empty() == item.out.empty()) << out;
+    EXPECT_TRUE(err.starts_with(item.err) && err.empty() == item.err.empty()) << err;
+    EXPECT_EQ(FilesIn(folder.Path()), (Files{{"folder", ""}}));
+  }
+  Deliver(first.AwaitPort(), kGoodWire);
   EXPECT_EQ(first.Join(), 0);
 }
 
 TEST(Program, OutputThatCannotBeWrittenEndsWithThree) {
   std::string err;
-  const int exit_code = RunProgram(
-      {"--count", "0"}, [](std::string_view) { return false; },
-      [&](std::string_view text) {
-        err += text;
-        return true;
-      });
-  EXPECT_EQ(exit_code, 3);
+  const auto refuses = [](std::string_view) { return false; };
+  EXPECT_EQ(RunProgram({"--count", "0"}, refuses, AppendsTo(err)), 3);
   EXPECT_EQ(err, "addin_listener: cannot write the output\n");
 }
 
@@ -321,26 +310,6 @@ TEST(Program, StopAfterProbeEndsWithTheProbe) {
   EXPECT_FALSE(TestClient(port).connected());
   EXPECT_EQ(program.Join(), 0);
   EXPECT_EQ(program.out(), "connection 1: closed unaccepted; listening no more, on purpose\n");
-}
-
-TEST(Program, UsageErrorsEndWithTwo) {
-  const Outcome outcome = RunToEnd({"--port", "x"});
-  EXPECT_EQ(outcome.exit_code, 2);
-  EXPECT_EQ(outcome.out, "");
-  EXPECT_EQ(outcome.err,
-            "addin_listener: --port takes a number from 0 to 65535, not \"x\"\n"
-            "Try addin_listener --help.\n");
-}
-
-TEST(Program, HelpAndVersionGoToTheStandardOutput) {
-  const Outcome help = RunToEnd({"--help"});
-  EXPECT_EQ(help.exit_code, 0);
-  EXPECT_TRUE(help.out.starts_with("Usage: addin_listener [options]\n"));
-  EXPECT_EQ(help.err, "");
-  const Outcome version = RunToEnd({"--version"});
-  EXPECT_EQ(version.exit_code, 0);
-  EXPECT_TRUE(version.out.starts_with("addin_listener ")) << version.out;
-  EXPECT_EQ(version.err, "");
 }
 
 }  // namespace
