@@ -12,10 +12,10 @@ namespace zentpost::addin_listener {
 // Far more than anything here takes: only a test that is about to fail waits as long.
 inline constexpr std::chrono::seconds kLongEnough{60};
 
-enum class PeerEnd { kOrderly, kReset };
-
 class TestClient {
  public:
+  struct Connection;
+
   // Connects to `port` on 127.0.0.1.
   explicit TestClient(std::uint16_t port);
   TestClient(TestClient&&) noexcept;
@@ -29,19 +29,18 @@ class TestClient {
   // Sends until the system takes no more for 200 ms, or `most` bytes are sent. Gives their number.
   std::size_t SendUntilStuck(std::size_t most);
 
-  // Waits until the peer ends the connection and says how.
-  PeerEnd AwaitEnd();
+  // Waits until the peer ends the connection. False: it did not reset it, as far as that can be
+  // seen.
+  [[nodiscard]] bool AwaitReset();
 
   void Close();
   void CloseWithReset();
 
  private:
-  struct Connection;
   std::unique_ptr<Connection> connection_;
 };
 
-// How a peer sees that its connection was reset. Not everywhere as kReset: some systems close in
-// order before they reset.
-[[nodiscard]] PeerEnd WhatAResetLooksLike();
+// Whether a connection that is reset may look closed in order: some systems do that first.
+[[nodiscard]] bool ResetMayLookOrderly();
 
 }  // namespace zentpost::addin_listener
