@@ -37,10 +37,14 @@ endif()
 # they are not optimised and bring no more debug information than lines; a sanitizer wants its code a
 # little better.
 add_library(zentpost_unoptimised INTERFACE)
-# GCC 12 sees overruns in short strings at -O1 that are none.
+if(ZENTPOST_SANITIZE)
+  # GCC 12 sees overruns in short strings at -O1 that are none.
+  target_compile_options(zentpost_unoptimised INTERFACE -O1 -Wno-array-bounds -Wno-stringop-overflow)
+else()
+  target_compile_options(zentpost_unoptimised INTERFACE -O0)
+endif()
 target_compile_options(zentpost_unoptimised INTERFACE
-  $<IF:$<BOOL:${ZENTPOST_SANITIZE}>,-O1;-Wno-array-bounds;-Wno-stringop-overflow,-O0> -g1
-  -fno-stack-protector -fno-function-sections -fno-data-sections)
+  -g1 -fno-stack-protector -fno-function-sections -fno-data-sections)
 add_library(zentpost_test_flags INTERFACE)
 # The last option counts.
 target_link_libraries(zentpost_test_flags INTERFACE zentpost_flags zentpost_traps zentpost_unoptimised)

@@ -139,6 +139,7 @@ std::string DescribeIdentifier(const Identifier& identifier) {
 #define IDENTIFIER(name) {#name, DescribeIdentifier(name)},
 #define METHOD(interface_name, method) \
   {#interface_name "::" #method, DescribeMethod(&interface_name::method)},
-#define FUNCTION(name) {#name, FunctionSignature(name)},
+// The type alone: nothing here links a library that has the function.
+#define FUNCTION(name) {#name, FunctionSignature(static_cast<decltype(&name)>(nullptr))},
 
 }  // namespace zentpost::abi

@@ -17,7 +17,7 @@ namespace zentpost::e2e {
 namespace {
 
 // The keys that belong to the tests while they run, and where what is there is kept meanwhile.
-constexpr struct {
+const struct {
   HKEY root;
   const wchar_t* key;
   const wchar_t* aside;
