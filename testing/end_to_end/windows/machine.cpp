@@ -12,21 +12,25 @@
 #include "testing/end_to_end/real_machine.h"
 #include "testing/end_to_end/windows/registry.h"
 #include "testing/end_to_end/windows/wide_text.h"
+#include "testing/end_to_end/windows/wine.h"
 
 namespace zentpost::e2e {
 namespace {
 
 // The keys that belong to the tests while they run, and where what is there is kept meanwhile.
+constexpr wchar_t kMakersKey[] = L"Software\\Sollvex";
+constexpr wchar_t kMailKey[] = L"Software\\Clients\\Mail";
 const struct {
   HKEY root;
-  const wchar_t* key;
-  const wchar_t* aside;
-} kKeys[] = {
-    {HKEY_CURRENT_USER, L"Software\\Sollvex", L"Software\\Sollvex put aside by zentpost's tests"},
-    {HKEY_LOCAL_MACHINE, L"Software\\Sollvex", L"Software\\Sollvex put aside by zentpost's tests"},
-    {HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail",
-     L"Software\\Clients\\Mail put aside by zentpost's tests"},
-};
+  std::wstring key;
+} kKeys[] = {{HKEY_CURRENT_USER, kMakersKey},
+             {HKEY_LOCAL_MACHINE, kMakersKey},
+             {HKEY_LOCAL_MACHINE, kMailKey}};
+
+std::wstring Aside(const std::wstring& key) {
+  return key + L" put aside by zentpost's tests";
+}
+
 constexpr wchar_t kFolderPutAside[] = L"VORNA put aside by zentpost's tests";
 
 HKEY Root(Hive hive) {
@@ -54,9 +58,8 @@ std::filesystem::path VendorFolder() {
 }
 
 void ClearRegistry() {
-  for (const auto& [root, key, aside] : kKeys) {
-    RemoveRegistryKey(root, key);
-  }
+  RemoveRegistryKey(HKEY_CURRENT_USER, kMakersKey);
+  RemoveRegistryKey(HKEY_LOCAL_MACHINE, kMakersKey);
 }
 
 }  // namespace
@@ -69,10 +72,14 @@ std::string TakeMachineOver() {
           VendorFolder().string())) {
     return "this machine is no test's";
   }
-  for (const auto& [root, key, aside] : kKeys) {
-    if (!PutKeyAside(root, key, aside)) {
+  for (const auto& [root, key] : kKeys) {
+    if (!PutKeyAside(root, key, Aside(key))) {
       return "this user may not change the registry for a while";
     }
+  }
+  // Wine's own mail client sends nothing, and is what the tool has to find where there is no other.
+  if (IsWine()) {
+    CopyRegistryKey(HKEY_LOCAL_MACHINE, Aside(kMailKey), kMailKey);
   }
   const std::filesystem::path aside = LocalApplicationData() / kFolderPutAside;
   if (exists(aside)) {
@@ -84,8 +91,8 @@ std::string TakeMachineOver() {
 }
 
 void GiveMachineBack() {
-  for (const auto& [root, key, aside] : kKeys) {
-    PutKeyBack(root, key, aside);
+  for (const auto& [root, key] : kKeys) {
+    PutKeyBack(root, key, Aside(key));
   }
   remove_all(VendorFolder());
   const std::filesystem::path aside = LocalApplicationData() / kFolderPutAside;

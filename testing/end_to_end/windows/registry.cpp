@@ -41,16 +41,20 @@ void SetValue(HKEY root, const std::wstring& path, const std::wstring& name, DWO
 
 // There is no call that renames a key on every Windows.
 void MoveKey(HKEY root, const std::wstring& from, const std::wstring& to) {
-  Key source;
-  Key target;
-  Demand(RegOpenKeyExW(root, from.c_str(), 0, KEY_READ, source.Put()), "RegOpenKeyExW");
-  Demand(CreateKey(root, to, target), "RegCreateKeyExW");
-  Demand(RegCopyTreeW(source.Get(), nullptr, target.Get()), "RegCopyTreeW");
-  source.Reset();
+  CopyRegistryKey(root, from, to);
   RemoveRegistryKey(root, from);
 }
 
 }  // namespace
+
+void CopyRegistryKey(HKEY root, const std::wstring& from, const std::wstring& to) {
+  Key source;
+  Key target;
+  if (RegOpenKeyExW(root, from.c_str(), 0, KEY_READ, source.Put()) == ERROR_SUCCESS) {
+    Demand(CreateKey(root, to, target), "RegCreateKeyExW");
+    Demand(RegCopyTreeW(source.Get(), nullptr, target.Get()), "RegCopyTreeW");
+  }
+}
 
 void SetRegistryText(HKEY root, const std::wstring& key, const std::wstring& name, DWORD type,
                      const std::wstring& text) {

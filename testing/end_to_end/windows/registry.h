@@ -15,6 +15,7 @@ void SetRegistryNumber(HKEY root, const std::wstring& key, const std::wstring& n
 void AddRegistryKey(HKEY root, const std::wstring& key);
 
 // With all that is below it, if it is there.
+void CopyRegistryKey(HKEY root, const std::wstring& from, const std::wstring& to);
 void RemoveRegistryKey(HKEY root, const std::wstring& key);
 
 // Moves a key to another place for the time of the tests, and back. What is put aside already comes

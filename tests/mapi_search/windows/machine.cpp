@@ -11,6 +11,8 @@
 namespace zentpost::mapi_search {
 namespace {
 
+constexpr wchar_t kMailKey[] = L"Software\\Clients\\Mail";
+
 // Wine takes its own library for one that a program brings, or for one that is not there at all,
 // unless the registry says otherwise for that program. Other systems do not read this key.
 constexpr wchar_t kWinesKey[] = L"Software\\Wine\\AppDefaults\\mapi_search.exe";
@@ -24,9 +26,12 @@ void SetWinesPreference(const wchar_t* preference) {
 
 }  // namespace
 
-Machine::Machine() : program_(e2e::Setting("mapi-search")) {}
+Machine::Machine() : program_(e2e::Setting("mapi-search")) {
+  e2e::RemoveRegistryKey(HKEY_LOCAL_MACHINE, kMailKey);
+}
 
 Machine::~Machine() {
+  e2e::RemoveRegistryKey(HKEY_LOCAL_MACHINE, kMailKey);
   e2e::RemoveRegistryKey(HKEY_CURRENT_USER, kWinesKey);
 }
 
