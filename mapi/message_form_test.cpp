@@ -17,6 +17,7 @@ using test::Number;
 using test::Text;
 
 constexpr HRESULT kFailure = MakeResult(0x80040115);
+constexpr HRESULT kInvalidEntryId = MakeResult(0x80040107);
 constexpr char kFailureCode[] = "log ERROR: Code 0x80040115 --> (CDO) A network error occured.";
 
 constexpr char kGetProps[] =
@@ -148,15 +149,19 @@ TEST_F(MessageForm, FactsThatTheMessageDoesNotHaveAreZero) {
   mapi_->message_values = {Number(0x0E07000A, MAPI_E_NOT_FOUND), Number(0x001A000A, 5),
                            Number(0x0FF4000A, MAPI_E_NOT_FOUND),
                            Number(0x0FFF000A, MAPI_E_NOT_FOUND), Number(0x0E17000A, 5)};
-  mapi_->Answer("IMessage::GetProps", 0, 0x00040380);  // MAPI_W_ERRORS_RETURNED
   EXPECT_EQ(Open(), S_OK);
   EXPECT_EQ(trace_, Lines({kGetProps, kPrepare, kPrepared,
                            "IMAPIFolder::GetMessageStatus(0 bytes at null, 0x0)", kHasStatus,
                            kShowWithoutFacts, kFree}));
 
+  // The folder does not know a message without an identifier.
   StartOver();
   mapi_->GiveNothing("IMessage::GetProps");
-  EXPECT_EQ(Open(), S_OK);
+  EXPECT_EQ(Open(), kInvalidEntryId);
+  EXPECT_EQ(trace_, Lines({kGetProps, kPrepare, kPrepared,
+                           "IMAPIFolder::GetMessageStatus(0 bytes at null, 0x0)",
+                           "log ERROR: OpenMessageModal(): Dialog message status retrieval failed.",
+                           "log ERROR: Code 0x80040107 --> (CDO) The entryID is invalid."}));
 }
 
 TEST_F(MessageForm, WithoutMapiFreeBufferTheValuesStay) {

@@ -51,6 +51,7 @@ class DefaultProfile : public test::MapiTest {
   // The name that `rows` give; the query is a success.
   std::u16string NameOf(std::vector<Row> rows) {
     StartOver();
+    mapi_->values_as_they_stand = true;
     mapi_->profiles = std::move(rows);
     EXPECT_EQ(GetDefaultProfile(name_.Get()), S_OK);
     return name_.Text();
@@ -59,6 +60,7 @@ class DefaultProfile : public test::MapiTest {
   // The same of rows without a name to copy.
   bool LeavesTheBufferAlone(std::vector<Row> rows) {
     StartOver();
+    mapi_->values_as_they_stand = true;
     mapi_->profiles = std::move(rows);
     EXPECT_EQ(GetDefaultProfile(name_.Get()), S_OK);
     return name_.IsUntouched();
@@ -318,6 +320,7 @@ TEST_F(DefaultStore, AnIdentifierThatIsAnErrorIsNoneAndIsTriedAllTheSame) {
 }
 
 TEST_F(DefaultStore, NoneIsMarked) {
+  mapi_->values_as_they_stand = true;
   mapi_->stores = {StoreRow(false, "one!"), StoreRow(false, "two!"), Row{}};
   EXPECT_EQ(Find(), S_OK);
   EXPECT_FALSE(has_store_);

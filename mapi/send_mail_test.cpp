@@ -211,6 +211,7 @@ class SendMailTest : public test::MapiTest {
 
   void Furnish(const std::vector<std::string>& without = {}) {
     StartOver(without);
+    mapi_->needs_recipients = false;
     machine_.SetFile(kPath, "PDF");
   }
 

@@ -12,6 +12,7 @@
 #include "mapiload/library.h"
 #include "mapiload/process_state.h"
 #include "platform/call.h"
+#include "testing/fake_mapi.h"
 #include "testing/mapi_search.h"
 #include "testing/text_printers.h"
 
@@ -19,7 +20,6 @@ namespace zentpost {
 namespace {
 
 using platform::Module;
-using platform::Procedure;
 using Exports = platform::fake::Machine::Exports;
 using Lines = std::vector<std::string>;
 
@@ -32,92 +32,32 @@ T* Pointer(std::uintptr_t number) {
   return reinterpret_cast<T*>(number);
 }
 
-// The calls that reached the library, "NAME(ARGUMENT, ...)" in decimal.
-Lines calls;
-
-template <class... Numbers>
-void Record(const std::string& name, Numbers... numbers) {
-  std::string text;
-  ((text += (text.empty() ? "" : ", ") + std::to_string(numbers)), ...);
-  calls.push_back(name + "(" + text + ")");
-}
-
-std::uintptr_t Number(const void* pointer) {
-  return reinterpret_cast<std::uintptr_t>(pointer);
-}
-
-// The library's functions, with the published calling convention. Each has a result of its own.
-HRESULT PLATFORM_STDCALL Initialize(void* init) {
-  Record("MAPIInitialize", Number(init));
-  return 101;
-}
-HRESULT PLATFORM_STDCALL LogonEx(std::uintptr_t ui_parameter, char16_t* profile, char16_t* password,
-                                 std::uint32_t flags, IMAPISession** session) {
-  Record("MAPILogonEx", ui_parameter, Number(profile), Number(password), flags, Number(session));
-  return MakeResult(0x80040111);
-}
-HRESULT PLATFORM_STDCALL OpenFormMgr(IMAPISession* session, IMAPIFormMgr** form_manager) {
-  Record("MAPIOpenFormMgr", Number(session), Number(form_manager));
-  return 103;
-}
-HRESULT PLATFORM_STDCALL AdminProfiles(std::uint32_t flags, IProfAdmin** profile_admin) {
-  Record("MAPIAdminProfiles", flags, Number(profile_admin));
-  return 104;
-}
-HRESULT PLATFORM_STDCALL QueryAllRows(IMAPITable* table, SPropTagArray* tags,
-                                      SRestriction* restriction, SSortOrderSet* sort_order,
-                                      std::int32_t maximum_rows, SRowSet** rows) {
-  Record("HrQueryAllRows", Number(table), Number(tags), Number(restriction), Number(sort_order),
-         maximum_rows, Number(rows));
-  return 105;
-}
-void PLATFORM_STDCALL FreeRows(SRowSet* rows) {
-  Record("FreeProws", Number(rows));
-}
-void PLATFORM_STDCALL FreeList(ADRLIST* list) {
-  Record("FreePadrlist", Number(list));
-}
-SCODE PLATFORM_STDCALL AllocateBuffer(std::uint32_t size, void** buffer) {
-  Record("MAPIAllocateBuffer", size, Number(buffer));
-  return MAPI_E_NOT_ENOUGH_MEMORY;
-}
-std::uint32_t PLATFORM_STDCALL FreeBuffer(void* buffer) {
-  Record("MAPIFreeBuffer", Number(buffer));
-  return 0xFFFFFFFF;
-}
-std::uint32_t PLATFORM_STDCALL FreeBufferOfAnother(void* buffer) {
-  Record("another MAPIFreeBuffer", Number(buffer));
+// What another library has in the place of a function.
+std::uint32_t PLATFORM_STDCALL Another(void* /*argument*/) {
   return 77;
 }
-
-template <class Function>
-Procedure Exported(Function function) {
-  return reinterpret_cast<Procedure>(function);
-}
-
-Exports AllExports() {
-  return {
-      {"MAPIInitialize", Exported(Initialize)},   {"MAPILogonEx", Exported(LogonEx)},
-      {"MAPIOpenFormMgr", Exported(OpenFormMgr)}, {"MAPIAdminProfiles", Exported(AdminProfiles)},
-      {"HrQueryAllRows", Exported(QueryAllRows)}, {"FreeProws", Exported(FreeRows)},
-      {"FreePadrlist", Exported(FreeList)},       {"MAPIAllocateBuffer", Exported(AllocateBuffer)},
-      {"MAPIFreeBuffer", Exported(FreeBuffer)}};
-}
+const auto kAnother = reinterpret_cast<platform::Procedure>(Another);
 
 std::string Void(const std::function<void()>& call) {
   call();
   return "nothing";
 }
 
-// One entry point: how it is called here, what then reaches the library, what comes back, and what
+// One entry point: how it is called here, what then reaches the library, what it gives, and what
 // comes back when the library cannot be reached.
 struct Entry {
   std::string name;
   std::string decorated_name;  // in 32 bits
   std::function<std::string()> call;
   std::string reached;
-  std::string result;
+  std::int32_t result;
   std::string unavailable;
+
+  std::string Result() const {
+    return unavailable == "nothing"   ? unavailable
+           : name == "MAPIFreeBuffer" ? std::to_string(static_cast<std::uint32_t>(result))
+                                      : std::to_string(result);
+  }
 };
 
 const std::string kCallFailed = "-2147467259";  // 0x80004005
@@ -125,48 +65,53 @@ const std::string kCallFailed = "-2147467259";  // 0x80004005
 const std::vector<Entry>& Entries() {
   static const std::vector<Entry> entries = {
       {"MAPIInitialize", "MAPIInitialize@4",
-       [] { return std::to_string(MAPIInitialize(Pointer<void>(11))); }, "MAPIInitialize(11)",
-       "101", kCallFailed},
+       [] { return std::to_string(MAPIInitialize(Pointer<void>(0x11))); }, "MAPIInitialize(0x11)",
+       101, kCallFailed},
       {"MAPILogonEx", "MAPILogonEx@20",
        [] {
-         return std::to_string(MAPILogonEx(21, Pointer<char16_t>(22), Pointer<char16_t>(23), 24,
-                                           Pointer<IMAPISession*>(25)));
+         return std::to_string(MAPILogonEx(0x21, Pointer<char16_t>(0x22), Pointer<char16_t>(0x23),
+                                           0x24, Pointer<IMAPISession*>(0x25)));
        },
-       "MAPILogonEx(21, 22, 23, 24, 25)", "-2147221231", kCallFailed},
+       "MAPILogonEx(0x21, 0x22, 0x23, 0x24, 0x25)", MakeResult(0x80040111), kCallFailed},
       {"MAPIOpenFormMgr", "MAPIOpenFormMgr@8",
        [] {
          return std::to_string(
-             MAPIOpenFormMgr(Pointer<IMAPISession>(31), Pointer<IMAPIFormMgr*>(32)));
+             MAPIOpenFormMgr(Pointer<IMAPISession>(0x31), Pointer<IMAPIFormMgr*>(0x32)));
        },
-       "MAPIOpenFormMgr(31, 32)", "103", kCallFailed},
+       "MAPIOpenFormMgr(0x31, 0x32)", 103, kCallFailed},
       {"MAPIAdminProfiles", "MAPIAdminProfiles@8",
-       [] { return std::to_string(MAPIAdminProfiles(0x80000000, Pointer<IProfAdmin*>(42))); },
-       "MAPIAdminProfiles(2147483648, 42)", "104", kCallFailed},
+       [] { return std::to_string(MAPIAdminProfiles(0x80000000, Pointer<IProfAdmin*>(0x42))); },
+       "MAPIAdminProfiles(0x80000000, 0x42)", 104, kCallFailed},
       {"HrQueryAllRows", "HrQueryAllRows@24",
        [] {
-         return std::to_string(HrQueryAllRows(Pointer<IMAPITable>(51), Pointer<SPropTagArray>(52),
-                                              Pointer<SRestriction>(53), Pointer<SSortOrderSet>(54),
-                                              -55, Pointer<SRowSet*>(56)));
+         return std::to_string(HrQueryAllRows(
+             Pointer<IMAPITable>(0x51), Pointer<SPropTagArray>(0x52), Pointer<SRestriction>(0x53),
+             Pointer<SSortOrderSet>(0x54), -55, Pointer<SRowSet*>(0x56)));
        },
-       "HrQueryAllRows(51, 52, 53, 54, -55, 56)", "105", kCallFailed},
-      {"FreeProws", "FreeProws@4", [] { return Void([] { FreeProws(Pointer<SRowSet>(61)); }); },
-       "FreeProws(61)", "nothing", "nothing"},
+       "HrQueryAllRows(0x51, 0x52, 0x53, 0x54, 0xffffffc9, 0x56)", 105, kCallFailed},
+      {"FreeProws", "FreeProws@4", [] { return Void([] { FreeProws(Pointer<SRowSet>(0x61)); }); },
+       "FreeProws(0x61)", 0, "nothing"},
       {"FreePadrlist", "FreePadrlist@4",
-       [] { return Void([] { FreePadrlist(Pointer<ADRLIST>(71)); }); }, "FreePadrlist(71)",
-       "nothing", "nothing"},
+       [] { return Void([] { FreePadrlist(Pointer<ADRLIST>(0x71)); }); }, "FreePadrlist(0x71)", 0,
+       "nothing"},
       {"MAPIAllocateBuffer", "MAPIAllocateBuffer@8",
-       [] { return std::to_string(MAPIAllocateBuffer(0xFFFFFFFF, Pointer<void*>(82))); },
-       "MAPIAllocateBuffer(4294967295, 82)", "-2147024882", kCallFailed},
+       [] { return std::to_string(MAPIAllocateBuffer(0xFFFFFFFF, Pointer<void*>(0x82))); },
+       "MAPIAllocateBuffer(0xffffffff, 0x82)", MAPI_E_NOT_ENOUGH_MEMORY, kCallFailed},
       {"MAPIFreeBuffer", "MAPIFreeBuffer@4",
-       [] { return std::to_string(MAPIFreeBuffer(Pointer<void>(91))); }, "MAPIFreeBuffer(91)",
-       "4294967295", "0"},
+       [] { return std::to_string(MAPIFreeBuffer(Pointer<void>(0x91))); }, "MAPIFreeBuffer(0x91)",
+       MakeResult(0xFFFFFFFF), "0"},
   };
   return entries;
 }
 
 class EntryPoints : public test::MapiSearchTest {
  protected:
-  EntryPoints() { calls.clear(); }
+  EntryPoints() {
+    client_.is_inert = true;
+    for (const Entry& entry : Entries()) {
+      client_.Plan({.call = entry.name, .from = true, .code = entry.result});
+    }
+  }
 
   void Install(const char16_t* path, Exports exports) {
     machine_.AddModule(path, std::move(exports));
@@ -180,17 +125,27 @@ class EntryPoints : public test::MapiSearchTest {
     SetClientText(u"DllPathEx", path);
     machine_.AddModule(path, std::move(exports));
   }
-  static void ExpectAllWork() {
+  // What reached the library since this was asked last.
+  Lines Reached() {
+    const Lines all = client_.Calls();
+    Lines newest(all.begin() + static_cast<std::ptrdiff_t>(seen_), all.end());
+    seen_ = all.size();
+    return newest;
+  }
+  void ExpectAllWork() {
     for (const Entry& entry : Entries()) {
-      calls.clear();
-      EXPECT_EQ(entry.call(), entry.result) << entry.name;
-      EXPECT_EQ(calls, Lines{entry.reached});
+      EXPECT_EQ(entry.call(), entry.Result()) << entry.name;
+      EXPECT_EQ(Reached(), Lines{entry.reached});
     }
   }
+
+ private:
+  fake_mapi::Client client_;
+  std::size_t seen_ = 0;
 };
 
 TEST_F(EntryPoints, FindTheLibraryAndForwardWhatTheyTakeAndGive) {
-  Register(kLibrary, AllExports());
+  Register(kLibrary, test::MapiExports());
   ExpectAllWork();
   EXPECT_EQ(test::Readable(machine_.ModulePath(GetMAPIHandle())), R"(C:\Mail\a.dll)");
 }
@@ -199,13 +154,13 @@ TEST_F(EntryPoints, EachFindsTheLibraryByItself) {
   for (const Entry& entry : Entries()) {
     ForgetMapiLoading();
     machine_.Reset();
-    Register(kLibrary, AllExports());
-    EXPECT_EQ(entry.call(), entry.result) << entry.name;
+    Register(kLibrary, test::MapiExports());
+    EXPECT_EQ(entry.call(), entry.Result()) << entry.name;
   }
 }
 
 TEST_F(EntryPoints, LookUpTheirPlainNamesOnceEach) {
-  Register(kLibrary, AllExports());
+  Register(kLibrary, test::MapiExports());
   ExpectAllWork();
   Lines expected = {R"(FindProcedure(C:\Windows\system32\kernel32.dll, GetModuleHandleExW))"};
   for (const Entry& entry : Entries()) {
@@ -235,7 +190,7 @@ TEST_F(EntryPoints, LookForTheLinkersNameIn32BitsAloneAndOnceWhereThePlainOneIsM
 
 TEST_F(EntryPoints, FindIn32BitsWhatIsExportedUnderTheLinkersNameAlone) {
   Exports exports;
-  const Exports plain = AllExports();
+  const Exports plain = test::MapiExports();
   for (const Entry& entry : Entries()) {
     exports[entry.decorated_name] = plain.at(entry.name);
   }
@@ -250,17 +205,17 @@ TEST_F(EntryPoints, FindIn32BitsWhatIsExportedUnderTheLinkersNameAlone) {
 }
 
 TEST_F(EntryPoints, PreferThePlainNameToTheLinkers) {
-  Exports exports = AllExports();
+  Exports exports = test::MapiExports();
   for (const Entry& entry : Entries()) {
     // Would give another result, and reach another function.
-    exports[entry.decorated_name] = Exported(FreeBufferOfAnother);
+    exports[entry.decorated_name] = kAnother;
   }
   Install(kLibrary, std::move(exports));
   ExpectAllWork();
 }
 
 TEST_F(EntryPoints, OnceBoundOnlyForward) {
-  Register(kLibrary, AllExports());
+  Register(kLibrary, test::MapiExports());
   ExpectAllWork();
   machine_.ClearCalls();
   ClearTrace();
@@ -285,7 +240,7 @@ TEST_F(EntryPoints, WithoutALibraryGiveTheirFixedFailureAndSearchAgainEachTime) 
       EXPECT_EQ(Trace().back(), R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n [null])");
     }
   }
-  EXPECT_EQ(calls, Lines{});
+  EXPECT_EQ(Reached(), Lines{});
   EXPECT_EQ(MapiHandleGeneration, 1u);
 }
 
@@ -311,7 +266,7 @@ TEST_F(EntryPoints, WorkOnceALibraryTurnsUp) {
   for (const Entry& entry : Entries()) {
     EXPECT_EQ(entry.call(), entry.unavailable) << entry.name;
   }
-  machine_.AddModule(kSystemMapi, AllExports());
+  machine_.AddModule(kSystemMapi, test::MapiExports());
   ExpectAllWork();
 }
 
@@ -319,16 +274,13 @@ TEST_F(EntryPoints, FailAloneWhereTheLibraryLacksTheirExport) {
   for (const Entry& missing : Entries()) {
     ForgetMapiLoading();
     machine_.Reset();
-    Exports exports = AllExports();
-    exports.erase(missing.name);
-    Register(kLibrary, std::move(exports));
+    Register(kLibrary, test::MapiExports({missing.name}));
     for (int round = 0; round < 2; ++round) {
       for (const Entry& entry : Entries()) {
-        calls.clear();
         const bool is_missing = entry.name == missing.name;
-        EXPECT_EQ(entry.call(), is_missing ? entry.unavailable : entry.result)
+        EXPECT_EQ(entry.call(), is_missing ? entry.unavailable : entry.Result())
             << entry.name << " without " << missing.name;
-        EXPECT_EQ(calls, is_missing ? Lines{} : Lines{entry.reached});
+        EXPECT_EQ(Reached(), is_missing ? Lines{} : Lines{entry.reached});
       }
     }
     // Looked for once: the library that is installed does not change.
@@ -340,7 +292,7 @@ TEST_F(EntryPoints, FailAloneWhereTheLibraryLacksTheirExport) {
 }
 
 TEST_F(EntryPoints, BindByThemselvesAlthoughAnotherIsBoundAlready) {
-  Install(kLibrary, AllExports());
+  Install(kLibrary, test::MapiExports());
   EXPECT_EQ(MAPIFreeBuffer(nullptr), 0xFFFFFFFF);
   machine_.ClearCalls();
   EXPECT_EQ(MAPIInitialize(nullptr), 101);
@@ -348,7 +300,7 @@ TEST_F(EntryPoints, BindByThemselvesAlthoughAnotherIsBoundAlready) {
 }
 
 TEST_F(EntryPoints, LookTheirFunctionsUpAgainAfterALaterInstallation) {
-  Install(kLibrary, AllExports());
+  Install(kLibrary, test::MapiExports());
   ExpectAllWork();
   Install(kOther, {});  // is refused
   machine_.ClearCalls();
@@ -361,38 +313,37 @@ TEST_F(EntryPoints, LookTheirFunctionsUpAgainAfterALaterInstallation) {
 TEST_F(EntryPoints, FindAnExportThatWasMissingBeforeALaterInstallation) {
   Install(kLibrary, {});
   EXPECT_EQ(MAPIFreeBuffer(nullptr), 0u);
-  machine_.AddModule(kLibrary, AllExports());
+  machine_.AddModule(kLibrary, test::MapiExports());
   EXPECT_EQ(MAPIFreeBuffer(nullptr), 0u);
   Install(kOther, {});
   EXPECT_EQ(MAPIFreeBuffer(nullptr), 0xFFFFFFFF);
 }
 
 TEST_F(EntryPoints, CallNothingOnceTheLibraryIsGone) {
-  Install(kLibrary, AllExports());
+  Install(kLibrary, test::MapiExports());
   ExpectAllWork();
-  calls.clear();
   SetMAPIHandle(Module());
   for (const Entry& entry : Entries()) {
     EXPECT_EQ(entry.call(), entry.unavailable) << entry.name;
   }
-  EXPECT_EQ(calls, Lines{});
+  EXPECT_EQ(Reached(), Lines{});
 }
 
 TEST_F(EntryPoints, BindToTheNextLibraryOnceTheFirstIsGone) {
-  Install(kLibrary, AllExports());
+  Install(kLibrary, test::MapiExports());
   EXPECT_EQ(MAPIFreeBuffer(nullptr), 0xFFFFFFFF);
   SetMAPIHandle(Module());
-  Install(kOther, {{"MAPIFreeBuffer", Exported(FreeBufferOfAnother)}});
+  Install(kOther, {{"MAPIFreeBuffer", kAnother}});
   EXPECT_EQ(MAPIFreeBuffer(nullptr), 77u);
   EXPECT_EQ(MAPIInitialize(nullptr), MAPI_E_CALL_FAILED);
 }
 
 TEST_F(EntryPoints, GiveTheirFixedFailureWhenTheLookupFails) {
-  Install(kLibrary, AllExports());
+  Install(kLibrary, test::MapiExports());
   machine_.FailCallOf("FindProcedure", 0, platform::kGeneralFailure);
   EXPECT_EQ(MAPIInitialize(nullptr), MAPI_E_CALL_FAILED);
   EXPECT_TRUE(machine_.FaultTaken());
-  EXPECT_EQ(calls, Lines{});
+  EXPECT_EQ(Reached(), Lines{});
 }
 
 }  // namespace

@@ -44,6 +44,7 @@ class MapiTest : public platform::fake::MachineTest {
     ForgetMapiLoading();
     machine_.Reset();
     mapi_ = std::make_unique<FakeMapi>();
+    mapi_->is_initialized = true;  // tests may begin below MAPIInitialize
   }
 
   // Looks into the library's books and puts it away. Done at the latest when the test ends.

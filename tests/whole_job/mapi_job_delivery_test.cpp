@@ -119,7 +119,7 @@ TEST_F(JobDelivery, WhatFailsIsTheJobsResult) {
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.call);
     Furnish();
-    mapi_->Answer(test.call, 0, MakeResult(test.code), test::FakeMapi::FaultMode::kFromThere);
+    mapi_->Plan({.call = test.call, .from = true, .code = MakeResult(test.code)});
     EXPECT_EQ(Run(kJobName), 1);
     EXPECT_EQ(JobFile(), test::WithResult(kJobFile, 1, test.in_job_file, "MAPI Error"));
   }

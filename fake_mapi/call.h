@@ -1,0 +1,169 @@
+// One call of the mail client: tells of itself, finds out how it is to behave, holds the caller to
+// the contract, and hands out the results.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "fake_mapi/client.h"
+#include "fake_mapi/codes.h"
+#include "fake_mapi/text.h"
+
+namespace zentpost::fake_mapi {
+
+struct Client::State {
+  explicit State(std::unique_ptr<Storage> where) : storage(std::move(where)) {}
+
+  std::mutex mutex;
+  std::unique_ptr<Storage> storage;
+  Accounting accounting;
+  std::vector<RecordedCall> calls;
+  struct Planned {
+    Behaviour behaviour;
+    bool was_met = false;
+  };
+  std::vector<Planned> planned;
+  std::vector<std::shared_ptr<Message>> messages;
+  std::map<std::uintptr_t, std::shared_ptr<Message>> forms;  // by token; null: shown already
+  std::vector<std::string> one_offs;                         // that were handed out
+};
+
+class Call {
+ public:
+  using Arguments = std::initializer_list<std::string>;
+
+  // A function, or a method of the object, whose end is noticed.
+  explicit Call(const char* function);
+  Call(Object& object, const char* method);
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+  ~Call();
+
+  // Tells of the call, which must be done first. Whether `can_fail` or not, it may be one that has
+  // a behaviour.
+  void Record(Arguments arguments, bool can_fail = true);
+  // The same for one that gives no result that could tell of a failure.
+  void RecordInfallible(Arguments arguments) { Record(arguments, false); }
+
+  // Whether the client is inert: the call is then recorded with its raw arguments, and done.
+  template <class... Argument>
+  [[nodiscard]] bool IsInert(Argument... arguments) {
+    if (!client_.is_inert) {
+      return false;
+    }
+    Record({Raw(arguments)...});
+    return true;
+  }
+
+  // Whether it is done; otherwise it gives a failure, and nothing may be changed.
+  [[nodiscard]] bool Works() const { return !is_planned_ && result_ >= 0; }
+
+  // Makes a call that works fail.
+  void Refuse(std::int32_t code);
+  // The same, for a caller that broke the contract: "NAME WHAT" is a finding.
+  void Breach(std::string_view what, std::int32_t code = kInvalidParameter,
+              FindingKind kind = FindingKind::kOther);
+  void AllowFlags(std::uint32_t flags, std::uint32_t allowed);
+  template <class... Place>
+  void NeedPlaces(Place*... places) {
+    if (((places == nullptr) || ...)) {
+      Breach("without a place for its result");
+    }
+  }
+  // The argument that must not be null.
+  void Need(const void* argument, const char* what);
+  // So many bytes at `bytes`.
+  void NeedBytes(std::uint32_t size, const void* bytes);
+  // An object of the client's that was not released; null when it is none.
+  Object* NeedObject(const void* address, std::string_view interface_name);
+
+  // Hands out what `make` gives to a call that works: `make` gives null when memory runs out. Any
+  // other gets null or garbage.
+  template <class Type, class Make>
+  void Give(Type** place, const Make& make) {
+    if (place == nullptr) {
+      return;
+    }
+    const bool leaves_garbage = LeavesGarbage();
+    *place = nullptr;
+    if ((Works() && gives_) || leaves_garbage) {
+      *place = make();
+      if (*place == nullptr) {
+        Refuse(kNotEnoughMemory);
+      } else if (leaves_garbage) {
+        Accounts().MakeGarbage(*place);
+      }
+    }
+  }
+  template <class Number>
+  void GiveNumber(void* place, Number number) {
+    constexpr int kGarbageByte = 0xDD;
+    if (place == nullptr) {
+      return;
+    }
+    if (Works() && gives_) {
+      std::memcpy(place, &number, sizeof number);
+    } else {
+      std::memset(place, LeavesGarbage() ? kGarbageByte : 0, sizeof number);
+    }
+  }
+
+  // A success of its own.
+  void Succeed(std::int32_t code) { own_success_ = code; }
+  // What the call gives. Once, at its end.
+  [[nodiscard]] std::int32_t Result();
+  std::uint32_t Count(std::uint32_t count);
+
+  [[nodiscard]] Client& Of() const { return client_; }
+  [[nodiscard]] Client::State& Inside() const { return client_.Inside(); }
+  [[nodiscard]] Accounting& Accounts() const { return client_.Inside().accounting; }
+
+ private:
+  struct HookScope {
+    explicit HookScope(CallHook* of) : hook(of) {
+      if (hook != nullptr) {
+        hook->CallBegins();
+      }
+    }
+    HookScope(const HookScope&) = delete;
+    HookScope& operator=(const HookScope&) = delete;
+    ~HookScope() {
+      if (hook != nullptr) {
+        hook->CallEnds();
+      }
+    }
+    CallHook* const hook;
+  };
+
+  template <class Argument>
+  static std::string Raw(Argument argument) {
+    if constexpr (std::is_pointer_v<Argument>) {
+      return LowerHex(reinterpret_cast<std::uintptr_t>(argument));
+    } else {
+      return LowerHex(static_cast<std::make_unsigned_t<Argument>>(argument));
+    }
+  }
+
+  [[nodiscard]] bool LeavesGarbage() const { return client_.failures_leave_garbage && result_ < 0; }
+
+  Client& client_;
+  HookScope hook_;  // first in and last out: everything else here is the client's doing
+  std::unique_lock<std::mutex> lock_;
+  RecordedCall record_;
+  std::string name_;
+  std::int32_t result_ = 0;
+  std::int32_t own_success_ = 0;
+  std::optional<std::int32_t> success_ = {};  // that a behaviour gives
+  bool is_planned_ = false;                   // whether it is not done, whatever its result is
+  bool gives_ = true;
+};
+
+}  // namespace zentpost::fake_mapi

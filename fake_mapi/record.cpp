@@ -1,0 +1,136 @@
+#include "fake_mapi/record.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "fake_mapi/properties.h"
+#include "fake_mapi/text.h"
+
+namespace zentpost::fake_mapi {
+namespace {
+
+constexpr std::size_t kLongestText = 2000;
+constexpr std::uint32_t kLongestBytes = 256;
+constexpr std::uint32_t kBeginning = 16;
+
+// In quotes, on one line.
+std::string Quoted(std::u16string_view text) {
+  std::string quoted = "\"";
+  for (const char byte : Utf8(text.substr(0, kLongestText))) {
+    if (static_cast<unsigned char>(byte) < 0x20) {
+      quoted += "\\u" + LowerHex(static_cast<unsigned char>(byte), 4).substr(2);
+    } else {
+      quoted += byte;
+    }
+  }
+  return quoted + "\"" + (text.size() > kLongestText ? "..." : "");
+}
+
+std::string ValueOf(const SPropValue& value) {
+  const std::string tag = LowerHex(value.ulPropTag, 8) + " ";
+  switch (TypeOf(value.ulPropTag)) {
+    case kLong:
+      return tag + std::to_string(value.Value.l);
+    case kBoolean:
+      return tag + std::to_string(value.Value.b);
+    case kError:
+      return tag + LowerHex(static_cast<std::uint32_t>(value.Value.err));
+    case kString8:
+      return tag + TextOf(value.Value.lpszA);
+    case kUnicode:
+      return tag + TextOf(value.Value.lpszW);
+    case kBinary:
+      return tag + BytesOf(value.Value.bin.cb, value.Value.bin.lpb);
+    default:
+      return tag + "of another type";
+  }
+}
+
+}  // namespace
+
+std::u16string FromText(const WideChar* text, bool is_wide) {
+  if (is_wide || text == nullptr) {
+    return FromWide(text);
+  }
+  return FromWindows1252(static_cast<const char*>(static_cast<const void*>(text)));
+}
+
+std::string TextOf(const WideChar* text, bool is_wide) {
+  return text == nullptr ? "null" : Quoted(FromText(text, is_wide));
+}
+
+std::string TextOf(const char* text) {
+  return text == nullptr ? "null" : Quoted(FromWindows1252(text));
+}
+
+std::string BytesOf(ULONG size, const void* bytes) {
+  const std::string text = std::to_string(size) + " bytes";
+  if (bytes == nullptr) {
+    return text + " at null";
+  }
+  const std::size_t told = size > kLongestBytes ? kBeginning : size;
+  std::string digits;
+  for (const unsigned char byte : std::string_view(static_cast<const char*>(bytes), told)) {
+    digits += LowerHex(byte, 2).substr(2);
+  }
+  return text + (size > 0 ? " " : "") + digits + (told < size ? "..." : "");
+}
+
+std::string ValuesOf(ULONG count, const SPropValue* values) {
+  if (values == nullptr) {
+    return "null";
+  }
+  std::string text = "[";
+  for (ULONG i = 0; i < count; ++i) {
+    text += (i == 0 ? "" : ", ") + ValueOf(values[i]);
+  }
+  return text + "]";
+}
+
+std::string TagsOf(const SPropTagArray* tags) {
+  if (tags == nullptr) {
+    return "null";
+  }
+  // More of them than the published type says stand behind the first.
+  const auto* const first = static_cast<const ULONG*>(tags->aulPropTag);
+  std::string text = "[";
+  for (ULONG i = 0; i < tags->cValues; ++i) {
+    text += (i == 0 ? "" : ", ") + LowerHex(first[i], 8);
+  }
+  return text + "]";
+}
+
+std::string ListOf(const ADRLIST* list) {
+  if (list == nullptr) {
+    return "null";
+  }
+  const auto* const entries = static_cast<const ADRENTRY*>(list->aEntries);
+  std::string text = "[";
+  for (ULONG i = 0; i < list->cEntries; ++i) {
+    text += (i == 0 ? "" : ", ") + std::to_string(entries[i].cValues) + " " +
+            ValuesOf(entries[i].cValues, entries[i].rgPropVals);
+  }
+  return text + "]";
+}
+
+std::string InterfaceOf(const GUID* id) {
+  if (id == nullptr) {
+    return "null";
+  }
+  return IsClientShutdown(*id) ? "IMAPIClientShutdown" : "another interface";
+}
+
+std::string NullOr(const void* pointer) {
+  return pointer == nullptr ? "null" : "not null";
+}
+
+bool IsClientShutdown(const GUID& id) {
+  return id == InterfaceId(0x00020397);
+}
+
+// Published: the interfaces' identifiers are these with their own first part.
+GUID InterfaceId(std::uint32_t first) {
+  return GUID{first, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+}
+
+}  // namespace zentpost::fake_mapi
