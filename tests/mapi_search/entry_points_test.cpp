@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/call.h"
 #include "tests/mapi_search/machine.h"
 
 namespace zentpost::mapi_search {
@@ -19,15 +20,17 @@ struct Function {
 
 const std::vector<Function>& Functions() {
   static const std::vector<Function> functions = {
-      {"MAPIInitialize", "0x00001001 <- MAPIInitialize 11", "0x80004005"},
-      {"MAPILogonEx", "0x00001002 <- MAPILogonEx 21 22 24 80000023 28", "0x80004005"},
-      {"MAPIOpenFormMgr", "0x00001003 <- MAPIOpenFormMgr 30 38", "0x80004005"},
-      {"MAPIAdminProfiles", "0x00001004 <- MAPIAdminProfiles 41 48", "0x80004005"},
-      {"HrQueryAllRows", "0x00001005 <- HrQueryAllRows 50 54 58 5c ffffffff 60", "0x80004005"},
-      {"FreeProws", "none <- FreeProws 70", "none"},
-      {"FreePadrlist", "none <- FreePadrlist 80", "none"},
-      {"MAPIAllocateBuffer", "0x00001008 <- MAPIAllocateBuffer 91 98", "0x80004005"},
-      {"MAPIFreeBuffer", "0x00001009 <- MAPIFreeBuffer a0", "0x00000000"},
+      {"MAPIInitialize", "0x00001001 <- MAPIInitialize(0x11)", "0x80004005"},
+      {"MAPILogonEx", "0x00001002 <- MAPILogonEx(0x21, 0x22, 0x24, 0x80000023, 0x28)",
+       "0x80004005"},
+      {"MAPIOpenFormMgr", "0x00001003 <- MAPIOpenFormMgr(0x30, 0x38)", "0x80004005"},
+      {"MAPIAdminProfiles", "0x00001004 <- MAPIAdminProfiles(0x41, 0x48)", "0x80004005"},
+      {"HrQueryAllRows", "0x00001005 <- HrQueryAllRows(0x50, 0x54, 0x58, 0x5c, 0xffffffff, 0x60)",
+       "0x80004005"},
+      {"FreeProws", "none <- FreeProws(0x70)", "none"},
+      {"FreePadrlist", "none <- FreePadrlist(0x80)", "none"},
+      {"MAPIAllocateBuffer", "0x00001008 <- MAPIAllocateBuffer(0x91, 0x98)", "0x80004005"},
+      {"MAPIFreeBuffer", "0x00001009 <- MAPIFreeBuffer(0xa0)", "0x00000000"},
   };
   return functions;
 }
@@ -49,32 +52,59 @@ Texts ResultsWithout(const std::string& lacking) {
   return results;
 }
 
-TEST(EntryPoints, CallTheClientsLibrary) {
-  Machine machine;
-  machine.SetDefaultMailClient(kClient);
-  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                            machine.Put("stand_in", "client.dll"));
-  // Twice: the first call binds, the second one does not.
-  Texts steps = CallAll();
-  const Texts again = CallAll();
-  steps.insert(steps.end(), again.begin(), again.end());
-  Texts expected = ResultsWithout("");
-  const Texts expected_again = expected;
-  expected.insert(expected.end(), expected_again.begin(), expected_again.end());
-  const Texts lines = machine.Search(steps);
-  EXPECT_EQ(Lines(lines, "call"), expected);
-  EXPECT_EQ(Tried(lines).size(), 1u);
+Texts ResultsWithoutAny() {
+  Texts results;
+  for (const Function& function : Functions()) {
+    results.push_back(function.unavailable + " <- nothing");
+  }
+  return results;
 }
 
-TEST(EntryPoints, DoWithoutAFunctionThatTheLibraryLacks) {
-  for (const Function& function : Functions()) {
+// The names of stand-ins that have all functions. In 32 bits libraries may export them under the
+// linker's names too, or alone; where there are both, calling the linker's ends the process.
+Texts WholeStandIns() {
+  return PLATFORM_STDCALL_IS_DECORATED != 0 ? Texts{"stand_in", "decorated", "both_names"}
+                                            : Texts{"stand_in"};
+}
+
+TEST(EntryPoints, CallTheClientsLibrary) {
+  for (const std::string& stand_in : WholeStandIns()) {
+    SCOPED_TRACE(stand_in);
     Machine machine;
     machine.SetDefaultMailClient(kClient);
     machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                              machine.Put("lacks_" + function.name, "client.dll"));
-    const Texts lines = machine.Search(CallAll());
-    EXPECT_EQ(Lines(lines, "call"), ResultsWithout(function.name)) << function.name;
+                              machine.Put(stand_in, "client.dll"));
+    // Twice: the first call binds, the second one does not.
+    Texts steps = CallAll();
+    const Texts again = CallAll();
+    steps.insert(steps.end(), again.begin(), again.end());
+    Texts expected = ResultsWithout("");
+    const Texts expected_again = expected;
+    expected.insert(expected.end(), expected_again.begin(), expected_again.end());
+    const Texts lines = machine.Search(steps);
+    EXPECT_EQ(Lines(lines, "call"), expected);
+    EXPECT_EQ(Tried(lines).size(), 1u);
   }
+}
+
+TEST(EntryPoints, DoWithoutAFunctionThatTheLibraryLacks) {
+  for (const char* const lacking : {"MAPIInitialize", "FreePadrlist"}) {
+    Machine machine;
+    machine.SetDefaultMailClient(kClient);
+    machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                              machine.Put(std::string("lacks_") + lacking, "client.dll"));
+    const Texts lines = machine.Search(CallAll());
+    EXPECT_EQ(Lines(lines, "call"), ResultsWithout(lacking)) << lacking;
+  }
+}
+
+// One without any name of any of them.
+TEST(EntryPoints, DoWithoutFunctions) {
+  Machine machine;
+  machine.SetDefaultMailClient(kClient);
+  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
+                            machine.Put("stub", "client.dll"));
+  EXPECT_EQ(Lines(machine.Search(CallAll()), "call"), ResultsWithoutAny());
 }
 
 TEST(EntryPoints, SearchAtEveryCallUntilALibraryIsFound) {
@@ -83,11 +113,7 @@ TEST(EntryPoints, SearchAtEveryCallUntilALibraryIsFound) {
     GTEST_SKIP() << "this system cannot do without its own library";
   }
   const Texts lines = machine.Search(CallAll());
-  Texts expected;
-  for (const Function& function : Functions()) {
-    expected.push_back(function.unavailable + " <- nothing");
-  }
-  EXPECT_EQ(Lines(lines, "call"), expected);
+  EXPECT_EQ(Lines(lines, "call"), ResultsWithoutAny());
   EXPECT_EQ(Tried(lines).size(), Functions().size());
 }
 
@@ -98,7 +124,7 @@ TEST(EntryPoints, BindAgainWhenALibraryWasInstalled) {
   const Texts lines = machine.Search({"install=" + lacking, "call=MAPIInitialize", "clear",
                                       "install=" + whole, "call=MAPIInitialize"});
   EXPECT_EQ(Lines(lines, "call"),
-            (Texts{"0x80004005 <- nothing", "0x00001001 <- MAPIInitialize 11"}));
+            (Texts{"0x80004005 <- nothing", "0x00001001 <- MAPIInitialize(0x11)"}));
 }
 
 }  // namespace

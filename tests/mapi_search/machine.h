@@ -11,8 +11,8 @@
 
 namespace zentpost::mapi_search {
 
-// Names of the stand-in libraries, without an extension: "stand_in", "lacks_FUNCTION" and "stub";
-// in 32 bits on Windows also "decorated" and "both_names".
+// Names of the stand-in libraries, without an extension: "stand_in", "lacks_MAPIInitialize",
+// "lacks_FreePadrlist" and "stub"; in 32 bits on Windows also "decorated" and "both_names".
 [[nodiscard]] std::filesystem::path StandIn(std::string_view name);
 
 // One test's machine: no mail client is registered, and the folder is empty.

@@ -11,8 +11,8 @@
 //   generation     MapiHandleGeneration    "generation: 1"
 //   installer-ui   what the installer      "installer-ui: LEVEL" (INSTALLUILEVEL of msi.h)
 //                  would show
-//   call=NAME      one entry point         "call: RESULT <- NAME ARGUMENT ...", the latter as the
-//                                          stand-in library saw it
+//   call=NAME      one entry point         "call: RESULT <- NAME(ARGUMENT, ...)", the latter as
+//                                          the stand-in library saw it
 // "yes" may be "no", and a path or what was seen "nothing". Paths are ASCII.
 #include <cstdint>
 #include <cstdio>

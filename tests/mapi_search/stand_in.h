@@ -4,13 +4,11 @@
 namespace zentpost::mapi_search {
 
 // A stand-in for a mail client's MAPI library exports the nine functions that the tool calls, each
-// under its own name. It does nothing but to note the call. Its further export "StandInLastCall"
-// tells of the last one, "NAME ARGUMENT ...", the arguments in hexadecimal, and forgets it.
+// under its own name. It does nothing but to record the call. Their results count on from 0x1001,
+// in the order in which the tool's own header declares them; those of FreeProws and FreePadrlist
+// are not given. Its further export "StandInLastCall" tells of the last call, "NAME(ARGUMENT,
+// ...)", the arguments in hexadecimal; nothing when there was none since it was asked last.
 using LastCallFunction = const char* (*)();
-
-// The results of its functions, in the order in which the tool's own header declares them; those of
-// FreeProws and FreePadrlist are not given.
-inline constexpr unsigned kFirstResult = 0x1001;
 
 // A stand-in for the system's MAPI stub exports FGetComponentPath alone. Asked for this component
 // and qualifier, with room for 260 bytes and without leave to install, it answers with what stands

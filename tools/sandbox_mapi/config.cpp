@@ -7,9 +7,10 @@
 #include <cmath>
 #include <memory>
 
-#include "tools/sandbox_mapi/text.h"
+#include "fake_mapi/codes.h"
+#include "fake_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 struct JsonDeleter {
@@ -26,18 +27,20 @@ std::string Quoted(std::string_view text) {
 }
 
 // "0x80040111" or a number that is not negative.
-bool ReadCode(const cJSON* json, const std::string& what, std::uint32_t& code, std::string& error) {
+bool ReadCode(const cJSON* json, const std::string& what, std::int32_t& code, std::string& error) {
   if (cJSON_IsNumber(json) && json->valuedouble >= 0 && json->valuedouble <= 0xFFFFFFFFu &&
       std::floor(json->valuedouble) == json->valuedouble) {
-    code = static_cast<std::uint32_t>(json->valuedouble);
+    code = Code(static_cast<std::uint32_t>(json->valuedouble));
     return true;
   }
   if (cJSON_IsString(json)) {
     const std::string_view text = json->valuestring;
     if (text.starts_with("0x") || text.starts_with("0X")) {
       const char* const end = text.data() + text.size();
-      const auto [stop, problem] = std::from_chars(text.data() + 2, end, code, 16);
+      std::uint32_t number = 0;
+      const auto [stop, problem] = std::from_chars(text.data() + 2, end, number, 16);
       if (problem == std::errc() && stop == end) {
+        code = Code(number);
         return true;
       }
     }
@@ -53,7 +56,7 @@ bool ReadFlag(const cJSON* json, const std::string& name, bool& flag, std::strin
   return true;
 }
 
-bool ReadFailure(const cJSON* json, ConfiguredFailure& failure, std::string& error) {
+bool ReadFailure(const cJSON* json, Behaviour& failure, std::string& error) {
   if (!cJSON_IsObject(json)) {
     return Fail(error, "\"Fail\" holds something that is no object");
   }
@@ -61,7 +64,7 @@ bool ReadFailure(const cJSON* json, ConfiguredFailure& failure, std::string& err
   for (const cJSON* member = json->child; member != nullptr; member = member->next) {
     const std::string name = member->string;
     if (name == "Call") {
-      const auto& calls = FailableCalls();
+      const auto& calls = CallsWithBehaviour();
       if (!cJSON_IsString(member) ||
           std::find(calls.begin(), calls.end(), member->valuestring) == calls.end()) {
         return Fail(error, "\"Call\" is not the name of a call that can fail: " +
@@ -72,7 +75,7 @@ bool ReadFailure(const cJSON* json, ConfiguredFailure& failure, std::string& err
       if (!cJSON_IsNumber(member) || member->valuedouble < 1 || member->valuedouble > 1e9) {
         return Fail(error, "\"At\" is no number from 1 on");
       }
-      failure.at = static_cast<std::uint64_t>(member->valuedouble);
+      failure.at = static_cast<std::size_t>(member->valuedouble);
     } else if (name == "From") {
       if (!ReadFlag(member, name, failure.from, error)) {
         return false;
@@ -106,16 +109,11 @@ bool ReadFailures(const cJSON* json, Config& config, std::string& error) {
 
 bool ReadFormAnswer(const cJSON* json, Config& config, std::string& error) {
   const std::string_view text = cJSON_IsString(json) ? json->valuestring : "";
-  if (text == "sent") {
-    config.form_answer = FormAnswer::kSent;
+  if (text == "sent" || text == "cancelled") {
+    config.form_answer = text == "sent" ? kOk : kUserCancel;
     return true;
   }
-  if (text == "cancelled") {
-    config.form_answer = FormAnswer::kCancelled;
-    return true;
-  }
-  config.form_answer = FormAnswer::kFailed;
-  if (!ReadCode(json, "\"ShowForm\"", config.form_code, error)) {
+  if (!ReadCode(json, "", config.form_answer, error)) {
     error = "\"ShowForm\" is neither \"sent\" nor \"cancelled\" nor a code like \"0x80004005\"";
     return false;
   }
@@ -181,61 +179,4 @@ std::optional<Config> ParseConfig(std::string_view json, std::string& error) {
   return config;
 }
 
-const std::vector<std::string_view>& FailableCalls() {
-  static const std::vector<std::string_view> calls = {
-      "MAPIInitialize",
-      "MAPILogonEx",
-      "MAPIOpenFormMgr",
-      "MAPIAdminProfiles",
-      "HrQueryAllRows",
-      "MAPIAllocateBuffer",
-      "MAPIAllocateMore",
-      "MAPIFreeBuffer",
-      "IProfAdmin::QueryInterface",
-      "IProfAdmin::GetProfileTable",
-      "IMAPITable::QueryInterface",
-      "IMAPIFormMgr::QueryInterface",
-      "IMAPISession::QueryInterface",
-      "IMAPISession::GetMsgStoresTable",
-      "IMAPISession::OpenMsgStore",
-      "IMAPISession::OpenAddressBook",
-      "IMAPISession::Logoff",
-      "IMAPISession::ShowForm",
-      "IMAPISession::PrepareForm",
-      "IMAPIClientShutdown::QueryInterface",
-      "IMAPIClientShutdown::QueryFastShutdown",
-      "IMAPIClientShutdown::NotifyProcessShutdown",
-      "IMAPIClientShutdown::DoFastShutdown",
-      "IAddrBook::QueryInterface",
-      "IAddrBook::SaveChanges",
-      "IAddrBook::GetProps",
-      "IAddrBook::SetProps",
-      "IAddrBook::CreateOneOff",
-      "IAddrBook::ResolveName",
-      "IMsgStore::QueryInterface",
-      "IMsgStore::SaveChanges",
-      "IMsgStore::GetProps",
-      "IMsgStore::SetProps",
-      "IMsgStore::OpenEntry",
-      "IMAPIFolder::QueryInterface",
-      "IMAPIFolder::SaveChanges",
-      "IMAPIFolder::GetProps",
-      "IMAPIFolder::SetProps",
-      "IMAPIFolder::CreateMessage",
-      "IMAPIFolder::GetMessageStatus",
-      "IMessage::QueryInterface",
-      "IMessage::SaveChanges",
-      "IMessage::GetProps",
-      "IMessage::SetProps",
-      "IMessage::CreateAttach",
-      "IMessage::ModifyRecipients",
-      "IMessage::SubmitMessage",
-      "IAttach::QueryInterface",
-      "IAttach::SaveChanges",
-      "IAttach::GetProps",
-      "IAttach::SetProps",
-  };
-  return calls;
-}
-
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

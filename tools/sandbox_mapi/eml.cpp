@@ -7,10 +7,10 @@
 #include <fstream>
 #include <vector>
 
+#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/sha256.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 constexpr std::size_t kLineLength = 76;   // RFC 2047 allows no more beside an encoded word.
@@ -419,7 +419,7 @@ bool WriteEml(const Message& message, const EmlOptions& options, std::ostream& o
   out << to << AddressHeader("Cc", message.recipients, kCc)
       << AddressHeader("Bcc", message.recipients, kBcc);
   if (const Property* const subject = message.properties.Find(kIdSubject)) {
-    out << TextHeader("Subject", subject->text);
+    out << TextHeader("Subject", subject->Text());
   }
   out << "Date: " << MailDate(options.date) << kCrLf << "Message-ID: <" << options.unique
       << "@sandbox.invalid>" << kCrLf << "X-Mailer: sandbox_mapi" << kCrLf;
@@ -454,4 +454,4 @@ bool WriteEml(const Message& message, const EmlOptions& options, std::ostream& o
   return is_whole;
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
-#include "tools/sandbox_mapi/message.h"
+#include "tools/sandbox_mapi/names.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 struct EmlOptions {
   std::chrono::sys_seconds date;
@@ -38,4 +38,4 @@ struct EmlOptions {
 // "Fri, 20 Nov 2026 08:05:09 +0000"
 [[nodiscard]] std::string MailDate(std::chrono::sys_seconds time);
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

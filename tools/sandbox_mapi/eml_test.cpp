@@ -5,18 +5,15 @@
 #include <sstream>
 #include <string>
 
+#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/sha256.h"
 #include "tools/sandbox_mapi/test_folder.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 Property TextOf(std::uint32_t id, std::u16string text) {
-  Property property;
-  property.tag = Tag(id, kUnicode);
-  property.text = std::move(text);
-  return property;
+  return Text(Tag(id, kUnicode), std::move(text));
 }
 
 constexpr std::chrono::sys_seconds kDate{std::chrono::seconds{1795163109}};
@@ -171,16 +168,13 @@ TEST(Eml, DocumentsComeFromTheirFilesAndOnlySavedOnes) {
   for (const bool saved : {true, false}) {
     Attachment& attachment = message.attachments.emplace_back();
     attachment.saved = saved;
-    attachment.properties.Set(TextOf(kIdAttachLongFilename, saved ? u"a.PDF" : u"b.pdf"));
-    Property data;
-    data.tag = Tag(kIdAttachData, kBinary);
-    data.spool = Spool{file, 8, ""};
-    attachment.properties.Set(data);
+    attachment.properties.Set(TextOf(kIdAttachLongFilename, saved ? u"a\"\\.PDF" : u"b.pdf"));
+    attachment.properties.Set({.tag = Tag(kIdAttachData, kBinary), .spool = Spool{file, 8, ""}});
   }
   const std::string text = Written(message);
   EXPECT_NE(text.find("\r\nContent-Type: application/pdf\r\n"
                       "Content-Transfer-Encoding: base64\r\n"
-                      "Content-Disposition: attachment;\r\n filename=\"a.PDF\"\r\n\r\n"
+                      "Content-Disposition: attachment;\r\n filename=\"a\\\"\\\\.PDF\"\r\n\r\n"
                       "ZG9jdW1lbnQ=\r\n--"),
             std::string::npos)
       << text;
@@ -192,10 +186,8 @@ TEST(Eml, DocumentThatIsShorterThanItWasIsAFailure) {
   Message message;
   Attachment& attachment = message.attachments.emplace_back();
   attachment.saved = true;
-  Property data;
-  data.tag = Tag(kIdAttachData, kBinary);
-  data.spool = Spool{folder.Path() / "data.bin", 8, ""};
-  attachment.properties.Set(data);
+  attachment.properties.Set(
+      {.tag = Tag(kIdAttachData, kBinary), .spool = Spool{folder.Path() / "data.bin", 8, ""}});
   std::ostringstream out;
   EXPECT_FALSE(WriteEml(message, {kDate, "unique", false}, out)) << "the file is missing";
   WriteBytes(folder.Path() / "data.bin", "short");
@@ -216,13 +208,10 @@ TEST(Eml, NoLineIsLongerThanMailAllows) {
   Attachment& attachment = message.attachments.emplace_back();
   attachment.saved = true;
   attachment.properties.Set(TextOf(kIdAttachFilename, std::u16string(1000, u'\u00E4')));
-  Property data;
-  data.tag = Tag(kIdAttachData, kBinary);
-  data.bytes = std::string(1000, 'd');
-  attachment.properties.Set(data);
+  attachment.properties.Set(Bytes(Tag(kIdAttachData, kBinary), std::string(1000, 'd')));
   // An address is one word: it alone may be longer than the 78 characters of the others.
   EXPECT_LE(LongestLine(Written(message)), 110u);
 }
 
 }  // namespace
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -4,15 +4,19 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <memory>
 #include <system_error>
 #include <utility>
 
+#include "fake_mapi/codes.h"
+#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/eml.h"
+#include "tools/sandbox_mapi/names.h"
+#include "tools/sandbox_mapi/sha256.h"
 #include "tools/sandbox_mapi/system.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 namespace fs = std::filesystem;
@@ -75,7 +79,7 @@ cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
       return cJSON_CreateString(Hex(static_cast<std::uint32_t>(property.number)).c_str());
     case kString8:
     case kUnicode:
-      return cJSON_CreateString(Utf8(property.text).c_str());
+      return cJSON_CreateString(Utf8(property.Text()).c_str());
     case kBinary:
       return BinaryJson(property, file_folder);
     default:
@@ -85,7 +89,7 @@ cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
 
 cJSON* PropertiesJson(const Properties& properties, const fs::path& file_folder) {
   cJSON* const array = cJSON_CreateArray();
-  for (const Property& property : properties.All()) {
+  for (const Property& property : properties) {
     cJSON* const json = cJSON_CreateObject();
     AddText(json, "Tag", Hex(property.tag));
     if (const std::string name = TagName(property.tag); !name.empty()) {
@@ -160,7 +164,8 @@ std::string MessageJson(const Message& message, std::string_view state,
   return text == nullptr ? std::string() : std::string(text.get()) + '\n';
 }
 
-Mailbox::Mailbox(fs::path folder) : folder_(std::move(folder)) {}
+Mailbox::Mailbox(fs::path folder, std::u16string profile_name)
+    : folder_(std::move(folder)), profile_name_(std::move(profile_name)) {}
 
 fs::path Mailbox::StoreFolder(std::string_view name) const {
   return folder_ / "Store" / name;
@@ -170,21 +175,21 @@ fs::path Mailbox::SpoolFolder(const Message& message) const {
   return StoreFolder(kOutbox) / message.name;
 }
 
-bool Mailbox::Prepare(std::u16string_view profile_name) {
+std::int32_t Mailbox::Start() {
   std::error_code error;
   for (const fs::path& folder :
        {StoreFolder(kOutbox), StoreFolder(kSentItems), folder_ / "Drafts", folder_ / "Profiles"}) {
     fs::create_directories(folder, error);
     if (error) {
-      return false;
+      return kDiskError;
     }
   }
   // For the eye alone, and not every name can be a file's.
-  std::ofstream(folder_ / "Profiles" / Path(Utf8(profile_name)), std::ios::app).close();
-  return true;
+  std::ofstream(folder_ / "Profiles" / Path(Utf8(profile_name_)), std::ios::app).close();
+  return kOk;
 }
 
-bool Mailbox::Reserve(std::string& name) {
+bool Mailbox::Create(Message& message) {
   unsigned long number = 0;
   for (const fs::path& folder :
        {StoreFolder(kOutbox), StoreFolder(kSentItems), folder_ / "Drafts"}) {
@@ -208,15 +213,17 @@ bool Mailbox::Reserve(std::string& name) {
       fs::remove(StoreFolder(kOutbox) / digits, error);
       continue;
     }
-    name = digits;
+    message.name = digits;
+    message.entry_id = EntryId({'M', digits});
     return true;
   }
   return false;
 }
 
-bool Mailbox::Keep(const Message& message, std::uint32_t attachment, std::string_view bytes,
-                   Spool& spool) {
-  spool.file = SpoolFolder(message) / ("attachment-" + std::to_string(attachment) + ".bin");
+bool Mailbox::KeepDocument(const Message& message, const Attachment& attachment,
+                           std::string_view bytes, Property& value) {
+  Spool& spool = value.spool.emplace();
+  spool.file = SpoolFolder(message) / ("attachment-" + std::to_string(attachment.number) + ".bin");
   std::ofstream file(spool.file, std::ios::binary | std::ios::trunc);
   Sha256 hash;
   spool.size = bytes.size();
@@ -264,19 +271,20 @@ bool Mailbox::WriteBoth(const Message& message, const fs::path& folder, std::str
   return !error;
 }
 
-bool Mailbox::Send(const Message& message, std::string_view folder) {
-  if (!WriteBoth(message, StoreFolder(folder), "submitted", false)) {
+bool Mailbox::Send(const Message& message, bool stays_in_outbox) {
+  if (!WriteBoth(message, StoreFolder(stays_in_outbox ? kOutbox : kSentItems), "submitted",
+                 false)) {
     return false;
   }
   std::error_code ignored;
-  if (folder != kOutbox) {
+  if (!stays_in_outbox) {
     fs::remove(StoreFolder(kOutbox) / (message.name + ".json"), ignored);
   }
   fs::remove_all(SpoolFolder(message), ignored);
   return true;
 }
 
-bool Mailbox::WriteDraft(const Message& message) {
+bool Mailbox::Show(const Message& message) {
   return WriteBoth(message, folder_ / "Drafts", "draft", true);
 }
 
@@ -290,4 +298,4 @@ bool Mailbox::Has(std::string_view folder, std::string_view name) const {
   return fs::exists(StoreFolder(folder) / (std::string(name) + ".json"), ignored);
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -1,4 +1,4 @@
-// The small parts: texts, hashes, identifiers, orders, files.
+// The small parts: hashes, identifiers, orders, files.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -6,44 +6,15 @@
 #include <thread>
 #include <vector>
 
+#include "fake_mapi/codes.h"
 #include "tools/sandbox_mapi/config.h"
 #include "tools/sandbox_mapi/mailbox.h"
-#include "tools/sandbox_mapi/message.h"
+#include "tools/sandbox_mapi/names.h"
 #include "tools/sandbox_mapi/sha256.h"
 #include "tools/sandbox_mapi/test_folder.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
-
-TEST(Text, Utf8AndUtf16GiveEachOtherBack) {
-  const std::u16string text = u"a\u00FC\u20AC\U0001F600";
-  EXPECT_EQ(Utf8(text), "a\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80");
-  EXPECT_EQ(Utf16(Utf8(text)), text);
-}
-
-TEST(Text, IllFormedTextBecomesReplacementCharacters) {
-  const char16_t lone_high[] = {u'a', 0xD83D, u'b', 0};
-  const char16_t lone_low[] = {0xDE00, 0};
-  EXPECT_EQ(Utf8(lone_high), "a\xEF\xBF\xBD\x62");
-  EXPECT_EQ(Utf8(lone_low), "\xEF\xBF\xBD");
-  EXPECT_EQ(Utf16("a\x80z"), u"a\uFFFDz");
-  EXPECT_EQ(Utf16("\xC3"), u"\uFFFD");
-  EXPECT_EQ(Utf16("\xC0\x80"), u"\uFFFD\uFFFD") << "two bytes for what has one";
-  EXPECT_EQ(Utf16("\xED\xA0\x80"), u"\uFFFD\uFFFD\uFFFD") << "half of a pair";
-  EXPECT_EQ(Utf16("\xF5\x80\x80\x80"), u"\uFFFD\uFFFD\uFFFD\uFFFD");
-}
-
-TEST(Text, Windows1252IsNotLatin1) {
-  EXPECT_EQ(Windows1252(u"a\u20AC\u00FC\u4E2D"), "a\x80\xFC?");
-  EXPECT_EQ(FromWindows1252("a\x80\xFC"), u"a\u20AC\u00FC");
-}
-
-TEST(Text, HexadecimalNumbersHaveTheirDigits) {
-  EXPECT_EQ(Hex(0x37001F), "0x0037001F");
-  EXPECT_EQ(Hex(0, 1), "0x0");
-  EXPECT_EQ(HexBytes(std::string_view("\x00\xFF\x1A", 3)), "00FF1A");
-}
 
 TEST(Sha256, KnownHashes) {
   EXPECT_EQ(Sha256Of(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
@@ -63,30 +34,7 @@ TEST(Sha256, PiecesAreTheWhole) {
   EXPECT_EQ(hash.Finish(), Sha256Of(bytes));
 }
 
-TEST(Message, OneOffEntryIdentifiersHaveThePublishedForm) {
-  const std::string bytes = OneOffEntryId({u"N", u"FAX", u"1"});
-  EXPECT_EQ(HexBytes(bytes),
-            "00000000812B1FA4BEA310199D6E00DD010F5402"
-            "00000180"
-            "4E0000004600410058000000"
-            "31000000");
-  const std::optional<OneOff> read = ReadOneOff(bytes);
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->name, u"N");
-  EXPECT_EQ(read->address_type, u"FAX");
-  EXPECT_EQ(read->address, u"1");
-}
-
-TEST(Message, WhatIsNoOneOffIsNotReadAsOne) {
-  const std::string bytes = OneOffEntryId({u"N", u"FAX", u"1"});
-  EXPECT_FALSE(ReadOneOff(""));
-  EXPECT_FALSE(ReadOneOff("x" + bytes));
-  for (std::size_t size = 0; size + 1 < bytes.size(); ++size) {
-    EXPECT_FALSE(ReadOneOff(std::string_view(bytes).substr(0, size))) << size;
-  }
-}
-
-TEST(Message, EntryIdentifiersAreThisToolsOwn) {
+TEST(Names, EntryIdentifiersAreThisToolsOwn) {
   const std::optional<Entry> read = ReadEntryId(EntryId({'F', "Outbox"}));
   ASSERT_TRUE(read);
   EXPECT_EQ(read->kind, 'F');
@@ -96,14 +44,7 @@ TEST(Message, EntryIdentifiersAreThisToolsOwn) {
   EXPECT_FALSE(ReadEntryId(EntryId({'F', ""}).substr(0, 20)));
 }
 
-TEST(Message, OnlyTheStoresOwnFoldersAreFolders) {
-  EXPECT_TRUE(IsFolder({'F', "Outbox"}));
-  EXPECT_TRUE(IsFolder({'F', "Sent Items"}));
-  EXPECT_FALSE(IsFolder({'M', "Outbox"}));
-  EXPECT_FALSE(IsFolder({'F', "../Outbox"}));
-}
-
-TEST(Message, TagsHaveTheirPublishedNames) {
+TEST(Names, TagsHaveTheirPublishedNames) {
   EXPECT_EQ(TagName(0x0037001F), "PR_SUBJECT_W");
   EXPECT_EQ(TagName(0x3001001E), "PR_DISPLAY_NAME_A");
   EXPECT_EQ(TagName(0x0FFF0102), "PR_ENTRYID");
@@ -119,7 +60,7 @@ TEST(Config, NothingSaidMeansAWorkingMailClient) {
     const std::optional<Config> config = ParseConfig(text, error);
     ASSERT_TRUE(config) << error;
     EXPECT_TRUE(config->failures.empty());
-    EXPECT_EQ(config->form_answer, FormAnswer::kSent);
+    EXPECT_EQ(config->form_answer, 0);
     EXPECT_FALSE(config->garbage);
     EXPECT_TRUE(config->client_shutdown && config->default_profile && config->default_store &&
                 config->outbox && config->sent_items);
@@ -140,19 +81,17 @@ TEST(Config, EverythingThatCanBeOrdered) {
   ASSERT_EQ(config->failures.size(), 2u);
   EXPECT_EQ(config->failures[0].call, "IMAPISession::OpenMsgStore");
   EXPECT_EQ(config->failures[0].at, 2u);
-  EXPECT_EQ(config->failures[0].code, 0x8004011Du);
+  EXPECT_EQ(config->failures[0].code, Code(0x8004011D));
   EXPECT_TRUE(config->failures[0].from);
   EXPECT_EQ(config->failures[1].at, 1u);
-  EXPECT_EQ(config->failures[1].code, 263040u);
+  EXPECT_EQ(config->failures[1].code, 263040);
   EXPECT_FALSE(config->failures[1].from);
-  EXPECT_EQ(config->form_answer, FormAnswer::kFailed);
-  EXPECT_EQ(config->form_code, 0x80004005u);
+  EXPECT_EQ(config->form_answer, kCallFailed);
   EXPECT_FALSE(config->client_shutdown || config->default_profile || config->default_store ||
                config->outbox || config->sent_items);
   EXPECT_TRUE(config->garbage);
   EXPECT_EQ(config->profile_name, u"J\u00FCrgen");
-  EXPECT_EQ(ParseConfig(R"({"ShowForm": "cancelled"})", error)->form_answer,
-            FormAnswer::kCancelled);
+  EXPECT_EQ(ParseConfig(R"({"ShowForm": "cancelled"})", error)->form_answer, kUserCancel);
 }
 
 TEST(Config, OrdersThatCannotBeFollowedAreNamed) {
@@ -194,32 +133,33 @@ TEST(Config, OrdersThatCannotBeFollowedAreNamed) {
 
 TEST(Mailbox, MessagesAreNumberedOnceAndForAll) {
   const TestFolder folder;
-  Mailbox mailbox(folder.Path());
-  ASSERT_TRUE(mailbox.Prepare(u"Sandbox"));
+  Mailbox mailbox(folder.Path(), u"Sandbox");
+  ASSERT_EQ(mailbox.Start(), kOk);
   Message first;
-  ASSERT_TRUE(mailbox.Reserve(first.name));
+  ASSERT_TRUE(mailbox.Create(first));
   EXPECT_EQ(first.name, "0001");
+  EXPECT_EQ(first.entry_id, EntryId({'M', "0001"}));
   Message second;
-  ASSERT_TRUE(mailbox.Reserve(second.name));
+  ASSERT_TRUE(mailbox.Create(second));
   EXPECT_EQ(second.name, "0002");
-  ASSERT_TRUE(mailbox.Send(second, kSentItems));
+  ASSERT_TRUE(mailbox.Send(second, false));
   mailbox.Discard(first);
   Message third;
-  ASSERT_TRUE(mailbox.Reserve(third.name));
+  ASSERT_TRUE(mailbox.Create(third));
   EXPECT_EQ(third.name, "0003") << "the number of a message that was sent is gone";
 }
 
 TEST(Mailbox, MessagesAtTheSameTimeHaveNumbersOfTheirOwn) {
   const TestFolder folder;
-  ASSERT_TRUE(Mailbox(folder.Path()).Prepare(u"Sandbox"));
+  ASSERT_EQ(Mailbox(folder.Path(), u"Sandbox").Start(), kOk);
   std::vector<std::vector<std::string>> names(4);
   std::vector<std::thread> threads;
   for (std::vector<std::string>& mine : names) {
     threads.emplace_back([&folder, &mine] {
-      Mailbox mailbox(folder.Path());
+      Mailbox mailbox(folder.Path(), u"Sandbox");
       for (int i = 0; i < 10; ++i) {
         Message message;
-        if (mailbox.Reserve(message.name) && (i % 2 == 0 || mailbox.Send(message, kSentItems))) {
+        if (mailbox.Create(message) && (i % 2 == 0 || mailbox.Send(message, false))) {
           mine.push_back(message.name);
         }
       }
@@ -237,31 +177,29 @@ TEST(Mailbox, MessagesAtTheSameTimeHaveNumbersOfTheirOwn) {
 TEST(Mailbox, FoldersThatCannotBeMadeAreAFailure) {
   const TestFolder folder;
   WriteBytes(folder.Path() / "file", "");
-  Mailbox mailbox(folder.Path() / "file");
-  std::string name;
-  EXPECT_FALSE(mailbox.Prepare(u"Sandbox"));
-  EXPECT_FALSE(mailbox.Reserve(name));
-  Message message;
-  message.name = "0001";
-  Spool spool;
+  Mailbox mailbox(folder.Path() / "file", u"Sandbox");
+  EXPECT_EQ(mailbox.Start(), kDiskError);
+  Message message = {.name = "0001"};
+  Property value;
+  EXPECT_FALSE(mailbox.Create(message));
   EXPECT_FALSE(mailbox.Save(message));
-  EXPECT_FALSE(mailbox.Keep(message, 0, "x", spool));
-  EXPECT_FALSE(mailbox.Send(message, kSentItems));
-  EXPECT_FALSE(mailbox.WriteDraft(message));
+  EXPECT_FALSE(mailbox.KeepDocument(message, {}, "x", value));
+  EXPECT_FALSE(mailbox.Send(message, false));
+  EXPECT_FALSE(mailbox.Show(message));
 }
 
 TEST(Mailbox, MessageThatCannotBeWrittenStaysInTheOutbox) {
   const TestFolder folder;
-  Mailbox mailbox(folder.Path());
-  ASSERT_TRUE(mailbox.Prepare(u"Sandbox"));
+  Mailbox mailbox(folder.Path(), u"Sandbox");
+  ASSERT_EQ(mailbox.Start(), kOk);
   Message message;
-  ASSERT_TRUE(mailbox.Reserve(message.name));
+  ASSERT_TRUE(mailbox.Create(message));
   ASSERT_TRUE(mailbox.Save(message));
   // A folder of that name is in the way.
   const std::filesystem::path sent = folder.Path() / "Store" / "Sent Items";
   std::filesystem::create_directories(sent / "0001.json" / "x");
-  EXPECT_FALSE(mailbox.Send(message, kSentItems));
-  EXPECT_TRUE(mailbox.Has(kOutbox, "0001"));
+  EXPECT_FALSE(mailbox.Send(message, false));
+  EXPECT_TRUE(std::filesystem::exists(folder.Path() / "Store" / "Outbox" / "0001.json"));
   EXPECT_FALSE(std::filesystem::exists(sent / "0001.part"));
   EXPECT_FALSE(std::filesystem::exists(sent / "0001.eml"));
 }
@@ -269,53 +207,31 @@ TEST(Mailbox, MessageThatCannotBeWrittenStaysInTheOutbox) {
 TEST(Mailbox, JsonHoldsEachPropertyWithTagNameTypeAndValue) {
   Message message;
   message.flags = {"IMAPIFolder::CreateMessage 0x00000000"};
-  Property property;
-  property.tag = 0x0037001F;
-  property.text = u"\u00FC\"";
-  message.properties.Set(property);
-  property = Property{};
-  property.tag = 0x0E0A0102;
-  property.bytes = EntryId({'F', kSentItems});
-  message.properties.Set(property);
-  property = Property{};
-  property.tag = 0x3400000B;
-  property.number = 1;
-  message.properties.Set(property);
-  property = Property{};
-  property.tag = 0x12340003;
-  property.number = -1;
-  message.properties.Set(property);
-  Properties& recipient = message.recipients.emplace_back();
-  property = Property{};
-  property.tag = 0x0FFF0102;
-  property.bytes = OneOffEntryId({u"N", u"FAX", u"1"});
-  recipient.Set(property);
-  Attachment& attachment = message.attachments.emplace_back();
-  property = Property{};
-  property.tag = 0x37010102;
-  property.spool = Spool{"folder/0001/attachment-0.bin", 5, "abc"};
-  attachment.properties.Set(property);
+  message.properties = {Text(0x0037001F, u"\u00FC\""),
+                        Bytes(0x0E0A0102, EntryId({'F', kSentItems})), Number(0x3400000B, 1),
+                        Number(0x12340003, -1), Bytes(0x3001001E, "\x80")};
+  message.recipients = {{Bytes(0x0FFF0102, OneOffEntryId({u"N", u"FAX", u"1"}))}};
+  message.attachments.emplace_back().properties = {
+      {.tag = 0x37010102, .spool = Spool{"folder/0001/attachment-0.bin", 5, "abc"}}};
   const std::string json = MessageJson(message, "saved", "folder");
   for (const char* part :
        {"\"State\":\t\"saved\"", "\"IMAPIFolder::CreateMessage 0x00000000\"",
         "\"Tag\":\t\"0x0037001F\"", "\"Name\":\t\"PR_SUBJECT_W\"", "\"Type\":\t\"PT_UNICODE\"",
         "\"Value\":\t\"\xC3\xBC\\\"\"", "\"Entry\":\t\"folder Sent Items\"", "\"Value\":\ttrue",
-        "\"Tag\":\t\"0x12340003\"", "\"Value\":\t-1", "\"AddressType\":\t\"FAX\"", "\"Size\":\t5",
-        "\"Sha256\":\t\"abc\"", "attachment-0.bin\"", "\"Saved\":\tfalse"}) {
+        "\"Tag\":\t\"0x12340003\"", "\"Value\":\t-1", "\"Value\":\t\"\xE2\x82\xAC\"",
+        "\"AddressType\":\t\"FAX\"", "\"Size\":\t5", "\"Sha256\":\t\"abc\"", "attachment-0.bin\"",
+        "\"Saved\":\tfalse"}) {
     EXPECT_NE(json.find(part), std::string::npos) << part << "\n" << json;
   }
 }
 
 TEST(Mailbox, LongBinaryValuesAreToldByTheirHash) {
   Message message;
-  Property property;
-  property.tag = 0x12340102;
-  property.bytes = std::string(2000, 'x');
-  message.properties.Set(property);
+  message.properties = {Bytes(0x12340102, std::string(2000, 'x'))};
   const std::string json = MessageJson(message, "saved", {});
-  EXPECT_NE(json.find(Sha256Of(property.bytes)), std::string::npos) << json;
+  EXPECT_NE(json.find(Sha256Of(std::string(2000, 'x'))), std::string::npos) << json;
   EXPECT_EQ(json.find("Hex"), std::string::npos) << json;
 }
 
 }  // namespace
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -4,11 +4,11 @@
 #include <optional>
 #include <system_error>
 
+#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/registration.h"
 #include "tools/sandbox_mapi/system.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 namespace fs = std::filesystem;
@@ -107,4 +107,4 @@ int RunProgram(const std::vector<std::string>& arguments) {
                     to(stderr));
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 // Takes UTF-8 text with line feeds.
 using Writer = std::function<void(std::string_view text)>;
@@ -21,4 +21,4 @@ using Writer = std::function<void(std::string_view text)>;
 // The same with the library beside the program, the standard output and the standard error output.
 [[nodiscard]] int RunProgram(const std::vector<std::string>& arguments);
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

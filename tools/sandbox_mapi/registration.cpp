@@ -2,9 +2,9 @@
 
 #include <system_error>
 
-#include "tools/sandbox_mapi/text.h"
+#include "fake_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 bool CanBeRegistered(const std::filesystem::path& library, std::string& error) {
   const std::string path = PathText(library);
@@ -25,4 +25,4 @@ bool CanBeRegistered(const std::filesystem::path& library, std::string& error) {
   return true;
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

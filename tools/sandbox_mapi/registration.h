@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 inline constexpr char kClientName[] = "Sandbox MAPI";
 
@@ -32,4 +32,4 @@ inline constexpr std::string_view kLibraryValue = sizeof(void*) == 8 ? "DllPathE
 // Whether the library can be registered at all; `error` says why not.
 [[nodiscard]] bool CanBeRegistered(const std::filesystem::path& library, std::string& error);
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "fake_mapi/text.h"
 #include "platform/registry.h"
 #include "tools/sandbox_mapi/program.h"
 #include "tools/sandbox_mapi/system.h"
 #include "tools/sandbox_mapi/test_folder.h"
 #include "tools/sandbox_mapi/test_registry.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 namespace fs = std::filesystem;
@@ -189,4 +189,4 @@ TEST_F(Registration, ProgramKnowsItsCommandLine) {
 }
 
 }  // namespace
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 // The first 32 bits of the fractions of the cube roots of the first 64 primes.
@@ -101,4 +101,4 @@ std::string Sha256Of(std::string_view bytes) {
   return hash.Finish();
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

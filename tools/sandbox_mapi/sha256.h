@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 class Sha256 {
  public:
@@ -29,4 +29,4 @@ class Sha256 {
 
 [[nodiscard]] std::string Sha256Of(std::string_view bytes);
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 // A variable of the environment; nothing when it is missing or empty.
 [[nodiscard]] std::optional<std::string> EnvironmentVariable(const char* name);
@@ -22,4 +22,4 @@ namespace zentpost::sandbox_mapi {
 // The folder that the registration names (registration.h); nothing when there is none.
 [[nodiscard]] std::optional<std::string> RegisteredFolder();
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 class TestRegistry {
  public:
@@ -23,4 +23,4 @@ class TestRegistry {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

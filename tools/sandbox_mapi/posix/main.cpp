@@ -5,5 +5,5 @@
 
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
-  return zentpost::sandbox_mapi::RunProgram(arguments);
+  return zentpost::fake_mapi::sandbox::RunProgram(arguments);
 }

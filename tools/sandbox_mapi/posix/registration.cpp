@@ -1,9 +1,9 @@
 #include "tools/sandbox_mapi/registration.h"
 
+#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/posix/registry_file.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 bool Register(const std::filesystem::path& library, const std::filesystem::path& folder,
               std::string& error) {
@@ -34,4 +34,4 @@ bool Unregister(bool& was_registered, std::string& error) {
   return file.Write(error);
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -3,10 +3,10 @@
 #include <fstream>
 #include <system_error>
 
+#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/system.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 constexpr std::string_view kHeader = "Windows Registry Editor Version 5.00";
@@ -166,4 +166,4 @@ std::string QuotedForRegistry(std::string_view text) {
   return result + '"';
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

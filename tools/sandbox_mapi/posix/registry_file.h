@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 class RegistryFile {
  public:
@@ -42,4 +42,4 @@ class RegistryFile {
 // A text between quotation marks, as the file has it.
 [[nodiscard]] std::string QuotedForRegistry(std::string_view text);
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -7,7 +7,7 @@
 
 #include "tools/sandbox_mapi/test_folder.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 constexpr char kKeys[] = "[HKEY_LOCAL_MACHINE\\A]\n\"Folder\"=\"/b\\\\c\"\n";
@@ -119,4 +119,4 @@ TEST_F(RegistryFileTest, PlaceFollowsTheEnvironment) {
 }
 
 }  // namespace
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -8,7 +8,7 @@
 
 #include "tools/sandbox_mapi/posix/registry_file.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 std::optional<std::string> EnvironmentVariable(const char* name) {
   const char* const value = std::getenv(name);
@@ -43,4 +43,4 @@ std::optional<std::string> RegisteredFolder() {
   return file.Folder();
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -4,7 +4,7 @@
 
 #include "tools/sandbox_mapi/test_folder.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 
 struct TestRegistry::State {
   TestFolder folder;
@@ -29,4 +29,4 @@ void TestRegistry::SetDefaultClient(const std::optional<std::string>& name) {
   WriteBytes(state_->folder.Path() / "registry.reg", text + '\n');
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/program.h"
-#include "tools/sandbox_mapi/text.h"
 
 namespace {
 
@@ -23,15 +23,15 @@ int main() {
   const std::unique_ptr<wchar_t*, LocalDeleter> wide(CommandLineToArgvW(GetCommandLineW(), &count));
   std::vector<std::string> arguments;
   for (int i = 1; wide && i < count; ++i) {
-    using zentpost::sandbox_mapi::FromWide;
-    using zentpost::sandbox_mapi::Utf8;
+    using zentpost::fake_mapi::FromWide;
+    using zentpost::fake_mapi::Utf8;
     arguments.push_back(Utf8(FromWide(wide.get()[i])));
   }
   // A console shows UTF-8 as text only with this code page; it is the window's, so it is given
   // back.
   const UINT former = GetConsoleOutputCP();
   SetConsoleOutputCP(CP_UTF8);
-  const int code = zentpost::sandbox_mapi::RunProgram(arguments);
+  const int code = zentpost::fake_mapi::sandbox::RunProgram(arguments);
   SetConsoleOutputCP(former);
   return code;
 }

@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "fake_mapi/text.h"
 #include "platform/unique_handle.h"
-#include "tools/sandbox_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 constexpr wchar_t kMailKey[] = L"Software\\Clients\\Mail";
@@ -147,4 +147,4 @@ bool Unregister(bool& was_registered, std::string& error) {
   return Succeeded(RegDeleteTreeW(mail.Get(), Wide(kClientName).c_str()), "RegDeleteTree", error);
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

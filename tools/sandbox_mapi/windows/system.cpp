@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/sandbox_mapi/text.h"
+#include "fake_mapi/text.h"
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 std::wstring Wide(std::string_view utf8) {
@@ -60,4 +60,4 @@ std::optional<std::string> RegisteredFolder() {
   return Utf8(FromWide(buffer.data()));
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace zentpost::sandbox_mapi {
+namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 constexpr wchar_t kMailKey[] = L"Software\\Clients\\Mail";
@@ -68,4 +68,4 @@ void TestRegistry::SetDefaultClient(const std::optional<std::string>& name) {
       "RegSetValueEx");
 }
 
-}  // namespace zentpost::sandbox_mapi
+}  // namespace zentpost::fake_mapi::sandbox

@@ -1,0 +1,178 @@
+// MAPI as its headers publish it, and not as the tool declares it: a program that works with a
+// library made of this has the right declarations.
+#pragma once
+
+#include <windows.h>
+// After windows.h, whose types they use.
+#include <mapiform.h>
+#include <mapiutil.h>
+#include <mapix.h>
+
+#include "platform/call.h"
+
+namespace zentpost::fake_mapi {
+
+using WideChar = wchar_t;
+using FormToken = ULONG;
+using NotifyResult = HRESULT;
+
+// Published in the mail client's own documentation; the headers lack it.
+struct IMAPIClientShutdown : public IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE QueryFastShutdown() = 0;
+  virtual HRESULT STDMETHODCALLTYPE NotifyProcessShutdown() = 0;
+  virtual HRESULT STDMETHODCALLTYPE DoFastShutdown() = 0;
+};
+
+// A call of a method that the mail client does not implement: it is recorded, without its
+// arguments, and gives MAPI_E_NO_SUPPORT.
+HRESULT Unsupported(const IUnknown* object, const char* method);
+
+// Interfaces of which only the methods are missing that the mail client implements.
+// clang-format off
+#define UNSUPPORTED(method, arguments) \
+  HRESULT STDMETHODCALLTYPE method arguments override { return Unsupported(this, #method); }
+
+template <class Interface>
+struct PropBase : public Interface {
+  UNSUPPORTED(GetLastError, (HRESULT, ULONG, LPMAPIERROR*))
+  UNSUPPORTED(GetPropList, (ULONG, LPSPropTagArray*))
+  UNSUPPORTED(OpenProperty, (ULONG, LPCIID, ULONG, ULONG, LPUNKNOWN*))
+  UNSUPPORTED(DeleteProps, (LPSPropTagArray, LPSPropProblemArray*))
+  UNSUPPORTED(CopyTo, (ULONG, LPCIID, LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG, LPSPropProblemArray*))
+  UNSUPPORTED(CopyProps, (LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG, LPSPropProblemArray*))
+  UNSUPPORTED(GetNamesFromIDs, (LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**))
+  UNSUPPORTED(GetIDsFromNames, (ULONG, LPMAPINAMEID*, ULONG, LPSPropTagArray*))
+};
+
+using AttachBase = PropBase<IAttach>;
+
+struct MessageBase : public PropBase<IMessage> {
+  UNSUPPORTED(GetAttachmentTable, (ULONG, LPMAPITABLE*))
+  UNSUPPORTED(OpenAttach, (ULONG, LPCIID, ULONG, LPATTACH*))
+  UNSUPPORTED(DeleteAttach, (ULONG, ULONG, LPMAPIPROGRESS, ULONG))
+  UNSUPPORTED(GetRecipientTable, (ULONG, LPMAPITABLE*))
+  UNSUPPORTED(SetReadFlag, (ULONG))
+};
+
+struct FolderBase : public PropBase<IMAPIFolder> {
+  UNSUPPORTED(GetContentsTable, (ULONG, LPMAPITABLE*))
+  UNSUPPORTED(GetHierarchyTable, (ULONG, LPMAPITABLE*))
+  UNSUPPORTED(OpenEntry, (ULONG, LPENTRYID, LPCIID, ULONG, ULONG*, LPUNKNOWN*))
+  UNSUPPORTED(SetSearchCriteria, (LPSRestriction, LPENTRYLIST, ULONG))
+  UNSUPPORTED(GetSearchCriteria, (ULONG, LPSRestriction*, LPENTRYLIST*, ULONG*))
+  UNSUPPORTED(CopyMessages, (LPENTRYLIST, LPCIID, LPVOID, ULONG, LPMAPIPROGRESS, ULONG))
+  UNSUPPORTED(DeleteMessages, (LPENTRYLIST, ULONG, LPMAPIPROGRESS, ULONG))
+  UNSUPPORTED(CreateFolder, (ULONG, LPTSTR, LPTSTR, LPCIID, ULONG, LPMAPIFOLDER*))
+  UNSUPPORTED(CopyFolder, (ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, ULONG, LPMAPIPROGRESS, ULONG))
+  UNSUPPORTED(DeleteFolder, (ULONG, LPENTRYID, ULONG, LPMAPIPROGRESS, ULONG))
+  UNSUPPORTED(SetReadFlags, (LPENTRYLIST, ULONG, LPMAPIPROGRESS, ULONG))
+  UNSUPPORTED(SetMessageStatus, (ULONG, LPENTRYID, ULONG, ULONG, ULONG*))
+  UNSUPPORTED(SaveContentsSort, (LPSSortOrderSet, ULONG))
+  UNSUPPORTED(EmptyFolder, (ULONG, LPMAPIPROGRESS, ULONG))
+};
+
+struct MsgStoreBase : public PropBase<IMsgStore> {
+  UNSUPPORTED(Advise, (ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*))
+  UNSUPPORTED(Unadvise, (ULONG))
+  UNSUPPORTED(CompareEntryIDs, (ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG*))
+  UNSUPPORTED(SetReceiveFolder, (LPTSTR, ULONG, ULONG, LPENTRYID))
+  UNSUPPORTED(GetReceiveFolder, (LPTSTR, ULONG, ULONG*, LPENTRYID*, LPTSTR*))
+  UNSUPPORTED(GetReceiveFolderTable, (ULONG, LPMAPITABLE*))
+  UNSUPPORTED(StoreLogoff, (ULONG*))
+  UNSUPPORTED(AbortSubmit, (ULONG, LPENTRYID, ULONG))
+  UNSUPPORTED(GetOutgoingQueue, (ULONG, LPMAPITABLE*))
+  UNSUPPORTED(SetLockState, (LPMESSAGE, ULONG))
+  UNSUPPORTED(FinishedMsg, (ULONG, ULONG, LPENTRYID))
+  UNSUPPORTED(NotifyNewMail, (LPNOTIFICATION))
+};
+
+struct AddrBookBase : public PropBase<IAddrBook> {
+  UNSUPPORTED(OpenEntry, (ULONG, LPENTRYID, LPCIID, ULONG, ULONG*, LPUNKNOWN*))
+  UNSUPPORTED(CompareEntryIDs, (ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG*))
+  UNSUPPORTED(Advise, (ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*))
+  UNSUPPORTED(Unadvise, (ULONG))
+  UNSUPPORTED(NewEntry, (ULONG_PTR, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*))
+  UNSUPPORTED(Address, (ULONG_PTR*, LPADRPARM, LPADRLIST*))
+  UNSUPPORTED(Details, (ULONG*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR, ULONG))
+  UNSUPPORTED(RecipOptions, (ULONG_PTR, ULONG, LPADRENTRY))
+  UNSUPPORTED(QueryDefaultRecipOpt, (LPTSTR, ULONG, ULONG*, LPSPropValue*))
+  UNSUPPORTED(GetPAB, (ULONG*, LPENTRYID*))
+  UNSUPPORTED(SetPAB, (ULONG, LPENTRYID))
+  UNSUPPORTED(GetDefaultDir, (ULONG*, LPENTRYID*))
+  UNSUPPORTED(SetDefaultDir, (ULONG, LPENTRYID))
+  UNSUPPORTED(GetSearchPath, (ULONG, LPSRowSet*))
+  UNSUPPORTED(SetSearchPath, (ULONG, LPSRowSet))
+  UNSUPPORTED(PrepareRecips, (ULONG, LPSPropTagArray, LPADRLIST))
+};
+
+struct ProfAdminBase : public IProfAdmin {
+  UNSUPPORTED(GetLastError, (HRESULT, ULONG, LPMAPIERROR*))
+  UNSUPPORTED(CreateProfile, (LPTSTR, LPTSTR, ULONG_PTR, ULONG))
+  UNSUPPORTED(DeleteProfile, (LPTSTR, ULONG))
+  UNSUPPORTED(ChangeProfilePassword, (LPTSTR, LPTSTR, LPTSTR, ULONG))
+  UNSUPPORTED(CopyProfile, (LPTSTR, LPTSTR, LPTSTR, ULONG_PTR, ULONG))
+  UNSUPPORTED(RenameProfile, (LPTSTR, LPTSTR, LPTSTR, ULONG_PTR, ULONG))
+  UNSUPPORTED(SetDefaultProfile, (LPTSTR, ULONG))
+  UNSUPPORTED(AdminServices, (LPTSTR, LPTSTR, ULONG_PTR, ULONG, LPSERVICEADMIN*))
+};
+
+struct SessionBase : public IMAPISession {
+  UNSUPPORTED(GetLastError, (HRESULT, ULONG, LPMAPIERROR*))
+  UNSUPPORTED(OpenProfileSection, (LPMAPIUID, LPCIID, ULONG, LPPROFSECT*))
+  UNSUPPORTED(GetStatusTable, (ULONG, LPMAPITABLE*))
+  UNSUPPORTED(OpenEntry, (ULONG, LPENTRYID, LPCIID, ULONG, ULONG*, LPUNKNOWN*))
+  UNSUPPORTED(CompareEntryIDs, (ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG*))
+  UNSUPPORTED(Advise, (ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*))
+  UNSUPPORTED(Unadvise, (ULONG))
+  UNSUPPORTED(MessageOptions, (ULONG_PTR, ULONG, LPTSTR, LPMESSAGE))
+  UNSUPPORTED(QueryDefaultMessageOpt, (LPTSTR, ULONG, ULONG*, LPSPropValue*))
+  UNSUPPORTED(EnumAdrTypes, (ULONG, ULONG*, LPTSTR**))
+  UNSUPPORTED(QueryIdentity, (ULONG*, LPENTRYID*))
+  UNSUPPORTED(SetDefaultStore, (ULONG, ULONG, LPENTRYID))
+  UNSUPPORTED(AdminServices, (ULONG, LPSERVICEADMIN*))
+};
+
+struct TableBase : public IMAPITable {
+  UNSUPPORTED(GetLastError, (HRESULT, ULONG, LPMAPIERROR*))
+  UNSUPPORTED(Advise, (ULONG, LPMAPIADVISESINK, ULONG*))
+  UNSUPPORTED(Unadvise, (ULONG))
+  UNSUPPORTED(GetStatus, (ULONG*, ULONG*))
+  UNSUPPORTED(SetColumns, (LPSPropTagArray, ULONG))
+  UNSUPPORTED(QueryColumns, (ULONG, LPSPropTagArray*))
+  UNSUPPORTED(GetRowCount, (ULONG, ULONG*))
+  UNSUPPORTED(SeekRow, (BOOKMARK, LONG, LONG*))
+  UNSUPPORTED(SeekRowApprox, (ULONG, ULONG))
+  UNSUPPORTED(QueryPosition, (ULONG*, ULONG*, ULONG*))
+  UNSUPPORTED(FindRow, (LPSRestriction, BOOKMARK, ULONG))
+  UNSUPPORTED(Restrict, (LPSRestriction, ULONG))
+  UNSUPPORTED(CreateBookmark, (BOOKMARK*))
+  UNSUPPORTED(FreeBookmark, (BOOKMARK))
+  UNSUPPORTED(SortTable, (LPSSortOrderSet, ULONG))
+  UNSUPPORTED(QuerySortOrder, (LPSSortOrderSet*))
+  UNSUPPORTED(QueryRows, (LONG, ULONG, LPSRowSet*))
+  UNSUPPORTED(Abort, ())
+  UNSUPPORTED(ExpandRow, (ULONG, LPBYTE, ULONG, ULONG, LPSRowSet*, ULONG*))
+  UNSUPPORTED(CollapseRow, (ULONG, LPBYTE, ULONG, ULONG*))
+  UNSUPPORTED(WaitForCompletion, (ULONG, ULONG, ULONG*))
+  UNSUPPORTED(GetCollapseState, (ULONG, ULONG, LPBYTE, ULONG*, LPBYTE*))
+  UNSUPPORTED(SetCollapseState, (ULONG, ULONG, LPBYTE, BOOKMARK*))
+};
+
+struct FormMgrBase : public IMAPIFormMgr {
+  UNSUPPORTED(GetLastError, (HRESULT, ULONG, LPMAPIERROR*))
+  UNSUPPORTED(LoadForm, (ULONG, ULONG, LPCSTR, ULONG, ULONG, LPMAPIFOLDER, LPMAPIMESSAGESITE, LPMESSAGE, LPMAPIVIEWCONTEXT, REFIID, LPVOID*))
+  UNSUPPORTED(ResolveMessageClass, (LPCSTR, ULONG, LPMAPIFOLDER, LPMAPIFORMINFO*))
+  UNSUPPORTED(ResolveMultipleMessageClasses, (LPSMESSAGECLASSARRAY, ULONG, LPMAPIFOLDER, LPSMAPIFORMINFOARRAY*))
+  UNSUPPORTED(CalcFormPropSet, (LPSMAPIFORMINFOARRAY, ULONG, LPMAPIFORMPROPARRAY*))
+  UNSUPPORTED(CreateForm, (ULONG, ULONG, LPMAPIFORMINFO, REFIID, LPVOID*))
+  UNSUPPORTED(SelectForm, (ULONG, ULONG, LPCTSTR, LPMAPIFOLDER, LPMAPIFORMINFO*))
+  UNSUPPORTED(SelectMultipleForms, (ULONG, ULONG, LPCTSTR, LPMAPIFOLDER, LPSMAPIFORMINFOARRAY, LPSMAPIFORMINFOARRAY*))
+  UNSUPPORTED(SelectFormContainer, (ULONG, ULONG, LPMAPIFORMCONTAINER*))
+  UNSUPPORTED(OpenFormContainer, (HFRMREG, LPUNKNOWN, LPMAPIFORMCONTAINER*))
+  UNSUPPORTED(PrepareForm, (ULONG, ULONG, LPMAPIFORMINFO))
+  UNSUPPORTED(IsInConflict, (ULONG, ULONG, LPCSTR, LPMAPIFOLDER))
+};
+// clang-format on
+#undef UNSUPPORTED
+
+}  // namespace zentpost::fake_mapi
