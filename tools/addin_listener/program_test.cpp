@@ -18,9 +18,9 @@
 namespace zentpost::addin_listener {
 namespace {
 
-using sandbox_mapi::ReadBytes;
-using sandbox_mapi::TestFolder;
-using sandbox_mapi::WriteBytes;
+using fake_mapi::sandbox::ReadBytes;
+using fake_mapi::sandbox::TestFolder;
+using fake_mapi::sandbox::WriteBytes;
 using Arguments = std::vector<std::string>;
 
 std::string PayloadOf(const std::string& name) {
