@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace zentpost::test {
 
@@ -41,6 +42,36 @@ inline std::string WithResult(const std::string& job_file, std::int32_t status, 
   return job_file.substr(0, job_file.rfind("\n}")) + ",\n\t\"Result\":\t{\n\t\t\"Status\":\t" +
          std::to_string(status) + ",\n\t\t\"ErrorCode\":\t" + std::to_string(code) +
          ",\n\t\t\"ErrorText\":\t\"" + text + "\"\n\t}\n}";
+}
+
+// What the Extended MAPI route logs of a job before it sends it, all of it at the level INFO.
+struct MapiJobText {
+  std::string receiver{};
+  std::string recipient{};
+  std::string sender{};
+  std::string comment{};
+  std::string subject{};
+  std::string send_time{};
+  std::string attachment{};
+  std::string attachment_name{};
+  bool ecm = true;
+  bool preview = false;
+};
+
+inline std::vector<std::string> MapiJobLines(const MapiJobText& job) {
+  const std::string tag = "ProcessToExtendedMapi(): ";
+  return {tag + "Processing single job to extended MAPI.",
+          tag + "Parameters :",
+          tag + "Receiver   : " + job.receiver,
+          tag + "Recipient  : " + job.recipient,
+          tag + "Sendername : " + job.sender,
+          tag + "Comment    : " + job.comment,
+          tag + "Subject    : " + job.subject,
+          tag + "SendTime   : " + job.send_time,
+          tag + "Attachment : " + job.attachment,
+          tag + "Attach Name: " + job.attachment_name,
+          tag + "ECM        : " + (job.ecm ? "True" : "False"),
+          tag + "Preview    : " + (job.preview ? "True" : "False")};
 }
 
 // What SendMail logs where there is no MAPI.

@@ -36,6 +36,8 @@ std::size_t TimeLength(std::string_view line) {
   return kLogTime.size();
 }
 
+}  // namespace
+
 std::string LevelAndMessage(std::string_view line) {
   const std::size_t time_length = TimeLength(line);
   const std::string_view rest = line.substr(time_length);
@@ -46,8 +48,6 @@ std::string LevelAndMessage(std::string_view line) {
   }
   return "MALFORMED: " + std::string(line);
 }
-
-}  // namespace
 
 std::string LogText(const platform::fake::Machine& machine) {
   const std::vector<std::u16string>& output = machine.DebugOutput();

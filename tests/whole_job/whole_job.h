@@ -1,0 +1,86 @@
+// The fixture of tests that run whole jobs: the fake platform and the fake mail client as a
+// Situation has them, and the application on top of them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "app/application.h"
+#include "mapiload/process_state.h"
+#include "testing/fake_mapi.h"
+#include "testing/fake_platform/fake_platform.h"
+#include "testing/fake_platform/fixture.h"
+#include "testing/job_model.h"
+
+namespace zentpost::test {
+
+// Jobs that reach the mail client.
+inline const Situation kWithMailClient[] = {
+    {.name = "submitted", .has_port = false, .has_mail_client = true},
+    {.name = "submitted with address automation",
+     .has_port = false,
+     .has_mail_client = true,
+     .is_automatic = true},
+    {.name = "submitted with an unusual document",
+     .source_name = "Letter.pdf.xyz",
+     .has_port = false,
+     .has_mail_client = true,
+     .has_file_type = true},
+    {.name = "submitted to a plain client",
+     .has_port = false,
+     .has_mail_client = true,
+     .has_shutdown = false,
+     .is_online = false},
+    {.name = "shown", .preview = true, .has_port = false, .has_mail_client = true},
+    {.name = "shown without a recipient",
+     .receiver = "",
+     .has_port = false,
+     .has_mail_client = true},
+};
+
+class WholeJobTest : public platform::fake::MachineTest {
+ protected:
+  ~WholeJobTest() override { ForgetMapiLoading(); }
+
+  // On a fake platform that is fresh already.
+  void SetUpJob(const Situation& situation) {
+    ForgetMapiLoading();
+    mapi_ = std::make_unique<FakeMapi>();
+    mapi_->has_shutdown = situation.has_shutdown;
+    mapi_->failures_leave_garbage = failures_leave_garbage_;
+    if (!situation.is_online) {
+      mapi_->Answer("IMAPISession::OpenMsgStore", 0, MAPI_E_NOT_FOUND);
+    }
+    if (situation.has_mail_client) {
+      FakeMapi::Install();
+    }
+    SetUpMachine(situation);
+  }
+
+  void StartOver(const Situation& situation) {
+    machine_.Reset();
+    SetUpJob(situation);
+  }
+
+  void RunJob(const Situation& situation) {
+    CAmbroluxPrintSendApp application;
+    application.m_lpCmdLine = CommandLineOf(situation);
+    EXPECT_FALSE(application.InitInstance());
+    exit_code_ = application.ExitInstance();
+  }
+
+  // Whatever happened, the document is there byte for byte, or an attachment that was saved holds
+  // it.
+  void ExpectDocumentIsKept() const {
+    const std::optional<std::string> bytes = machine_.FileBytes(kDocumentPath);
+    EXPECT_EQ(bytes ? std::vector{*bytes} : mapi_->SavedAttachments(),
+              std::vector<std::string>{kDocumentBytes});
+  }
+
+  std::unique_ptr<FakeMapi> mapi_;
+  bool failures_leave_garbage_ = false;
+  int exit_code_ = -1;
+};
+
+}  // namespace zentpost::test
