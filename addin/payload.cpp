@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "addin/text_encoding.h"
+#include "diag/ascii_case.h"
 #include "jobfile/commands.h"
 #include "platform/files.h"
 #include "platform/memory_failure.h"
@@ -43,9 +44,7 @@ std::u16string TemporaryFolder() {
 // The name behind the last separator, in small ASCII letters.
 std::u16string FileName(std::u16string_view path) {
   std::u16string name(path.substr(path.find_last_of(u"/\\") + 1));
-  std::transform(name.begin(), name.end(), name.begin(), [](char16_t unit) {
-    return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
-  });
+  std::transform(name.begin(), name.end(), name.begin(), ToLower);
   return name;
 }
 

@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "diag/ascii_case.h"
 #include "diag/text_trim.h"
 #include "jobfile/commands.h"
 
@@ -12,14 +13,6 @@ namespace {
 
 bool IsQuote(char16_t unit) {
   return unit == u'"' || unit == u'\'';
-}
-
-// Letters beyond ASCII are left alone: no option and no field has one.
-char16_t ToLower(char16_t unit) {
-  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
-}
-char16_t ToUpper(char16_t unit) {
-  return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - (u'a' - u'A')) : unit;
 }
 
 std::u16string FinishToken(std::u16string_view raw) {

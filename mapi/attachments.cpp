@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "app/registry_names.h"
+#include "diag/ascii_case.h"
 #include "diag/log_file.h"
 #include "mapi/attachment_file.h"
 #include "mapi/owners.h"
@@ -32,9 +33,7 @@ constexpr MimeType kMimeTypes[] = {
 // Whether `text` is `lower` but for the case of ASCII letters.
 bool EqualsIgnoringCase(std::u16string_view text, std::u16string_view lower) {
   return std::equal(text.begin(), text.end(), lower.begin(), lower.end(),
-                    [](char16_t left, char16_t right) {
-                      return (left >= u'A' && left <= u'Z' ? left + (u'a' - u'A') : left) == right;
-                    });
+                    [](char16_t left, char16_t right) { return ToLower(left) == right; });
 }
 
 // The last stretch of `text` without any of `separators`; separators at its very end do not count.

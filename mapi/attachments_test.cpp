@@ -189,6 +189,7 @@ TEST_F(MimeTag, CaseAndAMissingDotDoNotMatter) {
   EXPECT_EQ(TagOf(u".PDF"), "0 application/pdf");
   EXPECT_EQ(TagOf(u"pdf"), "0 application/pdf");
   EXPECT_EQ(TagOf(u"TiFF"), "0 image/tiff");
+  EXPECT_EQ(TagOf(u".WAV"), "0 audio/wav");
 }
 
 TEST_F(MimeTag, NothingElseIsInTheTable) {
