@@ -133,15 +133,11 @@ bool AskInstaller(const char16_t* category, char16_t* path, std::uint32_t& count
   return false;
 }
 
-// Adds what `source` finds.
-template <class Source>
-void AddFound(std::vector<std::u16string>& paths, Source source) {
-  Attempt([&] {
-    std::u16string path = source();
-    if (!path.empty()) {
-      paths.push_back(std::move(path));
-    }
-  });
+// Adds what a source has found, which may be nothing.
+void AddFound(std::vector<std::u16string>& paths, std::u16string path) {
+  if (!path.empty()) {
+    Attempt([&] { paths.push_back(std::move(path)); });
+  }
 }
 
 }  // namespace
@@ -177,19 +173,22 @@ Module GetDefaultMapiHandle() {
 std::vector<std::u16string> GetMapiCandidatePaths() {
   std::vector<std::u16string> paths;
   if (UseSystemMapiOnly) {
-    AddFound(paths, GetSystemMapiPath);
+    AddFound(paths, Attempt(GetSystemMapiPath));
     return paths;
   }
   const RegistryKey client =
       Attempt([] { return GetHKeyMapiClient(PreferOutlookClient ? kOutlookClient : u""); });
-  AddFound(paths, [&] { return RegQueryWszExpand(client, registry::kExtendedLibrary); });
+  const auto add_value = [&](const char16_t* name) {
+    AddFound(paths, Attempt([&] { return RegQueryWszExpand(client, name); }));
+  };
+  add_value(registry::kExtendedLibrary);
   for (std::u16string& path : GetInstalledOutlookMAPI()) {
-    AddFound(paths, [&] { return std::move(path); });
+    AddFound(paths, std::move(path));
   }
-  AddFound(paths, [&] { return RegQueryWszExpand(client, registry::kLibrary); });
-  AddFound(paths, [&] { return GetMailClientFromMSIData(client); });
+  add_value(registry::kLibrary);
+  AddFound(paths, Attempt([&] { return GetMailClientFromMSIData(client); }));
   if (!PreferOutlookClient) {
-    AddFound(paths, GetSystemMapiPath);
+    AddFound(paths, Attempt(GetSystemMapiPath));
   }
   return paths;
 }
@@ -295,7 +294,7 @@ std::vector<std::u16string> GetInstalledOutlookMAPI() {
   MapiTrace(u"Enter GetInstalledOutlookMAPI\n");
   std::vector<std::u16string> paths;
   for (const char16_t* const category : OutlookComponentIds) {
-    AddFound(paths, [&] { return GetInstalledOutlookMAPI(category); });
+    AddFound(paths, Attempt([&] { return GetInstalledOutlookMAPI(category); }));
   }
   MapiTrace(u"Exit GetInstalledOutlookMAPI: found %d paths\n",
             {static_cast<std::uint32_t>(paths.size())});

@@ -55,7 +55,10 @@ TEST_F(Library, IsInstalledWithItsReference) {
 
 TEST_F(Library, InstalledFirstStaysAndTheGenerationMovesAllTheSame) {
   SetMAPIHandle(Load(kLibrary));
+  std::size_t references = 1;
+  WatchTrace(u"Exit SetMAPIHandle", [&] { references = machine_.ModuleReferences(kOther); });
   SetMAPIHandle(Load(kOther));
+  EXPECT_EQ(references, 0u) << "not released before the last line";
   EXPECT_EQ(InstalledPath(), Readable(kLibrary));
   EXPECT_EQ(machine_.ModuleReferences(kLibrary), 1u);
   EXPECT_EQ(machine_.ModuleReferences(kOther), 0u);
