@@ -5,7 +5,6 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "diag/log_file.h"
@@ -47,10 +46,9 @@ template <class Conversion>
 auto WithinMemory(Conversion convert) noexcept -> std::optional<decltype(convert())> {
   try {
     return convert();
-  } catch (const std::bad_alloc&) {
-  } catch (const std::length_error&) {
+  } catch (...) {
+    return std::nullopt;
   }
-  return std::nullopt;
 }
 
 }  // namespace
@@ -101,15 +99,12 @@ std::optional<std::string> _utf8(const char16_t* text) noexcept {
   } else {
     result = WideToUtf8(view, bytes.emplace());
   }
-  switch (result.outcome) {
-    case Utf8Result::Outcome::kConverted:
-      break;
-    case Utf8Result::Outcome::kNoMemory:
-      LogErrorWithCode(result.status, u"_utf8(): A memory error occurred.");
-      return std::nullopt;
-    case Utf8Result::Outcome::kNotConverted:
-      LogErrorWithCode(result.status, u"_utf8(): The utf-8 forward conversion failed.");
-      break;
+  if (result.outcome == Utf8Result::Outcome::kNoMemory) {
+    LogErrorWithCode(result.status, u"_utf8(): A memory error occurred.");
+    return std::nullopt;
+  }
+  if (result.outcome == Utf8Result::Outcome::kNotConverted) {
+    LogErrorWithCode(result.status, u"_utf8(): The utf-8 forward conversion failed.");
   }
   return bytes;
 }
@@ -155,10 +150,9 @@ std::optional<std::u16string> WidenThroughAnsi(std::string_view bytes) noexcept 
     text.resize(bytes.size());
     std::int32_t written = 0;
     const auto length = static_cast<std::int32_t>(bytes.size());
-    if (platform::BytesToWide(CodePage::kThreadAnsi, bytes.data(), length, text.data(), length,
-                              written) != platform::kSuccess) {
-      written = 0;
-    }
+    // A failure has the length 0.
+    static_cast<void>(platform::BytesToWide(CodePage::kThreadAnsi, bytes.data(), length,
+                                            text.data(), length, written));
     text.resize(static_cast<std::size_t>(written));
     return text;
   });

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "diag/utf8_text.h"
 #include "testing/allocation_faults.h"
 #include "testing/fake_platform/fault_sweep.h"
 #include "testing/fake_platform/fixture.h"
@@ -676,7 +677,7 @@ TEST_F(TextEncoding, EveryAllocationOfReadingAJsonText) {
     machine_.Reset();
     const Tree tree(cJSON_Parse(json.c_str()));
     std::u16string value;
-    const std::u16string default_value = u"default";
+    const std::u16string default_value = LongText(u'd');
     Lookup lookup{};
     ASSERT_TRUE(
         faults.Run([&] { lookup = GetJsonString(tree.get(), name, value, default_value); }));
@@ -685,6 +686,49 @@ TEST_F(TextEncoding, EveryAllocationOfReadingAJsonText) {
       EXPECT_EQ(value, LongText(u'v'));
     }
   });
+}
+
+// The lengths are only claimed: what is refused or finds no memory is never read.
+TEST_F(TextEncoding, WhatIsTooLongForTheSystemIsNotConverted) {
+  constexpr std::size_t kLongest = 0x7FFFFFFF;
+  std::string bytes;
+  for (const auto& [length, calls] :
+       {std::pair((kLongest - 2) / 2, Calls{"AllocateBlock(2147483646)"}),
+        std::pair(kLongest / 2, Calls{})}) {
+    machine_.ClearCalls();
+    EXPECT_EQ(WideToUtf8({u"", length}, bytes).outcome, Utf8Result::Outcome::kNoMemory);
+    EXPECT_EQ(machine_.Calls(), calls);
+  }
+  machine_.FailCallOf("WideToBytes", 0, platform::kInvalidParameter);
+  EXPECT_EQ(NarrowThroughAnsi({u"", kLongest}), "");
+  EXPECT_TRUE(machine_.FaultTaken());
+  machine_.ClearCalls();
+  EXPECT_EQ(NarrowThroughAnsi({u"", kLongest + 1}), "");
+  const auto widened = [](std::size_t length) {
+    std::optional<std::u16string> text;
+    AllocationFaults faults(AllocationFaultMode::kOnce, 0);
+    EXPECT_TRUE(faults.Run([&] { text = WidenThroughAnsi({"", length}); }));
+    return text;
+  };
+  EXPECT_EQ(widened(kLongest), std::nullopt);
+  EXPECT_EQ(widened(kLongest + 1), u"");
+  const auto is_refused = [](std::size_t length) {
+    bool is_thrown = false;
+    std::u16string text = u"before";
+    AllocationFaults faults(AllocationFaultMode::kOnce, 0);
+    EXPECT_TRUE(faults.Run([&] {
+      try {
+        AppendUtf8(text, {"", length});
+      } catch (...) {
+        is_thrown = true;
+      }
+    }));
+    EXPECT_EQ(text, u"before");
+    return !is_thrown;
+  };
+  EXPECT_FALSE(is_refused(kLongest - 1));
+  EXPECT_TRUE(is_refused(kLongest));
+  EXPECT_EQ(machine_.Calls(), Calls{});
 }
 
 TEST_F(TextEncoding, EveryAllocationOfSettingAJsonItem) {
