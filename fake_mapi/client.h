@@ -116,6 +116,7 @@ class Client {
   Properties message_values = {};
   // Whether tables and properties are handed out as they are furnished, whatever was asked for.
   bool values_as_they_stand = false;
+  bool rows_lack_values = false;  // whether rows tell how many they have, and have none
   std::int32_t message_status = 0;
   std::uintptr_t form_token = 1;  // the first; later ones count on
   // Whether only the token's lower 32 bits are written, as libraries do that know no wider one.

@@ -865,7 +865,7 @@ SRowSet* NewRows(Call& call, const Object* table, const SPropTagArray* tags, std
     Fill(accounting, whole, static_cast<SPropValue*>(values), chosen);
     row->ulAdrEntryPad = 0;
     row->cValues = static_cast<ULONG>(chosen.size());
-    row->lpProps = static_cast<SPropValue*>(values);
+    row->lpProps = call.Of().rows_lack_values ? nullptr : static_cast<SPropValue*>(values);
   }
   return set;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -29,8 +30,8 @@ class NameBuffer {
   NameBuffer() { std::fill(std::begin(units_), std::end(units_), kUntouched); }
 
   char16_t* Get() { return units_; }
-  [[nodiscard]] bool IsUntouched() const {
-    return std::all_of(std::begin(units_), std::end(units_),
+  [[nodiscard]] bool IsUntouched(std::size_t from = 0) const {
+    return std::all_of(units_ + from, std::end(units_),
                        [](char16_t unit) { return unit == kUntouched; });
   }
   [[nodiscard]] std::u16string Text() const {
@@ -122,6 +123,7 @@ TEST_F(DefaultProfile, OnlyTheTypeOfTheNamesTagCounts) {
 
 TEST_F(DefaultProfile, AnEmptyNameIsAName) {
   EXPECT_EQ(NameOf({ProfileRow(true, "")}), u"");
+  EXPECT_TRUE(name_.IsUntouched(1)) << "more than the terminator";
   EXPECT_EQ(NameOf({{Number(PR_DEFAULT_PROFILE, 1), Text(PR_DISPLAY_NAME_W, u"")}}), u"");
 }
 
@@ -132,6 +134,12 @@ TEST_F(DefaultProfile, ANameThatIsAnErrorLeavesTheBufferAlone) {
       LeavesTheBufferAlone({{Number(PR_DEFAULT_PROFILE, 1), Number(PR_RECIPIENT_TYPE, 5)}}));
   EXPECT_TRUE(LeavesTheBufferAlone({{Number(PR_DEFAULT_PROFILE, 1)}}));
   EXPECT_TRUE(LeavesTheBufferAlone({Row{}}));
+}
+
+TEST_F(DefaultProfile, ARowWithoutItsValuesLeavesTheBufferAlone) {
+  mapi_->rows_lack_values = true;
+  EXPECT_EQ(GetDefaultProfile(name_.Get()), S_OK);
+  EXPECT_TRUE(name_.IsUntouched());
 }
 
 TEST_F(DefaultProfile, ANameThatIsNullLeavesTheBufferAlone) {
@@ -321,7 +329,8 @@ TEST_F(DefaultStore, AnIdentifierThatIsAnErrorIsNoneAndIsTriedAllTheSame) {
 
 TEST_F(DefaultStore, NoneIsMarked) {
   mapi_->values_as_they_stand = true;
-  mapi_->stores = {StoreRow(false, "one!"), StoreRow(false, "two!"), Row{}};
+  mapi_->stores = {StoreRow(false, "one!"), StoreRow(false, "two!"), Row{},
+                   Row{Number(PR_DEFAULT_STORE, 1)}};
   EXPECT_EQ(Find(), S_OK);
   EXPECT_FALSE(has_store_);
   EXPECT_EQ(trace_, Lines({kTable, kQuery, kFreeRows, kReleaseTable}));

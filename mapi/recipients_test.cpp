@@ -324,9 +324,12 @@ TEST_F(RecipientAddress, WithATypeItIsAResolvedEntryOfItsOwn) {
 }
 
 TEST_F(RecipientAddress, DeliberateWithoutATypeThereIsNoEntryOfItsOwn) {
-  EXPECT_EQ(Add(u"[FAX:030]", u"J\u00E4ger", u""), S_OK);
-  EXPECT_EQ(trace_, Lines({kOpenBook, kAllocateList, kAllocateEntry, kModifyWithoutType, kSave,
-                           kFreeList, kReleaseBook}));
+  for (const char16_t* const type : {u"", static_cast<const char16_t*>(nullptr)}) {
+    StartOver();
+    EXPECT_EQ(Add(u"[FAX:030]", u"J\u00E4ger", type), S_OK);
+    EXPECT_EQ(trace_, Lines({kOpenBook, kAllocateList, kAllocateEntry, kModifyWithoutType, kSave,
+                             kFreeList, kReleaseBook}));
+  }
 }
 
 TEST_F(RecipientAddress, WithoutANameItIsShownAsTheAddress) {

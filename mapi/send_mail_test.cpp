@@ -662,6 +662,14 @@ TEST_F(SendMailFailure, OfAnEmptyPathIsTheAttachments) {
             std::string::npos);
 }
 
+// The library is foreign code: what it must not do does not keep the session open.
+TEST_F(SendMailFailure, ThatTheLibraryThrowsIsALackOfMemoryAndCleanedUpAfter) {
+  mapi_->throwing = "IMessage::SubmitMessage";
+  EXPECT_EQ(Send(), MAPI_E_NOT_ENOUGH_MEMORY);
+  EXPECT_EQ(Trace(), Lines(kToMessage + kRecipient + kContents + Attachment(5) + kSubmit +
+                           CleanUp(Held::kMessage)));
+}
+
 // The code of a document that cannot be opened is the system's own, which is positive.
 TEST_F(SendMailFailure, DeliberateAMissingDocumentIsNone) {
   machine_.Remove(kPath);

@@ -3,6 +3,7 @@
 // code under test.
 #pragma once
 
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -53,6 +54,9 @@ class FakeMapi : public fake_mapi::Client, private fake_mapi::CallHook {
                                            MapiExports(without));
   }
 
+  // The call of this name throws std::bad_alloc.
+  std::string throwing;
+
   // Objects for tests that call below the logon. The test gives them back.
   IMAPISession* OpenSession() { return fake_mapi::NewSession(*this); }
   IMsgStore* OpenStore() { return fake_mapi::NewStore(*this); }
@@ -71,6 +75,9 @@ class FakeMapi : public fake_mapi::Client, private fake_mapi::CallHook {
       return S_OK;
     }
     const platform::Status fault = ThisCall()->RecordFallible(text);
+    if (!throwing.empty() && text.starts_with(throwing)) {
+      throw std::bad_alloc();
+    }
     return fault == platform::kSuccess || (fault & kFailureBit) != 0
                ? MakeResult(fault)
                : MakeResult(kFromWin32 | (fault & 0xffff));
