@@ -1,6 +1,5 @@
 #include "addin/tcp_client.h"
 
-#include <new>
 #include <utility>
 
 #include "platform/system.h"
@@ -28,7 +27,7 @@ bool CTCPClient::ConnectToServer(std::u16string_view host, std::uint16_t port) t
   m_nPort = port;
   m_strHost = std::move(connected_host);
   return true;
-} catch (const std::bad_alloc&) {
+} catch (...) {
   m_strError = u"Socket connection failed.";
   m_dwError = platform::kNotEnoughMemory;
   return false;

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <new>
 #include <utility>
 
 #include "diag/log_file.h"
@@ -24,10 +23,8 @@ constexpr std::size_t kMaxLength = std::numeric_limits<std::int32_t>::max();
 // field depend on what this finds and what it misses.
 bool LooksLikeWidenedUtf8(std::u16string_view text) {
   for (std::size_t i = 0; i + 1 < text.size(); ++i) {
-    const unsigned lead = text[i] & 0xFFU;
-    const unsigned next = text[i + 1] & 0xFFU;
-    const bool is_lead = (lead & 0xE0U) == 0xC0U || (lead & 0xF0U) == 0xE0U;
-    if (is_lead && (next & 0xC0U) == 0x80U) {
+    const bool is_lead = (text[i] & 0xE0U) == 0xC0U || (text[i] & 0xF0U) == 0xE0U;
+    if (is_lead && (text[i + 1] & 0xC0U) == 0x80U) {
       return true;
     }
   }
@@ -77,7 +74,7 @@ Utf8Result WideToUtf8(std::u16string_view text, std::string& bytes) noexcept {
   }
   try {
     bytes.assign(buffer, std::find(buffer, buffer + capacity, '\0'));
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     return {Outcome::kNoMemory, platform::kNotEnoughMemory};
   }
   return {};
@@ -176,7 +173,7 @@ Lookup GetJsonString(const cJSON* object, const std::u16string& name, std::u16st
   }
   value = std::move(*text);
   return Lookup::kFound;
-} catch (const std::bad_alloc&) {
+} catch (...) {
   return Lookup::kNoMemory;
 }
 

@@ -1,7 +1,6 @@
 #include "mapi/attachment_file.h"
 
 #include <limits>
-#include <new>
 
 #include "mapi/results.h"
 #include "platform/files.h"
@@ -74,7 +73,7 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) try 
   }
   fileData.size = static_cast<std::uint32_t>(size);
   return true;
-} catch (const std::bad_alloc&) {
+} catch (...) {
   return FailWithoutMemory(fileData);
 }
 
