@@ -741,8 +741,8 @@ TEST_F(TextEncoding, EveryAllocationOfSettingAJsonItem) {
   test::SweepAllocations("SetJsonItem, replacing", [&](AllocationFaults& faults) {
     machine_.Reset();
     const Tree tree(cJSON_Parse(old_json.c_str()));
-    cJSON* item = cJSON_CreateNumber(3);
-    ASSERT_TRUE(faults.Run([&] { EXPECT_TRUE(SetJsonItem(tree.get(), name, item)); }));
+    ASSERT_TRUE(
+        faults.Run([&] { EXPECT_TRUE(SetJsonItem(tree.get(), name, cJSON_CreateNumber(3))); }));
     const std::string json = Printed(tree);
     EXPECT_EQ(json == new_json, !faults.Taken());
     EXPECT_TRUE(json == new_json || json == old_json || json == nameless_json) << json;
@@ -750,8 +750,8 @@ TEST_F(TextEncoding, EveryAllocationOfSettingAJsonItem) {
   test::SweepAllocations("SetJsonItem, adding", [&](AllocationFaults& faults) {
     machine_.Reset();
     const Tree tree(cJSON_Parse("{\"a\":1}"));
-    cJSON* item = cJSON_CreateNumber(3);
-    ASSERT_TRUE(faults.Run([&] { EXPECT_TRUE(SetJsonItem(tree.get(), name, item)); }));
+    ASSERT_TRUE(
+        faults.Run([&] { EXPECT_TRUE(SetJsonItem(tree.get(), name, cJSON_CreateNumber(3))); }));
     EXPECT_EQ(Printed(tree), faults.Taken() ? "{\"a\":1}" : new_json);
   });
 }

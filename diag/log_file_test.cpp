@@ -364,6 +364,8 @@ TEST_F(LogFile, TheFileIsUtf8) {
       {u"\U0001F4E0", "\xF0\x9F\x93\xA0"},
       {lone_surrogate, "<\xEF\xBF\xBD>"},
       {u"\u00C3\u00A4", "\xC3\x83\xC2\xA4"},
+      {u"\u007F\u0080", "\x7F\xC2\x80"},
+      {u"\u07FF\u0800\uFFFF", "\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
   };
   SwitchOn();
   for (const Case& c : cases) {
@@ -373,6 +375,10 @@ TEST_F(LogFile, TheFileIsUtf8) {
     EXPECT_EQ(Stored(), std::string("2026/11/20 23:58:07 - INFO   : ") + c.bytes + "\r\n");
     EXPECT_EQ(machine_.DebugOutput().at(machine_.DebugOutput().size() - 2),
               u"2026/11/20 23:58:07 - INFO   : " + c.message);
+    // The room is what the line takes, and two bytes more for a pair of surrogates.
+    const std::size_t room = Stored().size() - 1 + (c.message == u"\U0001F4E0" ? 2 : 0);
+    EXPECT_TRUE(
+        machine_.CallsOf("WideToBytes").back().ends_with(", " + std::to_string(room) + ")"));
   }
 }
 

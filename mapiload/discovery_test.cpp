@@ -571,8 +571,11 @@ TEST_F(Discovery, FindsNoLibraryWithoutAnOutlook) {
 }
 
 TEST_F(Discovery, DeliberatelyNamesTheWrongRoutineWhenOutlooksPathCannotBeSplit) {
-  AddComponent(u"{A}", u"outlook.exe", u"C:\\" + std::u16string(300, u'd') + u"\\OUTLOOK.EXE");
-  EXPECT_EQ(GetInstalledOutlookMAPI(u"{A}"), u"");
+  for (const std::size_t length : {257u, 258u}) {  // and two separators and a terminator
+    const std::u16string folder = u"C:\\" + std::u16string(length, u'd') + u"\\";
+    AddComponent(u"{A}", u"outlook.exe", folder + u"OUTLOOK.EXE");
+    EXPECT_EQ(GetInstalledOutlookMAPI(u"{A}"), length == 257 ? folder + u"olmapi32.dll" : u"");
+  }
   const Lines trace = Trace();
   EXPECT_EQ(Lines(trace.end() - 2, trace.end()),
             (Lines{"%ws failed with 0x%08X [GetOutlookPath: _wsplitpath_s, 34]",
