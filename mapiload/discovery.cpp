@@ -326,11 +326,10 @@ std::u16string GetOutlookPath(const char16_t* szCategory) {
   std::uint32_t count = 0;
   if (AskInstaller(szCategory, nullptr, count)) {
     ++count;
-    // One unit more, so that the text ends whatever the installer writes.
-    std::u16string buffer(std::size_t{count} + 1, u'\0');
+    std::u16string buffer(count, u'\0');
     // Both qualifiers again: which of them answered the question for the size is not kept.
     if (AskInstaller(szCategory, buffer.data(), count)) {
-      path.assign(buffer, 0, buffer.find(u'\0'));
+      path.assign(buffer, 0, buffer.find(u'\0'));  // all of it where the installer wrote no end
       MapiTrace(u"Exit GetOutlookPath: Path = %ws\n", {path.c_str()});
     }
   }
