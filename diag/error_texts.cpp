@@ -103,9 +103,7 @@ std::u16string GetErrorText(std::uint32_t code) {
   }
 
   std::u16string message;
-  if (platform::SystemMessage(code, message) != platform::kSuccess) {
-    message.clear();
-  }
+  static_cast<void>(platform::SystemMessage(code, message));  // empty on failure
   std::u16string text(Trimmed(message));
   std::erase_if(text,
                 [](char16_t unit) { return unit == u'\r' || unit == u'\n' || unit == u'\t'; });

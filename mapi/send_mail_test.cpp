@@ -439,6 +439,12 @@ TEST_F(SendMailTest, WithoutAProfileLogsOnOnce) {
                            rest));
 }
 
+TEST_F(SendMailTest, AProfileMayHaveANameOfOneCharacter) {
+  mapi_->profiles = {ProfileRow(true, "X")};
+  EXPECT_EQ(Send(), S_OK);
+  EXPECT_EQ(mapi_->CallsOf("MAPILogonEx"), Steps{"MAPILogonEx(0, \"X\", null, 0x80000029)"});
+}
+
 TEST_F(SendMailTest, WithoutAProfileAFailedLogonIsFinal) {
   mapi_->profiles.clear();
   mapi_->Answer("MAPILogonEx", 0, kFailure);
