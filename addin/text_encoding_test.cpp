@@ -10,7 +10,6 @@
 #include <string_view>
 #include <vector>
 
-#include "diag/utf8_text.h"
 #include "testing/allocation_faults.h"
 #include "testing/fake_platform/fault_sweep.h"
 #include "testing/fake_platform/fixture.h"
@@ -712,22 +711,6 @@ TEST_F(TextEncoding, WhatIsTooLongForTheSystemIsNotConverted) {
   };
   EXPECT_EQ(widened(kLongest), std::nullopt);
   EXPECT_EQ(widened(kLongest + 1), u"");
-  const auto is_refused = [](std::size_t length) {
-    bool is_thrown = false;
-    std::u16string text = u"before";
-    AllocationFaults faults(AllocationFaultMode::kOnce, 0);
-    EXPECT_TRUE(faults.Run([&] {
-      try {
-        AppendUtf8(text, {"", length});
-      } catch (...) {
-        is_thrown = true;
-      }
-    }));
-    EXPECT_EQ(text, u"before");
-    return !is_thrown;
-  };
-  EXPECT_FALSE(is_refused(kLongest - 1));
-  EXPECT_TRUE(is_refused(kLongest));
   EXPECT_EQ(machine_.Calls(), Calls{});
 }
 

@@ -2,26 +2,27 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "platform/text_codec.h"
 
 namespace zentpost {
 
-void AppendUtf8(std::u16string& out, std::string_view bytes) {
+void AppendUtf8(std::u16string& out, const char* bytes) {
   constexpr std::size_t kMaxLength = std::numeric_limits<std::int32_t>::max();
   // A byte never gives more than one unit. The terminator is converted, too.
-  const std::size_t capacity = bytes.size() + 1;
+  const std::size_t capacity = std::strlen(bytes) + 1;
   if (capacity > kMaxLength) {
     return;
   }
   const std::size_t start = out.size();
   out.resize(start + capacity);
   std::int32_t written = 0;
-  // A failure has the length 0.
-  static_cast<void>(platform::BytesToWide(platform::CodePage::kUtf8, bytes.data(), -1,
-                                          out.data() + start, static_cast<std::int32_t>(capacity),
-                                          written));
+  if (platform::BytesToWide(platform::CodePage::kUtf8, bytes, -1, out.data() + start,
+                            static_cast<std::int32_t>(capacity), written) != platform::kSuccess) {
+    written = 0;
+  }
   // No further than what was written: some systems take the terminator for a part of a sequence
   // that is cut short, and there is none then.
   const auto begin = out.begin() + static_cast<std::ptrdiff_t>(start);

@@ -13,6 +13,7 @@ constexpr platform::Status kFileTooLarge = 223;  // ERROR_FILE_TOO_LARGE (winerr
 
 bool Fail(AttachmentFileData& file_data, std::uint32_t code, const char16_t* text) {
   file_data.data.Reset();
+  file_data.size = 0;
   file_data.errorCode = code;
   file_data.errorText = text;
   return false;
