@@ -102,8 +102,7 @@ TEST(EntryPoints, DoWithoutAFunctionThatTheLibraryLacks) {
 TEST(EntryPoints, DoWithoutFunctions) {
   Machine machine;
   machine.SetDefaultMailClient(kClient);
-  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                            machine.Put("stub", "client.dll"));
+  machine.SetMailClientText(kClient, registry::kExtendedLibrary, machine.Put("stub", "client.dll"));
   EXPECT_EQ(Lines(machine.Search(CallAll()), "call"), ResultsWithoutAny());
 }
 

@@ -15,8 +15,8 @@
 #include "mapi/send_mail.h"
 #include "mapiload/entry_points.h"
 #include "mapiload/process_state.h"
-#include "testing/fake_platform/fixture.h"
 #include "testing/fake_mapi.h"
+#include "testing/fake_platform/fixture.h"
 #include "tools/sandbox_mapi/sha256.h"
 #include "tools/sandbox_mapi/test_folder.h"
 
