@@ -74,7 +74,8 @@ class Call {
   void AllowFlags(std::uint32_t flags, std::uint32_t allowed);
   template <class... Place>
   void NeedPlaces(Place*... places) {
-    if (((places == nullptr) || ...)) {
+    const bool is_one_missing = (... || (places == nullptr));
+    if (is_one_missing) {
       Breach("without a place for its result");
     }
   }

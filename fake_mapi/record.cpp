@@ -70,8 +70,8 @@ std::string BytesOf(ULONG size, const void* bytes) {
   }
   const std::size_t told = size > kLongestBytes ? kBeginning : size;
   std::string digits;
-  for (const unsigned char byte : std::string_view(static_cast<const char*>(bytes), told)) {
-    digits += LowerHex(byte, 2).substr(2);
+  for (const char byte : std::string_view(static_cast<const char*>(bytes), told)) {
+    digits += LowerHex(static_cast<unsigned char>(byte), 2).substr(2);
   }
   return text + (size > 0 ? " " : "") + digits + (told < size ? "..." : "");
 }
