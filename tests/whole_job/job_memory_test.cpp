@@ -3,8 +3,6 @@
 // an outcome that is true, nothing lost, nothing sent twice, and a log that tells of the job up to
 // where memory ran out.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -13,78 +11,38 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "app/application.h"
-#include "mapiload/process_state.h"
 #include "testing/allocation_faults.h"
 #include "testing/expected_texts.h"
-#include "testing/fake_mapi.h"
-#include "testing/fake_platform/fake_platform.h"
-#include "testing/fake_platform/fixture.h"
 #include "testing/log_lines.h"
+#include "tests/whole_job/whole_job.h"
 
 namespace zentpost {
 namespace {
 
-using platform::Hive;
 using platform::fake::Peer;
 using test::AllocationFaults;
-using test::FakeMapi;
+using test::Situation;
 
-constexpr char16_t kAddinKey[] = u"Software\\Sollvex\\OutlookAddin";
-constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
-constexpr char16_t kJobName[] = u"C:\\jobs\\a.json";
-constexpr char16_t kDocument[] = u"C:\\docs\\fax.pdf";
-constexpr char16_t kDiverted[] = u"C:\\Temp\\a payload of its own.json";
 constexpr char16_t kLog[] = u"C:\\AppData\\VORNA\\Client\\Log\\zentpost.log";
-constexpr char kDocumentBytes[] = "%PDF-1.4\nnothing of it is JSON\n";
-constexpr std::uint16_t kPort = 5000;
 constexpr std::int32_t kMapiMissing = -2147467259;  // 0x80004005
 constexpr std::int32_t kOutOfMemory = -2147024882;  // 0x8007000E
 
-struct Scenario {
-  const char* name;
-  bool on_command_line = false;   // the document and a fax command, no job file
-  std::optional<Peer> peer = {};  // of the add-in; none: there is no port
-  bool diverted = false;          // by the field O
-  bool shown = false;             // in the modal form
-  bool automatic = false;         // address automation
-  bool skipped = false;           // SkipExtendedMapi
-  bool narrowed = false;          // a name that is UTF-8 in wide characters
-};
-
-const Scenario kScenarios[] = {
-    {.name = "add-in, job file", .peer = Peer::kAccept},
-    {.name = "add-in, document", .on_command_line = true, .peer = Peer::kAccept},
-    {.name = "add-in, a narrowed name", .peer = Peer::kAccept, .narrowed = true},
-    {.name = "add-in, diverted", .peer = Peer::kAccept, .diverted = true},
+const Situation kSituations[] = {
+    {.name = "add-in, job file"},
+    {.name = "add-in, document", .on_command_line = true},
+    {.name = "add-in, a narrowed name", .recipient = "J\xC3\x83\xC2\xA4ger and Company"},
+    {.name = "add-in, diverted", .diverted = true},
     {.name = "add-in failing half-way", .peer = Peer::kReset},
     {.name = "add-in failing half-way, document", .on_command_line = true, .peer = Peer::kReset},
-    {.name = "mail client, job file"},
-    {.name = "mail client, document", .on_command_line = true},
-    {.name = "mail client, diverted", .diverted = true},
-    {.name = "mail client, shown", .shown = true},
-    {.name = "mail client, address automation", .automatic = true},
-    {.name = "mail client, skipped", .skipped = true},
+    {.name = "mail client, job file", .has_port = false},
+    {.name = "mail client, document", .on_command_line = true, .has_port = false},
+    {.name = "mail client, diverted", .diverted = true, .has_port = false},
+    {.name = "mail client, shown", .preview = true, .has_port = false},
+    {.name = "mail client, address automation", .has_port = false, .is_automatic = true},
+    {.name = "mail client, skipped", .has_port = false, .user_skip = 1},
 };
-
-// Texts are longer than what a string object holds without memory of its own.
-std::string JobFile(const Scenario& scenario) {
-  return "{\n\t\"FilePath\":\t\"C:\\\\docs\\\\fax.pdf\",\n"
-         "\t\"SourceFileName\":\t\"An attachment's name\",\n\t\"Cmd\":\t{\n"
-         "\t\t\"Parameters\":\t{\n\t\t\t\"RecipientName\":\t\"" +
-         std::string(scenario.narrowed ? "J\xC3\x83\xC2\xA4ger and Company"
-                                       : "Jaeger and Company") +
-         "\",\n\t\t\t\"Comment\":\t\"A comment of some length\",\n"
-         "\t\t\t\"Subject\":\t\"A subject of some length\"" +
-         (scenario.shown ? ",\n\t\t\t\"Preview\":\t\"1\"" : "") + "\n\t\t},\n" +
-         (scenario.diverted
-              ? "\t\t\"Commands\":\t{\n\t\t\t\"O\":\t\"a payload of its own.json\"\n\t\t},\n"
-              : "") +
-         "\t\t\"Receiver\":\t[\"0301234567 and an extension\"]\n\t}\n}";
-}
 
 // What a run leaves behind.
 struct Outcome {
@@ -92,100 +50,57 @@ struct Outcome {
   std::optional<std::string> job_file;
   std::optional<std::string> document;
   std::optional<std::string> diverted;
-  std::vector<std::string> payloads;     // what the add-in got, empty connections left out
-  std::vector<std::string> attachments;  // that were saved
-  std::vector<std::string> message;      // what was set on the message
-  std::size_t messages = 0;              // submitted or shown
-  std::vector<std::string> log;          // its lines, without their times
+  std::vector<std::string> payloads;      // what the add-in got, empty connections left out
+  std::vector<std::string> attachments;   // that were saved
+  std::vector<std::string> message = {};  // what was set on the message
+  std::size_t messages = 0;               // submitted or shown
+  std::vector<std::string> log;           // its lines, without their times
 };
 
-std::vector<std::string> LinesOf(const std::string& text) {
+std::vector<std::string> LogLines() {
   std::vector<std::string> lines;
-  std::istringstream stream(text);
+  std::istringstream stream(test::LogText());
   for (std::string line; std::getline(stream, line);) {
     lines.push_back(line);
   }
   return lines;
 }
 
-class JobMemory : public platform::fake::MachineTest {
+class JobMemory : public test::WholeJobTest {
  protected:
-  ~JobMemory() override { ForgetMapiLoading(); }
-
-  void Furnish(const Scenario& scenario) {
-    machine_.Reset();
-    ForgetMapiLoading();
-    mapi_.reset();
-    mapi_ = std::make_unique<FakeMapi>();
-    FakeMapi::Install();
-    machine_.SetFile(kDocument, kDocumentBytes);
-    if (!scenario.on_command_line) {
-      machine_.SetFile(kJobName, JobFile(scenario));
-    }
-    machine_.AddFolder(u"C:\\AppData\\VORNA\\Client\\Log");
-    machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 1);
-    machine_.SetDword(Hive::kCurrentUser, kClientKey, u"SkipExtendedMapi",
-                      scenario.skipped ? 1 : 0);
-    if (scenario.peer) {
-      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"TolvanAddinPort", u"5000");
-      machine_.Listen(kPort, *scenario.peer);
-    }
-    if (scenario.automatic) {
-      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxEnabled", u"1");
-      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPrefix", u"a long prefix ");
-      machine_.SetString(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPostfix", u"@fax.invalid");
-    }
-  }
-
-  Outcome Run(const Scenario& scenario, AllocationFaults& faults) {
-    Furnish(scenario);
-    Outcome outcome;
-    CAmbroluxPrintSendApp application;
-    application.m_lpCmdLine =
-        scenario.on_command_line
-            ? u"C:\\docs\\fax.pdf \"0301234567;EJaeger and Company;SA subject of some length\""
-            : kJobName;
-    bool goes_on = true;
-    EXPECT_TRUE(faults.Run([&] { goes_on = application.InitInstance(); }))
-        << "an exception came out";
-    EXPECT_FALSE(goes_on);
-    outcome.exit_code = application.ExitInstance();
+  Outcome Run(const Situation& situation, AllocationFaults& faults) {
+    StartOver(situation);
+    EXPECT_TRUE(faults.Run([&] { RunJob(situation); })) << "an exception came out";
     EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
     EXPECT_EQ(machine_.OpenHandles(), 0u);
     ForgetMapiLoading();
     EXPECT_EQ(mapi_->Accounts(), "");
 
-    outcome.job_file = machine_.FileBytes(kJobName);
-    outcome.document = machine_.FileBytes(kDocument);
-    outcome.diverted = machine_.FileBytes(kDiverted);
-    for (const std::string& bytes : machine_.Connections()) {
-      if (!bytes.empty()) {
-        outcome.payloads.push_back(bytes);
-      }
-    }
-    outcome.attachments = mapi_->SavedAttachments();
+    Outcome outcome = {.exit_code = exit_code_,
+                       .job_file = machine_.FileBytes(test::kJobPath),
+                       .document = machine_.FileBytes(test::kDocumentPath),
+                       .diverted = machine_.FileBytes(test::kDivertedPath),
+                       .payloads = machine_.Connections(),
+                       .attachments = mapi_->SavedAttachments(),
+                       .messages = mapi_->CallsOf("IMessage::SubmitMessage").size() +
+                                   mapi_->CallsOf("IMAPISession::ShowForm").size(),
+                       .log = LogLines()};
+    std::erase(outcome.payloads, "");
     for (const char* const call : {"IMessage::ModifyRecipients", "IMessage::SetProps"}) {
       const std::vector<std::string> calls = mapi_->CallsOf(call);
       outcome.message.insert(outcome.message.end(), calls.begin(), calls.end());
     }
-    outcome.messages = mapi_->CallsOf("IMessage::SubmitMessage").size() +
-                       mapi_->CallsOf("IMAPISession::ShowForm").size();
-    outcome.log = LinesOf(test::LogText());
     return outcome;
   }
 
   // As when there is no memory for the job file's bytes.
-  std::vector<std::string> LogOfTheJobFileAsDocument(const Scenario& scenario) {
-    Furnish(scenario);
+  std::vector<std::string> LogOfTheJobFileAsDocument(const Situation& situation) {
+    StartOver(situation);
     machine_.FailCallOf("AllocateBlock", 0, platform::kNotEnoughMemory);
-    CAmbroluxPrintSendApp application;
-    application.m_lpCmdLine = scenario.on_command_line ? kDocument : kJobName;
-    EXPECT_FALSE(application.InitInstance());
+    RunJob(situation);
     ForgetMapiLoading();
-    return LinesOf(test::LogText());
+    return LogLines();
   }
-
-  std::unique_ptr<FakeMapi> mapi_;
 };
 
 bool IsTakenForDocument(const Outcome& outcome) {
@@ -253,25 +168,27 @@ void ExpectLog(const std::vector<std::string>& log, const std::vector<std::strin
 TEST_F(JobMemory, EveryAllocationOfAJobHasAnOutcome) {
   std::size_t runs = 0;
   std::map<std::string, std::size_t> outcomes;
-  for (const Scenario& scenario : kScenarios) {
-    SCOPED_TRACE(scenario.name);
+  for (Situation situation : kSituations) {
+    SCOPED_TRACE(situation.name);
+    situation.user_log_level = 1;
+    situation.has_mail_client = true;
     // What the mail client's route says of the same job, should it have to take over, and of the
     // job file, should it be taken for the document.
-    Scenario by_mail = scenario;
-    by_mail.peer.reset();
+    Situation by_mail = situation;
+    by_mail.has_port = false;
     AllocationFaults none(test::AllocationFaultMode::kNone, 0);
     std::vector<std::string> other_log = Run(by_mail, none).log;
-    const std::vector<std::string> document_log = LogOfTheJobFileAsDocument(scenario);
+    const std::vector<std::string> document_log = LogOfTheJobFileAsDocument(situation);
     other_log.insert(other_log.end(), document_log.begin(), document_log.end());
-    const std::string before = JobFile(scenario);
+    const std::string before = test::JobFileOf(situation);
 
     std::optional<Outcome> undisturbed;
-    runs += test::SweepAllocations(scenario.name, [&](AllocationFaults& faults) {
-      const Outcome outcome = Run(scenario, faults);
+    runs += test::SweepAllocations(situation.name, [&](AllocationFaults& faults) {
+      const Outcome outcome = Run(situation, faults);
       if (!undisturbed) {
         undisturbed = outcome;
         EXPECT_EQ(outcome.exit_code, 0);
-        EXPECT_EQ(outcome.job_file, scenario.on_command_line
+        EXPECT_EQ(outcome.job_file, situation.on_command_line
                                         ? std::nullopt
                                         : std::optional(test::WithSuccess(before)));
         return;
@@ -286,42 +203,43 @@ TEST_F(JobMemory, EveryAllocationOfAJobHasAnOutcome) {
       const std::string log_file = machine_.FileBytes(kLog).value_or("");
       EXPECT_TRUE(log_file.empty() || log_file.ends_with("\r\n"));
 
-      if (!scenario.on_command_line && IsTakenForDocument(outcome)) {
+      if (!situation.on_command_line && IsTakenForDocument(outcome)) {
         // There was no memory for the job file's bytes: it is then a document like any other.
         ++outcomes["job file taken for the document"];
         EXPECT_EQ(faults.Mode(), test::AllocationFaultMode::kOnce);
         EXPECT_EQ(outcome.job_file ? std::vector{*outcome.job_file} : outcome.attachments,
                   std::vector<std::string>{before});
-        EXPECT_EQ(outcome.document, kDocumentBytes);
+        EXPECT_EQ(outcome.document, test::kDocumentBytes);
         EXPECT_EQ(outcome.exit_code, 0);
         return;
       }
       // At most one delivery, and it is whole. What an add-in got of a connection that it broke off
       // itself is none.
-      const bool was_sent = scenario.peer == Peer::kAccept && !outcome.payloads.empty();
+      const bool was_sent =
+          situation.has_port && situation.peer == Peer::kAccept && !outcome.payloads.empty();
       if (was_sent) {
         EXPECT_EQ(outcome.payloads, undisturbed->payloads);
       }
       EXPECT_LE(outcome.messages + (was_sent ? 1 : 0), 1u);
       const bool took_over = outcome.messages != 0 && undisturbed->messages == 0;
       if (outcome.messages != 0) {
-        EXPECT_EQ(outcome.attachments, std::vector<std::string>{kDocumentBytes});
+        EXPECT_EQ(outcome.attachments, std::vector<std::string>{test::kDocumentBytes});
         if (!took_over) {
           EXPECT_EQ(outcome.message, undisturbed->message);
         }
       }
       // The document is there, or the mail client has all of it.
       if (outcome.document) {
-        EXPECT_EQ(*outcome.document, kDocumentBytes);
+        EXPECT_EQ(*outcome.document, test::kDocumentBytes);
       } else {
-        EXPECT_EQ(outcome.attachments, std::vector<std::string>{kDocumentBytes});
+        EXPECT_EQ(outcome.attachments, std::vector<std::string>{test::kDocumentBytes});
       }
       // The diverted payload is there whole when the job counts as delivered.
-      if (scenario.diverted && outcome.exit_code == 0 && !was_sent && outcome.messages == 0) {
+      if (situation.diverted && outcome.exit_code == 0 && !was_sent && outcome.messages == 0) {
         EXPECT_EQ(outcome.diverted, undisturbed->diverted);
       }
-      const bool is_delivered = was_sent || outcome.messages != 0 || scenario.skipped ||
-                                (scenario.diverted && outcome.diverted == undisturbed->diverted);
+      const bool is_delivered = was_sent || outcome.messages != 0 || situation.user_skip != 0 ||
+                                (situation.diverted && outcome.diverted == undisturbed->diverted);
       if (outcome.exit_code == 0) {
         EXPECT_TRUE(is_delivered);
       } else {
@@ -330,7 +248,7 @@ TEST_F(JobMemory, EveryAllocationOfAJobHasAnOutcome) {
 
       // The job file is as it was, holds an outcome that is true, or is empty where an outcome
       // could not be printed.
-      if (scenario.on_command_line) {
+      if (situation.on_command_line) {
         EXPECT_EQ(outcome.job_file, std::nullopt);
         ++outcomes[outcome.exit_code == 0 ? "delivered" : "failed"];
         return;
@@ -367,7 +285,7 @@ TEST_F(JobMemory, EveryAllocationOfAJobHasAnOutcome) {
   EXPECT_GT(outcomes["delivered"], 0u);
   EXPECT_GT(outcomes["failed, out of memory"], 0u);
   EXPECT_GT(outcomes["not written down"], 0u);
-  std::cout << "whole jobs without memory: " << std::size(kScenarios) << " jobs, " << runs
+  std::cout << "whole jobs without memory: " << std::size(kSituations) << " jobs, " << runs
             << " runs\n";
   for (const auto& [outcome, count] : outcomes) {
     std::cout << "  " << outcome << ": " << count << "\n";
