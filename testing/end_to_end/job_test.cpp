@@ -2,9 +2,11 @@
 
 #include <cjson/cJSON.h>
 
-#include <array>
+#include <algorithm>
 #include <ctime>
+#include <iterator>
 #include <memory>
+#include <utility>
 
 #include "testing/end_to_end/settings.h"
 #include "tools/addin_listener/payload_check.h"
@@ -25,29 +27,25 @@ struct JsonDeleter {
 using JsonTree = std::unique_ptr<cJSON, JsonDeleter>;
 using JsonText = std::unique_ptr<char, JsonDeleter>;
 
-bool HasLogPrefix(std::string_view line) {
+// The level's tag behind the time that `line` begins with, and as the tests write it; null when it
+// does not begin so.
+const std::pair<std::string_view, std::string_view>* FindLevel(std::string_view line) {
   constexpr std::string_view kTimePattern = "0000/00/00 00:00:00";
-  constexpr std::array<std::string_view, 4> kTags = {
-      " - INFO   : ", " - WARNING: ", " - ERROR  : ", " - DEBUG  : "};
-  if (line.size() < kTimeLength) {
-    return false;
-  }
-  for (std::size_t i = 0; i < kTimeLength; ++i) {
-    const bool is_digit = line[i] >= '0' && line[i] <= '9';
-    if (kTimePattern[i] == '0' ? !is_digit : line[i] != kTimePattern[i]) {
-      return false;
-    }
-  }
-  for (const std::string_view tag : kTags) {
-    if (line.substr(kTimeLength).starts_with(tag)) {
-      return true;
-    }
-  }
-  return false;
-}
-
-std::string Line(std::string_view tag, std::string_view message) {
-  return std::string(tag).append(message).append("\n");
+  static constexpr std::pair<std::string_view, std::string_view> kLevels[] = {
+      {" - INFO   : ", "INFO: "},
+      {" - WARNING: ", "WARNING: "},
+      {" - ERROR  : ", "ERROR: "},
+      {" - DEBUG  : ", "DEBUG: "}};
+  std::string time(line.substr(0, kTimeLength));
+  std::replace_if(
+      time.begin(), time.end(), [](char unit) { return unit >= '0' && unit <= '9'; }, '0');
+  const auto* const level =
+      time != kTimePattern
+          ? std::end(kLevels)
+          : std::find_if(std::begin(kLevels), std::end(kLevels), [&](const auto& each) {
+              return line.substr(kTimeLength).starts_with(each.first);
+            });
+  return level == std::end(kLevels) ? nullptr : level;
 }
 
 // A new file in a folder of the samples, named for the test that made it.
@@ -76,17 +74,18 @@ std::string WithoutTimes(std::string_view log, const std::string& begin, const s
   std::string result;
   result.reserve(log.size());
   if (!log.empty()) {
-    EXPECT_TRUE(HasLogPrefix(log.substr(0, 64))) << log.substr(0, 64);
+    EXPECT_NE(FindLevel(log.substr(0, 64)), nullptr) << log.substr(0, 64);
     EXPECT_EQ(log.back(), '\n');
   }
   while (!log.empty()) {
     const std::size_t length = std::min(log.find('\n'), log.size() - 1) + 1;
     std::string_view line = log.substr(0, length);
-    if (HasLogPrefix(line)) {
+    if (const auto* const level = FindLevel(line)) {
       const std::string_view time = line.substr(0, kTimeLength);
       EXPECT_LE(begin, time);
       EXPECT_GE(end, time);
-      line.remove_prefix(kTimeLength);
+      line.remove_prefix(kTimeLength + level->first.size());
+      result += level->second;
     }
     result += line;
     log.remove_prefix(length);
@@ -95,19 +94,23 @@ std::string WithoutTimes(std::string_view log, const std::string& begin, const s
 }
 
 std::string Info(std::string_view message) {
-  return Line(" - INFO   : ", message);
+  return "INFO: " + std::string(message) + "\n";
 }
 
 std::string Error(std::string_view message) {
-  return Line(" - ERROR  : ", message);
+  return "ERROR: " + std::string(message) + "\n";
 }
 
 std::string Warning(std::string_view message) {
-  return Line(" - WARNING: ", message);
+  return "WARNING: " + std::string(message) + "\n";
 }
 
 std::string Debug(std::string_view message) {
-  return Line(" - DEBUG  : ", message);
+  return "DEBUG: " + std::string(message) + "\n";
+}
+
+std::string Started(std::string_view command_line) {
+  return Info("StartZentpost(): " + std::string(command_line));
 }
 
 std::string NotAJobFile(std::string_view error_position) {
@@ -115,26 +118,27 @@ std::string NotAJobFile(std::string_view error_position) {
                "'");
 }
 
-std::string MapiLines(const MapiJob& job) {
-  const std::string name = "ProcessToExtendedMapi(): ";
-  return Info(name + "Processing single job to extended MAPI.") + Info(name + "Parameters :") +
-         Info(name + "Receiver   : " + job.receiver) +
-         Info(name + "Recipient  : " + job.recipient) + Info(name + "Sendername : " + job.sender) +
-         Info(name + "Comment    : " + job.comment) + Info(name + "Subject    : " + job.subject) +
-         Info(name + "SendTime   : " + job.send_time) +
-         Info(name + "Attachment : " + job.attachment) +
-         Info(name + "Attach Name: " + job.attachment_name) +
-         Info(name + "ECM        : " + job.ecm) + Info(name + "Preview    : " + job.preview) +
-         (job.is_sent
-              ? Error("SendMail(): MAPIInititialize failed.") +
-                    Error("Code 0x80004005 --> A general not more specified error occurred.")
-              : "");
+std::string MapiLines(const test::MapiJobText& job) {
+  std::string lines;
+  for (const std::string& line : test::MapiJobLines(job)) {
+    lines += Info(line);
+  }
+  return lines;
+}
+
+std::string NoMapiLines(const test::MapiJobText& job) {
+  return MapiLines(job) + test::kNoMapiLog;
 }
 
 std::string AddinLines(std::string_view payload_as_logged) {
   return Info("ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.") +
          Info("ProcessToOutlookClient(): Created JSON:\r\n" + std::string(payload_as_logged) +
               "\r\n");
+}
+
+std::string SentLines(std::string_view payload_as_logged) {
+  return AddinLines(payload_as_logged) +
+         Info("ProcessToOutlookClient(): The JSON payload successfully sent.");
 }
 
 ToolRun JobTest::Run(const std::vector<std::string>& arguments, const ProcessOptions& options) {
@@ -166,8 +170,45 @@ void JobTest::SwitchLogOn() {
   ExpectLogFile(LogFile::kWritten);
 }
 
+void JobTest::SkipSending() {
+  machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kSkipExtendedMapi, 1);
+}
+
 void JobTest::SetAddinPort(const std::string& text) {
   machine_.SetText(Hive::kCurrentUser, registry::kAddinKey, registry::kAddinPort, text);
+}
+
+void JobTest::ForEachClientNumber(std::u16string_view name,
+                                  const std::function<void(Machine& machine, bool is_on)>& check) {
+  if (!Machine::CanWrite(Hive::kLocalMachine)) {
+    GTEST_SKIP() << "this user may not write to HKEY_LOCAL_MACHINE";
+  }
+  constexpr int kAbsent = -1;
+  const struct {
+    int user;
+    int machine;
+    bool is_on;
+  } cases[] = {{kAbsent, kAbsent, false},
+               {0, kAbsent, false},
+               {kAbsent, 0, false},
+               {0, 0, false},
+               {1, kAbsent, true},
+               {1, 0, true},
+               {7, 1, true},
+               {0, 1, true},
+               {kAbsent, 1, true},
+               {kAbsent, 0x10000, true}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE("user " + std::to_string(each.user) + ", machine " + std::to_string(each.machine));
+    Machine machine;  // without the former case's values
+    for (const auto& [hive, number] :
+         {std::pair(Hive::kCurrentUser, each.user), std::pair(Hive::kLocalMachine, each.machine)}) {
+      if (number != kAbsent) {
+        machine.SetNumber(hive, registry::kFaxClientKey, name, static_cast<std::uint32_t>(number));
+      }
+    }
+    check(machine, each.is_on);
+  }
 }
 
 void JobTest::SetFile(std::string_view name, std::string_view bytes) {
@@ -188,7 +229,21 @@ std::filesystem::path JobTest::PathOf(std::string_view name) const {
   return machine_.Folder() / std::filesystem::path(Utf16(name));
 }
 
-void JobTest::ExpectDelivered(Addin& addin, std::string_view wire) {
+void JobTest::ExpectDelivered(const ToolRun& run, Addin& addin, const std::string& payload,
+                              const std::string& command_line, const std::string& logged_before) {
+  EXPECT_EQ(run.exit_code, 0);
+  ExpectReceived(addin, payload);
+  ExpectLog(run, logged_before + Started(command_line) + SentLines(payload));
+}
+
+void JobTest::ExpectDelivery(const std::vector<std::string>& arguments, const std::string& payload,
+                             const std::string& logged_before) {
+  Addin addin;
+  SetAddinPort(addin);
+  ExpectDelivered(Run(arguments), addin, payload, CommandLineOf(arguments), logged_before);
+}
+
+void JobTest::ExpectReceived(Addin& addin, std::string_view wire) {
   const std::vector<al::Connection> connections = addin.Finish();
   ASSERT_EQ(Ends(connections), "probe, delivered");
   EXPECT_TRUE(Same(wire, connections[1].wire));
@@ -199,31 +254,25 @@ void JobTest::ExpectDelivered(Addin& addin, std::string_view wire) {
   }
 }
 
+void JobTest::ExpectJobFile(std::string_view bytes, std::string_view name) {
+  EXPECT_TRUE(Same(bytes, FileBytes(name)));
+}
+
+void JobTest::ExpectLog(const ToolRun& run, std::string_view log) {
+  EXPECT_TRUE(Same(log, run.log));
+}
+
 std::string JobTest::Ends(const std::vector<al::Connection>& connections) {
+  static constexpr std::pair<ConnectionEnd, const char*> kNames[] = {
+      {ConnectionEnd::kProbe, "probe"},           {ConnectionEnd::kDelivered, "delivered"},
+      {ConnectionEnd::kBroken, "broken"},         {ConnectionEnd::kSpoiled, "spoiled"},
+      {ConnectionEnd::kUnaccepted, "unaccepted"}, {ConnectionEnd::kDropped, "dropped"}};
   std::string result;
   for (const al::Connection& connection : connections) {
-    if (!result.empty()) {
-      result += ", ";
-    }
-    switch (connection.end) {
-      case ConnectionEnd::kProbe:
-        result += "probe";
-        break;
-      case ConnectionEnd::kDelivered:
-        result += "delivered";
-        break;
-      case ConnectionEnd::kBroken:
-        result += "broken";
-        break;
-      case ConnectionEnd::kSpoiled:
-        result += "spoiled";
-        break;
-      case ConnectionEnd::kUnaccepted:
-        result += "unaccepted";
-        break;
-      case ConnectionEnd::kDropped:
-        result += "dropped";
-        break;
+    for (const auto& [end, name] : kNames) {
+      if (end == connection.end) {
+        result.append(result.empty() ? "" : ", ").append(name);
+      }
     }
   }
   return result;

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +19,7 @@
 #include "testing/end_to_end/machine.h"
 #include "testing/end_to_end/process.h"
 #include "testing/end_to_end/text.h"
+#include "testing/expected_texts.h"
 
 namespace zentpost::e2e {
 
@@ -28,31 +30,20 @@ namespace zentpost::e2e {
 [[nodiscard]] std::string Warning(std::string_view message);
 [[nodiscard]] std::string Debug(std::string_view message);
 
+// What each run logs of its command line.
+[[nodiscard]] std::string Started(std::string_view command_line = "job.json");
+
 // What the job file reader logs when the first argument is no job file; `error_position` is where
 // the JSON library stopped, and nothing when the argument cannot be read.
 [[nodiscard]] std::string NotAJobFile(std::string_view error_position = "");
 
-// What the Extended MAPI route logs of a job.
-struct MapiJob {
-  std::string receiver = {};
-  std::string recipient = {};
-  std::string sender = {};
-  std::string comment = {};
-  std::string subject = {};
-  std::string send_time = {};
-  std::string attachment = {};
-  std::string attachment_name = {};
-  std::string ecm = "True";
-  std::string preview = "False";
-  // False when the job is diverted or its sending skipped. Otherwise it fails: there is no MAPI.
-  bool is_sent = true;
-};
-[[nodiscard]] std::string MapiLines(const MapiJob& job);
+// What the Extended MAPI route logs of a job, and with it what it logs where there is no MAPI.
+[[nodiscard]] std::string MapiLines(const test::MapiJobText& job);
+[[nodiscard]] std::string NoMapiLines(const test::MapiJobText& job);
 
-// What the add-in route logs when it begins, and with the payload.
+// What the add-in route logs when it begins, and with the payload; and with it that it was sent.
 [[nodiscard]] std::string AddinLines(std::string_view payload_as_logged);
-inline constexpr char kSentMessage[] =
-    "ProcessToOutlookClient(): The JSON payload successfully sent.";
+[[nodiscard]] std::string SentLines(std::string_view payload_as_logged);
 
 // `log` without the times of its lines, each of which has to lie between `begin` and `end` (as
 // LocalTimeText has them). A message may have lines of its own; these have no time and no level.
@@ -86,8 +77,20 @@ class JobTest : public testing::Test {
   enum class LogFile { kAbsent, kWritten, kUnchecked };
   void ExpectLogFile(LogFile expectation) { log_file_ = expectation; }
 
+  // Without an add-in, a port that is none.
   void SetAddinPort(const std::string& text);
-  void SetAddinPort(const Addin& addin) { SetAddinPort(std::to_string(addin.port())); }
+  void SetAddinPort(const Addin& addin, bool is_there = true) {
+    SetAddinPort(is_there ? std::to_string(addin.port()) : "0");
+  }
+
+  // From now on a job that reaches the mail route counts as delivered.
+  void SkipSending();
+
+  // Calls `check` on a fresh machine for each way in which the fax client's number `name` can stand
+  // in the two hives, and says whether it is on: the user's counts, and the machine's when that is
+  // 0 or missing.
+  static void ForEachClientNumber(std::u16string_view name,
+                                  const std::function<void(Machine& machine, bool is_on)>& check);
 
   // Files in the machine's folder.
   void SetFile(std::string_view name, std::string_view bytes);
@@ -95,8 +98,17 @@ class JobTest : public testing::Test {
   [[nodiscard]] bool FileExists(std::string_view name);
   [[nodiscard]] std::filesystem::path PathOf(std::string_view name) const;
 
-  // The add-in has got the probe and one delivery of exactly these bytes.
-  void ExpectDelivered(Addin& addin, std::string_view wire);
+  // The run has delivered: the add-in has got the probe and then exactly `payload`, and nothing
+  // else is in the log but what is `logged_before` the command line.
+  void ExpectDelivered(const ToolRun& run, Addin& addin, const std::string& payload,
+                       const std::string& command_line, const std::string& logged_before = "");
+  // Runs the tool with an add-in that is there, and expects that.
+  void ExpectDelivery(const std::vector<std::string>& arguments, const std::string& payload,
+                      const std::string& logged_before = "");
+  void ExpectReceived(Addin& addin, std::string_view wire);
+  // What the job file holds, and what the run has logged.
+  void ExpectJobFile(std::string_view bytes, std::string_view name = "job.json");
+  static void ExpectLog(const ToolRun& run, std::string_view log);
   // The ends of all connections, as "probe, delivered".
   [[nodiscard]] static std::string Ends(const std::vector<addin_listener::Connection>& connections);
 

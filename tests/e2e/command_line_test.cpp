@@ -6,7 +6,12 @@
 namespace zentpost::e2e {
 namespace {
 
-class CommandLine : public JobTest {};
+class CommandLine : public JobTest {
+ protected:
+  // What the sample's payload becomes when a fax command takes the place of its fields.
+  const test::PayloadText without_fields_ = {.file_name = R"(C:\\Fax\\Letter 7.pdf)",
+                                             .attachment_name = "Letter 7.pdf"};
+};
 
 TEST_F(CommandLine, EmptyOneEndsInTheMailRouteAndFails) {
   SwitchLogOn();
@@ -14,107 +19,57 @@ TEST_F(CommandLine, EmptyOneEndsInTheMailRouteAndFails) {
   const ToolRun run = Run({});
 
   EXPECT_EQ(run.exit_code, 1);
-  EXPECT_TRUE(Same(Info("StartZentpost(): ") + MapiLines({}), run.log));
+  ExpectLog(run, Started("") + NoMapiLines({}));
 }
 
 TEST_F(CommandLine, EmptyOneReachesAnAddinAsAnEmptyPayload) {
-  Addin addin;
-  SetAddinPort(addin);
-
-  const ToolRun run = Run({});
-
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, Payload({}));
-  EXPECT_TRUE(
-      Same(Info("StartZentpost(): ") + AddinLines(Payload({})) + Info(kSentMessage), run.log));
+  ExpectDelivery({}, Payload({}));
 }
 
 TEST_F(CommandLine, JobFileWithABlankInItsName) {
-  Addin addin;
-  SetAddinPort(addin);
   SetFile("my job.json", kJobFile);
-
-  const ToolRun run = Run({"my job.json"});
-
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, kPayload);
-  EXPECT_TRUE(Same(JobFileDelivered(), FileBytes("my job.json")));
-  EXPECT_TRUE(
-      Same(Info("StartZentpost(): \"my job.json\"") + AddinLines(kPayload) + Info(kSentMessage),
-           run.log));
+  ExpectDelivery({"my job.json"}, SamplePayload());
+  ExpectJobFile(JobFileDelivered(), "my job.json");
 }
 
 TEST_F(CommandLine, SecondArgumentWithASlashIsNoFaxCommand) {
-  Addin addin;
-  SetAddinPort(addin);
   SetFile("job.json", kJobFile);
-
-  EXPECT_EQ(Run({"job.json", "/0309;Sshort", "0309;Sother"}).exit_code, 0);
-
-  ExpectDelivered(addin, kPayload);
+  ExpectDelivery({"job.json", "/0309;Sshort", "0309;Sother"}, SamplePayload());
 }
 
 TEST_F(CommandLine, EmptySecondArgumentIsAnEmptyFaxCommand) {
-  Addin addin;
-  SetAddinPort(addin);
   SetFile("job.json", kJobFile);
-
-  const ToolRun run = Run({"job.json", "", "0309"});
-
-  const std::string payload =
-      Payload({.file = "C:\\\\Fax\\\\Letter 7.pdf", .attachment = "Letter 7.pdf"});
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, payload);
-  EXPECT_TRUE(
-      Same(Info("StartZentpost(): job.json \"\" 0309") + AddinLines(payload) + Info(kSentMessage),
-           run.log));
+  ExpectDelivery({"job.json", "", "0309"}, Payload(without_fields_));
 }
 
+// Each field is trimmed as a whole, and what follows its letter is the value as it stands.
 TEST_F(CommandLine, FaxCommandSkipsEmptyFieldsAndKeepsTheFirstOfAName) {
-  Addin addin;
-  SetAddinPort(addin);
-
-  EXPECT_EQ(Run({"letter.pdf", ";;Sfirst;;ssecond; K  a comment ;"}).exit_code, 0);
-
-  // Each field is trimmed as a whole, and what follows its letter is the value as it stands.
-  ExpectDelivered(addin,
-                  Payload({.file = "letter.pdf", .comment = "  a comment", .subject = "first"}));
+  ExpectDelivery({"letter.pdf", ";;Sfirst;;ssecond; K  a comment ;"},
+                 Payload({.file_name = "letter.pdf", .comment = "  a comment", .subject = "first"}),
+                 NotAJobFile());
 }
 
 TEST_F(CommandLine, ThirtyTwoThousandCharacters) {
-  Addin addin;
-  SetAddinPort(addin);
   const std::string name(32000, 'a');
-
-  const ToolRun run = Run({name});
-
-  const std::string payload = Payload({.file = name});
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, payload);
-  EXPECT_TRUE(Same(
-      NotAJobFile() + Info("StartZentpost(): " + name) + AddinLines(payload) + Info(kSentMessage),
-      run.log));
+  ExpectDelivery({name}, Payload({.file_name = name}), NotAJobFile());
 }
 
 TEST_F(CommandLine, ThirtyTwoThousandCharactersOfManyArguments) {
   SetFile("job.json", kJobFile);
   std::vector<std::string> arguments = {"job.json", "0301;Sshort"};
-  std::string line = "job.json 0301;Sshort";
-  while (line.size() < 31990) {
+  while (CommandLineOf(arguments).size() < 31990) {
     arguments.push_back("/o" + std::to_string(arguments.size() % 10));
-    line += ' ' + arguments.back();
   }
 
   const ToolRun run = Run(arguments);
 
   EXPECT_EQ(run.exit_code, 1);
-  EXPECT_TRUE(
-      Same(Info("StartZentpost(): " + line) + MapiLines({.receiver = "0301",
-                                                         .subject = "short",
-                                                         .attachment = "C:\\Fax\\Letter 7.pdf",
-                                                         .attachment_name = "Letter 7.pdf"}),
-           run.log));
-  EXPECT_TRUE(Same(JobFileNotDelivered(), FileBytes("job.json")));
+  ExpectLog(run,
+            Started(CommandLineOf(arguments)) + NoMapiLines({.receiver = "0301",
+                                                             .subject = "short",
+                                                             .attachment = "C:\\Fax\\Letter 7.pdf",
+                                                             .attachment_name = "Letter 7.pdf"}));
+  ExpectJobFile(JobFileNotDelivered());
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include "testing/end_to_end/job_test.h"
 #include "testing/end_to_end/sample_job.h"
 #include "testing/end_to_end/settings.h"
-#include "testing/expected_texts.h"
 
 namespace zentpost::e2e {
 namespace {
@@ -22,38 +21,23 @@ std::size_t Size(const char* variable, std::size_t otherwise) {
 }
 
 // One of the jobs. No two have the same texts.
-struct Job {
-  explicit Job(std::size_t number)
-      : name("job-" + std::to_string(number)),
-        receiver(std::to_string(301000000 + number)),
-        comment(number * 37 % 3000, 'c') {}
+Job JobOf(std::size_t number) {
+  const std::string name = "job-" + std::to_string(number);
+  return {.document = name + ".pdf",
+          .name = name,
+          .receiver = std::to_string(301000000 + number),
+          .comment = std::string(number * 37 % 3000, 'c')};
+}
 
-  // In the layout in which it is written back.
-  [[nodiscard]] std::string File() const {
-    return "{\n\t\"FilePath\":\t\"" + name + ".pdf\",\n\t\"SourceFileName\":\t\"" + name +
-           "\",\n\t\"Cmd\":\t{\n\t\t\"Parameters\":\t{\n\t\t\t\"Comment\":\t\"" + comment +
-           "\"\n\t\t},\n\t\t\"Receiver\":\t[\"" + receiver + "\"]\n\t}\n}";
-  }
-  [[nodiscard]] std::string Wire() const {
-    return Payload({.receiver = receiver,
-                    .file = name + ".pdf",
-                    .attachment = name + ".pdf",
-                    .comment = comment});
-  }
-  [[nodiscard]] std::string Log() const {
-    return Info("StartZentpost(): " + name + ".json") + AddinLines(Wire()) + Info(kSentMessage);
-  }
-
-  std::string name;
-  std::string receiver;
-  std::string comment;
-};
+std::string LogOf(const Job& job) {
+  return Started(job.name + ".json") + SentLines(job.Payload());
+}
 
 // A log without times, cut before each level.
 std::vector<std::string> Messages(const std::string& log) {
   std::vector<std::string> messages;
   for (std::size_t at = 0; at < log.size();) {
-    const std::size_t next = log.find("\n - ", at);
+    const std::size_t next = log.find("\nINFO: ", at);
     const std::size_t end = next == std::string::npos ? log.size() : next + 1;
     messages.push_back(log.substr(at, end - at));
     at = end;
@@ -73,9 +57,9 @@ TEST_F(Load, EveryJobArrivesOnceAndIsLoggedWhole) {
   SwitchLogOn();
   std::vector<Job> jobs;
   for (std::size_t number = 0; number < job_count; ++number) {
-    const Job& job = jobs.emplace_back(number);
+    const Job& job = jobs.emplace_back(JobOf(number));
     SetFile(job.name + ".json", job.File());
-    SetFile(job.name + ".pdf", job.name);
+    SetFile(job.document, job.name);
   }
 
   const std::time_t begin = std::time(nullptr);
@@ -123,10 +107,10 @@ TEST_F(Load, EveryJobArrivesOnceAndIsLoggedWhole) {
   for (const Job& job : jobs) {
     SCOPED_TRACE(job.name);
     EXPECT_EQ(outcomes[static_cast<std::size_t>(&job - jobs.data())], "0");
-    EXPECT_EQ(arrived[job.Wire()], 1);
-    EXPECT_TRUE(Same(test::WithSuccess(job.File()), FileBytes(job.name + ".json")));
-    EXPECT_EQ(FileBytes(job.name + ".pdf"), job.name);
-    for (const std::string& message : Messages(job.Log())) {
+    EXPECT_EQ(arrived[job.Payload()], 1);
+    ExpectJobFile(test::WithSuccess(job.File()), job.name + ".json");
+    EXPECT_EQ(FileBytes(job.document), job.name);
+    for (const std::string& message : Messages(LogOf(job))) {
       ++unlogged[Replaced(message, "\n", "\r\n")];
     }
   }
@@ -134,13 +118,13 @@ TEST_F(Load, EveryJobArrivesOnceAndIsLoggedWhole) {
   const std::string log = ReadBytes(machine_.LogFile()).value_or("");
   const std::vector<std::string> messages =
       Messages(WithoutTimes(log, LocalTimeText(begin), LocalTimeText(end)));
-  EXPECT_EQ(messages.size(), job_count * Messages(jobs[0].Log()).size());
+  EXPECT_EQ(messages.size(), job_count * Messages(LogOf(jobs[0])).size());
   std::size_t running = 0;
   std::size_t most_running = 0;
   for (const std::string& message : messages) {
     --unlogged[message];
     running += message.find("StartZentpost(): ") != std::string::npos ? 1 : 0;
-    running -= message == Replaced(Info(kSentMessage), "\n", "\r\n") ? 1 : 0;
+    running -= message.ends_with("successfully sent.\r\n") ? 1 : 0;
     most_running = std::max(most_running, running);
   }
   for (const auto& [message, count] : unlogged) {

@@ -10,43 +10,16 @@ namespace {
 class LogFiles : public JobTest {};
 
 TEST_F(LogFiles, LogLevelIsAskedOfTheUserAndThenOfTheMachine) {
-  if (!Machine::CanWrite(Hive::kLocalMachine)) {
-    GTEST_SKIP() << "this user may not write to HKEY_LOCAL_MACHINE";
-  }
-  constexpr int kAbsent = -1;
-  const struct {
-    int user;
-    int machine;
-    bool is_written;
-  } cases[] = {{kAbsent, kAbsent, false},
-               {0, kAbsent, false},
-               {kAbsent, 0, false},
-               {0, 0, false},
-               {1, kAbsent, true},
-               {1, 0, true},
-               {4, 1, true},
-               {0, 1, true},
-               {kAbsent, 1, true},
-               {kAbsent, 0x10000, true}};
-  for (const auto& each : cases) {
-    SCOPED_TRACE("user " + std::to_string(each.user) + ", machine " + std::to_string(each.machine));
-    Machine machine;
+  ForEachClientNumber(registry::kLogLevel, [](Machine& machine, bool is_written) {
     machine.AddLogFolder();
-    if (each.user != kAbsent) {
-      machine.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel,
-                        static_cast<std::uint32_t>(each.user));
-    }
-    if (each.machine != kAbsent) {
-      machine.SetNumber(Hive::kLocalMachine, registry::kFaxClientKey, registry::kLogLevel,
-                        static_cast<std::uint32_t>(each.machine));
-    }
+
     const ProcessRun run = RunProcess(Setting("tool"), {}, machine.Options());
 
     EXPECT_EQ(run.exit_code, 1);
     EXPECT_NE(run.debug_output, "");
-    EXPECT_TRUE(Same(each.is_written ? Replaced(run.debug_output, "\n", "\r\n") : "no file",
+    EXPECT_TRUE(Same(is_written ? Replaced(run.debug_output, "\n", "\r\n") : "no file",
                      ReadBytes(machine.LogFile()).value_or("no file")));
-  }
+  });
 }
 
 TEST_F(LogFiles, UsersKeyWithoutTheValueLeavesItToTheMachine) {
@@ -62,22 +35,16 @@ TEST_F(LogFiles, UsersKeyWithoutTheValueLeavesItToTheMachine) {
 }
 
 TEST_F(LogFiles, MissingFolderIsNotMadeAndTheJobGoesOn) {
-  Addin addin;
-  SetAddinPort(addin);
   machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kLogLevel, 1);
   SetFile("job.json", kJobFile);
 
-  const ToolRun run = Run({"job.json"});
+  ExpectDelivery({"job.json"}, SamplePayload());
 
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, kPayload);
   EXPECT_FALSE(std::filesystem::exists(machine_.LogFolder()));
   // VORNA\Client\Log: not even the first of them.
   EXPECT_FALSE(std::filesystem::exists(machine_.LogFolder().parent_path().parent_path()));
   // Nor is there a file in the place for machines without a folder for application data.
   EXPECT_TRUE(std::filesystem::is_empty(machine_.TemporaryFolder()));
-  EXPECT_TRUE(
-      Same(Info("StartZentpost(): job.json") + AddinLines(kPayload) + Info(kSentMessage), run.log));
 }
 
 TEST_F(LogFiles, FileThatCannotBeWrittenDropsItsLines) {
@@ -86,7 +53,7 @@ TEST_F(LogFiles, FileThatCannotBeWrittenDropsItsLines) {
   ExpectLogFile(LogFile::kUnchecked);
   {
     const ReadOnly read_only(machine_.LogFile());
-    EXPECT_TRUE(Same(Info("StartZentpost(): ") + MapiLines({}), Run({}).log));
+    ExpectLog(Run({}), Started("") + NoMapiLines({}));
   }
   EXPECT_EQ(ReadBytes(machine_.LogFile()), "former lines\r\n");
 }
@@ -100,19 +67,10 @@ TEST_F(LogFiles, LinesAreAppendedToThoseOfFormerRuns) {
 }
 
 TEST_F(LogFiles, DeliberatePercentSignsStandAsTheyAre) {
-  Addin addin;
-  SetAddinPort(addin);
   SwitchLogOn();
-
-  const ToolRun run = Run({"100%.pdf", "0301;S%s%d%n%%", "/x", "%1$s"});
-
-  const std::string payload =
-      Payload({.receiver = "0301", .file = "100%.pdf", .subject = "%s%d%n%%"});
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, payload);
-  EXPECT_TRUE(Same(NotAJobFile() + Info("StartZentpost(): 100%.pdf 0301;S%s%d%n%% /x %1$s") +
-                       AddinLines(payload) + Info(kSentMessage),
-                   run.log));
+  ExpectDelivery({"100%.pdf", "0301;S%s%d%n%%", "/x", "%1$s"},
+                 Payload({.receiver = "0301", .file_name = "100%.pdf", .subject = "%s%d%n%%"}),
+                 NotAJobFile());
 }
 
 // What the writers of log_writer.cpp write, without the time.

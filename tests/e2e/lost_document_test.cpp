@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 
 namespace zentpost::e2e {
 namespace {
@@ -14,20 +15,13 @@ constexpr char kDocument[] = "%PDF-1.4\nsomebody's only copy\n";
 
 class LostDocument : public JobTest {
  protected:
-  // Where sending is skipped the job counts as delivered, and the writer has its turn.
-  void SkipSending() {
-    machine_.SetNumber(Hive::kCurrentUser, registry::kFaxClientKey, registry::kSkipExtendedMapi, 1);
-  }
-
   // A job of the document `file` whose payload is diverted to `output`, on the given route. Gives
   // the job file as it is afterwards.
   std::string Divert(const std::string& file, const std::string& output, bool has_addin) {
     SCOPED_TRACE(output + (has_addin ? ", with an add-in" : ", without an add-in"));
     Addin addin;
-    SetAddinPort(has_addin ? std::to_string(addin.port()) : "0");
-    SetFile("job.json", R"({"FilePath": ")" + Replaced(file, "\\", "\\\\") +
-                            R"(", "SourceFileName": "a", "Cmd": {"Commands": {"O": ")" +
-                            Replaced(output, "\\", "\\\\") + R"("}}})");
+    SetAddinPort(addin, has_addin);
+    SetFile("job.json", Job{.document = file, .output = output}.File());
     const ToolRun run = Run({"job.json"});
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_EQ(Ends(addin.Finish()), has_addin ? "probe" : "");
@@ -38,11 +32,10 @@ class LostDocument : public JobTest {
 TEST_F(LostDocument, ATextThatBeginsLikeJsonIsADocument) {
   SwitchLogOn();
   SkipSending();
-  struct Case {
+  const struct {
     std::string text;
     std::string error;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"2026-11-21 Dear Sir,\n", "-11-21 Dear Sir,\n"},
       {"1,2,3\r\n4,5,6\r\n", ",2,3\n4,5,6\n"},
       {"\"To be\" he said", "he said"},
@@ -56,7 +49,7 @@ TEST_F(LostDocument, ATextThatBeginsLikeJsonIsADocument) {
        "is the answer"},
       {std::string("{}\0 and more", 11), ""},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     SetFile("letter.txt", c.text);
 
@@ -64,10 +57,8 @@ TEST_F(LostDocument, ATextThatBeginsLikeJsonIsADocument) {
 
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_TRUE(Same(c.text, FileBytes("letter.txt")));
-    EXPECT_TRUE(
-        Same(NotAJobFile(c.error) + Info("StartZentpost(): letter.txt 0301") +
-                 MapiLines({.receiver = "0301", .attachment = "letter.txt", .is_sent = false}),
-             run.log));
+    ExpectLog(run, NotAJobFile(c.error) + Started("letter.txt 0301") +
+                       MapiLines({.receiver = "0301", .attachment = "letter.txt"}));
   }
 }
 
@@ -82,7 +73,7 @@ TEST_F(LostDocument, AJobFileStaysOneWhateverStandsBehindIt) {
        {std::string(" trailing"), std::string("}"), job, std::string("\0\xFF", 2)}) {
     SetFile("job.json", job + rest);
     EXPECT_EQ(Run({"job.json"}).exit_code, 0);
-    EXPECT_TRUE(Same(written, FileBytes("job.json")));
+    ExpectJobFile(written);
   }
 }
 

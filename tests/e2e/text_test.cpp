@@ -17,80 +17,41 @@ constexpr char kNameOnTheWire[] =
 
 class Text : public JobTest {};
 
+// The log shows the text as it is when it has been widened, which in UTF-8 is what is sent.
 TEST_F(Text, JobFileWithTextBeyondAscii) {
-  Addin addin;
-  SetAddinPort(addin);
   SwitchLogOn();
-  SetFile("job.json", std::string(R"({"FilePath": "C:\\Faxe\\)") + kName +
-                          R"(.pdf", "SourceFileName": ")" + kName +
-                          R"(", "Cmd": {"Parameters": {"RecipientName": ")" + kName + R"("}}})");
-
-  const ToolRun run = Run({"job.json"});
-
-  const std::string wire = Payload({.recipient = kNameOnTheWire,
-                                    .file = std::string(R"(C:\\Faxe\\)") + kNameOnTheWire + ".pdf",
-                                    .attachment = std::string(kNameOnTheWire) + ".pdf"});
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, wire);
-  // The log shows the text as it is when it has been widened, which in UTF-8 is what is sent.
-  EXPECT_TRUE(
-      Same(Info("StartZentpost(): job.json") + AddinLines(wire) + Info(kSentMessage), run.log));
-  EXPECT_TRUE(Same(std::string("{\n\t\"FilePath\":\t\"C:\\\\Faxe\\\\") + kName +
-                       ".pdf\",\n\t\"SourceFileName\":\t\"" + kName +
-                       "\",\n\t\"Cmd\":\t{\n\t\t\"Parameters\":\t{\n\t\t\t\"RecipientName\":\t\"" +
-                       kName +
-                       "\"\n\t\t}\n\t},\n\t\"Result\":\t{\n\t\t\"Status\":\t0,\n"
-                       "\t\t\"ErrorCode\":\t0,\n\t\t\"ErrorText\":\t\"\"\n\t}\n}",
-                   FileBytes("job.json")));
+  const Job job = {
+      .document = std::string(R"(C:\Faxe\)") + kName + ".pdf", .name = kName, .recipient = kName};
+  SetFile("job.json", job.File());
+  ExpectDelivery({"job.json"},
+                 Payload({.recipient_name = kNameOnTheWire,
+                          .file_name = std::string(R"(C:\\Faxe\\)") + kNameOnTheWire + ".pdf",
+                          .attachment_name = std::string(kNameOnTheWire) + ".pdf"}));
+  ExpectJobFile(test::WithSuccess(job.File()));
   KeepJobFile(FileBytes("job.json"));
 }
 
 TEST_F(Text, EscapesInTheJobFileAreTheSameText) {
-  Addin addin;
-  SetAddinPort(addin);
   SetFile("job.json", R"({"FilePath": "a", "SourceFileName": "Sch\u00e4fer \u20AC50 \u4e2d\u6587 )"
                       R"(\uD83D\uDE00 and sons"})");
-
-  EXPECT_EQ(Run({"job.json"}).exit_code, 0);
-
-  ExpectDelivered(addin,
-                  Payload({.file = "a", .attachment = std::string(kNameOnTheWire) + ".pdf"}));
+  ExpectDelivery({"job.json"}, Payload({.file_name = "a",
+                                        .attachment_name = std::string(kNameOnTheWire) + ".pdf"}));
 }
 
 TEST_F(Text, CommandLineWithTextBeyondAscii) {
-  Addin addin;
-  SetAddinPort(addin);
   SwitchLogOn();
-  const std::string document = std::string(kName) + ".pdf";
-  const std::string fax_command = std::string("0301;E") + kName;
-
-  const ToolRun run = Run({document, fax_command});
-
-  const std::string wire = Payload({.receiver = "0301",
-                                    .recipient = kNameOnTheWire,
-                                    .file = std::string(kNameOnTheWire) + ".pdf"});
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, wire);
-  EXPECT_TRUE(Same(NotAJobFile() +
-                       Info("StartZentpost(): \"" + document + "\" \"" + fax_command + "\"") +
-                       AddinLines(wire) + Info(kSentMessage),
-                   run.log));
+  ExpectDelivery({std::string(kName) + ".pdf", std::string("0301;E") + kName},
+                 Payload({.receiver = "0301",
+                          .recipient_name = kNameOnTheWire,
+                          .file_name = std::string(kNameOnTheWire) + ".pdf"}),
+                 NotAJobFile());
 }
 
 TEST_F(Text, JobFileWhoseNameIsBeyondAscii) {
-  Addin addin;
-  SetAddinPort(addin);
   const std::string name = std::string(kName) + ".json";
   SetFile(name, kJobFile);
-
-  const ToolRun run = Run({name});
-
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, kPayload);
-  EXPECT_TRUE(Same(JobFileDelivered(), FileBytes(name)));
-  EXPECT_TRUE(
-      Same(Info("StartZentpost(): \"" + name + "\"") + AddinLines(kPayload) + Info(kSentMessage),
-           run.log));
+  ExpectDelivery({name}, SamplePayload());
+  ExpectJobFile(JobFileDelivered(), name);
 }
 
 TEST_F(Text, MailRouteLogsTheTextItself) {
@@ -99,38 +60,33 @@ TEST_F(Text, MailRouteLogsTheTextItself) {
   const ToolRun run = Run({"letter.pdf", std::string("0301;S") + kName});
 
   EXPECT_EQ(run.exit_code, 1);
-  EXPECT_TRUE(Same(
-      NotAJobFile() + Info(std::string("StartZentpost(): letter.pdf \"0301;S") + kName + "\"") +
-          MapiLines({.receiver = "0301", .subject = kName, .attachment = "letter.pdf"}),
-      run.log));
+  ExpectLog(run,
+            NotAJobFile() + Started("letter.pdf \"0301;S" + std::string(kName) + "\"") +
+                NoMapiLines({.receiver = "0301", .subject = kName, .attachment = "letter.pdf"}));
 }
 
 TEST_F(Text, DivertedPayloadIsPlainUtf8) {
   for (const bool has_addin : {true, false}) {
     SCOPED_TRACE(has_addin);
     Addin addin;
-    SetAddinPort(has_addin ? std::to_string(addin.port()) : "0");
+    SetAddinPort(addin, has_addin);
     // The file's own name is beyond ASCII as well.
     const std::string output = std::string(kName) + ".txt";
 
     EXPECT_EQ(Run({"letter.pdf", std::string("0301;E") + kName + ";O" + output}).exit_code, 0);
 
-    const std::string payload =
-        Payload({.receiver = "0301", .recipient = kName, .file = "letter.pdf"});
-    EXPECT_TRUE(Same(payload, FileBytes("temporary/" + output)));
+    EXPECT_TRUE(
+        Same(Payload({.receiver = "0301", .recipient_name = kName, .file_name = "letter.pdf"}),
+             FileBytes("temporary/" + output)));
     KeepPayload(FileBytes("temporary/" + output));
   }
 }
 
+// U+00C3 U+00A4 are the bytes of an a-umlaut, one character each: they become these bytes again.
 TEST_F(Text, DeliberateTextThatLooksLikeWidenedUtf8IsNarrowedBack) {
-  Addin addin;
-  SetAddinPort(addin);
-
-  // U+00C3 U+00A4 are the bytes of an a-umlaut, one character each: they become these bytes again.
-  EXPECT_EQ(Run({"a.pdf", "0301;SK\u00C3\u00A4se"}).exit_code, 0);
-
-  ExpectDelivered(addin,
-                  Payload({.receiver = "0301", .file = "a.pdf", .subject = "K\u00C3\u00A4se"}));
+  ExpectDelivery({"a.pdf", "0301;SK\u00C3\u00A4se"},
+                 Payload({.receiver = "0301", .file_name = "a.pdf", .subject = "K\u00C3\u00A4se"}),
+                 NotAJobFile());
 }
 
 TEST_F(Text, DeliberateTextTooLongInUtf8IsLoggedAndLeftEmpty) {
@@ -141,15 +97,15 @@ TEST_F(Text, DeliberateTextTooLongInUtf8IsLoggedAndLeftEmpty) {
   // Nine bytes in UTF-8, and a buffer of eight.
   const ToolRun run = Run({"a.pdf", "0301;S\u4E2D\u6587\u5B57"});
 
-  const std::string payload = Payload({.receiver = "0301", .file = "a.pdf"});
+  const std::string payload = Payload({.receiver = "0301", .file_name = "a.pdf"});
   EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, payload);
+  ExpectReceived(addin, payload);
   const std::string begin =
-      NotAJobFile() + Info("StartZentpost(): a.pdf 0301;S\u4E2D\u6587\u5B57") +
+      NotAJobFile() + Started("a.pdf 0301;S\u4E2D\u6587\u5B57") +
       Info("ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.") +
-      Error("_utf8(): The utf-8 forward conversion failed.") + " - ERROR  : Code 0x0000007a --> ";
-  const std::string end =
-      Info("ProcessToOutlookClient(): Created JSON:\r\n" + payload + "\r\n") + Info(kSentMessage);
+      Error("_utf8(): The utf-8 forward conversion failed.") + "ERROR: Code 0x0000007a --> ";
+  const std::string lines = SentLines(payload);
+  const std::string end = lines.substr(lines.find('\n') + 1);
   // The text for 122 (insufficient buffer) is the system's, in its language.
   ASSERT_GT(run.log.size(), begin.size() + end.size());
   EXPECT_TRUE(Same(begin, run.log.substr(0, begin.size())));

@@ -1,16 +1,12 @@
 // A mail client of 32 bits whose library exports its functions under the linker's names alone.
 #include "testing/end_to_end/job_test.h"
+#include "testing/end_to_end/sample_job.h"
 #include "testing/end_to_end/settings.h"
-#include "testing/expected_texts.h"
 
 namespace zentpost::e2e {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr char kJob[] =
-    "{\n\t\"FilePath\":\t\"letter.pdf\",\n\t\"SourceFileName\":\t\"letter.pdf\",\n\t\"Cmd\":\t{\n"
-    "\t\t\"Receiver\":\t[\"0301234567\"]\n\t}\n}";
 
 using DecoratedClient = JobTest;
 
@@ -28,7 +24,8 @@ TEST_F(DecoratedClient, GetsTheJob) {
   fs::copy_file(built / "decorated" / "sandbox_mapi.dll", folder / "sandbox_mapi.dll");
   ProcessOptions options = machine_.Options();
   options.environment.emplace_back("SANDBOX_MAPI_FOLDER", mail);
-  SetFile("job.json", kJob);
+  const Job job = {.document = "letter.pdf", .receiver = "0301234567"};
+  SetFile("job.json", job.File());
   SetFile("letter.pdf", "the document");
 
   ASSERT_EQ(RunProcess(program, {"register"}, options).exit_code, 0);
@@ -36,7 +33,7 @@ TEST_F(DecoratedClient, GetsTheJob) {
   ASSERT_EQ(RunProcess(program, {"unregister"}, options).exit_code, 0);
 
   EXPECT_EQ(run.exit_code, 0) << run.log;
-  EXPECT_TRUE(Same(test::WithSuccess(kJob), FileBytes("job.json")));
+  ExpectJobFile(test::WithSuccess(job.File()));
   EXPECT_FALSE(FileExists("letter.pdf"));
   const std::string report = ReadBytes(mail / "report.txt").value_or("no report");
   EXPECT_NE(report.find("result: no leaks, no double frees, no overruns\n"), std::string::npos)

@@ -19,35 +19,35 @@ class RawCommandLine : public JobTest {
 TEST_F(RawCommandLine, DocumentsAndFaxCommandsWithQuotesAndBlanks) {
   const struct {
     const char16_t* command_line;
-    PayloadMembers members;
+    test::PayloadText members;
   } cases[] = {
-      {u"c:\\a.pdf", {.file = R"(c:\\a.pdf)"}},
-      {u"\"c:\\my docs\\a.pdf\"", {.file = R"(c:\\my docs\\a.pdf)"}},
-      {u"'c:\\my docs\\a.pdf' 0301", {.receiver = "0301", .file = R"(c:\\my docs\\a.pdf)"}},
+      {u"c:\\a.pdf", {.file_name = R"(c:\\a.pdf)"}},
+      {u"\"c:\\my docs\\a.pdf\"", {.file_name = R"(c:\\my docs\\a.pdf)"}},
+      {u"'c:\\my docs\\a.pdf' 0301", {.receiver = "0301", .file_name = R"(c:\\my docs\\a.pdf)"}},
       // Either quote closes what the other opened.
-      {u"\"c:\\my docs\\a.pdf' 0301", {.receiver = "0301", .file = R"(c:\\my docs\\a.pdf)"}},
+      {u"\"c:\\my docs\\a.pdf' 0301", {.receiver = "0301", .file_name = R"(c:\\my docs\\a.pdf)"}},
       // A quote that no quote closes makes the rest one token.
-      {u"c:\\o'brien.pdf x", {.file = R"(c:\\obrien.pdf x)"}},
+      {u"c:\\o'brien.pdf x", {.file_name = R"(c:\\obrien.pdf x)"}},
       {u"a.pdf \"0301;Shello there",
-       {.receiver = "0301", .file = "a.pdf", .subject = "hello there"}},
+       {.receiver = "0301", .file_name = "a.pdf", .subject = "hello there"}},
       // A quote inside a quoted stretch closes only before a blank or at the end.
-      {u"\"a\"b c.pdf\" 0301", {.receiver = "0301", .file = "ab c.pdf"}},
+      {u"\"a\"b c.pdf\" 0301", {.receiver = "0301", .file_name = "ab c.pdf"}},
       // The fax command has lost its quotes before it is taken apart.
       {u"a.pdf 0301;Sit's_mine;Kb",
-       {.receiver = "0301", .file = "a.pdf", .comment = "b", .subject = "its_mine"}},
+       {.receiver = "0301", .file_name = "a.pdf", .comment = "b", .subject = "its_mine"}},
       {u"a.pdf '0301;Ssubject';Kcomment more",
-       {.receiver = "0301", .file = "a.pdf", .comment = "comment more", .subject = "subject"}},
+       {.receiver = "0301", .file_name = "a.pdf", .comment = "comment more", .subject = "subject"}},
       {u"\"\"", {}},
       {u"\"", {}},
       {u"''  x", {}},
-      {u"a.pdf  0301", {.file = "a.pdf"}},  // an empty fax command, and the number an option
-      {u"a.pdf\t0301", {.file = R"(a.pdf\t0301)"}},              // only blanks separate
-      {u"a.pdf \t0301", {.receiver = "0301", .file = "a.pdf"}},  // tokens are trimmed
-      {u"a.pdf 0301   ", {.receiver = "0301", .file = "a.pdf"}},
-      {u"a.pdf \"\" 0301", {.file = "a.pdf"}},
-      {u"a.pdf /x 0301;Sshort", {.file = "a.pdf"}},
-      {u"/a.pdf 0301", {.receiver = "0301", .file = "/a.pdf"}},
-      {u"\"a.pdf\"0301;Sx", {.file = "a.pdf0301;Sx"}},
+      {u"a.pdf  0301", {.file_name = "a.pdf"}},  // an empty fax command, and the number an option
+      {u"a.pdf\t0301", {.file_name = R"(a.pdf\t0301)"}},              // only blanks separate
+      {u"a.pdf \t0301", {.receiver = "0301", .file_name = "a.pdf"}},  // tokens are trimmed
+      {u"a.pdf 0301   ", {.receiver = "0301", .file_name = "a.pdf"}},
+      {u"a.pdf \"\" 0301", {.file_name = "a.pdf"}},
+      {u"a.pdf /x 0301;Sshort", {.file_name = "a.pdf"}},
+      {u"/a.pdf 0301", {.receiver = "0301", .file_name = "/a.pdf"}},
+      {u"\"a.pdf\"0301;Sx", {.file_name = "a.pdf0301;Sx"}},
   };
   SwitchLogOn();
   for (const auto& each : cases) {
@@ -55,15 +55,9 @@ TEST_F(RawCommandLine, DocumentsAndFaxCommandsWithQuotesAndBlanks) {
     Addin addin;
     SetAddinPort(addin);
 
-    const ToolRun run = RunWith(each.command_line);
-
-    const std::string payload = Payload(each.members);
-    EXPECT_EQ(run.exit_code, 0);
-    ExpectDelivered(addin, payload);
     // The log has the command line as it was given, to the last blank and quote.
-    EXPECT_TRUE(Same(NotAJobFile() + Info("StartZentpost(): " + Utf8(each.command_line)) +
-                         AddinLines(payload) + Info(kSentMessage),
-                     run.log));
+    ExpectDelivered(RunWith(each.command_line), addin, Payload(each.members),
+                    Utf8(each.command_line), NotAJobFile());
   }
 }
 
@@ -71,21 +65,16 @@ TEST_F(RawCommandLine, BlanksInFrontAreNotPartOfIt) {
   Addin addin;
   SetAddinPort(addin);
 
-  const ToolRun run = RunWith(u"   a.pdf 0301 ");
-
-  const std::string payload = Payload({.receiver = "0301", .file = "a.pdf"});
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, payload);
-  EXPECT_TRUE(Same(NotAJobFile() + Info("StartZentpost(): a.pdf 0301 ") + AddinLines(payload) +
-                       Info(kSentMessage),
-                   run.log));
+  ExpectDelivered(RunWith(u"   a.pdf 0301 "), addin,
+                  Payload({.receiver = "0301", .file_name = "a.pdf"}), "a.pdf 0301 ",
+                  NotAJobFile());
 }
 
 TEST_F(RawCommandLine, BlanksAloneAreNoCommandLine) {
   const ToolRun run = RunWith(u"   ");
 
   EXPECT_EQ(run.exit_code, 1);
-  EXPECT_TRUE(Same(Info("StartZentpost(): ") + MapiLines({}), run.log));
+  ExpectLog(run, Started("") + NoMapiLines({}));
 }
 
 TEST_F(RawCommandLine, ThirtyTwoThousandCharactersWithQuotes) {
@@ -95,17 +84,13 @@ TEST_F(RawCommandLine, ThirtyTwoThousandCharactersWithQuotes) {
   std::u16string line = u"'my job.json' \"0301;K";
   line.append(32000 - line.size() - 1, u'x').append(u"\"");
 
-  const ToolRun run = RunWith(line);
-
-  const std::string payload = Payload({.receiver = "0301",
-                                       .file = "C:\\\\Fax\\\\Letter 7.pdf",
-                                       .attachment = "Letter 7.pdf",
-                                       .comment = std::string(32000 - 22, 'x')});
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectDelivered(addin, payload);
-  EXPECT_TRUE(Same(JobFileDelivered(), FileBytes("my job.json")));
-  EXPECT_TRUE(Same(
-      Info("StartZentpost(): " + Utf8(line)) + AddinLines(payload) + Info(kSentMessage), run.log));
+  ExpectDelivered(RunWith(line), addin,
+                  Payload({.receiver = "0301",
+                           .file_name = "C:\\\\Fax\\\\Letter 7.pdf",
+                           .attachment_name = "Letter 7.pdf",
+                           .comment = std::string(32000 - 22, 'x')}),
+                  Utf8(line));
+  ExpectJobFile(JobFileDelivered(), "my job.json");
 }
 
 TEST_F(RawCommandLine, UnpairedSurrogateIsKeptInTheCommandLineAndReplacedInUtf8) {
@@ -114,16 +99,13 @@ TEST_F(RawCommandLine, UnpairedSurrogateIsKeptInTheCommandLineAndReplacedInUtf8)
 
   const ToolRun run = RunWith(std::u16string{u'a', char16_t{0xD800}, u'b', u'c', u'd'});
 
-  EXPECT_EQ(run.exit_code, 0);
   // U+FFFD is EF BF BD, read as Windows-1252 and sent in UTF-8.
-  const std::string payload = Payload({.file = "a\xC3\xAF\xC2\xBF\xC2\xBD"
-                                               "bcd"});
-  ExpectDelivered(addin, payload);
-  EXPECT_TRUE(Same(NotAJobFile() +
-                       Info("StartZentpost(): a\xEF\xBF\xBD"
-                            "bcd") +
-                       AddinLines(payload) + Info(kSentMessage),
-                   run.log));
+  ExpectDelivered(run, addin,
+                  Payload({.file_name = "a\xC3\xAF\xC2\xBF\xC2\xBD"
+                                        "bcd"}),
+                  "a\xEF\xBF\xBD"
+                  "bcd",
+                  NotAJobFile());
 }
 
 TEST_F(RawCommandLine, EventsTellADebuggerTheSameLines) {
@@ -135,7 +117,7 @@ TEST_F(RawCommandLine, EventsTellADebuggerTheSameLines) {
       RunRawWithDebugEvents(Setting("tool"), u"job.json /preview", machine_.Options()), begin);
 
   EXPECT_EQ(run.exit_code, 1);
-  EXPECT_TRUE(Same(Info("StartZentpost(): job.json /preview") + MapiLinesOfJobFile(), run.log));
+  ExpectLog(run, Started("job.json /preview") + NoMapiLines(SampleMapi()));
 }
 
 TEST_F(RawCommandLine, LogLevelCountsFromTheNextLineOn) {
@@ -155,7 +137,7 @@ TEST_F(RawCommandLine, LogLevelCountsFromTheNextLineOn) {
   const std::time_t begin = std::time(nullptr);
   const ToolRun run = Checked(RunRaw(Setting("tool"), u"job.json", options), begin);
 
-  EXPECT_TRUE(Same(Info("StartZentpost(): job.json") + MapiLinesOfJobFile(), run.log));
+  ExpectLog(run, Started() + NoMapiLines(SampleMapi()));
   std::string file = ReadBytes(machine_.LogFile()).value_or("");
   ASSERT_GT(file.size(), 0U);
   std::string lines;
