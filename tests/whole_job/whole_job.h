@@ -37,6 +37,11 @@ inline const Situation kWithMailClient[] = {
      .receiver = "",
      .has_port = false,
      .has_mail_client = true},
+    {.name = "submitted from the command line",
+     .on_command_line = true,
+     .has_port = false,
+     .has_mail_client = true},
+    {.name = "submitted when the add-in refuses", .connections = 1, .has_mail_client = true},
 };
 
 class WholeJobTest : public platform::fake::MachineTest {
