@@ -184,7 +184,7 @@ class CheckedFormat {
 };
 
 // Formats `arguments` into `format`, which has been held against them, and appends that to `out`,
-// which is given room for it at once, and for one unit more. Supported: %s and %ws (text), %d %u %x
+// which gets space for it at once, and for one unit more. Supported: %s and %ws (text), %d %u %x
 // %X (32 bits; with a zero flag, a width and a precision), %p (upper-case hexadecimal digits in the
 // machine's full width) and %%. Throws std::bad_alloc when memory runs out, and std::length_error
 // beyond what a text can hold.

@@ -34,7 +34,7 @@ std::string FileBytes(const std::u16string& line) {
   if (size > std::numeric_limits<std::int32_t>::max()) {
     return {};
   }
-  // Converted to where it leaves room for the carriage returns, and then moved up to them.
+  // Converted to where it leaves space for the carriage returns, and then moved up to them.
   std::string bytes(line_feeds + size, '\0');
   std::int32_t written = 0;
   if (platform::WideToBytes(platform::CodePage::kUtf8, line.data(),

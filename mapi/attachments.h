@@ -16,7 +16,7 @@ namespace zentpost {
 [[nodiscard]] HRESULT AddAttachment(IMessage* message, const char16_t* path, std::uint32_t reserved,
                                     const char16_t* attachName);
 
-// Puts the MIME type of files with `extension` (with or without its dot) into `mimeTag` (room for
+// Puts the MIME type of files with `extension` (with or without its dot) into `mimeTag` (space for
 // kTextBufferSize UTF-16 units with the terminator): out of a table of our own, else as the
 // registry's file types say. S_OK also for a type that the registry does not know, with `mimeTag`
 // as it was; ERROR_NOT_FOUND (1168) for one that it knows without a MIME type, with

@@ -5,12 +5,13 @@
 
 namespace zentpost {
 
-// MAX_PATH (minwindef.h): the room for a profile's name, in UTF-16 units with the terminator.
+// MAX_PATH (minwindef.h): the space for a profile's name, in UTF-16 units with the terminator.
 inline constexpr unsigned kProfileNameSize = 260;
 
-// Puts the display name of the default profile into `profileName` (room for kProfileNameSize units;
-// a longer name is cut off); it stays as it is when no profile is the default one. Gives the result
-// of the first call that failed; a success does not tell that a name was found. Does not throw.
+// Puts the display name of the default profile into `profileName` (space for kProfileNameSize
+// units; a longer name is cut off); it stays as it is when no profile is the default one. Gives the
+// result of the first call that failed; a success does not tell that a name was found. Does not
+// throw.
 [[nodiscard]] HRESULT GetDefaultProfile(char16_t* profileName);
 
 // Opens the session's default store, in online mode if that can be had, and puts it with a

@@ -10,7 +10,7 @@ namespace zentpost {
 
 // Computes from `recipient`, a fax number or an e-mail address, the address and its type ("SMTP",
 // "FAX" or empty) by the settings of the mail client's add-in for the current user. Both buffers
-// have room for kTextBufferSize UTF-16 units with the terminator; what is longer is cut off.
+// have space for kTextBufferSize UTF-16 units with the terminator; what is longer is cut off.
 // `reserved` is ignored. E_INVALIDARG when `recipient` is null or empty, or a buffer is null;
 // MAPI_E_NOT_ENOUGH_MEMORY when memory runs out. Does not throw.
 [[nodiscard]] HRESULT ProcessClientAddressAutomation(const char16_t* recipient, char16_t* address,

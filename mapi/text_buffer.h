@@ -7,8 +7,8 @@
 
 namespace zentpost {
 
-// The room, in UTF-16 units with the terminator, for an address, an address type, a display name or
-// a MIME type.
+// The space, in UTF-16 units with the terminator, for an address, an address type, a display name
+// or a MIME type.
 inline constexpr std::size_t kTextBufferSize = 1024;
 
 // Copies `text` into `buffer` and ends it with a zero unit. What does not fit into `capacity`

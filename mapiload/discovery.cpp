@@ -119,10 +119,10 @@ bool AskInstaller(const char16_t* category, char16_t* path, std::uint32_t& count
       {kQualifierX64, u"GetOutlookPath: MsiProvideQualifiedComponent(x64)"},
       {kQualifierX86, u"GetOutlookPath: MsiProvideQualifiedComponent(x86)"},
   };
-  const std::uint32_t room = count;
+  const std::uint32_t capacity = count;
   for (const Question& question : kQuestions) {
     // What a failed call leaves in the count is not how much the buffer holds.
-    count = room;
+    count = capacity;
     const std::uint32_t status =
         ProvideQualifiedComponent(category, question.qualifier, kInstallModeDefault, path, &count);
     if (status == platform::kSuccess) {

@@ -26,7 +26,7 @@ struct Binding {
 // The name under which a linker for 32 bits knows the function.
 using DecoratedName = std::array<char, 32>;
 DecoratedName Decorated(const Binding& binding) {
-  DecoratedName decorated{};  // has room for the longest of the nine and any number
+  DecoratedName decorated{};  // has space for the longest of the nine and any number
   const std::size_t length = std::strlen(binding.name);
   std::memcpy(decorated.data(), binding.name, length);
   decorated[length] = '@';

@@ -152,7 +152,7 @@ struct SPropValue {
   SPropValueUnion Value;
 };
 
-// A column set: `Count` is what a caller makes room for; a library reads `cValues` of them.
+// A column set: `Count` is what a caller makes space for; a library reads `cValues` of them.
 template <std::size_t Count>
 struct SizedSPropTagArray {
   std::uint32_t cValues;

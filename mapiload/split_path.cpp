@@ -6,7 +6,7 @@
 namespace zentpost {
 namespace {
 
-// False when `field` has no room for `text` and its terminator.
+// False when `field` has no space for `text` and its terminator.
 bool Fill(std::u16string_view text, std::span<char16_t> field) {
   if (text.size() >= field.size()) {
     return false;

@@ -23,7 +23,7 @@ std::u16string GetSystemDirectory();
 platform::Module LoadFromSystemDir(const char16_t* name);
 
 // MsiProvideQualifiedComponentW of the Windows Installer: tells the path of the component that is
-// registered under `category` and `qualifier`. `path` (null: only the size is asked for) has room
+// registered under `category` and `qualifier`. `path` (null: only the size is asked for) has space
 // for `count` characters, terminator included; `count` becomes the path's length without it. The
 // install mode that is passed on is always 0 (INSTALLMODE_DEFAULT). Gives the installer's status (0
 // is success), or 0x80004005 (E_FAIL) when the function cannot be had. Before the first question

@@ -44,9 +44,9 @@ using File = UniqueHandle<FileTraits>;
 // Appends `size` bytes to the file at `path` in one step, whole and unmixed with what other
 // processes append at the same time; the file is created when missing, its folder is not. What
 // cannot be opened, as OpenFileAt says, cannot be appended to. No lock of another program is waited
-// for. Where the system does not append in one step, those who append take turns: a turn is waited
-// for 2 seconds at most, and not at all once that was in vain in this process; without one the
-// bytes are appended all the same, and may then be mixed with others.
+// for. Where the system does not append in one step, those who append share a lock, which is waited
+// for 2 seconds at most, and not at all once that has failed in this process; without it the bytes
+// are appended all the same, and may then be mixed with others.
 [[nodiscard]] Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size);
 
 [[nodiscard]] Status RemoveFile(const std::u16string& path);
@@ -69,8 +69,8 @@ struct FileIdentity {
 [[nodiscard]] Status IdentifyFile(const std::u16string& path, FileIdentity& identity);
 
 // The folder for temporary files, ending with a separator, as GetTempPathW gives it: `length` is
-// the number of units without the terminator when `buffer` (room for `capacity` units) took it, and
-// the room needed, terminator included, when it did not. On failure `length` is 0.
+// the number of units without the terminator when `buffer` (space for `capacity` units) took it,
+// and the space needed, terminator included, when it did not. On failure `length` is 0.
 [[nodiscard]] Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer,
                                      std::uint32_t& length);
 

@@ -1,4 +1,4 @@
-// Memory that runs out within a function of the seam is a failure with a number, never an
+// Memory that runs out within a function of the platform layer is a failure with a number, never an
 // exception. The back-ends turn the one into the other, and those of the core turn it back for whom
 // every other failure is ordinary.
 #pragma once

@@ -39,8 +39,8 @@ using Procedure = void (*)();
 [[nodiscard]] Status FindProcedure(RawModule module, const char* name, Procedure& procedure);
 
 // The system directory, without a separator at its end, as GetSystemDirectoryW gives it: `length`
-// is the number of units without the terminator when `buffer` (room for `capacity` units) took it,
-// and the room needed, terminator included, when it did not. On failure `length` is 0.
+// is the number of units without the terminator when `buffer` (space for `capacity` units) took it,
+// and the space needed, terminator included, when it did not. On failure `length` is 0.
 [[nodiscard]] Status SystemDirectory(std::uint32_t capacity, char16_t* buffer,
                                      std::uint32_t& length);
 

@@ -43,8 +43,8 @@ using RegistryKey = UniqueHandle<RegistryKeyTraits>;
 // expanded, no terminator counts that is not there. `size` is the capacity of `data` in bytes on
 // entry and the value's size in bytes on return, also with kMoreData, which leaves `data` as it was
 // or partly written. What stands in `data` behind the value is unspecified: Windows puts a
-// terminator there when a text lacks one and there is room. `data` may be null, which only asks for
-// the size; `type` may be null.
+// terminator there when a text lacks one and there is space. `data` may be null, which only asks
+// for the size; `type` may be null.
 [[nodiscard]] Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type,
                                 void* data, std::uint32_t& size);
 

@@ -1,4 +1,4 @@
-// Status codes that cross the platform seam: Win32 error numbers on every back-end.
+// Status codes that cross the platform layer: Win32 error numbers on every back-end.
 #pragma once
 
 #include <cstdint>

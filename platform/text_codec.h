@@ -17,7 +17,7 @@ enum class CodePage : std::uint32_t {
 
 // Both functions take a length in source units, or -1 for a zero-terminated source (the terminator
 // is then converted too), and a capacity in destination units. A capacity of 0 writes nothing and
-// gives the room needed. `written` is 0 on failure:
+// gives the space needed. `written` is 0 on failure:
 //   kInvalidParameter    no source, a length of 0, or no destination where one is needed
 //   kInsufficientBuffer  the destination is too small; its content is then unspecified
 // UTF-8: a lone surrogate becomes U+FFFD; ill-formed bytes become one or more U+FFFD, and a

@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "platform/memory_failure.h"
-#include "platform/windows/append_turn.h"
+#include "platform/windows/append_lock.h"
 #include "platform/windows/wide.h"
 
 namespace platform {
@@ -17,8 +17,8 @@ namespace {
 // One call moves at most what a DWORD counts; a round number below it keeps the calls few.
 constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
 
-// How long AppendToFile waits for its turn.
-constexpr DWORD kTurnMilliseconds = 2000;
+// How long AppendToFile waits for its lock.
+constexpr DWORD kLockMilliseconds = 2000;
 
 // What Windows 8 and later tell of a file (published in winbase.h as FILE_ID_INFO and FileIdInfo,
 // which the headers keep back from programs that run on Windows 7, too).
@@ -55,35 +55,35 @@ Status Open(const std::u16string& path, DWORD access, DWORD sharing, DWORD dispo
   return kSuccess;
 }
 
-// Whether a wait for a turn was given up in this process: somebody keeps it, so there is no use in
+// Whether a wait for a lock has timed out in this process: somebody keeps it, so there is no use in
 // waiting for the next one.
-std::atomic<bool> turn_given_up = false;
+std::atomic<bool> lock_timed_out = false;
 
-// A turn among the processes that append to one file, held as long as this lives. Whoever gets none
-// (another program keeps it, or the system refuses) goes on without.
-class AppendTurn {
+// A lock among the processes that append to one file, held as long as this lives. Whoever cannot
+// have it (another program keeps it, or the system refuses) goes on without.
+class AppendLock {
  public:
-  explicit AppendTurn(const std::u16string& path) {
-    const AppendTurnName name = NameOfAppendTurn(path);
+  explicit AppendLock(const std::u16string& path) {
+    const AppendLockName name = NameOfAppendLock(path);
     mutex_ = CreateMutexExW(nullptr, ToSystem(name.data()), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE);
     if (mutex_ == nullptr) {
       return;
     }
-    switch (WaitForSingleObject(mutex_, turn_given_up ? 0 : kTurnMilliseconds)) {
+    switch (WaitForSingleObject(mutex_, lock_timed_out ? 0 : kLockMilliseconds)) {
       case WAIT_OBJECT_0:
       case WAIT_ABANDONED:  // its owner has ended without giving it back
         taken_ = true;
         break;
       case WAIT_TIMEOUT:
-        turn_given_up = true;
+        lock_timed_out = true;
         break;
       default:
         break;
     }
   }
-  AppendTurn(const AppendTurn&) = delete;
-  AppendTurn& operator=(const AppendTurn&) = delete;
-  ~AppendTurn() {
+  AppendLock(const AppendLock&) = delete;
+  AppendLock& operator=(const AppendLock&) = delete;
+  ~AppendLock() {
     if (taken_) {
       ReleaseMutex(mutex_);
     }
@@ -156,7 +156,7 @@ Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t s
   }
   // With the right to append alone, the file systems of Windows write at the file's end in one
   // step, and nobody's lock is waited for. Those of other servers and Wine do not: there it takes
-  // turns.
+  // a lock of our own.
   File file;
   if (const Status status =
           Open(path, FILE_APPEND_DATA | SYNCHRONIZE,
@@ -164,7 +164,7 @@ Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t s
       status != kSuccess) {
     return status;
   }
-  const AppendTurn turn(path);
+  const AppendLock lock(path);
   DWORD written = 0;
   if (!WriteFile(Handle(file), bytes, static_cast<DWORD>(size), &written, nullptr)) {
     return GetLastError();

@@ -21,7 +21,7 @@ constexpr std::size_t kLargestPiece = std::size_t{64} << 10;
 
 struct Endpoint {
   SOCKET socket = INVALID_SOCKET;
-  HANDLE network = nullptr;  // Signalled when there is room to send and when the peer has closed.
+  HANDLE network = nullptr;  // Signalled when there is space to send and when the peer has closed.
   HANDLE cancel = nullptr;
   bool has_sent = false;  // The last Send has succeeded.
 
@@ -69,7 +69,8 @@ Status FindAddress(const std::u16string& host, IN_ADDR& address) {
 
 // Waits until another try to send makes sense, or the call is cancelled.
 Status WaitUntilWritable(const Endpoint& endpoint) {
-  // The first signalled handle counts: a cancelled call does not go on because there is room again.
+  // The first signalled handle counts: a cancelled call does not go on because there is space
+  // again.
   const HANDLE handles[] = {endpoint.cancel, endpoint.network};
   switch (WaitForMultipleObjects(std::size(handles), handles, FALSE, INFINITE)) {
     case WAIT_OBJECT_0:

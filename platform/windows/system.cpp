@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-// FILETIME counts 100 ns from 1601-01-01; the seam counts seconds from 1970-01-01.
+// FILETIME counts 100 ns from 1601-01-01; this layer counts seconds from 1970-01-01.
 constexpr std::int64_t kTicksPerSecond = 10'000'000;
 constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 

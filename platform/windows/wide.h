@@ -1,4 +1,4 @@
-// The only casts between the seam's text units and the system's: both are UTF-16 here, but two
+// The only casts between the layer's text units and the system's: both are UTF-16 here, but two
 // types to the compiler.
 #pragma once
 

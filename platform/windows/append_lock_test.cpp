@@ -1,6 +1,6 @@
-// The turns of those who append, on Wine as on Windows: what happens to the mutex behind the seam's
+// The lock of those who append, on Wine as on Windows: what happens to the mutex behind the seam's
 // back.
-#include "platform/windows/append_turn.h"
+#include "platform/windows/append_lock.h"
 
 #include <windows.h>
 
@@ -31,17 +31,17 @@ struct CloseIt {
 };
 using Owned = std::unique_ptr<HANDLE, CloseIt>;
 
-class AppendTurn : public testing::Test {
+class AppendLock : public testing::Test {
  protected:
-  AppendTurn() {
+  AppendLock() {
     const std::string process = std::to_string(GetCurrentProcessId());
-    path_ = (std::filesystem::temp_directory_path() / ("zentpost-append-turn-" + process + ".log"))
+    path_ = (std::filesystem::temp_directory_path() / ("zentpost-append-lock-" + process + ".log"))
                 .u16string();
     std::filesystem::remove(path_);
   }
-  ~AppendTurn() override { std::filesystem::remove(path_); }
+  ~AppendLock() override { std::filesystem::remove(path_); }
 
-  std::u16string Name() const { return NameOfAppendTurn(path_).data(); }
+  std::u16string Name() const { return NameOfAppendLock(path_).data(); }
 
   // Appends a line and gives the time that it took.
   milliseconds Append() const {
@@ -60,13 +60,13 @@ class AppendTurn : public testing::Test {
   std::u16string path_;
 };
 
-static_assert(std::u16string_view(NameOfAppendTurn(u"").data()) ==
+static_assert(std::u16string_view(NameOfAppendLock(u"").data()) ==
               u"Global\\Zentpost-append-cbf29ce484222325");
 // Worked out with another program.
-static_assert(std::u16string_view(NameOfAppendTurn(u"C:\\Gr\u00FC\u00DFe\\\u20AC.log").data()) ==
+static_assert(std::u16string_view(NameOfAppendLock(u"C:\\Gr\u00FC\u00DFe\\\u20AC.log").data()) ==
               u"Global\\Zentpost-append-ccfb6d45f41da6f1");
 
-TEST_F(AppendTurn, IsGivenBackBehindEachLine) {
+TEST_F(AppendLock, IsGivenBackBehindEachLine) {
   const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
   ASSERT_TRUE(mutex);
   for (int line = 1; line <= 3; ++line) {
@@ -82,7 +82,7 @@ TEST_F(AppendTurn, IsGivenBackBehindEachLine) {
   EXPECT_EQ(Lines(), 3U);
 }
 
-TEST_F(AppendTurn, IsGivenBackWhenTheLineCannotBeWritten) {
+TEST_F(AppendLock, IsGivenBackWhenTheLineCannotBeWritten) {
   const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
   ASSERT_TRUE(mutex);
   // No memory stands behind these bytes.
@@ -95,7 +95,7 @@ TEST_F(AppendTurn, IsGivenBackWhenTheLineCannotBeWritten) {
   EXPECT_EQ(result, WAIT_OBJECT_0);
 }
 
-TEST_F(AppendTurn, ThatWasAbandonedIsTaken) {
+TEST_F(AppendLock, ThatWasAbandonedIsTaken) {
   const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
   ASSERT_TRUE(mutex);
   std::thread([&] { WaitForSingleObject(mutex.get(), INFINITE); }).join();
@@ -104,7 +104,7 @@ TEST_F(AppendTurn, ThatWasAbandonedIsTaken) {
   EXPECT_EQ(Lines(), 2U);
 }
 
-TEST_F(AppendTurn, WhoseNameSomethingElseHasIsDoneWithout) {
+TEST_F(AppendLock, WhoseNameSomethingElseHasIsDoneWithout) {
   const Owned event(CreateEventW(nullptr, TRUE, FALSE, ToSystem(Name().c_str())));
   ASSERT_TRUE(event);
   ASSERT_EQ(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())), nullptr);
@@ -113,7 +113,7 @@ TEST_F(AppendTurn, WhoseNameSomethingElseHasIsDoneWithout) {
 }
 
 // The one test here that lets a wait be given up: that holds for the rest of the process.
-TEST_F(AppendTurn, ThatAnotherKeepsIsWaitedForOnceAndNotForLong) {
+TEST_F(AppendLock, ThatAnotherKeepsIsWaitedForOnceAndNotForLong) {
   const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
   const Owned done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   const Owned taken(CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -140,7 +140,7 @@ TEST_F(AppendTurn, ThatAnotherKeepsIsWaitedForOnceAndNotForLong) {
   SetEvent(done.get());
   keeper.join();
 
-  // Without waiting it still takes the turn that is free.
+  // Without waiting it still takes the lock when it is free.
   EXPECT_LT(Append(), milliseconds(1000));
   EXPECT_EQ(Lines(), 52U);
 }

@@ -8,14 +8,14 @@
 
 namespace platform {
 
-inline constexpr std::u16string_view kAppendTurnPrefix = u"Global\\Zentpost-append-";
+inline constexpr std::u16string_view kAppendLockPrefix = u"Global\\Zentpost-append-";
 
-// The zero-terminated name of the mutex by which those who append to the file at `path` take turns:
-// the prefix and 16 hexadecimal digits, which depend on every unit of the path (FNV-1a, 64 bits,
+// The zero-terminated name of the mutex that those who append to the file at `path` share: the
+// prefix and 16 hexadecimal digits, which depend on every unit of the path (FNV-1a, 64 bits,
 // over the units' bytes). It is in the namespace of all sessions, as the file is.
-using AppendTurnName = std::array<char16_t, kAppendTurnPrefix.size() + 17>;
+using AppendLockName = std::array<char16_t, kAppendLockPrefix.size() + 17>;
 
-[[nodiscard]] constexpr AppendTurnName NameOfAppendTurn(std::u16string_view path) {
+[[nodiscard]] constexpr AppendLockName NameOfAppendLock(std::u16string_view path) {
   constexpr std::uint64_t kOffsetBasis = 0xCBF29CE484222325;
   constexpr std::uint64_t kPrime = 0x100000001B3;
   std::uint64_t hash = kOffsetBasis;
@@ -24,9 +24,9 @@ using AppendTurnName = std::array<char16_t, kAppendTurnPrefix.size() + 17>;
       hash = (hash ^ byte) * kPrime;
     }
   }
-  AppendTurnName name = {};
+  AppendLockName name = {};
   std::size_t length = 0;
-  for (const char16_t unit : kAppendTurnPrefix) {
+  for (const char16_t unit : kAppendLockPrefix) {
     name[length++] = unit;
   }
   for (int shift = 60; shift >= 0; shift -= 4) {

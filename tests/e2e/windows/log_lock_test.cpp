@@ -1,10 +1,10 @@
-// Another program keeps the turn to log for itself.
+// Another program keeps the lock of the log for itself.
 #include <windows.h>
 
 #include <algorithm>
 #include <cstdio>
 
-#include "platform/windows/append_turn.h"
+#include "platform/windows/append_lock.h"
 #include "platform/windows/wide.h"
 #include "testing/end_to_end/job_test.h"
 
@@ -14,9 +14,9 @@ namespace {
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
-class LogTurn : public JobTest {};
+class LogLock : public JobTest {};
 
-TEST_F(LogTurn, ThatIsNeverGivenBackCostsAJobTwoSecondsAndNoLine) {
+TEST_F(LogLock, ThatIsNeverGivenBackCostsAJobTwoSecondsAndNoLine) {
   SwitchLogOn();
   // The shortest of some runs: what else the machine does can only lengthen one.
   const auto shortest_run = [this] {
@@ -30,7 +30,7 @@ TEST_F(LogTurn, ThatIsNeverGivenBackCostsAJobTwoSecondsAndNoLine) {
     return shortest;
   };
   const milliseconds undisturbed = shortest_run();
-  const auto name = platform::NameOfAppendTurn(machine_.LogFile().u16string());
+  const auto name = platform::NameOfAppendLock(machine_.LogFile().u16string());
   HANDLE mutex = CreateMutexW(nullptr, TRUE, platform::ToSystem(name.data()));
   ASSERT_NE(mutex, nullptr);
 
@@ -38,10 +38,10 @@ TEST_F(LogTurn, ThatIsNeverGivenBackCostsAJobTwoSecondsAndNoLine) {
 
   ReleaseMutex(mutex);
   CloseHandle(mutex);
-  // Less would mean that the tool and this test do not speak of the same turn.
+  // Less would mean that the tool and this test do not speak of the same lock.
   EXPECT_GE(disturbed - undisturbed, milliseconds(1500));
   EXPECT_LE(disturbed - undisturbed, milliseconds(2500));
-  std::printf("a job took %d ms, and %d ms without its turn\n",
+  std::printf("a job took %d ms, and %d ms without its lock\n",
               static_cast<int>(undisturbed.count()), static_cast<int>(disturbed.count()));
 }
 
