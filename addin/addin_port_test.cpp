@@ -7,62 +7,57 @@
 #include <vector>
 
 #include "testing/fake_platform/fixture.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {
 
 using platform::Hive;
+using Calls = std::vector<std::string>;
 
 constexpr char16_t kKey[] = u"Software\\Sollvex\\OutlookAddin";
 constexpr char16_t kValue[] = u"TolvanAddinPort";
 
 class AddinPort : public platform::fake::MachineTest {
  protected:
-  void SetPort(std::u16string_view text) {
-    machine_.SetString(Hive::kCurrentUser, kKey, kValue, text);
+  void SetPort(std::u16string_view text, std::uint32_t type = platform::kRegSz) {
+    machine_.SetString(Hive::kCurrentUser, kKey, kValue, text, type);
   }
   void SetRaw(std::uint32_t type, std::string_view bytes) {
     machine_.SetValue(Hive::kCurrentUser, kKey, kValue, type, bytes);
   }
+
+  struct Case {
+    const char16_t* text;
+    std::uint16_t port;
+  };
+  void ExpectPorts(const std::vector<Case>& cases) {
+    for (const Case& c : cases) {
+      SetPort(c.text);
+      EXPECT_EQ(ReadAddinPort(), c.port) << test::Readable(c.text);
+    }
+  }
 };
 
-TEST_F(AddinPort, WithoutTheKeyThereIsNone) {
+TEST_F(AddinPort, WithoutTheUsersKeyOrValueThereIsNone) {
+  machine_.SetString(Hive::kLocalMachine, kKey, kValue, u"5000");
   EXPECT_EQ(ReadAddinPort(), 0);
-  EXPECT_EQ(machine_.Calls(),
-            (std::vector<std::string>{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)"}));
-}
-
-TEST_F(AddinPort, WithoutTheValueThereIsNone) {
+  EXPECT_EQ(machine_.Calls(), Calls{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)"});
   machine_.AddKey(Hive::kCurrentUser, kKey);
   EXPECT_EQ(ReadAddinPort(), 0);
 }
 
-TEST_F(AddinPort, TheValueIsReadIntoTwentyCharacters) {
+TEST_F(AddinPort, TheValueIsReadIntoTwentyCharactersEachTime) {
   SetPort(u"5000");
   EXPECT_EQ(ReadAddinPort(), 5000);
-  EXPECT_EQ(machine_.Calls(),
-            (std::vector<std::string>{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
-                                      "QueryValue(TolvanAddinPort, 40)"}));
-}
-
-TEST_F(AddinPort, OnlyTheCurrentUsersValueCounts) {
-  machine_.SetString(Hive::kLocalMachine, kKey, kValue, u"5000");
-  EXPECT_EQ(ReadAddinPort(), 0);
-}
-
-TEST_F(AddinPort, IsReadAfreshEachTime) {
-  SetPort(u"5000");
-  EXPECT_EQ(ReadAddinPort(), 5000);
+  EXPECT_EQ(machine_.Calls(), (Calls{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
+                                     "QueryValue(TolvanAddinPort, 40)"}));
   SetPort(u"5001");
   EXPECT_EQ(ReadAddinPort(), 5001);
 }
 
 TEST_F(AddinPort, TextIsReadAsADecimalNumber) {
-  struct Case {
-    const char16_t* text;
-    std::uint16_t port;
-  };
-  const Case kCases[] = {
+  ExpectPorts({
       {u"5000", 5000},
       {u"1", 1},
       {u"65535", 65535},
@@ -90,21 +85,13 @@ TEST_F(AddinPort, TextIsReadAsADecimalNumber) {
       {u"--5", 0},
       {u"+-5", 0},
       {u"0000000000000005000", 5000},
-  };
-  for (const Case& test : kCases) {
-    SCOPED_TRACE(testing::PrintToString(std::u16string(test.text)));
-    SetPort(test.text);
-    EXPECT_EQ(ReadAddinPort(), test.port);
-  }
+  });
 }
 
-// Installations have such numbers, and their add-ins listen on what is left of them.
+// Installations have such numbers, and their add-ins listen on what is left of them. Beyond 32 bits
+// a number stops at the nearest that fits.
 TEST_F(AddinPort, DeliberateOnlyTheLow16BitsOfTheNumberCount) {
-  struct Case {
-    const char16_t* text;
-    std::uint16_t port;
-  };
-  const Case kCases[] = {
+  ExpectPorts({
       {u"70000", 4464},
       {u"-1", 65535},
       {u"-65535", 1},
@@ -112,7 +99,6 @@ TEST_F(AddinPort, DeliberateOnlyTheLow16BitsOfTheNumberCount) {
       {u"65536", 0},
       {u"65537", 1},
       {u"2147483647", 65535},
-      // Beyond 32 bits a number stops at the nearest that fits.
       {u"2147483648", 65535},
       {u"4294972296", 65535},
       {u"9999999999999999999", 65535},
@@ -120,12 +106,7 @@ TEST_F(AddinPort, DeliberateOnlyTheLow16BitsOfTheNumberCount) {
       {u"-2147483648", 0},
       {u"-2147483649", 0},
       {u"-999999999999999999", 0},
-  };
-  for (const Case& test : kCases) {
-    SCOPED_TRACE(testing::PrintToString(std::u16string(test.text)));
-    SetPort(test.text);
-    EXPECT_EQ(ReadAddinPort(), test.port);
-  }
+  });
 }
 
 TEST_F(AddinPort, TheTextHoldsNineteenCharacters) {
@@ -143,15 +124,15 @@ TEST_F(AddinPort, TheTextHoldsNineteenCharacters) {
   EXPECT_EQ(ReadAddinPort(), 5001);
 }
 
-TEST_F(AddinPort, DataNeedNotBeWellFormed) {
+TEST_F(AddinPort, DeliberateDataOfAnyTypeIsReadAsText) {
   using namespace std::string_view_literals;
-  struct Case {
+  struct Data {
     const char* name;
     std::uint32_t type;
     std::string_view bytes;
     std::uint16_t port;
   };
-  const Case kCases[] = {
+  const Data cases[] = {
       {"no terminator", platform::kRegSz, "5\0000\0000\0001\0"sv, 5001},
       {"half a terminator", platform::kRegSz, "5\0001\0\0"sv, 51},
       {"half a character", platform::kRegSz, "5\0001"sv, 51},
@@ -161,32 +142,21 @@ TEST_F(AddinPort, DataNeedNotBeWellFormed) {
       {"a terminator alone", platform::kRegSz, "\0\0"sv, 0},
       {"more behind the terminator", platform::kRegSz, "5\0\0\0001\0\0\0"sv, 5},
       {"narrow text", platform::kRegSz, "5001"sv, 0},
+      {"text as REG_BINARY", platform::kRegBinary, "5\0000\0000\0001\0\0\0"sv, 5001},
+      {"the number 5000", platform::kRegDword, "\x88\x13\0\0"sv, 0},
+      {"a number with the bytes of 78", platform::kRegDword, "7\0008\0"sv, 78},
   };
-  for (const Case& test : kCases) {
-    SCOPED_TRACE(test.name);
-    SetRaw(test.type, test.bytes);
-    EXPECT_EQ(ReadAddinPort(), test.port);
+  for (const Data& data : cases) {
+    SetRaw(data.type, data.bytes);
+    EXPECT_EQ(ReadAddinPort(), data.port) << data.name;
   }
 }
 
 TEST_F(AddinPort, NothingIsExpanded) {
-  machine_.SetString(Hive::kCurrentUser, kKey, kValue, u"5000", platform::kRegExpandSz);
+  SetPort(u"5000", platform::kRegExpandSz);
   EXPECT_EQ(ReadAddinPort(), 5000);
-  machine_.SetString(Hive::kCurrentUser, kKey, kValue, u"%PORT%", platform::kRegExpandSz);
+  SetPort(u"%PORT%", platform::kRegExpandSz);
   EXPECT_EQ(ReadAddinPort(), 0);
-}
-
-TEST_F(AddinPort, ANumberValueIsNoPort) {
-  machine_.SetDword(Hive::kCurrentUser, kKey, kValue, 5000);
-  EXPECT_EQ(ReadAddinPort(), 0);
-}
-
-TEST_F(AddinPort, DeliberateOtherTypesAreReadAsTextToo) {
-  using namespace std::string_view_literals;
-  SetRaw(platform::kRegBinary, "5\0000\0000\0001\0\0\0"sv);
-  EXPECT_EQ(ReadAddinPort(), 5001);
-  machine_.SetDword(Hive::kCurrentUser, kKey, kValue, 0x00380037);  // the bytes of "78"
-  EXPECT_EQ(ReadAddinPort(), 78);
 }
 
 TEST_F(AddinPort, AFailingRegistryMeansNone) {

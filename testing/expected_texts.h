@@ -35,13 +35,19 @@ struct PayloadText {
   }
 };
 
+// An outcome as a member of a job file. `text` stands as JSON writes it.
+inline std::string ResultMember(std::int32_t status, std::int32_t code, const std::string& text) {
+  return "\t\"Result\":\t{\n\t\t\"Status\":\t" + std::to_string(status) +
+         ",\n\t\t\"ErrorCode\":\t" + std::to_string(code) + ",\n\t\t\"ErrorText\":\t\"" + text +
+         "\"\n\t}";
+}
+
 // `job_file`, an object in the layout in which it is written back, with an outcome behind its last
-// member. `text` stands as JSON writes it.
+// member.
 inline std::string WithResult(const std::string& job_file, std::int32_t status, std::int32_t code,
                               const std::string& text) {
-  return job_file.substr(0, job_file.rfind("\n}")) + ",\n\t\"Result\":\t{\n\t\t\"Status\":\t" +
-         std::to_string(status) + ",\n\t\t\"ErrorCode\":\t" + std::to_string(code) +
-         ",\n\t\t\"ErrorText\":\t\"" + text + "\"\n\t}\n}";
+  return job_file.substr(0, job_file.rfind("\n}")) + ",\n" + ResultMember(status, code, text) +
+         "\n}";
 }
 
 // What the Extended MAPI route logs of a job before it sends it, all of it at the level INFO.
@@ -87,6 +93,37 @@ inline std::string WithMapiError(const std::string& job_file) {
 // What either route writes when the job counts as delivered.
 inline std::string WithSuccess(const std::string& job_file) {
   return WithResult(job_file, 0, 0, "");
+}
+
+// What the add-in route and what lies below both routes log, as LogText tells it.
+
+// A failure with the number of its reason, which has no text.
+inline std::string FailureLog(const std::string& message, const std::string& hexadecimal) {
+  return "ERROR: " + message + "\nERROR: Code 0x" + hexadecimal + " --> Unknown Error.\n";
+}
+inline constexpr char kUtf8NoMemory[] = "_utf8(): A memory error occurred.";
+inline constexpr char kUtf8Failed[] = "_utf8(): The utf-8 forward conversion failed.";
+
+// `routine` has found that a file is no JSON; `rest` is what stands there from that point on.
+inline std::string NoJsonLog(const std::string& routine, const std::string& rest) {
+  return "ERROR: " + routine + "(): Parse JSON failed with error '" + rest + "'\n";
+}
+inline constexpr char kNoFilePathLog[] =
+    "ERROR: GetDocumentFromJson(): Filename not found\n"
+    "ERROR: ReadFromFile(): Read document failed\n";
+inline constexpr char kNoSourceFileNameLog[] =
+    "ERROR: GetDocumentFromJson(): JobName not found\n"
+    "ERROR: ReadFromFile(): Read document failed\n";
+
+inline constexpr char kAddinStartLog[] =
+    "INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.\n";
+inline constexpr char kAddinSentLog[] =
+    "INFO: ProcessToOutlookClient(): The JSON payload successfully sent.\n";
+
+// The add-in route up to the point where its ways part. `payload` is what the log shows of it.
+inline std::string AddinLog(const std::string& payload) {
+  return std::string(kAddinStartLog) + "INFO: ProcessToOutlookClient(): Created JSON:\r\n" +
+         payload + "\r\n\n";
 }
 
 }  // namespace zentpost::test

@@ -2,9 +2,12 @@
 // failure. It decides nothing about what the right reaction is; the caller's check does.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/status.h"
 #include "testing/fake_platform/fake_platform.h"
@@ -18,6 +21,25 @@ struct FaultRun {
   std::string call;   // the whole call, as Machine::Calls tells it
   FaultMode mode;
   Status status;  // what it fails with
+};
+
+// Plays a run through once more, for a check that works out what has to come of it.
+class FaultReplay {
+ public:
+  explicit FaultReplay(const FaultRun& run) : run_(run) {}
+
+  // Whether the next fallible call, which has to be one of `name`, failed.
+  bool Fails(std::string_view name) {
+    const std::size_t here = calls_++;
+    if (here == run_.index) {
+      EXPECT_EQ(run_.name, name);
+    }
+    return here == run_.index || (run_.mode == FaultMode::kFromThere && here > run_.index);
+  }
+
+ private:
+  FaultRun run_;
+  std::size_t calls_ = 0;
 };
 
 // What is run. `prepare` starts from a fresh machine, furnishes it and sets back whatever `act`
