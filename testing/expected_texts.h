@@ -80,6 +80,15 @@ inline std::vector<std::string> MapiJobLines(const MapiJobText& job) {
           tag + "Preview    : " + (job.preview ? "True" : "False")};
 }
 
+// The same as LogText tells it.
+inline std::string MapiJobLog(const MapiJobText& job) {
+  std::string log;
+  for (const std::string& line : MapiJobLines(job)) {
+    log += "INFO: " + line + "\n";
+  }
+  return log;
+}
+
 // What SendMail logs where there is no MAPI.
 inline constexpr char kNoMapiLog[] =
     "ERROR: SendMail(): MAPIInititialize failed.\n"
@@ -125,5 +134,24 @@ inline std::string AddinLog(const std::string& payload) {
   return std::string(kAddinStartLog) + "INFO: ProcessToOutlookClient(): Created JSON:\r\n" +
          payload + "\r\n\n";
 }
+
+// How the add-in route fails: its line of the log, and what it writes into the job file.
+struct AddinFailure {
+  const char* log;
+  std::int32_t code;
+  const char* text;
+};
+inline constexpr AddinFailure kNoPayload = {
+    "ERROR: ProcessToOutlookClient(): The JSON creation failed.\n", 1000,
+    "Outlook: Data encoding failure."};
+inline constexpr AddinFailure kNoPort = {
+    "ERROR: ProcessToOutlookClient(): The communication port is not valid.\n", 1002,
+    "OutlookClient: Unknown destination."};
+inline constexpr AddinFailure kNotSent = {"ERROR: ProcessToOutlookClient(): The sending failed.\n",
+                                          1003, "OutlookClient: Transmission failure."};
+inline constexpr AddinFailure kNotConnected = {
+    "ERROR: ProcessToOutlookClient(): The client connection to 127.0.0.1:5000 cannot be "
+    "established.\n",
+    1004, "OutlookClient: Connection cannot be established."};
 
 }  // namespace zentpost::test
