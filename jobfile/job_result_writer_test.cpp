@@ -5,11 +5,13 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "app/job_parameters.h"
 #include "jobfile/commands.h"
 #include "testing/allocation_faults.h"
+#include "testing/expected_texts.h"
 #include "testing/fake_platform/fault_sweep.h"
 #include "testing/fake_platform/fixture.h"
 #include "testing/log_lines.h"
@@ -19,29 +21,56 @@ namespace zentpost {
 namespace {
 
 using platform::fake::FaultMode;
+using platform::fake::FaultReplay;
 using platform::fake::FaultRun;
 using test::AllocationFaults;
+using test::FailureLog;
 using test::LogText;
+using test::NoJsonLog;
+using test::ResultMember;
 using Calls = std::vector<std::string>;
+using Paths = std::vector<std::u16string>;
 
 constexpr char16_t kPath[] = u"C:\\Jobs\\job.json";
 
-JobParameters JobAt(const std::u16string& path) {
-  JobParameters params;
-  params.arguments.Add(u"jobname", path);
-  return params;
+// A short job, as it is written back, and with the outcome "delivered".
+const std::string kShortJob = "{\"a\": 1}";
+const std::string kWritten = test::WithSuccess("{\n\t\"a\":\t1\n}");
+
+// What stands in a job file that holds nothing but an outcome.
+std::string ResultAlone(std::int32_t status, std::int32_t code, const std::string& text) {
+  return "{\n" + ResultMember(status, code, text) + "\n}";
 }
 
 class JobResultWriter : public platform::fake::MachineTest {
  protected:
+  // Writes an outcome into the job file that is there.
+  bool Write(std::int32_t status = 0, std::int32_t code = 0, const char16_t* text = u"",
+             const std::u16string& path = kPath) {
+    JobParameters params;
+    params.arguments.Add(u"jobname", path);
+    return CCommands::UpdateJobFile(params, status, code, text);
+  }
+
   // Writes an outcome into a job file that holds `bytes` and gives what it holds then.
   std::string Update(const std::string& bytes, std::int32_t status = 0, std::int32_t code = 0,
                      const char16_t* text = u"") {
     machine_.Reset();
     machine_.SetFile(kPath, bytes);
-    EXPECT_TRUE(CCommands::UpdateJobFile(JobAt(kPath), status, code, text));
+    EXPECT_TRUE(Write(status, code, text));
     EXPECT_EQ(LogText(), "");
     return JobFile();
+  }
+
+  // Expects that a file of these bytes is not written, with this log.
+  void ExpectLeft(const std::string& bytes, const std::string& log) {
+    SCOPED_TRACE(bytes);
+    machine_.Reset();
+    machine_.SetFile(kPath, bytes);
+    EXPECT_FALSE(Write(1, 2, u"t"));
+    EXPECT_EQ(JobFile(), bytes);
+    EXPECT_EQ(machine_.CallsOf("OpenFileAt"), Calls{"OpenFileAt(C:\\Jobs\\job.json, kRead)"});
+    EXPECT_EQ(LogText(), log);
   }
 
   std::string JobFile() const { return machine_.FileBytes(kPath).value_or("(none)"); }
@@ -56,17 +85,6 @@ TEST_F(JobResultWriter, AResultIsAddedBehindTheLastMember) {
             "\t\t\"Status\":\t0,\n"
             "\t\t\"ErrorCode\":\t0,\n"
             "\t\t\"ErrorText\":\t\"\"\n"
-            "\t}\n"
-            "}");
-}
-
-TEST_F(JobResultWriter, AnEmptyObjectIsAJobFile) {
-  EXPECT_EQ(Update("{}", 1, 1002, u"x"),
-            "{\n"
-            "\t\"Result\":\t{\n"
-            "\t\t\"Status\":\t1,\n"
-            "\t\t\"ErrorCode\":\t1002,\n"
-            "\t\t\"ErrorText\":\t\"x\"\n"
             "\t}\n"
             "}");
 }
@@ -99,86 +117,40 @@ TEST_F(JobResultWriter, MissingMembersOfAResultAreAddedInTheirOrder) {
             "\t\t\"ErrorText\":\t\"t\"\n"
             "\t}\n"
             "}");
-  EXPECT_EQ(Update(R"({"Result": {}})"),
-            "{\n"
-            "\t\"Result\":\t{\n"
-            "\t\t\"Status\":\t0,\n"
-            "\t\t\"ErrorCode\":\t0,\n"
-            "\t\t\"ErrorText\":\t\"\"\n"
-            "\t}\n"
-            "}");
+  EXPECT_EQ(Update("{}", 1, 2, u"t"), ResultAlone(1, 2, "t"));
+  EXPECT_EQ(Update(R"({"Result": {}})"), ResultAlone(0, 0, ""));
 }
 
-TEST_F(JobResultWriter, MembersOfAnyTypeGiveWay) {
+TEST_F(JobResultWriter, MembersOfAnyTypeAndCaseGiveWay) {
   EXPECT_EQ(Update(R"({"Result": {"Status": "1", "ErrorCode": {"x": 1}, "ErrorText": null}})", 1, 2,
                    u"t"),
-            "{\n"
-            "\t\"Result\":\t{\n"
-            "\t\t\"Status\":\t1,\n"
-            "\t\t\"ErrorCode\":\t2,\n"
-            "\t\t\"ErrorText\":\t\"t\"\n"
-            "\t}\n"
-            "}");
-}
-
-TEST_F(JobResultWriter, TheCaseOfNamesIsIgnored) {
+            ResultAlone(1, 2, "t"));
   EXPECT_EQ(Update(R"({"RESULT": {"status": 1, "ERRORCODE": 5, "errortext": "old"}})"),
-            "{\n"
-            "\t\"RESULT\":\t{\n"
-            "\t\t\"Status\":\t0,\n"
-            "\t\t\"ErrorCode\":\t0,\n"
-            "\t\t\"ErrorText\":\t\"\"\n"
-            "\t}\n"
-            "}");
+            ResultAlone(0, 0, "").replace(3, 8, "\"RESULT\""));
 }
 
 // It could not hold an outcome, and the fax application looks for one there.
 TEST_F(JobResultWriter, DeliberateAResultThatIsNoObjectGivesWay) {
   for (const std::string old : {"5", "\"old\"", "true", "null", "[]", "[{\"Status\": 1}]"}) {
-    SCOPED_TRACE(old);
     EXPECT_EQ(Update(R"({"a": 1, "Result": )" + old + R"(, "z": 2})"),
-              "{\n"
-              "\t\"a\":\t1,\n"
-              "\t\"Result\":\t{\n"
-              "\t\t\"Status\":\t0,\n"
-              "\t\t\"ErrorCode\":\t0,\n"
-              "\t\t\"ErrorText\":\t\"\"\n"
-              "\t},\n"
-              "\t\"z\":\t2\n"
-              "}");
+              "{\n\t\"a\":\t1,\n" + ResultMember(0, 0, "") + ",\n\t\"z\":\t2\n}")
+        << old;
   }
 }
 
 TEST_F(JobResultWriter, NumbersOfEverySize) {
   constexpr std::int32_t kLowest = std::numeric_limits<std::int32_t>::min();
   constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
-  struct Case {
-    std::int32_t status;
-    std::int32_t code;
-    const char* status_text;
-    const char* code_text;
-  };
-  const Case cases[] = {
-      {0, 0, "0", "0"},
-      {1, 1000, "1", "1000"},
-      {-1, static_cast<std::int32_t>(0x80004005), "-1", "-2147467259"},
-      {2, static_cast<std::int32_t>(0x8004010F), "2", "-2147221233"},
-      {kHighest, kLowest, "2147483647", "-2147483648"},
-      {kLowest, kHighest, "-2147483648", "2147483647"},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(Update("{}", c.status, c.code),
-              std::string("{\n\t\"Result\":\t{\n\t\t\"Status\":\t") + c.status_text +
-                  ",\n\t\t\"ErrorCode\":\t" + c.code_text + ",\n\t\t\"ErrorText\":\t\"\"\n\t}\n}");
+  for (const std::int32_t number :
+       {0, 1, 1000, -1, static_cast<std::int32_t>(0x8004010F), kHighest, kLowest}) {
+    EXPECT_EQ(Update("{}", number, 7), ResultAlone(number, 7, ""));
+    EXPECT_EQ(Update("{}", 7, number), ResultAlone(7, number, ""));
   }
 }
 
 TEST_F(JobResultWriter, TheErrorTextIsUtf8EscapedOnlyWhereItMustBe) {
-  struct Case {
-    std::u16string text;
-    const char* json;
-  };
-  const Case cases[] = {
+  // A text, and how it is written.
+  const std::pair<const char16_t*, const char*> cases[] = {
       {u"MAPI Error", "MAPI Error"},
       {u"M\u00FCller \u20AC", "M\xC3\xBCller \xE2\x82\xAC"},
       {u"\U0001F4E0", "\xF0\x9F\x93\xA0"},
@@ -188,24 +160,16 @@ TEST_F(JobResultWriter, TheErrorTextIsUtf8EscapedOnlyWhereItMustBe) {
       // Bytes of UTF-8 that somebody widened are not encoded a second time.
       {u"M\u00C3\u00BCller", "M\xC3\xBCller"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(test::Readable(c.text));
-    EXPECT_EQ(Update("{}", 1, 1, c.text.c_str()),
-              std::string("{\n\t\"Result\":\t{\n\t\t\"Status\":\t1,\n\t\t\"ErrorCode\":\t1,\n"
-                          "\t\t\"ErrorText\":\t\"") +
-                  c.json + "\"\n\t}\n}");
+  for (const auto& [text, json] : cases) {
+    EXPECT_EQ(Update("{}", 1, 1, text), ResultAlone(1, 1, json));
   }
 }
 
 TEST_F(JobResultWriter, AnErrorTextThatCannotBeConvertedIsEmpty) {
   machine_.SetFile(kPath, "{}");
-  EXPECT_TRUE(CCommands::UpdateJobFile(JobAt(kPath), 1, 1002, u"\u4E2D\u6587\u5B57"));
-  EXPECT_EQ(JobFile(),
-            "{\n\t\"Result\":\t{\n\t\t\"Status\":\t1,\n\t\t\"ErrorCode\":\t1002,\n"
-            "\t\t\"ErrorText\":\t\"\"\n\t}\n}");
-  EXPECT_EQ(LogText(),
-            "ERROR: _utf8(): The utf-8 forward conversion failed.\n"
-            "ERROR: Code 0x0000007a --> Unknown Error.\n");
+  EXPECT_TRUE(Write(1, 1002, u"\u4E2D\u6587\u5B57"));
+  EXPECT_EQ(JobFile(), ResultAlone(1, 1002, ""));
+  EXPECT_EQ(LogText(), FailureLog(test::kUtf8Failed, "0000007a"));
 }
 
 TEST_F(JobResultWriter, EverythingElseIsKeptInItsOrder) {
@@ -228,25 +192,13 @@ TEST_F(JobResultWriter, EverythingElseIsKeptInItsOrder) {
       "\t\t\t\"x\":\t\"w\"\n"
       "\t\t}\n"
       "\t},\n"
-      "\t\"\":\t\"\",\n"
-      "\t\"Result\":\t{\n"
-      "\t\t\"Status\":\t0,\n"
-      "\t\t\"ErrorCode\":\t0,\n"
-      "\t\t\"ErrorText\":\t\"\"\n"
-      "\t}\n"
-      "}");
+      "\t\"\":\t\"\",\n" +
+          ResultMember(0, 0, "") + "\n}");
 }
 
-constexpr char kOnlyAResult[] =
-    "{\n\t\"a\":\t1,\n\t\"Result\":\t{\n\t\t\"Status\":\t0,\n\t\t\"ErrorCode\":\t0,\n"
-    "\t\t\"ErrorText\":\t\"\"\n\t}\n}";
-
-TEST_F(JobResultWriter, DeliberateAByteOrderMarkIsNotWrittenBack) {
-  EXPECT_EQ(Update("\xEF\xBB\xBF{\"a\": 1}"), kOnlyAResult);
-}
-
-TEST_F(JobResultWriter, DeliberateLineEndsBecomeTheLibrarysOwn) {
-  EXPECT_EQ(Update("\r\n{\r\n  \"a\": 1\r\n}\r\n"), kOnlyAResult);
+TEST_F(JobResultWriter, DeliberateAMarkAndLineEndsAreNotWrittenBack) {
+  EXPECT_EQ(Update("\xEF\xBB\xBF{\"a\": 1}"), kWritten);
+  EXPECT_EQ(Update("\r\n{\r\n  \"a\": 1\r\n}\r\n"), kWritten);
 }
 
 // A job file stays one whatever stands behind its object, and that is not printed.
@@ -258,16 +210,9 @@ TEST_F(JobResultWriter, DeliberateTextBehindAJobIsNotWrittenBack) {
   EXPECT_EQ(Update("\xEF\xBB\xBF" + job + ","), written);
 }
 
-TEST_F(JobResultWriter, AnUnchangedOutcomeLeavesTheSameBytes) {
-  const std::string first = Update(R"({"a": 1})", 1, 1004, u"t");
-  EXPECT_EQ(Update(first, 1, 1004, u"t"), first);
-}
-
 TEST_F(JobResultWriter, OnlyTheLastOfSeveralOutcomesStays) {
-  machine_.SetFile(kPath, R"({"a": 1})");
-  EXPECT_TRUE(CCommands::UpdateJobFile(JobAt(kPath), 1, 1004, u"The connection failed"));
-  EXPECT_TRUE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
-  EXPECT_EQ(JobFile(), kOnlyAResult);
+  EXPECT_EQ(Update(Update(kShortJob, 1, 1004, u"The connection failed")), kWritten);
+  EXPECT_EQ(Update(kWritten), kWritten);
 }
 
 // It has no place for a result: somebody's document is not rewritten, and not even opened for it.
@@ -275,93 +220,67 @@ TEST_F(JobResultWriter, JsonThatIsNoObjectStaysAsItIs) {
   for (const std::string bytes :
        {"17", "\"text\"", " null ", "true", "-5.5e3", "[1, 2]", "[]",
         "[{\"FilePath\": \"d\", \"SourceFileName\": \"n\"}]\r\n", "\xEF\xBB\xBF[1]"}) {
-    SCOPED_TRACE(bytes);
-    machine_.Reset();
-    machine_.SetFile(kPath, bytes);
-    EXPECT_FALSE(CCommands::UpdateJobFile(JobAt(kPath), 1, 2, u"t"));
-    EXPECT_EQ(JobFile(), bytes);
-    EXPECT_EQ(machine_.CallsOf("OpenFileAt"), Calls{"OpenFileAt(C:\\Jobs\\job.json, kRead)"});
-    EXPECT_EQ(LogText(), "");
+    ExpectLeft(bytes, "");
   }
-}
-
-TEST_F(JobResultWriter, AJobWithoutAJobFileIsLeftAtOnce) {
-  JobParameters document;
-  document.arguments.Add(u"filename", kPath);
-  machine_.SetFile(kPath, "{}");
-  machine_.ClearCalls();
-  EXPECT_FALSE(CCommands::UpdateJobFile(document, 0, 0, u""));
-  EXPECT_FALSE(CCommands::UpdateJobFile(JobParameters(), 0, 0, u""));
-  EXPECT_FALSE(CCommands::UpdateJobFile(JobAt(u""), 1, 2, u"t"));
-  EXPECT_EQ(machine_.Calls(), Calls{});
-  EXPECT_EQ(JobFile(), "{}");
-}
-
-TEST_F(JobResultWriter, TheFirstJobNameCounts) {
-  machine_.SetFile(kPath, "{\"a\": 1}");
-  machine_.SetFile(u"C:\\Jobs\\other.json", "{}");
-  JobParameters params;
-  params.arguments.Add(u"JobName", u"C:\\Jobs\\other.json");
-  params.arguments.Add(u"jobname", kPath);
-  params.arguments.Add(u"jobname", u"C:\\Jobs\\other.json");
-  EXPECT_TRUE(CCommands::UpdateJobFile(params, 0, 0, u""));
-  EXPECT_EQ(JobFile(), kOnlyAResult);
-  EXPECT_EQ(machine_.FileBytes(u"C:\\Jobs\\other.json"), "{}");
 }
 
 TEST_F(JobResultWriter, AFileThatIsNoJsonIsLeftAsItIs) {
-  struct Case {
-    const char* bytes;
-    const char* error;
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""},
+      {"x", "x"},
+      {"%PDF-1.4\n", "%PDF-1.4\n"},
+      {"[1, x]", "x]"},
+      {"{\"a\": 1", ""},
+      {"\xFF\xFE{", "\xEF\xBF\xBD\xEF\xBF\xBD{"},
+      {"{\"a\": 1}\n{\"b\": 2}\n", "{\"b\": 2}\n"},
+      {"[1] x", "x"},
+      {"\xEF\xBB\xBF[1,\r\n 100% %s]\r\n", "% %s]\n"},
   };
-  for (const Case& c : {Case{"", ""},
-                        {"x", "x"},
-                        {"%PDF-1.4\n", "%PDF-1.4\n"},
-                        {"[1, x]", "x]"},
-                        {"{\"a\": 1", ""},
-                        {"\xFF\xFE{", "\xEF\xBF\xBD\xEF\xBF\xBD{"},
-                        {"{\"a\": 1}\n{\"b\": 2}\n", "{\"b\": 2}\n"},
-                        {"[1] x", "x"}}) {
-    SCOPED_TRACE(c.bytes);
-    machine_.Reset();
-    machine_.SetFile(kPath, c.bytes);
-    EXPECT_FALSE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
-    EXPECT_EQ(JobFile(), c.bytes);
-    EXPECT_EQ(LogText(), "ERROR: WriteJobFileResult(): Parse JSON failed with error '" +
-                             std::string(c.error) + "'\n");
+  for (const auto& [bytes, rest] : cases) {
+    ExpectLeft(bytes, NoJsonLog("WriteJobFileResult", rest));
   }
 }
 
-TEST_F(JobResultWriter, TheLogTellsWhereParsingStopped) {
-  machine_.SetFile(kPath, "\xEF\xBB\xBF[1,\r\n 100% %s]\r\n");
-  EXPECT_FALSE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
-  EXPECT_EQ(LogText(), "ERROR: WriteJobFileResult(): Parse JSON failed with error '% %s]\n'\n");
+TEST_F(JobResultWriter, TheFirstJobNameCountsAndWithoutOneNothingIsDone) {
+  machine_.SetFile(kPath, kShortJob);
+  JobParameters params;
+  params.arguments.Add(u"filename", kPath);
+  params.arguments.Add(u"JobName", kPath);
+  EXPECT_FALSE(CCommands::UpdateJobFile(params, 0, 0, u""));
+  EXPECT_FALSE(Write(1, 2, u"t", u""));
+  EXPECT_EQ(machine_.Calls(), Calls{});
+  EXPECT_EQ(JobFile(), kShortJob);
+  machine_.SetFile(u"C:\\Jobs\\other.json", "{}");
+  params.arguments.Add(u"jobname", kPath);
+  params.arguments.Add(u"jobname", u"C:\\Jobs\\other.json");
+  EXPECT_TRUE(CCommands::UpdateJobFile(params, 0, 0, u""));
+  EXPECT_EQ(JobFile(), kWritten);
+  EXPECT_EQ(machine_.FileBytes(u"C:\\Jobs\\other.json"), "{}");
 }
 
 TEST_F(JobResultWriter, AFileThatCannotBeReadIsNotMade) {
   machine_.AddFolder(u"C:\\Jobs\\folder.json");
+  std::string log;
   for (const char16_t* path :
        {u"C:\\Jobs\\missing.json", u"C:\\Missing\\job.json", u"C:\\Jobs\\folder.json"}) {
-    EXPECT_FALSE(CCommands::UpdateJobFile(JobAt(path), 0, 0, u""));
+    EXPECT_FALSE(Write(0, 0, u"", path));
+    log += NoJsonLog("WriteJobFileResult", "");
   }
-  EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{});
-  EXPECT_EQ(LogText(),
-            "ERROR: WriteJobFileResult(): Parse JSON failed with error ''\n"
-            "ERROR: WriteJobFileResult(): Parse JSON failed with error ''\n"
-            "ERROR: WriteJobFileResult(): Parse JSON failed with error ''\n");
+  EXPECT_EQ(machine_.FilePaths(), Paths{});
+  EXPECT_EQ(LogText(), log);
 }
 
 TEST_F(JobResultWriter, AReadOnlyFileStaysAsItIsWithoutALine) {
   machine_.SetFile(kPath, "{ }");
   machine_.SetReadOnly(kPath, true);
-  EXPECT_FALSE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
+  EXPECT_FALSE(Write());
   EXPECT_EQ(JobFile(), "{ }");
   EXPECT_EQ(LogText(), "");
 }
 
 // No temporary file and no renaming: the file keeps its identity and its rights.
 TEST_F(JobResultWriter, DeliberateTheFileIsRewrittenInPlace) {
-  const std::string written = Update("{\"a\": 1}");
+  Update(kShortJob);
   Calls calls = machine_.Calls();
   std::erase_if(calls, [](const std::string& call) {
     return call.starts_with("WideToBytes") || call.starts_with("AllocateBlock");
@@ -369,8 +288,8 @@ TEST_F(JobResultWriter, DeliberateTheFileIsRewrittenInPlace) {
   EXPECT_EQ(calls,
             (Calls{"OpenFileAt(C:\\Jobs\\job.json, kRead)", "QueryFileSize(C:\\Jobs\\job.json)",
                    "ReadBytes(C:\\Jobs\\job.json, 8)", "OpenFileAt(C:\\Jobs\\job.json, kRewrite)",
-                   "WriteBytes(C:\\Jobs\\job.json, " + std::to_string(written.size()) + ")"}));
-  EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{kPath});
+                   "WriteBytes(C:\\Jobs\\job.json, " + std::to_string(kWritten.size()) + ")"}));
+  EXPECT_EQ(machine_.FilePaths(), Paths{kPath});
 }
 
 // Takes `taken` away from the machine when the job file has been read. One test at a time uses it.
@@ -393,52 +312,42 @@ class VanishesAfterReading {
   static inline std::u16string_view taken_;
 };
 
-TEST_F(JobResultWriter, AFileThatVanishesMeanwhileIsMadeAnew) {
-  machine_.SetFile(kPath, "{\"a\": 1}");
+TEST_F(JobResultWriter, AFileThatVanishesMeanwhileIsMadeAnewButNoFolder) {
+  machine_.SetFile(kPath, kShortJob);
   {
     const VanishesAfterReading vanishes(kPath);
-    EXPECT_TRUE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
+    EXPECT_TRUE(Write());
   }
   EXPECT_EQ(LogText(), "");
   // The hook took it away once more when it was closed, so that what was written tells.
   EXPECT_EQ(machine_.CallsOf("WriteBytes"),
-            Calls{"WriteBytes(C:\\Jobs\\job.json, " +
-                  std::to_string(std::string(kOnlyAResult).size()) + ")"});
-}
-
-TEST_F(JobResultWriter, AFolderThatVanishesMeanwhileIsNotMadeAnew) {
-  machine_.SetFile(kPath, "{\"a\": 1}");
+            Calls{"WriteBytes(C:\\Jobs\\job.json, " + std::to_string(kWritten.size()) + ")"});
+  machine_.Reset();
+  machine_.SetFile(kPath, kShortJob);
   {
     const VanishesAfterReading vanishes(u"C:\\Jobs");
-    EXPECT_FALSE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
+    EXPECT_FALSE(Write());
   }
-  EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{});
+  EXPECT_EQ(machine_.FilePaths(), Paths{});
   EXPECT_EQ(LogText(), "");
 }
 
 // Opened for writing is written: the fax application finds what there is.
 TEST_F(JobResultWriter, DeliberateAWriteThatFailsLeavesWhatItLeaves) {
-  const std::string whole = Update("{\"a\": 1}");
-  for (const std::size_t written : {std::size_t{0}, std::size_t{1}, whole.size() - 1}) {
+  for (const std::size_t written : {std::size_t{0}, std::size_t{1}, kWritten.size() - 1}) {
     machine_.Reset();
-    machine_.SetFile(kPath, "{\"a\": 1}");
+    machine_.SetFile(kPath, kShortJob);
     machine_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
     machine_.SetBytesBeforeFault(written);
-    EXPECT_TRUE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
-    EXPECT_EQ(JobFile(), whole.substr(0, written));
+    EXPECT_TRUE(Write());
+    EXPECT_EQ(JobFile(), kWritten.substr(0, written));
     EXPECT_EQ(LogText(), "");
   }
 }
 
 TEST_F(JobResultWriter, AJobOf64MiBIsKept) {
-  const std::string start = "{\n\t\"a\":\t\"";
-  const std::string text(std::size_t{64} << 20, 'x');
-  machine_.SetFile(kPath, start + text + "\"}");
-  EXPECT_TRUE(CCommands::UpdateJobFile(JobAt(kPath), 0, 0, u""));
-  EXPECT_TRUE(JobFile() ==
-              start + text +
-                  "\",\n\t\"Result\":\t{\n\t\t\"Status\":\t0,\n\t\t\"ErrorCode\":\t0,\n"
-                  "\t\t\"ErrorText\":\t\"\"\n\t}\n}");
+  const std::string job = "{\n\t\"a\":\t\"" + std::string(std::size_t{64} << 20, 'x') + "\"\n}";
+  EXPECT_TRUE(Update(job) == test::WithSuccess(job));
 }
 
 constexpr char16_t kErrorText[] =
@@ -446,16 +355,13 @@ constexpr char16_t kErrorText[] =
 constexpr char kBefore[] =
     "{\"a\": 1, \"Result\": {\"Status\": 0, \"ErrorCode\": 0, "
     "\"ErrorText\": \"an earlier text, also longer than a string object\"}}";
-constexpr char kBeforeWithoutResult[] = "{\"a\": 1}";
 
-std::string Rewritten(const std::string& error_text) {
-  return "{\n\t\"a\":\t1,\n\t\"Result\":\t{\n\t\t\"Status\":\t1,\n\t\t\"ErrorCode\":\t1004,\n"
-         "\t\t\"ErrorText\":\t\"" +
-         error_text + "\"\n\t}\n}";
+std::string Rewritten(const std::string& error_text = test::Readable(kErrorText)) {
+  return test::WithResult("{\n\t\"a\":\t1\n}", 1, 1004, error_text);
 }
 
-// What a job file and a caller find after an update on a machine whose fallible calls fail as a
-// sweep says.
+// What a job file and a caller find after an update with a fault in it. `names` are the members
+// that are set.
 struct Outcome {
   bool result;
   std::string job_file;
@@ -463,29 +369,18 @@ struct Outcome {
 };
 
 Outcome ExpectedOutcome(const FaultRun& run, const std::string& before, std::size_t names) {
-  std::size_t calls = 0;
-  const auto fails = [&run, &calls](std::string_view name) {
-    const std::size_t here = calls;
-    ++calls;
-    if (here == run.index) {
-      EXPECT_EQ(run.name, name);
-    }
-    return here == run.index || (run.mode == FaultMode::kFromThere && here > run.index);
-  };
-
+  FaultReplay replay(run);
   for (const char* call : {"OpenFileAt", "QueryFileSize", "AllocateBlock", "ReadBytes"}) {
-    if (fails(call)) {
-      return {false, before, "ERROR: WriteJobFileResult(): Parse JSON failed with error ''\n"};
+    if (replay.Fails(call)) {
+      return {false, before, NoJsonLog("WriteJobFileResult", "")};
     }
   }
-  constexpr char kCode[] = "ERROR: Code 0x0000001f --> Unknown Error.\n";
-  if (fails("AllocateBlock")) {
+  if (replay.Fails("AllocateBlock")) {
     // An outcome without its text would not be the job's.
-    return {false, before, std::string("ERROR: _utf8(): A memory error occurred.\n") + kCode};
+    return {false, before, FailureLog(test::kUtf8NoMemory, "0000001f")};
   }
-  if (fails("WideToBytes")) {
-    const std::string log =
-        std::string("ERROR: _utf8(): The utf-8 forward conversion failed.\n") + kCode;
+  if (replay.Fails("WideToBytes")) {
+    const std::string log = FailureLog(test::kUtf8Failed, "0000001f");
     // What follows fails, too, unless this was the one call to fail.
     return run.mode == FaultMode::kFromThere ? Outcome{false, before, log}
                                              : Outcome{true, Rewritten(""), log};
@@ -493,47 +388,44 @@ Outcome ExpectedOutcome(const FaultRun& run, const std::string& before, std::siz
   // Without one of its names the outcome is not whole.
   bool has_names = true;
   for (std::size_t i = 0; i < names; ++i) {
-    has_names = !(fails("WideToBytes") || fails("WideToBytes")) && has_names;
+    has_names = !(replay.Fails("WideToBytes") || replay.Fails("WideToBytes")) && has_names;
   }
-  if (!has_names || fails("OpenFileAt")) {
+  if (!has_names || replay.Fails("OpenFileAt")) {
     return {false, before, ""};
   }
-  return {true, fails("WriteBytes") ? "" : Rewritten(test::Readable(kErrorText)), ""};
+  return {true, replay.Fails("WriteBytes") ? "" : Rewritten(), ""};
 }
 
 TEST_F(JobResultWriter, EveryCallOfAnUpdate) {
-  struct Case {
-    const char* before;
-    std::size_t names;  // of the members that are set
-  };
-  for (const Case& c : {Case{kBefore, 3}, Case{kBeforeWithoutResult, 4}}) {
-    SCOPED_TRACE(c.before);
+  for (const auto& [before, names] :
+       {std::pair<std::string, std::size_t>(kBefore, 3), {kShortJob, 4}}) {
+    SCOPED_TRACE(before);
     bool result = false;
-    const platform::fake::FaultScenario scenario = {
-        [this, &c] { machine_.SetFile(kPath, c.before); },
-        [&result] { result = CCommands::UpdateJobFile(JobAt(kPath), 1, 1004, kErrorText); }};
-    const std::size_t runs = platform::fake::SweepFaults(scenario, [&](const FaultRun& run) {
-      const Outcome expected = ExpectedOutcome(run, c.before, c.names);
-      EXPECT_EQ(result, expected.result);
-      EXPECT_EQ(JobFile(), expected.job_file);
-      EXPECT_EQ(LogText(), expected.log);
-      EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{kPath});
-    });
-    EXPECT_EQ(runs, 2 * (4 + 2 + 2 * c.names + 2));
+    const std::size_t runs = platform::fake::SweepFaults(
+        {[&] { machine_.SetFile(kPath, before); }, [&] { result = Write(1, 1004, kErrorText); }},
+        [&](const FaultRun& run) {
+          const Outcome expected = ExpectedOutcome(run, before, names);
+          EXPECT_EQ(result, expected.result);
+          EXPECT_EQ(JobFile(), expected.job_file);
+          EXPECT_EQ(LogText(), expected.log);
+          EXPECT_EQ(machine_.FilePaths(), Paths{kPath});
+        });
+    EXPECT_EQ(runs, 2 * (4 + 2 + 2 * names + 2));
   }
 }
 
 // A member whose memory was not to be had once left the earlier outcome's in the file, beside the
 // new outcome's others: a job was failed and delivered at the same time.
 TEST_F(JobResultWriter, EveryAllocationOfAnUpdate) {
-  for (const char* before : {kBefore, kBeforeWithoutResult}) {
+  JobParameters params;
+  params.arguments.Add(u"jobname", kPath);
+  for (const std::string& before : {std::string(kBefore), kShortJob}) {
     SCOPED_TRACE(before);
     std::size_t intact = 0;
     std::size_t emptied = 0;
     const std::size_t runs = test::SweepAllocations("UpdateJobFile", [&](AllocationFaults& faults) {
       machine_.Reset();
       machine_.SetFile(kPath, before);
-      const JobParameters params = JobAt(kPath);
       bool result = false;
       EXPECT_TRUE(
           faults.Run([&] { result = CCommands::UpdateJobFile(params, 1, 1004, kErrorText); }));
@@ -541,16 +433,13 @@ TEST_F(JobResultWriter, EveryAllocationOfAnUpdate) {
       const std::string log = LogText();
       if (!faults.Taken()) {
         EXPECT_TRUE(result);
-        EXPECT_EQ(job_file, Rewritten(test::Readable(kErrorText)));
+        EXPECT_EQ(job_file, Rewritten());
         EXPECT_EQ(log, "");
       } else if (!result) {
         ++intact;
         EXPECT_EQ(job_file, before);
-        EXPECT_TRUE(log.empty() ||
-                    log ==
-                        "ERROR: _utf8(): A memory error occurred.\n"
-                        "ERROR: Code 0x00000008 --> Unknown Error.\n" ||
-                    log == "ERROR: WriteJobFileResult(): Parse JSON failed with error ''\n")
+        EXPECT_TRUE(log.empty() || log == FailureLog(test::kUtf8NoMemory, "00000008") ||
+                    log == NoJsonLog("WriteJobFileResult", ""))
             << log;
       } else {
         ++emptied;
