@@ -16,6 +16,7 @@ using platform::Hive;
 using platform::fake::FaultMode;
 using platform::fake::FaultRun;
 using ClientSettings = platform::fake::MachineTest;
+using Calls = std::vector<std::string>;
 
 constexpr char16_t kKey[] = u"Software\\Sollvex\\FaxClient";
 constexpr char16_t kName[] = u"LogLevel";
@@ -27,22 +28,24 @@ TEST_F(ClientSettings, TheUsersNumberCountsUnlessItIsZeroOrAbsent) {
     std::uint32_t expected;
   };
   const Case cases[] = {
-      {std::nullopt, std::nullopt, 0},
-      {std::nullopt, 0, 0},
-      {std::nullopt, 3, 3},
-      {0, std::nullopt, 0},
+      {{}, {}, 0},
+      {{}, 0, 0},
+      {{}, 3, 3},
+      {0, {}, 0},
       {0, 0, 0},
       {0, 3, 3},
-      {5, std::nullopt, 5},
+      {5, {}, 5},
       {5, 0, 5},
       {5, 3, 5},
       {0xFFFFFFFF, 3, 0xFFFFFFFF},
-      {0x80000000, std::nullopt, 0x80000000},
+      {0x80000000, {}, 0x80000000},
   };
+  // Nothing is remembered of the case before.
   for (const Case& c : cases) {
-    SCOPED_TRACE("user " + (c.user ? std::to_string(*c.user) : "absent") + ", machine " +
-                 (c.machine ? std::to_string(*c.machine) : "absent"));
+    SCOPED_TRACE(&c - cases);
     machine_.Reset();
+    // A key without the value says nothing, as one that is missing.
+    machine_.SetDword(Hive::kCurrentUser, kKey, u"Other", 1);
     if (c.user) {
       machine_.SetDword(Hive::kCurrentUser, kKey, kName, *c.user);
     }
@@ -53,49 +56,25 @@ TEST_F(ClientSettings, TheUsersNumberCountsUnlessItIsZeroOrAbsent) {
   }
 }
 
-TEST_F(ClientSettings, KeysWithoutTheValueGiveZero) {
-  machine_.AddKey(Hive::kCurrentUser, kKey);
-  machine_.AddKey(Hive::kLocalMachine, kKey);
-  machine_.SetDword(Hive::kCurrentUser, kKey, u"Other", 1);
-  EXPECT_EQ(ReadClientNumber(kName), 0u);
-}
-
-TEST_F(ClientSettings, BothKeysAreReadInTurnEachOpenOnlyForReading) {
-  machine_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
-  machine_.SetDword(Hive::kLocalMachine, kKey, kName, 1);
-  EXPECT_EQ(ReadClientNumber(kName), 1u);
-  EXPECT_EQ(machine_.Calls(), (std::vector<std::string>{
-                                  "OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)",
-                                  "QueryValue(LogLevel, 4)",
-                                  "CloseKey(HKCU\\Software\\Sollvex\\FaxClient)",
-                                  "OpenKey(HKLM, Software\\Sollvex\\FaxClient, 0x20019)",
-                                  "QueryValue(LogLevel, 4)",
-                              }));
-}
-
-TEST_F(ClientSettings, TheMachinesKeyIsLeftAloneWhenTheUsersNumberCounts) {
-  machine_.SetDword(Hive::kCurrentUser, kKey, kName, 1);
-  machine_.SetDword(Hive::kLocalMachine, kKey, kName, 2);
-  EXPECT_EQ(ReadClientNumber(kName), 1u);
-  EXPECT_EQ(machine_.Calls(), (std::vector<std::string>{
-                                  "OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)",
-                                  "QueryValue(LogLevel, 4)",
-                              }));
-}
-
-// A key that is not there needs no closing before the machine's is asked.
-TEST_F(ClientSettings, AMissingUserKeyIsNotClosed) {
+TEST_F(ClientSettings, TheMachinesKeyIsReadWhenTheUsersDoesNotCountEachOpenOnlyForReading) {
+  const Calls user = {"OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)",
+                      "QueryValue(LogLevel, 4)"};
+  const Calls machine = {"OpenKey(HKLM, Software\\Sollvex\\FaxClient, 0x20019)",
+                         "QueryValue(LogLevel, 4)"};
   machine_.SetDword(Hive::kLocalMachine, kKey, kName, 2);
   EXPECT_EQ(ReadClientNumber(kName), 2u);
-  EXPECT_EQ(machine_.CallsOf("CloseKey"), std::vector<std::string>{});
-}
-
-TEST_F(ClientSettings, ThereIsNothingRemembered) {
-  EXPECT_EQ(ReadClientNumber(kName), 0u);
+  // A key that is not there needs no closing before the machine's is asked.
+  EXPECT_EQ(machine_.Calls(), (Calls{user[0], machine[0], machine[1]}));
+  machine_.ClearCalls();
+  machine_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
+  EXPECT_EQ(ReadClientNumber(kName), 2u);
+  EXPECT_EQ(machine_.Calls(),
+            (Calls{user[0], user[1], "CloseKey(HKCU\\Software\\Sollvex\\FaxClient)", machine[0],
+                   machine[1]}));
+  machine_.ClearCalls();
   machine_.SetDword(Hive::kCurrentUser, kKey, kName, 1);
   EXPECT_EQ(ReadClientNumber(kName), 1u);
-  machine_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
-  EXPECT_EQ(ReadClientNumber(kName), 0u);
+  EXPECT_EQ(machine_.Calls(), user);
 }
 
 TEST_F(ClientSettings, DeliberateDataOfAnyTypeIsReadAsUpToFourBytes) {

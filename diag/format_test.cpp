@@ -2,11 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "testing/text_printers.h"
@@ -21,54 +22,39 @@ using test::Readable;
 constexpr std::int32_t kLowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
 
-TEST(Format, TextWithoutConversionsStandsAsItIs) {
-  EXPECT_EQ(Format(u""), u"");
-  EXPECT_EQ(Format(u"JSON error"), u"JSON error");
-  EXPECT_EQ(Format(u"\u00E4\u20AC\U0001F4E0\n"), u"\u00E4\u20AC\U0001F4E0\n");
-}
-
-TEST(Format, TextsAreInsertedUnchanged) {
-  EXPECT_EQ(Format(u"'%s'", u"a b"), u"'a b'");
-  EXPECT_EQ(Format(u"%s%s", u"", std::u16string(u"x")), u"x");
-  EXPECT_EQ(Format(u"%s|%ws", std::u16string_view(u"\u4E2D\U0001F4E0"), u"\u00E4"),
-            u"\u4E2D\U0001F4E0|\u00E4");
+TEST(Format, TextsStandAsTheyAre) {
+  const std::u16string zero(u"one\0two", 7);
   const std::u16string long_text(100000, u'\u20AC');
-  EXPECT_EQ(Format(u"<%s>", long_text), u"<" + long_text + u">");
-}
-
-TEST(Format, ConversionsInsideAnInsertedTextAreNotRead) {
-  EXPECT_EQ(Format(u"%s", u"100 % of %s and %d and %"), u"100 % of %s and %d and %");
-}
-
-TEST(Format, TextsEndAtTheirFirstZeroUnit) {
-  const std::u16string text(u"one\0two", 7);
-  EXPECT_EQ(Format(u"%s.", text), u"one.");
-  EXPECT_EQ(Format(u"%s.", std::u16string_view(text)), u"one.");
-  EXPECT_EQ(Format(u"%s.", text.c_str()), u"one.");
-}
-
-TEST(Format, NullTextIsShownAsSuch) {
   const char16_t* const none = nullptr;
-  EXPECT_EQ(Format(u"[%s]", none), u"[(null)]");
-}
-
-TEST(Format, PercentSignsArePrintedByTwo) {
-  EXPECT_EQ(Format(u"%%"), u"%");
-  EXPECT_EQ(Format(u"100%% %s%%", u"x"), u"100% x%");
-  EXPECT_EQ(Format(u"%%s"), u"%s");
-}
-
-TEST(Format, ArgumentsAreTakenInOrder) {
-  EXPECT_EQ(Format(u"%s %d %x %s", u"a", 1, 255U, u"b"), u"a 1 ff b");
-}
-
-TEST(Format, NumbersOfBothSigns) {
-  struct Case {
-    std::u16string actual;
-    const char16_t* expected;
+  const std::pair<std::u16string, std::u16string> cases[] = {
+      {Format(u""), u""},
+      {Format(u"JSON error"), u"JSON error"},
+      {Format(u"\u00E4\u20AC\U0001F4E0\n"), u"\u00E4\u20AC\U0001F4E0\n"},
+      {Format(u"'%s'", u"a b"), u"'a b'"},
+      {Format(u"%s%s", u"", std::u16string(u"x")), u"x"},
+      {Format(u"%s|%ws", std::u16string_view(u"\u4E2D\U0001F4E0"), u"\u00E4"),
+       u"\u4E2D\U0001F4E0|\u00E4"},
+      {Format(u"<%s>", long_text), u"<" + long_text + u">"},
+      // Conversions inside an inserted text are not read.
+      {Format(u"%s", u"100 % of %s and %d and %"), u"100 % of %s and %d and %"},
+      // Texts end at their first zero unit.
+      {Format(u"%s.", zero), u"one."},
+      {Format(u"%s.", std::u16string_view(zero)), u"one."},
+      {Format(u"%s.", zero.c_str()), u"one."},
+      {Format(u"[%s]", none), u"[(null)]"},
+      {Format(u"%%"), u"%"},
+      {Format(u"100%% %s%%", u"x"), u"100% x%"},
+      {Format(u"%%s"), u"%s"},
+      {Format(u"%s %d %x %s", u"a", 1, 255U, u"b"), u"a 1 ff b"},
   };
+  for (const auto& [actual, expected] : cases) {
+    EXPECT_EQ(actual, expected);
+  }
+}
+
+TEST(Format, NumbersHaveTheirSignDigitsAndWidth) {
   const std::uint16_t port = 65535;
-  const Case cases[] = {
+  const std::pair<std::u16string, std::u16string> cases[] = {
       {Format(u"%d", 0), u"0"},
       {Format(u"%d", 7), u"7"},
       {Format(u"%d", -7), u"-7"},
@@ -83,18 +69,7 @@ TEST(Format, NumbersOfBothSigns) {
       {Format(u"%x", kLowest), u"80000000"},
       {Format(u"%x", 0), u"0"},
       {Format(u"%X", 0xABCDEFU), u"ABCDEF"},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(c.actual, c.expected);
-  }
-}
-
-TEST(Format, PrecisionIsTheLeastNumberOfDigits) {
-  struct Case {
-    std::u16string actual;
-    const char16_t* expected;
-  };
-  const Case cases[] = {
+      // The precision is the least number of digits.
       {Format(u"%.4d", 2026), u"2026"},
       {Format(u"%.4d", 0), u"0000"},
       {Format(u"%.2d", 7), u"07"},
@@ -106,18 +81,7 @@ TEST(Format, PrecisionIsTheLeastNumberOfDigits) {
       {Format(u"%.8x", -1), u"ffffffff"},
       {Format(u"%.12x", 0xABCU), u"000000000abc"},
       {Format(u"%.8X", 0xABCU), u"00000ABC"},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(c.actual, c.expected);
-  }
-}
-
-TEST(Format, WidthIsFilledWithBlanksOrZeros) {
-  struct Case {
-    std::u16string actual;
-    const char16_t* expected;
-  };
-  const Case cases[] = {
+      // The width is filled with blanks or zeros.
       {Format(u"%5d", 42), u"   42"},
       {Format(u"%5d", -42), u"  -42"},
       {Format(u"%1d", 42), u"42"},
@@ -129,15 +93,16 @@ TEST(Format, WidthIsFilledWithBlanksOrZeros) {
       {Format(u"%6.3d", 7), u"   007"},
       {Format(u"%6.3d", -7), u"  -007"},
       {Format(u"%10u|%3u", 1U, 12345U), u"         1|12345"},
+      // The precision switches the zero flag off, as in C.
+      {Format(u"%08.3d", 7), u"     007"},
+      {Format(u"%08.3x", 0xAU), u"     00a"},
+      // What the log's time stamp is made of.
+      {Format(u"%.4d/%.2d/%.2d %.2d:%.2d:%.2d", 2026, 1, 9, 3, 4, 5), u"2026/01/09 03:04:05"},
+      {Format(u"%.4d/%.2d/%.2d %.2d:%.2d:%.2d", 0, 0, 0, -1, -1, -1), u"0000/00/00 -01:-01:-01"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(c.actual, c.expected);
+  for (const auto& [actual, expected] : cases) {
+    EXPECT_EQ(actual, expected);
   }
-}
-
-TEST(Format, PrecisionSwitchesTheZeroFlagOffAsInC) {
-  EXPECT_EQ(Format(u"%08.3d", 7), u"     007");
-  EXPECT_EQ(Format(u"%08.3x", 0xAU), u"     00a");
 }
 
 TEST(Format, PointersHaveAllTheirDigitsInUpperCase) {
@@ -151,13 +116,6 @@ TEST(Format, PointersHaveAllTheirDigitsInUpperCase) {
             std::u16string(kDigits, u'F'));
   const int number = 0;
   EXPECT_EQ(Format(u"%p", &number), Format(u"%p", static_cast<const void*>(&number)));
-}
-
-// What the log's time stamp is made of.
-TEST(Format, TimeStamp) {
-  EXPECT_EQ(Format(u"%.4d/%.2d/%.2d %.2d:%.2d:%.2d", 2026, 1, 9, 3, 4, 5), u"2026/01/09 03:04:05");
-  EXPECT_EQ(Format(u"%.4d/%.2d/%.2d %.2d:%.2d:%.2d", 0, 0, 0, -1, -1, -1),
-            u"0000/00/00 -01:-01:-01");
 }
 
 // A format is held against its arguments when it is compiled, so this cannot come from Format.
@@ -186,50 +144,39 @@ TEST(Format, FormatsThatDoNotFitAreHarmlessAtRunTime) {
 
 // The reader that both the compile-time check and the formatter use.
 TEST(Format, ConversionsAreReadToTheirEnd) {
-  struct Case {
-    std::u16string_view text;
-    bool valid;
-    std::size_t length;
-    bool zero_padded;
-    std::size_t width;
-    std::size_t precision;
-    char16_t type;
+  // Whether it is one, its length, whether it is filled with zeros, width, precision, type.
+  const std::pair<std::u16string_view, format_internal::Conversion> cases[] = {
+      {u"%s", {true, 2, false, 0, 0, u's'}},
+      {u"%ws rest", {true, 3, false, 0, 0, u's'}},
+      {u"%d", {true, 2, false, 0, 0, u'd'}},
+      {u"%.8x -->", {true, 4, false, 0, 8, u'x'}},
+      {u"%08X", {true, 4, true, 8, 0, u'X'}},
+      {u"%12.34u", {true, 7, false, 12, 34, u'u'}},
+      {u"%012.34u", {true, 8, false, 12, 34, u'u'}},
+      {u"%p", {true, 2, false, 0, 0, u'p'}},
+      {u"%%s", {true, 2, false, 0, 0, u'%'}},
+      {u"%", {false, 0, false, 0, 0, 0}},
+      {u"%0", {false, 0, true, 0, 0, 0}},
+      {u"%5", {false, 0, false, 5, 0, 0}},
+      {u"%.", {false, 0, false, 0, 0, 0}},
+      {u"%c", {false, 2, false, 0, 0, u'c'}},
+      {u"%ld", {false, 2, false, 0, 0, u'l'}},
+      {u"%-5d", {false, 2, false, 0, 0, u'-'}},
+      {u"%wd", {false, 2, false, 0, 0, u'w'}},
+      {u"%hs", {false, 2, false, 0, 0, u'h'}},
+      {u"%S", {false, 2, false, 0, 0, u'S'}},
+      {u"%5s", {false, 3, false, 5, 0, u's'}},
+      {u"%.3s", {false, 4, false, 0, 3, u's'}},
+      {u"%0s", {false, 3, true, 0, 0, u's'}},
+      {u"%5ws", {false, 4, false, 5, 0, u's'}},
+      {u"%5%", {false, 3, false, 5, 0, u'%'}},
   };
-  const Case cases[] = {
-      {u"%s", true, 2, false, 0, 0, u's'},
-      {u"%ws rest", true, 3, false, 0, 0, u's'},
-      {u"%d", true, 2, false, 0, 0, u'd'},
-      {u"%.8x -->", true, 4, false, 0, 8, u'x'},
-      {u"%08X", true, 4, true, 8, 0, u'X'},
-      {u"%12.34u", true, 7, false, 12, 34, u'u'},
-      {u"%012.34u", true, 8, false, 12, 34, u'u'},
-      {u"%p", true, 2, false, 0, 0, u'p'},
-      {u"%%s", true, 2, false, 0, 0, u'%'},
-      {u"%", false, 0, false, 0, 0, 0},
-      {u"%0", false, 0, true, 0, 0, 0},
-      {u"%5", false, 0, false, 5, 0, 0},
-      {u"%.", false, 0, false, 0, 0, 0},
-      {u"%c", false, 2, false, 0, 0, u'c'},
-      {u"%ld", false, 2, false, 0, 0, u'l'},
-      {u"%-5d", false, 2, false, 0, 0, u'-'},
-      {u"%wd", false, 2, false, 0, 0, u'w'},
-      {u"%hs", false, 2, false, 0, 0, u'h'},
-      {u"%S", false, 2, false, 0, 0, u'S'},
-      {u"%5s", false, 3, false, 5, 0, u's'},
-      {u"%.3s", false, 4, false, 0, 3, u's'},
-      {u"%0s", false, 3, true, 0, 0, u's'},
-      {u"%5ws", false, 4, false, 5, 0, u's'},
-      {u"%5%", false, 3, false, 5, 0, u'%'},
+  const auto members = [](const format_internal::Conversion& c) {
+    return std::tuple(c.valid, c.length, c.zero_padded, c.width, c.precision, c.type);
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(Readable(c.text));
-    const format_internal::Conversion conversion = format_internal::ReadConversion(c.text);
-    EXPECT_EQ(conversion.valid, c.valid);
-    EXPECT_EQ(conversion.length, c.length);
-    EXPECT_EQ(conversion.zero_padded, c.zero_padded);
-    EXPECT_EQ(conversion.width, c.width);
-    EXPECT_EQ(conversion.precision, c.precision);
-    EXPECT_EQ(conversion.type, c.type);
+  for (const auto& [text, conversion] : cases) {
+    EXPECT_EQ(members(format_internal::ReadConversion(text)), members(conversion))
+        << Readable(text);
   }
 }
 

@@ -2,17 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <string_view>
+#include <utility>
+
 #include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {
 
 TEST(TextTrim, WhiteSpaceGoesFromBothEndsOnly) {
-  struct Case {
-    std::u16string_view text;
-    std::u16string_view expected;
-  };
-  const Case cases[] = {
+  using namespace std::string_view_literals;
+  const std::pair<std::u16string_view, std::u16string_view> cases[] = {
       {u"", u""},
       {u"a", u"a"},
       {u" a ", u"a"},
@@ -22,19 +22,14 @@ TEST(TextTrim, WhiteSpaceGoesFromBothEndsOnly) {
       {u" \t\n\v\f\r", u""},
       {u"a\r\n", u"a"},
       {u"\r\na", u"a"},
+      // Other characters stay.
+      {u"\u00A0a\u00A0", u"\u00A0a\u00A0"},
+      {u"\u3000a\u3000", u"\u3000a\u3000"},
+      {u"\0a\0"sv, u"\0a\0"sv},
+      {u"\u0085a\u200B", u"\u0085a\u200B"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(test::Readable(c.text));
-    EXPECT_EQ(test::Readable(Trimmed(c.text)), test::Readable(c.expected));
-  }
-}
-
-TEST(TextTrim, OtherCharactersStay) {
-  for (const std::u16string_view text :
-       {std::u16string_view(u"\u00A0a\u00A0"), std::u16string_view(u"\u3000a\u3000"),
-        std::u16string_view(u"\0a\0", 3), std::u16string_view(u"\u0085a\u200B")}) {
-    SCOPED_TRACE(test::Readable(text));
-    EXPECT_EQ(Trimmed(text), text);
+  for (const auto& [text, trimmed] : cases) {
+    EXPECT_EQ(test::Readable(Trimmed(text)), test::Readable(trimmed));
   }
 }
 
