@@ -2,66 +2,50 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "testing/expected_texts.h"
-#include "testing/fake_platform/fixture.h"
+#include "testing/job_fixture.h"
 #include "testing/log_lines.h"
 #include "testing/steps.h"
 
 namespace zentpost {
 namespace {
 
-using platform::Hive;
+using platform::fake::Peer;
+using test::AddinLog;
+using test::kJobFile;
 using test::LogText;
 using test::PayloadText;
-using Sent = std::vector<std::string>;
+using test::Sent;
 
-constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
-constexpr char16_t kPortKey[] = u"Software\\Sollvex\\OutlookAddin";
-constexpr std::uint16_t kPort = 5000;
+constexpr char16_t kDocument[] = u"C:\\docs\\fax.pdf";
+const std::string kPayload =
+    PayloadText{.file_name = "C:\\\\docs\\\\fax.pdf", .attachment_name = "Letter.pdf"}.Bytes();
 
-const std::string kJobFile =
-    "{\n\t\"FilePath\":\t\"C:\\\\docs\\\\fax.pdf\",\n\t\"SourceFileName\":\t\"Letter\"\n}";
-
-class Application : public platform::fake::MachineTest {
+class Application : public test::JobTest {
  protected:
+  Application() {
+    machine_.Reset();  // the sockets are the application's to start
+    machine_.SetFile(u"a.json", kJobFile);
+  }
+
   // A whole process on this machine; gives its exit code.
   int Run(const char16_t* command_line) {
     CAmbroluxPrintSendApp application;
     application.m_lpCmdLine = command_line;
     EXPECT_FALSE(application.InitInstance());
-    return application.ExitInstance();
-  }
-
-  void Listen() {
-    machine_.SetString(Hive::kCurrentUser, kPortKey, u"TolvanAddinPort", u"5000");
-    machine_.Listen(kPort);
+    const int exit_code = application.ExitInstance();
+    EXPECT_EQ(application.ExitInstance(), exit_code) << "the outcome stays";
+    return exit_code;
   }
 };
 
 // The log of a job that says nothing but its document, on the Extended MAPI route without MAPI.
 std::string MapiLog(const std::string& attachment) {
-  return "INFO: ProcessToExtendedMapi(): Processing single job to extended MAPI.\n"
-         "INFO: ProcessToExtendedMapi(): Parameters :\n"
-         "INFO: ProcessToExtendedMapi(): Receiver   : \n"
-         "INFO: ProcessToExtendedMapi(): Recipient  : \n"
-         "INFO: ProcessToExtendedMapi(): Sendername : \n"
-         "INFO: ProcessToExtendedMapi(): Comment    : \n"
-         "INFO: ProcessToExtendedMapi(): Subject    : \n"
-         "INFO: ProcessToExtendedMapi(): SendTime   : \n"
-         "INFO: ProcessToExtendedMapi(): Attachment : " +
-         attachment +
-         "\n"
-         "INFO: ProcessToExtendedMapi(): Attach Name: \n"
-         "INFO: ProcessToExtendedMapi(): ECM        : True\n"
-         "INFO: ProcessToExtendedMapi(): Preview    : False\n" +
-         test::kNoMapiLog;
+  return test::MapiJobLog({.attachment = attachment}) + test::kNoMapiLog;
 }
 
 TEST_F(Application, AJobThatWasNeverStartedWasNotDelivered) {
@@ -69,36 +53,19 @@ TEST_F(Application, AJobThatWasNeverStartedWasNotDelivered) {
   EXPECT_EQ(application.ExitInstance(), 1);
 }
 
-TEST_F(Application, ADeliveredJobEndsTheProcessWith0) {
-  Listen();
-  machine_.SetFile(u"a.json", kJobFile);
-  EXPECT_EQ(Run(u"a.json"), 0);
-  const std::string payload =
-      PayloadText{.file_name = "C:\\\\docs\\\\fax.pdf", .attachment_name = "Letter.pdf"}.Bytes();
-  EXPECT_EQ(machine_.Connections(), (Sent{"", payload}));
-  EXPECT_EQ(machine_.FileBytes(u"a.json"), test::WithSuccess(kJobFile));
-  EXPECT_EQ(LogText(),
-            "INFO: StartZentpost(): a.json\n"
-            "INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.\n"
-            "INFO: ProcessToOutlookClient(): Created JSON:\r\n" +
-                payload +
-                "\r\n\n"
-                "INFO: ProcessToOutlookClient(): The JSON payload successfully sent.\n");
-}
-
 TEST_F(Application, AFailedJobEndsTheProcessWith1) {
-  machine_.SetFile(u"a.json", kJobFile);
   EXPECT_EQ(Run(u"a.json"), 1);
   EXPECT_EQ(machine_.FileBytes(u"a.json"), test::WithMapiError(kJobFile));
 }
 
-TEST_F(Application, StepsFollowOneAnother) {
-  Listen();
+TEST_F(Application, ADeliveredJobEndsTheProcessWith0) {
+  StartAddin();
   const std::string size = std::to_string(kJobFile.size());
-  const std::string payload =
-      PayloadText{.file_name = "C:\\\\docs\\\\fax.pdf", .attachment_name = "Letter.pdf"}.Bytes();
-  machine_.SetFile(u"a.json", kJobFile);
   EXPECT_EQ(Run(u"a.json"), 0);
+  EXPECT_EQ(machine_.Connections(), (Sent{"", kPayload}));
+  EXPECT_EQ(machine_.FileBytes(u"a.json"), test::WithSuccess(kJobFile));
+  EXPECT_EQ(LogText(),
+            "INFO: StartZentpost(): a.json\n" + AddinLog(kPayload) + test::kAddinSentLog);
   EXPECT_EQ(test::Steps(),
             (std::vector<std::string>{
                 "InitializeCommonControls(0xff)",
@@ -112,13 +79,13 @@ TEST_F(Application, StepsFollowOneAnother) {
                 "Create()",
                 "Connect(127.0.0.1, 5000)",
                 "log INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.",
-                "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + payload + "\r\n",
+                "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + kPayload + "\r\n",
                 "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
                 "QueryValue(TolvanAddinPort, 40)",
                 "Create()",
                 "Connect(127.0.0.1, 5000)",
                 "StartWorker()",
-                "Send(" + std::to_string(payload.size()) + ")",
+                "Send(" + std::to_string(kPayload.size()) + ")",
                 "WaitForWorker()",
                 "log INFO: ProcessToOutlookClient(): The JSON payload successfully sent.",
                 "OpenFileAt(a.json, kRead)",
@@ -132,88 +99,59 @@ TEST_F(Application, StepsFollowOneAnother) {
 TEST_F(Application, TheReadersLinesStandBeforeTheStart) {
   machine_.SetFile(u"a.json", "{}");
   EXPECT_EQ(Run(u"a.json"), 1);
-  EXPECT_EQ(LogText(),
-            "ERROR: GetDocumentFromJson(): Filename not found\n"
-            "ERROR: ReadFromFile(): Read document failed\n"
-            "INFO: StartZentpost(): a.json\n" +
-                MapiLog(""));
+  EXPECT_EQ(LogText(), test::kNoFilePathLog + ("INFO: StartZentpost(): a.json\n" + MapiLog("")));
 }
 
 TEST_F(Application, AnEmptyCommandLineIsAJobThatFails) {
-  for (const char16_t* line : {u"", u"  \t "}) {
-    machine_.Reset();
-    EXPECT_EQ(Run(line), 1);
-    EXPECT_EQ(LogText(), std::string("INFO: StartZentpost(): ") + (*line == 0 ? "" : "  \t ") +
-                             "\n" + MapiLog(""));
-  }
+  EXPECT_EQ(Run(u"  \t "), 1);
+  EXPECT_EQ(Run(u""), 1);
+  EXPECT_EQ(LogText(), "INFO: StartZentpost():   \t \n" + MapiLog("") +
+                           "INFO: StartZentpost(): \n" + MapiLog(""));
 }
 
 TEST_F(Application, TheCommandLineIsLoggedAsItIs) {
   EXPECT_EQ(Run(u" \"C:\\my docs\\100%s.pdf\"  '030' /x"), 1);
-  EXPECT_EQ(LogText(),
-            "ERROR: ReadFromFile(): Parse JSON failed with error ''\n"
-            "INFO: StartZentpost():  \"C:\\my docs\\100%s.pdf\"  '030' /x\n" +
-                MapiLog("C:\\my docs\\100%s.pdf"));
+  EXPECT_EQ(LogText(), test::NoJsonLog("ReadFromFile", "") +
+                           "INFO: StartZentpost():  \"C:\\my docs\\100%s.pdf\"  '030' /x\n" +
+                           MapiLog("C:\\my docs\\100%s.pdf"));
 }
 
-TEST_F(Application, ADocumentOnTheCommandLineIsDelivered) {
-  Listen();
-  machine_.SetFile(u"C:\\docs\\fax.pdf", "%PDF-1.4\n");
-  EXPECT_EQ(Run(u"C:\\docs\\fax.pdf 030;SHello"), 0);
-  EXPECT_EQ(
-      machine_.Connections(),
-      (Sent{"",
-            PayloadText{.receiver = "030", .file_name = "C:\\\\docs\\\\fax.pdf", .subject = "Hello"}
-                .Bytes()}));
-  EXPECT_EQ(machine_.FileBytes(u"C:\\docs\\fax.pdf"), "%PDF-1.4\n");
-}
-
-TEST_F(Application, ALongCommandLineIsDelivered) {
-  Listen();
-  const std::u16string comment(32000 - 11, u'k');
-  EXPECT_EQ(Run((u"a.pdf 030;K" + comment).c_str()), 0);
-  EXPECT_EQ(machine_.Connections(),
-            (Sent{"", PayloadText{.receiver = "030",
-                                  .file_name = "a.pdf",
-                                  .comment = std::string(comment.size(), 'k')}
-                          .Bytes()}));
+TEST_F(Application, ADocumentOnALongCommandLineIsDelivered) {
+  StartAddin();
+  machine_.SetFile(kDocument, "%PDF-1.4\n");
+  const std::u16string start = std::u16string(kDocument) + u" 030;K";
+  const std::size_t length = 32000 - start.size();
+  EXPECT_EQ(Run((start + std::u16string(length, u'k')).c_str()), 0);
+  EXPECT_EQ(machine_.Connections(), (Sent{"", PayloadText{.receiver = "030",
+                                                          .file_name = "C:\\\\docs\\\\fax.pdf",
+                                                          .comment = std::string(length, 'k')}
+                                                  .Bytes()}));
+  EXPECT_EQ(machine_.FileBytes(kDocument), "%PDF-1.4\n");
 }
 
 TEST_F(Application, CommonControlsThatAreRefusedAreNotNeeded) {
-  Listen();
+  StartAddin();
   machine_.FailCallOf("InitializeCommonControls", 0, platform::kGeneralFailure);
   EXPECT_EQ(Run(u"a.pdf"), 0);
 }
 
 TEST_F(Application, WithoutTheSocketLibraryTheJobTakesTheOtherRoute) {
-  Listen();
+  StartAddin();
   machine_.FailCallOf("StartSockets", 0, platform::kGeneralFailure);
   EXPECT_EQ(Run(u"a.pdf"), 1);
   EXPECT_EQ(machine_.Connections(), Sent());
-  EXPECT_EQ(LogText(),
-            "ERROR: ReadFromFile(): Parse JSON failed with error ''\n"
-            "INFO: StartZentpost(): a.pdf\n" +
-                MapiLog("a.pdf"));
+  EXPECT_EQ(LogText(), test::NoJsonLog("ReadFromFile", "") + "INFO: StartZentpost(): a.pdf\n" +
+                           MapiLog("a.pdf"));
   // What did not start is not ended.
   EXPECT_EQ(machine_.CallsOf("EndSockets"), std::vector<std::string>());
 }
 
 TEST_F(Application, TheExitCodeFollowsTheRouteThatRunsLast) {
-  machine_.SetString(Hive::kCurrentUser, kPortKey, u"TolvanAddinPort", u"5000");
-  machine_.Listen(kPort, platform::fake::Peer::kAccept, 1);
+  StartAddin(Peer::kAccept, 1);
   EXPECT_EQ(Run(u"a.pdf"), 1);
-  machine_.SetDword(Hive::kCurrentUser, kClientKey, u"SkipExtendedMapi", 1);
-  machine_.Listen(kPort, platform::fake::Peer::kAccept, 1);
+  machine_.SetDword(platform::Hive::kCurrentUser, test::kClientKey, u"SkipExtendedMapi", 1);
+  StartAddin(Peer::kAccept, 1);
   EXPECT_EQ(Run(u"a.pdf"), 0);
-}
-
-TEST_F(Application, TheOutcomeStaysUntilTheEnd) {
-  Listen();
-  CAmbroluxPrintSendApp application;
-  application.m_lpCmdLine = u"a.pdf";
-  EXPECT_FALSE(application.InitInstance());
-  EXPECT_EQ(application.ExitInstance(), 0);
-  EXPECT_EQ(application.ExitInstance(), 0);
 }
 
 // The first call behind the first line of the log throws: the one that asks for the add-in's port.
@@ -226,8 +164,7 @@ void ThrowBehindTheFirstLine(bool begins) {
 }
 
 TEST_F(Application, WhateverIsThrownTheJobHasFailedAndTheSocketsAreEnded) {
-  Listen();
-  machine_.SetFile(u"a.json", kJobFile);
+  StartAddin();
   machine_.SetCallHook(ThrowBehindTheFirstLine);
   EXPECT_EQ(Run(u"a.json"), 1);
   EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);

@@ -2,38 +2,56 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "testing/fake_platform/fixture.h"
+#include "testing/text_printers.h"
 
 namespace zentpost {
 namespace {
 
-using Entry = ParameterList::Entry;
-using Entries = std::vector<Entry>;
+using test::Readable;
+using Calls = std::vector<std::string>;
+using Entries = std::vector<ParameterList::Entry>;
 using Tokens = std::vector<std::u16string>;
 
 // The longest command line that the tool promises to take.
 constexpr std::size_t kLongLine = 32000;
 
 // On the machine in memory because the first token is offered to the job file reader.
-class CommandLine : public platform::fake::MachineTest {};
+using CommandLine = platform::fake::MachineTest;
 
-struct SplitCase {
-  const char* name;
-  const char16_t* text;
-  Tokens tokens;
-};
-
-void ExpectTokens(const std::vector<SplitCase>& cases, char16_t separator) {
-  for (const SplitCase& test : cases) {
-    SCOPED_TRACE(test.name);
-    EXPECT_EQ(SplitQuoted(test.text, separator), test.tokens);
+// Tokens and entries in brackets: "[a][b]" and "[filename=a.pdf][x=1]".
+std::string InBrackets(const Tokens& tokens) {
+  std::string text;
+  for (const std::u16string& token : tokens) {
+    text += "[" + Readable(token) + "]";
   }
+  return text;
+}
+
+std::string InBrackets(const ParameterList& list) {
+  Tokens tokens;
+  for (const auto& [name, value] : list.Entries()) {
+    tokens.push_back(name + u"=" + value);
+  }
+  return InBrackets(tokens);
+}
+
+using Case = std::pair<std::u16string, std::string>;
+
+void ExpectTokens(const std::vector<Case>& cases, char16_t separator = u' ') {
+  for (const auto& [text, tokens] : cases) {
+    EXPECT_EQ(InBrackets(SplitQuoted(text, separator)), tokens) << Readable(text);
+  }
+}
+
+void ExpectFields(const std::vector<Case>& cases) {
+  ExpectTokens(cases, u';');
 }
 
 // The grammar once more, unit by unit as one would do it by hand, for comparison.
@@ -80,119 +98,76 @@ Tokens SplitByHand(const std::u16string& text, char16_t separator) {
 }
 
 TEST_F(CommandLine, BlanksSeparateTokens) {
-  ExpectTokens(
-      {
-          {"empty text", u"", {}},
-          {"one token", u"a", {u"a"}},
-          {"two tokens", u"a b", {u"a", u"b"}},
-          {"adjacent separators", u"a  b", {u"a", u"", u"b"}},
-          {"three adjacent separators", u"a   b", {u"a", u"", u"", u"b"}},
-          {"leading separator", u" a", {u"", u"a"}},
-          {"trailing separator", u"a ", {u"a", u""}},
-          {"separator alone", u" ", {u"", u""}},
-          {"two separators alone", u"  ", {u"", u"", u""}},
-          {"another separator is an ordinary character", u"a;b c;d", {u"a;b", u"c;d"}},
-          {"beyond ASCII",
-           u"\u00E4 \u4E2D\u6587 \U0001F4E0",
-           {u"\u00E4", u"\u4E2D\u6587", u"\U0001F4E0"}},
-      },
-      u' ');
-}
-
-TEST_F(CommandLine, TokensAreTrimmedOfWhiteSpace) {
-  ExpectTokens(
-      {
-          {"a tab does not separate", u"a\tb", {u"a\tb"}},
-          {"tabs at the ends", u"\ta\t b", {u"a", u"b"}},
-          {"a tab alone is an empty token", u"a \t b", {u"a", u"", u"b"}},
-          {"all kinds", u"\t\n\v\f\ra\r\f\v\n\t b", {u"a", u"b"}},
-          {"inside it stays", u"a\r\nb c", {u"a\r\nb", u"c"}},
-      },
-      u' ');
+  ExpectTokens({
+      {u"", ""},
+      {u"a", "[a]"},
+      {u"a b", "[a][b]"},
+      {u"a   b", "[a][][][b]"},
+      {u" a", "[][a]"},
+      {u"a ", "[a][]"},
+      {u" ", "[][]"},
+      {u"a;b c;d", "[a;b][c;d]"},
+      {u"\u00E4 \u4E2D\u6587 \U0001F4E0", "[\u00E4][\u4E2D\u6587][\U0001F4E0]"},
+      // Tokens are trimmed of white space; a tab does not separate.
+      {u"a\tb", "[a\tb]"},
+      {u"a \t b", "[a][][b]"},
+      {u"\t\n\v\f\ra\r\f\v\n\t b", "[a][b]"},
+      {u"a\r\nb c", "[a\r\nb][c]"},
+  });
 }
 
 TEST_F(CommandLine, QuotesKeepSeparatorsTogether) {
-  ExpectTokens(
-      {
-          {"double quotes", u"\"c:\\my docs\\a.json\"", {u"c:\\my docs\\a.json"}},
-          {"double quotes, then more", u"\"a b\" c", {u"a b", u"c"}},
-          {"apostrophes", u"'a b' c", {u"a b", u"c"}},
-          {"two quoted tokens", u"\"a b\" 'c d'", {u"a b", u"c d"}},
-          {"opened inside a token", u"a\"b c\" d", {u"ab c", u"d"}},
-          {"adjacent separators in quotes", u"\"a  b\" c", {u"a  b", u"c"}},
-          {"empty quotes", u"\"\"", {u""}},
-          {"empty quotes, then more", u"\"\" a", {u"", u"a"}},
-          {"empty apostrophes between", u"a '' b", {u"a", u"", u"b"}},
-          {"quotes around nothing but a blank", u"\" \" a", {u" ", u"a"}},
-          {"quotes side by side", u"\"a\"\"b\" c", {u"ab", u"c"}},
-      },
-      u' ');
-}
-
-TEST_F(CommandLine, AQuoteClosesOnlyAtTheEndOrBeforeABlank) {
-  ExpectTokens(
-      {
-          {"a letter follows", u"\"a b\"c d", {u"a bc d"}},
-          {"a tab follows", u"\"a b\"\tc d", {u"a b\tc d"}},
-          {"a semicolon follows", u"\"a b\";c d", {u"a b;c d"}},
-          {"the next one before a blank closes", u"\"a b\"c\" d", {u"a bc", u"d"}},
-          {"an apostrophe inside a word", u"\"it's here\" x", {u"its here", u"x"}},
-      },
-      u' ');
-}
-
-TEST_F(CommandLine, EitherKindOfQuoteClosesTheOther) {
-  ExpectTokens(
-      {
-          {"apostrophe closes", u"\"a' b", {u"a", u"b"}},
-          {"double quote closes", u"'a\" b", {u"a", u"b"}},
-          {"the rest opens anew", u"\"a' b\" c", {u"a", u"b c"}},
-          {"at the end", u"\"a b'", {u"a b"}},
-      },
-      u' ');
-}
-
-TEST_F(CommandLine, AnUnbalancedQuoteMakesTheRestOneToken) {
-  ExpectTokens(
-      {
-          {"apostrophe in a name", u"c:\\o'brien.pdf x", {u"c:\\obrien.pdf x"}},
-          {"in the middle", u"a b\"c d e", {u"a", u"bc d e"}},
-          {"alone", u"\"", {u""}},
-          {"at the end", u"a b\"", {u"a", u"b"}},
-          {"before a blank it opens", u"\" a b", {u" a b"}},
-          {"trailing blanks are trimmed", u"\"a  ", {u"a"}},
-      },
-      u' ');
+  ExpectTokens({
+      {u"\"c:\\my docs\\a.json\"", "[c:\\my docs\\a.json]"},
+      {u"\"a b\" 'c d'", "[a b][c d]"},
+      {u"a\"b c\" d", "[ab c][d]"},
+      {u"\"a  b\" c", "[a  b][c]"},
+      {u"\"\"", "[]"},
+      {u"\"\" a ''", "[][a][]"},
+      {u"\" \" a", "[ ][a]"},
+      {u"\"a\"\"b\" c", "[ab][c]"},
+      // A quote closes only at the end or before a blank.
+      {u"\"a b\"c d", "[a bc d]"},
+      {u"\"a b\"\tc d", "[a b\tc d]"},
+      {u"\"a b\";c d", "[a b;c d]"},
+      {u"\"a b\"c\" d", "[a bc][d]"},
+      {u"\"it's here\" x", "[its here][x]"},
+      // Either kind closes the other.
+      {u"\"a' b", "[a][b]"},
+      {u"'a\" b", "[a][b]"},
+      {u"\"a' b\" c", "[a][b c]"},
+      {u"\"a b'", "[a b]"},
+      // One that nothing closes makes the rest one token.
+      {u"c:\\o'brien.pdf x", "[c:\\obrien.pdf x]"},
+      {u"a b\"c d e", "[a][bc d e]"},
+      {u"\"", "[]"},
+      {u"a b\"", "[a][b]"},
+      {u"\" a b", "[ a b]"},
+      {u"\"a  ", "[a]"},
+  });
 }
 
 // Programs that start the tool pad paths inside the quotes and rely on getting the blanks back.
 TEST_F(CommandLine, DeliberateBlanksInsideQuotesSurviveTheTrimming) {
-  ExpectTokens(
-      {
-          {"both ends", u"\" a \" b", {u" a ", u"b"}},
-          {"outside they go", u"\t\"a \"\t b", {u"a \t b"}},
-      },
-      u' ');
+  ExpectTokens({{u"\" a \" b", "[ a ][b]"}, {u"\t\"a \"\t b", "[a \t b]"}});
 }
 
 TEST_F(CommandLine, SemicolonsSeparateFaxFields) {
-  ExpectTokens(
-      {
-          {"three fields", u"0301234567;Nexample;Shello", {u"0301234567", u"Nexample", u"Shello"}},
-          {"a blank does not separate", u"030 12;N a b", {u"030 12", u"N a b"}},
-          {"fields are trimmed", u" 030 ; N ", {u"030", u"N"}},
-          {"empty fields", u";;a;", {u"", u"", u"a", u""}},
-          {"semicolon alone", u";", {u"", u""}},
-          {"quoted to the end", u"030;K\"a;b\"", {u"030", u"Ka;b"}},
-          {"quoted up to a blank", u"030;K\"a;b\" ;Sx", {u"030", u"Ka;b", u"Sx"}},
-          {"after the blank the field goes on", u"030;K\"a;b\" c;Sx", {u"030", u"Ka;b c", u"Sx"}},
-      },
-      u';');
+  ExpectFields({
+      {u"0301234567;Nexample;Shello", "[0301234567][Nexample][Shello]"},
+      {u"030 12;N a b", "[030 12][N a b]"},
+      {u" 030 ; N ", "[030][N]"},
+      {u";;a;", "[][][a][]"},
+      {u";", "[][]"},
+      {u"030;K\"a;b\"", "[030][Ka;b]"},
+      {u"030;K\"a;b\" ;Sx", "[030][Ka;b][Sx]"},
+      {u"030;K\"a;b\" c;Sx", "[030][Ka;b c][Sx]"},
+  });
 }
 
 // Fax applications write a quote before a semicolon as part of the text: only a blank closes.
 TEST_F(CommandLine, DeliberateAQuoteDoesNotCloseBeforeASemicolon) {
-  ExpectTokens({{"the rest is one field", u"030;K\"a;b\";Sx", {u"030", u"Ka;b;Sx"}}}, u';');
+  ExpectFields({{u"030;K\"a;b\";Sx", "[030][Ka;b;Sx]"}});
 }
 
 TEST_F(CommandLine, EveryShortTextIsSplitByTheGrammar) {
@@ -217,18 +192,6 @@ TEST_F(CommandLine, EveryShortTextIsSplitByTheGrammar) {
   EXPECT_EQ(count, 55987u);  // 6^0 + ... + 6^6
 }
 
-TEST_F(CommandLine, NoTokenEverHoldsAQuote) {
-  const std::u16string text = u"'\"a' b\"'' \"c'd\"e ' f\"\"";
-  for (std::size_t first = 0; first <= text.size(); ++first) {
-    for (const char16_t separator : {u' ', u';'}) {
-      for (const std::u16string& token : SplitQuoted(text.substr(first), separator)) {
-        EXPECT_EQ(token.find_first_of(u"\"'"), std::u16string::npos)
-            << testing::PrintToString(token);
-      }
-    }
-  }
-}
-
 TEST_F(CommandLine, LongTextsAreSplitWhole) {
   EXPECT_EQ(SplitQuoted(std::u16string(kLongLine, u'a'), u' '),
             Tokens{std::u16string(kLongLine, u'a')});
@@ -248,260 +211,157 @@ TEST_F(CommandLine, LongTextsAreSplitWhole) {
 // --- the fax command ---
 
 TEST_F(CommandLine, AFaxCommandIsANumberAndFieldsOfALetterAndAValue) {
-  struct Case {
-    const char* name;
-    const char16_t* text;
-    Entries fields;
+  const Case cases[] = {
+      {u"0301234567;Nexample;Shello", "[+FAX=0301234567][N=example][S=hello]"},
+      {u"0301234567", "[+FAX=0301234567]"},
+      {u"", ""},
+      {u" \t ", ""},
+      {u"\t 030;Sx \t", "[+FAX=030][S=x]"},
+      {u";Sx", "[+FAX=][S=x]"},
+      {u"\"\" ;Sx", "[+FAX=][S=x]"},
+      {u";", "[+FAX=]"},
+      // Empty fields are skipped.
+      {u"030;;Sx; ;", "[+FAX=030][S=x]"},
+      {u"030;\"\" ;Sx", "[+FAX=030][S=x]"},
+      {u"030;P;S", "[+FAX=030][P=][S=]"},
+      // Letters become capitals.
+      {u"030;sabc;pX", "[+FAX=030][S=abc][P=X]"},
+      {u"030;Na;nb", "[+FAX=030][N=a][N=b]"},
+      {u"030; S  x y ", "[+FAX=030][S=  x y]"},
+      {u"030;1x;=y", "[+FAX=030][1=x][==y]"},
+      {u"Sx;Sy", "[+FAX=Sx][S=y]"},
+      {u"030;K\"a;b\" ;S'c d'", "[+FAX=030][K=a;b][S=c d]"},
+      {u"030;\"kx\"", "[+FAX=030][K=x]"},
   };
-  const Case kCases[] = {
-      {"number and fields",
-       u"0301234567;Nexample;Shello",
-       {{u"+FAX", u"0301234567"}, {u"N", u"example"}, {u"S", u"hello"}}},
-      {"number alone", u"0301234567", {{u"+FAX", u"0301234567"}}},
-      {"empty text", u"", {}},
-      {"blanks alone", u" \t ", {}},
-      {"trimmed as a whole", u"\t 030;Sx \t", {{u"+FAX", u"030"}, {u"S", u"x"}}},
-      {"empty number", u";Sx", {{u"+FAX", u""}, {u"S", u"x"}}},
-      {"empty quotes as a number", u"\"\" ;Sx", {{u"+FAX", u""}, {u"S", u"x"}}},
-      {"semicolon alone", u";", {{u"+FAX", u""}}},
-      {"empty fields are skipped", u"030;;Sx; ;", {{u"+FAX", u"030"}, {u"S", u"x"}}},
-      {"a field of quotes alone is empty", u"030;\"\" ;Sx", {{u"+FAX", u"030"}, {u"S", u"x"}}},
-      {"letter without a value", u"030;P;S", {{u"+FAX", u"030"}, {u"P", u""}, {u"S", u""}}},
-      {"lower-case letters", u"030;sabc;pX", {{u"+FAX", u"030"}, {u"S", u"abc"}, {u"P", u"X"}}},
-      {"both letter cases", u"030;Na;nb", {{u"+FAX", u"030"}, {u"N", u"a"}, {u"N", u"b"}}},
-      {"a blank behind the letter", u"030; S  x y ", {{u"+FAX", u"030"}, {u"S", u"  x y"}}},
-      {"other characters as names", u"030;1x;=y", {{u"+FAX", u"030"}, {u"1", u"x"}, {u"=", u"y"}}},
-      {"a number that looks like a field", u"Sx;Sy", {{u"+FAX", u"Sx"}, {u"S", u"y"}}},
-      {"quotes", u"030;K\"a;b\" ;S'c d'", {{u"+FAX", u"030"}, {u"K", u"a;b"}, {u"S", u"c d"}}},
-      {"letter in quotes", u"030;\"kx\"", {{u"+FAX", u"030"}, {u"K", u"x"}}},
-  };
-  for (const Case& test : kCases) {
-    SCOPED_TRACE(test.name);
+  for (const auto& [text, expected] : cases) {
     ParameterList fields;
     fields.Add(u"E", u"from before");
-    ParseFaxCommand(fields, test.text);
-    EXPECT_EQ(fields.Entries(), test.fields);
+    ParseFaxCommand(fields, text);
+    EXPECT_EQ(InBrackets(fields), expected) << Readable(text);
   }
 }
 
 // --- the command line ---
 
-struct LineCase {
-  const char* name;
-  const char16_t* line;
-  Entries arguments;
-  Entries fields;
-};
+// The arguments, " / " and the fields.
+std::string Parsed(const std::u16string& line) {
+  JobParameters job;
+  ParseCommandLine(job, line);
+  return InBrackets(job.arguments) + " / " + InBrackets(job.faxFields) +
+         (job.fromJobFile ? " from a job file" : "");
+}
 
-void ExpectParsed(const std::vector<LineCase>& cases, bool from_job_file) {
-  for (const LineCase& test : cases) {
-    SCOPED_TRACE(test.name);
-    JobParameters params;
-    ParseCommandLine(params, test.line);
-    EXPECT_EQ(params.arguments.Entries(), test.arguments);
-    EXPECT_EQ(params.faxFields.Entries(), test.fields);
-    EXPECT_EQ(params.fromJobFile, from_job_file);
+void ExpectParsed(const std::vector<Case>& cases) {
+  for (const auto& [line, job] : cases) {
+    EXPECT_EQ(Parsed(line), job) << Readable(line);
   }
 }
 
 TEST_F(CommandLine, AnEmptyCommandLineGivesNothing) {
-  ExpectParsed({{"empty", u"", {}, {}}, {"blanks", u"  ", {}, {}}, {"tabs", u"\t\r\n", {}, {}}},
-               false);
-  EXPECT_EQ(machine_.Calls(), std::vector<std::string>());
-}
-
-TEST_F(CommandLine, AnEmptyCommandLineClearsNothingButTheArguments) {
-  JobParameters params;
-  params.arguments.Add(u"filename", u"from before");
-  params.faxFields.Add(u"S", u"from before");
-  ParseCommandLine(params, u"");
-  EXPECT_EQ(params.arguments.Entries(), Entries());
-  EXPECT_EQ(params.faxFields.Entries(), (Entries{{u"S", u"from before"}}));
-  EXPECT_FALSE(params.fromJobFile);
+  ExpectParsed({{u"", " / "}, {u"  ", " / "}, {u"\t\r\n", " / "}});
+  EXPECT_EQ(machine_.Calls(), Calls());
 }
 
 TEST_F(CommandLine, ArgumentsFromBeforeAreCleared) {
-  JobParameters params;
-  params.arguments.Add(u"filename", u"from before");
-  ParseCommandLine(params, u"a.pdf");
-  EXPECT_EQ(params.arguments.Entries(), (Entries{{u"filename", u"a.pdf"}}));
+  JobParameters job;
+  job.arguments.Add(u"filename", u"from before");
+  job.faxFields.Add(u"S", u"from before");
+  ParseCommandLine(job, u"a.pdf");
+  EXPECT_EQ(InBrackets(job.arguments), "[filename=a.pdf]");
+  ParseCommandLine(job, u"");
+  EXPECT_EQ(InBrackets(job.arguments), "");
+  EXPECT_EQ(InBrackets(job.faxFields), "[S=from before]");
 }
 
 TEST_F(CommandLine, TheFirstTokenIsTheDocument) {
-  ExpectParsed(
-      {
-          {"alone", u"a.pdf", {{u"filename", u"a.pdf"}}, {}},
-          {"trimmed", u"\t  a.pdf  \r\n", {{u"filename", u"a.pdf"}}, {}},
-          {"quoted", u"\"c:\\my docs\\a.pdf\"", {{u"filename", u"c:\\my docs\\a.pdf"}}, {}},
-          {"a slash makes no option of it", u"/preview", {{u"filename", u"/preview"}}, {}},
-          {"empty quotes", u"\"\"", {{u"filename", u""}}, {}},
-          {"an apostrophe that nothing closes",
-           u"c:\\o'brien.pdf x",
-           {{u"filename", u"c:\\obrien.pdf x"}},
-           {}},
-      },
-      false);
+  ExpectParsed({
+      {u"a.pdf", "[filename=a.pdf] / "},
+      {u"\t  a.pdf  \r\n", "[filename=a.pdf] / "},
+      {u"\"c:\\my docs\\a.pdf\"", "[filename=c:\\my docs\\a.pdf] / "},
+      {u"/preview", "[filename=/preview] / "},
+      {u"\"\"", "[filename=] / "},
+      {u"c:\\o'brien.pdf x", "[filename=c:\\obrien.pdf x] / "},
+  });
 }
 
 TEST_F(CommandLine, SecondTokenWithoutSlashIsTheFaxCommand) {
-  ExpectParsed(
-      {
-          {"number and fields",
-           u"a.pdf 0301234567;Nexample;Shello",
-           {{u"filename", u"a.pdf"}, {u"faxcommand", u"0301234567;Nexample;Shello"}},
-           {{u"+FAX", u"0301234567"}, {u"N", u"example"}, {u"S", u"hello"}}},
-          {"quoted for its blanks",
-           u"a.pdf \"030 12; S x\"",
-           {{u"filename", u"a.pdf"}, {u"faxcommand", u"030 12; S x"}},
-           {{u"+FAX", u"030 12"}, {u"S", u" x"}}},
-          {"empty quotes", u"a.pdf \"\"", {{u"filename", u"a.pdf"}, {u"faxcommand", u""}}, {}},
-          {"empty quotes, then an option",
-           u"a.pdf '' /preview",
-           {{u"filename", u"a.pdf"}, {u"faxcommand", u""}, {u"preview", u"1"}},
-           {}},
-      },
-      false);
+  ExpectParsed({
+      {u"a.pdf 030;Nexample;Shello",
+       "[filename=a.pdf][faxcommand=030;Nexample;Shello] / [+FAX=030][N=example][S=hello]"},
+      {u"a.pdf \"030 12; S x\"", "[filename=a.pdf][faxcommand=030 12; S x] / [+FAX=030 12][S= x]"},
+      {u"a.pdf \"\"", "[filename=a.pdf][faxcommand=] / "},
+      {u"a.pdf '' /preview", "[filename=a.pdf][faxcommand=][preview=1] / "},
+  });
 }
 
 // Its quotes are gone by the time the fax command is taken apart.
 TEST_F(CommandLine, DeliberateQuotesDoNotReachTheFaxCommand) {
-  ExpectParsed({{"the semicolon separates",
-                 u"a.pdf 030;K\"a;Sb\" /x",
-                 {{u"filename", u"a.pdf"}, {u"faxcommand", u"030;Ka;Sb"}, {u"x", u"1"}},
-                 {{u"+FAX", u"030"}, {u"K", u"a"}, {u"S", u"b"}}}},
-               false);
+  EXPECT_EQ(Parsed(u"a.pdf 030;K\"a;Sb\" /x"),
+            "[filename=a.pdf][faxcommand=030;Ka;Sb][x=1] / [+FAX=030][K=a][S=b]");
 }
 
 TEST_F(CommandLine, DeliberateTwoBlanksMakeAnEmptyFaxCommand) {
-  ExpectParsed({{"the number becomes an option",
-                 u"a.json  0301234",
-                 {{u"filename", u"a.json"}, {u"faxcommand", u""}, {u"301234", u"1"}},
-                 {}}},
-               false);
+  EXPECT_EQ(Parsed(u"a.json  0301234"), "[filename=a.json][faxcommand=][301234=1] / ");
 }
 
 TEST_F(CommandLine, SecondTokenWithSlashIsTheFirstOption) {
-  ExpectParsed(
-      {
-          {"without a value",
-           u"a.json /preview",
-           {{u"filename", u"a.json"}, {u"preview", u"1"}},
-           {}},
-          {"with a value",
-           u"a.json /Subject Hello",
-           {{u"filename", u"a.json"}, {u"subject", u"Hello"}},
-           {}},
-          {"in quotes",
-           u"a.json \"/Subject\" \"Hello you\"",
-           {{u"filename", u"a.json"}, {u"subject", u"Hello you"}},
-           {}},
-      },
-      false);
+  ExpectParsed({
+      {u"a.json /preview", "[filename=a.json][preview=1] / "},
+      {u"a.json /Subject Hello", "[filename=a.json][subject=Hello] / "},
+      {u"a.json \"/Subject\" \"Hello you\"", "[filename=a.json][subject=Hello you] / "},
+  });
 }
 
 TEST_F(CommandLine, OptionsAreNamesAndValues) {
-  const Entry document = {u"filename", u"a"};
-  const Entry command = {u"faxcommand", u"1"};
-  const Entries fields = {{u"+FAX", u"1"}};
-  ExpectParsed(
-      {
-          {"the last may lack its value",
-           u"a 1 /x y /z",
-           {document, command, {u"x", u"y"}, {u"z", u"1"}},
-           fields},
-          {"names are lower-cased, values are not",
-           u"a 1 /NaMe VaLuE",
-           {document, command, {u"name", u"VaLuE"}},
-           fields},
-          {"an empty value",
-           u"a 1 /x \"\" /y 2",
-           {document, command, {u"x", u""}, {u"y", u"2"}},
-           fields},
-          {"a second blank is an empty value",
-           u"a 1 /x  /y",
-           {document, command, {u"x", u""}, {u"y", u"1"}},
-           fields},
-          {"a name twice is two entries",
-           u"a 1 /x 1 /X 2",
-           {document, command, {u"x", u"1"}, {u"x", u"2"}},
-           fields},
-          {"an option cannot hide what came before",
-           u"a 1 /filename b /jobname c",
-           {document, command, {u"filename", u"b"}, {u"jobname", u"c"}},
-           fields},
-          {"two slashes", u"a 1 //x y", {document, command, {u"/x", u"y"}}, fields},
-          {"a slash alone", u"a 1 / y", {document, command, {u"", u"y"}}, fields},
-          {"an empty token", u"a 1 \"\" y", {document, command, {u"", u"y"}}, fields},
-          {"an empty last token", u"a 1 \"\"", {document, command, {u"", u"1"}}, fields},
-      },
-      false);
+  ExpectParsed({
+      {u"a /x y /z", "[filename=a][x=y][z=1] / "},
+      // Names are lower-cased, values are not.
+      {u"a /NaMe VaLuE", "[filename=a][name=VaLuE] / "},
+      {u"a /x \"\" /y 2", "[filename=a][x=][y=2] / "},
+      {u"a /x  /y", "[filename=a][x=][y=1] / "},
+      {u"a /x 1 /X 2", "[filename=a][x=1][x=2] / "},
+      {u"a /filename b /jobname c", "[filename=a][filename=b][jobname=c] / "},
+      {u"a //x y", "[filename=a][/x=y] / "},
+      {u"a / y", "[filename=a][=y] / "},
+      {u"a /x 1 \"\" y", "[filename=a][x=1][=y] / "},
+      {u"a /x 1 \"\"", "[filename=a][x=1][=1] / "},
+  });
 }
 
 TEST_F(CommandLine, DeliberateAnOptionsValueMayLookLikeAnOption) {
-  ExpectParsed({{"one option",
-                 u"a.json 0301234;Nname /x /y",
-                 {{u"filename", u"a.json"}, {u"faxcommand", u"0301234;Nname"}, {u"x", u"/y"}},
-                 {{u"+FAX", u"0301234"}, {u"N", u"name"}}}},
-               false);
+  EXPECT_EQ(Parsed(u"a.json 030;Nname /x /y"),
+            "[filename=a.json][faxcommand=030;Nname][x=/y] / [+FAX=030][N=name]");
 }
 
 TEST_F(CommandLine, DeliberateTheFirstCharacterOfAnOptionGoesUnseen) {
-  ExpectParsed({{"no slash",
-                 u"a 1 Xyz v -q",
-                 {{u"filename", u"a"}, {u"faxcommand", u"1"}, {u"yz", u"v"}, {u"q", u"1"}},
-                 {{u"+FAX", u"1"}}}},
-               false);
+  EXPECT_EQ(Parsed(u"a 1 Xyz v -q"), "[filename=a][faxcommand=1][yz=v][q=1] / [+FAX=1]");
 }
 
 TEST_F(CommandLine, AJobFileIsTheJobsNameBehindWhatItSays) {
   machine_.SetFile(u"C:\\my jobs\\a.json",
                    R"({"FilePath": "C:\\d\\fax.pdf", "SourceFileName": "Letter",
                        "Cmd": {"Receiver": ["0301"], "Parameters": {"Subject": "Hello"}}})");
-  const Entry document = {u"filename", u"C:\\d\\fax.pdf"};
-  const Entry name = {u"attdisplayname", u"Letter.pdf"};
-  const Entry job = {u"jobname", u"C:\\my jobs\\a.json"};
-  const Entries fields = {{u"S", u"Hello"}, {u"+FAX", u"0301"}};
-  ExpectParsed(
-      {
-          {"alone", u"\"C:\\my jobs\\a.json\"", {document, name, job}, fields},
-          {"an option keeps its fields",
-           u"\"C:\\my jobs\\a.json\" /preview",
-           {document, name, job, {u"preview", u"1"}},
-           fields},
-          {"a fax command replaces them all",
-           u"\"C:\\my jobs\\a.json\" 0302;EMiller",
-           {document, name, job, {u"faxcommand", u"0302;EMiller"}},
-           {{u"+FAX", u"0302"}, {u"E", u"Miller"}}},
-          {"an empty fax command, too",
-           u"\"C:\\my jobs\\a.json\" \"\"",
-           {document, name, job, {u"faxcommand", u""}},
-           {}},
-      },
-      true);
-}
-
-TEST_F(CommandLine, AJobFileWithoutADocumentIsAJobFile) {
-  machine_.SetFile(u"a.json", "{}");
-  ExpectParsed(
-      {{"no document", u"a.json /preview", {{u"jobname", u"a.json"}, {u"preview", u"1"}}, {}}},
-      true);
-}
-
-TEST_F(CommandLine, AFileThatIsNotJsonIsTheDocument) {
-  machine_.SetFile(u"a.pdf", "%PDF-1.4\n");
-  ExpectParsed({{"no JSON",
-                 u"a.pdf 030",
-                 {{u"filename", u"a.pdf"}, {u"faxcommand", u"030"}},
-                 {{u"+FAX", u"030"}}}},
-               false);
+  const std::u16string path = u"\"C:\\my jobs\\a.json\"";
+  const std::string job =
+      "[filename=C:\\d\\fax.pdf][attdisplayname=Letter.pdf][jobname=C:\\my jobs\\a.json]";
+  ExpectParsed({
+      {path, job + " / [S=Hello][+FAX=0301] from a job file"},
+      {path + u" /preview", job + "[preview=1] / [S=Hello][+FAX=0301] from a job file"},
+      // A fax command replaces all of its fields, an empty one, too.
+      {path + u" 0302;EMiller",
+       job + "[faxcommand=0302;EMiller] / [+FAX=0302][E=Miller] from a job file"},
+      {path + u" \"\"", job + "[faxcommand=] /  from a job file"},
+  });
 }
 
 TEST_F(CommandLine, OnlyTheFirstTokenIsOfferedToTheJobFileReader) {
   machine_.SetFile(u"a.json", "{}");
-  JobParameters params;
-  ParseCommandLine(params, u"x.pdf a.json /a.json a.json");
-  EXPECT_EQ(machine_.CallsOf("OpenFileAt"), std::vector<std::string>{"OpenFileAt(x.pdf, kRead)"});
-  EXPECT_FALSE(params.fromJobFile);
+  machine_.SetFile(u"a.pdf", "%PDF-1.4\n");
+  EXPECT_EQ(Parsed(u"a.json /preview"), "[jobname=a.json][preview=1] /  from a job file");
+  machine_.ClearCalls();
+  EXPECT_EQ(Parsed(u"a.pdf a.json /a.json a.json"),
+            "[filename=a.pdf][faxcommand=a.json][a.json=a.json] / [+FAX=a.json]");
+  EXPECT_EQ(machine_.CallsOf("OpenFileAt"), Calls{"OpenFileAt(a.pdf, kRead)"});
 }
 
 TEST_F(CommandLine, ALineOf32000CharactersIsTakenWhole) {

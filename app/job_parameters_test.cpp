@@ -2,75 +2,51 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace zentpost {
 namespace {
 
 using Entry = ParameterList::Entry;
+using Entries = std::vector<Entry>;
 
-TEST(JobParameters, AnEmptyListFindsNothing) {
-  const ParameterList list;
-  EXPECT_EQ(list.Find(u"S"), Entry());
-  EXPECT_FALSE(list.Contains(u"S"));
-  EXPECT_TRUE(list.Entries().empty());
+ParameterList ListOf(const Entries& entries) {
+  ParameterList list;
+  for (const auto& [name, value] : entries) {
+    list.Add(name, value);
+  }
+  return list;
 }
 
-TEST(JobParameters, AddKeepsTheOrderAndNeverReplaces) {
-  ParameterList list;
-  list.Add(u"S", u"first");
-  list.Add(u"E", u"other");
-  list.Add(u"S", u"second");
-  EXPECT_EQ(list.Entries(),
-            (std::vector<Entry>{{u"S", u"first"}, {u"E", u"other"}, {u"S", u"second"}}));
-}
-
-TEST(JobParameters, FindGivesTheFirstEntryOfTheName) {
-  ParameterList list;
-  list.Add(u"E", u"other");
-  list.Add(u"S", u"first");
-  list.Add(u"S", u"second");
+TEST(JobParameters, AddKeepsTheOrderAndFindGivesTheFirst) {
+  const Entries entries = {{u"E", u"other"}, {u"S", u"first"}, {u"S", u"second"}, {u"P", u""}};
+  ParameterList list = ListOf(entries);
+  EXPECT_EQ(list.Entries(), entries);
   EXPECT_EQ(list.Find(u"S"), Entry(u"S", u"first"));
   EXPECT_TRUE(list.Contains(u"S"));
-}
-
-TEST(JobParameters, NamesAreComparedUnitForUnit) {
-  ParameterList list;
-  list.Add(u"S", u"capital");
-  list.Add(u"\u00E4", u"one unit");
-  list.Add(u"ab", u"longer");
-  for (const std::u16string name : {u"s", u"S ", u" S", u"a\u0308", u"a", u"abc"}) {
-    SCOPED_TRACE(testing::PrintToString(name));
-    EXPECT_EQ(list.Find(name), Entry());
-    EXPECT_FALSE(list.Contains(name));
-  }
-}
-
-TEST(JobParameters, AnEntryWithAnEmptyValueIsFound) {
-  ParameterList list;
-  list.Add(u"P", u"");
   EXPECT_EQ(list.Find(u"P"), Entry(u"P", u""));
   EXPECT_TRUE(list.Contains(u"P"));
-}
-
-TEST(JobParameters, AnEmptyNameFindsNothingEvenWhereAnEntryHasIt) {
-  ParameterList list;
-  list.Add(u"", u"value");
-  EXPECT_EQ(list.Find(u""), Entry());
-  EXPECT_FALSE(list.Contains(u""));
-  EXPECT_FALSE(list.Contains({}));
-  EXPECT_EQ(list.Entries(), (std::vector<Entry>{{u"", u"value"}}));
-}
-
-TEST(JobParameters, ClearRemovesAllEntries) {
-  ParameterList list;
-  list.Add(u"S", u"first");
-  list.Add(u"S", u"second");
   list.Clear();
-  EXPECT_TRUE(list.Entries().empty());
+  EXPECT_EQ(list.Entries(), Entries());
   EXPECT_FALSE(list.Contains(u"S"));
+}
+
+// And an empty name finds nothing even where an entry has it.
+TEST(JobParameters, NamesAreComparedUnitForUnit) {
+  const ParameterList list =
+      ListOf({{u"S", u"s"}, {u"\u00E4", u"one"}, {u"ab", u"l"}, {u"", u"e"}});
+  for (const std::u16string name : {u"s", u"S ", u" S", u"a\u0308", u"a", u"abc", u""}) {
+    EXPECT_EQ(list.Find(name), Entry()) << testing::PrintToString(name);
+    EXPECT_FALSE(list.Contains(name));
+  }
+  EXPECT_FALSE(ParameterList().Contains(u"S"));
 }
 
 TEST(JobParameters, ACopyDoesNotFollowItsOriginal) {
   JobParameters original;
+  EXPECT_FALSE(original.fromJobFile);
   original.arguments.Add(u"jobname", u"a.json");
   original.faxFields.Add(u"S", u"subject");
   original.fromJobFile = true;
@@ -78,40 +54,27 @@ TEST(JobParameters, ACopyDoesNotFollowItsOriginal) {
   original.arguments.Clear();
   original.faxFields.Add(u"E", u"later");
   original.fromJobFile = false;
-  EXPECT_EQ(copy.arguments.Entries(), (std::vector<Entry>{{u"jobname", u"a.json"}}));
-  EXPECT_EQ(copy.faxFields.Entries(), (std::vector<Entry>{{u"S", u"subject"}}));
+  EXPECT_EQ(copy.arguments.Entries(), (Entries{{u"jobname", u"a.json"}}));
+  EXPECT_EQ(copy.faxFields.Entries(), (Entries{{u"S", u"subject"}}));
   EXPECT_TRUE(copy.fromJobFile);
 }
 
-TEST(JobParameters, ANewJobIsNotFromAJobFile) {
-  EXPECT_FALSE(JobParameters().fromJobFile);
-}
-
 TEST(JobParameters, OnlyAMissingEntryAndAHyphenSwitchOff) {
-  struct Case {
-    const char* name;
-    std::vector<Entry> entries;
-    bool on;
+  const std::pair<Entries, bool> cases[] = {
+      {{}, false},
+      {{{u"P", u"-"}}, false},
+      {{{u"P", u"1"}}, true},
+      {{{u"P", u"0"}}, true},
+      {{{u"P", u""}}, true},
+      {{{u"P", u"--"}}, true},
+      {{{u"P", u" -"}}, true},
+      {{{u"p", u"1"}}, false},
+      {{{u"P", u"1"}, {u"P", u"-"}}, true},
+      {{{u"P", u"-"}, {u"P", u"1"}}, false},
   };
-  const Case kCases[] = {
-      {"missing", {}, false},
-      {"hyphen", {{u"P", u"-"}}, false},
-      {"one", {{u"P", u"1"}}, true},
-      {"zero", {{u"P", u"0"}}, true},
-      {"empty", {{u"P", u""}}, true},
-      {"hyphen and more", {{u"P", u"--"}}, true},
-      {"hyphen with a blank", {{u"P", u" -"}}, true},
-      {"other letter case", {{u"p", u"1"}}, false},
-      {"the first one counts, on", {{u"P", u"1"}, {u"P", u"-"}}, true},
-      {"the first one counts, off", {{u"P", u"-"}, {u"P", u"1"}}, false},
-  };
-  for (const Case& test : kCases) {
-    SCOPED_TRACE(test.name);
-    ParameterList list;
-    for (const auto& [name, value] : test.entries) {
-      list.Add(name, value);
-    }
-    EXPECT_EQ(IsPresentAndNotMinus(list, u"P"), test.on);
+  for (const auto& [entries, is_on] : cases) {
+    EXPECT_EQ(IsPresentAndNotMinus(ListOf(entries), u"P"), is_on)
+        << testing::PrintToString(entries);
   }
 }
 
