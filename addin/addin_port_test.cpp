@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,14 +29,10 @@ class AddinPort : public platform::fake::MachineTest {
     machine_.SetValue(Hive::kCurrentUser, kKey, kValue, type, bytes);
   }
 
-  struct Case {
-    const char16_t* text;
-    std::uint16_t port;
-  };
-  void ExpectPorts(const std::vector<Case>& cases) {
-    for (const Case& c : cases) {
-      SetPort(c.text);
-      EXPECT_EQ(ReadAddinPort(), c.port) << test::Readable(c.text);
+  void ExpectPort(std::uint16_t port, std::initializer_list<const char16_t*> texts) {
+    for (const char16_t* text : texts) {
+      SetPort(text);
+      EXPECT_EQ(ReadAddinPort(), port) << test::Readable(text);
     }
   }
 };
@@ -57,56 +55,24 @@ TEST_F(AddinPort, TheValueIsReadIntoTwentyCharactersEachTime) {
 }
 
 TEST_F(AddinPort, TextIsReadAsADecimalNumber) {
-  ExpectPorts({
-      {u"5000", 5000},
-      {u"1", 1},
-      {u"65535", 65535},
-      {u"0", 0},
-      {u"-0", 0},
-      {u"", 0},
-      {u"abc", 0},
-      {u"   ", 0},
-      {u"  5000", 5000},
-      {u"\t\n\v\f\r 5000", 5000},
-      {u"5000  ", 5000},
-      {u"+5000", 5000},
-      {u"  +5000", 5000},
-      {u"00005000", 5000},
-      {u"12abc", 12},
-      {u"5 000", 5},
-      {u"5,000", 5},
-      {u"5000.9", 5000},
-      {u"0x10", 0},
-      {u"abc5000", 0},
-      {u"+", 0},
-      {u"-", 0},
-      {u"- 5", 0},
-      {u"+ 5", 0},
-      {u"--5", 0},
-      {u"+-5", 0},
-      {u"0000000000000005000", 5000},
-  });
+  ExpectPort(5000, {u"5000", u"  5000", u"\t\n\v\f\r 5000", u"5000  ", u"+5000", u"  +5000",
+                    u"00005000", u"5000.9"});
+  ExpectPort(0, {u"0", u"-0", u"", u"abc", u"   ", u"0x10", u"abc5000", u"+", u"-", u"- 5", u"+ 5",
+                 u"--5", u"+-5"});
+  ExpectPort(1, {u"1"});
+  ExpectPort(5, {u"5 000", u"5,000"});
+  ExpectPort(12, {u"12abc"});
+  ExpectPort(65535, {u"65535"});
 }
 
 // Installations have such numbers, and their add-ins listen on what is left of them. Beyond 32 bits
 // a number stops at the nearest that fits.
 TEST_F(AddinPort, DeliberateOnlyTheLow16BitsOfTheNumberCount) {
-  ExpectPorts({
-      {u"70000", 4464},
-      {u"-1", 65535},
-      {u"-65535", 1},
-      {u"-5000", 60536},
-      {u"65536", 0},
-      {u"65537", 1},
-      {u"2147483647", 65535},
-      {u"2147483648", 65535},
-      {u"4294972296", 65535},
-      {u"9999999999999999999", 65535},
-      {u"-2147483647", 1},
-      {u"-2147483648", 0},
-      {u"-2147483649", 0},
-      {u"-999999999999999999", 0},
-  });
+  ExpectPort(0, {u"65536", u"-2147483648", u"-2147483649", u"-999999999999999999"});
+  ExpectPort(1, {u"65537", u"-65535", u"-2147483647"});
+  ExpectPort(4464, {u"70000"});
+  ExpectPort(60536, {u"-5000"});
+  ExpectPort(65535, {u"-1", u"2147483647", u"2147483648", u"4294972296", u"9999999999999999999"});
 }
 
 TEST_F(AddinPort, TheTextHoldsNineteenCharacters) {

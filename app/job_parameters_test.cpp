@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace zentpost {
@@ -60,22 +59,18 @@ TEST(JobParameters, ACopyDoesNotFollowItsOriginal) {
 }
 
 TEST(JobParameters, OnlyAMissingEntryAndAHyphenSwitchOff) {
-  const std::pair<Entries, bool> cases[] = {
-      {{}, false},
-      {{{u"P", u"-"}}, false},
-      {{{u"P", u"1"}}, true},
-      {{{u"P", u"0"}}, true},
-      {{{u"P", u""}}, true},
-      {{{u"P", u"--"}}, true},
-      {{{u"P", u" -"}}, true},
-      {{{u"p", u"1"}}, false},
-      {{{u"P", u"1"}, {u"P", u"-"}}, true},
-      {{{u"P", u"-"}, {u"P", u"1"}}, false},
+  const auto is_on = [](const Entries& entries) {
+    return IsPresentAndNotMinus(ListOf(entries), u"P");
   };
-  for (const auto& [entries, is_on] : cases) {
-    EXPECT_EQ(IsPresentAndNotMinus(ListOf(entries), u"P"), is_on)
-        << testing::PrintToString(entries);
+  for (const char16_t* value : {u"1", u"0", u"", u"--", u" -"}) {
+    EXPECT_TRUE(is_on({{u"P", value}}));
   }
+  EXPECT_FALSE(is_on({}));
+  EXPECT_FALSE(is_on({{u"P", u"-"}}));
+  EXPECT_FALSE(is_on({{u"p", u"1"}}));
+  // The first one counts.
+  EXPECT_TRUE(is_on({{u"P", u"1"}, {u"P", u"-"}}));
+  EXPECT_FALSE(is_on({{u"P", u"-"}, {u"P", u"1"}}));
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 #include "testing/expected_texts.h"
 #include "testing/fake_platform/fault_sweep.h"
 #include "testing/fake_platform/fixture.h"
-#include "testing/job_texts.h"
 #include "testing/log_lines.h"
 #include "testing/text_printers.h"
 
@@ -25,7 +24,6 @@ using namespace std::string_literals;
 using platform::fake::FaultReplay;
 using platform::fake::FaultRun;
 using test::AllocationFaults;
-using test::EntriesText;
 using test::kNoFilePathLog;
 using test::kNoSourceFileNameLog;
 using test::LogText;
@@ -52,6 +50,15 @@ const std::string kDocument = "filename=d\nattdisplayname=n.pdf\n|";
 // A text that is no job file; `rest` is what stands there where parsing it stopped.
 std::string NoJob(const std::string& rest) {
   return "no job|" + test::NoJsonLog("ReadFromFile", rest);
+}
+
+// The entries in their order, one line for each: "filename=C:\a.pdf\n".
+std::string EntriesText(const ParameterList& list) {
+  std::string text;
+  for (const auto& [name, value] : list.Entries()) {
+    text += Readable(name) + "=" + Readable(value) + "\n";
+  }
+  return text;
 }
 
 class JobFileReader : public platform::fake::MachineTest {
@@ -180,27 +187,18 @@ TEST_F(JobFileReader, WhatIsNoObjectHoldsNoFields) {
 }
 
 TEST_F(JobFileReader, TheFirstReceiverIsTheFaxNumber) {
-  const std::pair<std::string, const char*> cases[] = {
-      {R"(["0301"])", "+FAX=0301\n"},
-      {R"(["0301", "0302"])", "+FAX=0301\n"},
-      {R"(["0301", 17])", "+FAX=0301\n"},
-      {R"([" +49 (301) 234 "])", "+FAX= +49 (301) 234 \n"},
-      {R"([""])", "+FAX=\n"},
-      {"[]", ""},
-      {"[17]", ""},
-      {R"([17, "0302"])", ""},
-      {R"([null, "0302"])", ""},
-      {R"([["0301"]])", ""},
-      {R"([{"0301": "0301"}])", ""},
-      {R"("0301")", ""},
-      {"301", ""},
-      {"null", ""},
-      {R"({"0": "0301"})", ""},
-      {"{}", ""},
-      {R"(null, "Parameters": {"Receiver": ["0301"]})", ""},
+  const auto read = [this](const std::string& receiver) {
+    return ReadCommand(R"({"Receiver": )" + receiver + "}");
   };
-  for (const auto& [receiver, fields] : cases) {
-    EXPECT_EQ(ReadCommand(R"({"Receiver": )" + receiver + "}"), fields) << receiver;
+  for (const char* receiver : {R"(["0301"])", R"(["0301", "0302"])", R"(["0301", 17])"}) {
+    EXPECT_EQ(read(receiver), "+FAX=0301\n");
+  }
+  EXPECT_EQ(read(R"([" +49 (301) 234 "])"), "+FAX= +49 (301) 234 \n");
+  EXPECT_EQ(read(R"([""])"), "+FAX=\n");
+  for (const char* none : {"[]", "[17]", R"([17, "0302"])", R"([null, "0302"])", R"([["0301"]])",
+                           R"([{"0301": "0301"}])", R"("0301")", "301", "null", R"({"0": "0301"})",
+                           "{}", R"(null, "Parameters": {"Receiver": ["0301"]})"}) {
+    EXPECT_EQ(read(none), "") << none;
   }
 }
 
@@ -234,24 +232,20 @@ TEST_F(JobFileReader, TheDisplayNameGetsItsExtensionWhenItHasNone) {
 
 // A JSON file without a document is a job file all the same: its result has a place to go to.
 TEST_F(JobFileReader, DeliberateAJobWithoutADocumentIsAJob) {
-  const std::pair<std::string, const char*> cases[] = {
-      {"", kNoFilePathLog},
-      {R"("SourceFileName": "n",)", kNoFilePathLog},
-      {R"("FilePath": 5, "SourceFileName": "n",)", kNoFilePathLog},
-      {R"("FilePath": null, "SourceFileName": "n",)", kNoFilePathLog},
-      {R"("FilePath": ["d"], "SourceFileName": "n",)", kNoFilePathLog},
-      {R"("FilePath": {"FilePath": "d"}, "SourceFileName": "n",)", kNoFilePathLog},
-      {R"("FilePath": "d",)", kNoSourceFileNameLog},
-      {R"("FilePath": "d", "SourceFileName": 5,)", kNoSourceFileNameLog},
-      {R"("FilePath": "d", "SourceFileName": true,)", kNoSourceFileNameLog},
-      {R"("FilePath": "d", "JobName": "n",)", kNoSourceFileNameLog},
-  };
-  for (const auto& [members, log] : cases) {
+  const auto expect_log = [this](const std::string& members, const std::string& log) {
     EXPECT_EQ(Read("{" + members +
                    R"("Cmd": {"FilePath": "d", "SourceFileName": "n", "Commands": {"S": "s"},
                               "Receiver": ["0301"]}})"),
-              "|"s + log)
+              "|" + log)
         << members;
+  };
+  expect_log("", kNoFilePathLog);
+  for (const std::string path : {"5", "null", R"(["d"])", R"({"FilePath": "d"})"}) {
+    expect_log(R"("FilePath": )" + path + R"(, "SourceFileName": "n",)", kNoFilePathLog);
+  }
+  for (const std::string name :
+       {"", R"("SourceFileName": 5,)", R"("SourceFileName": true,)", R"("JobName": "n",)"}) {
+    expect_log(R"("FilePath": "d",)" + name, kNoSourceFileNameLog);
   }
 }
 
@@ -465,10 +459,17 @@ TEST_F(JobFileReader, AFileThatChangesItsSizeMeanwhile) {
 }
 
 TEST_F(JobFileReader, AJobOf64MiB) {
-  const std::string start = R"({"Commands": {"K": ")";
-  const std::string end = R"("}, "Receiver": ["0301"]})";
-  const std::string text(k64MiB - start.size() - end.size() - kJob.size(), 'x');
-  EXPECT_TRUE(ReadCommand(start + text + end) == "K=" + text + "\n+FAX=0301\n");
+  const std::string start =
+      R"({"FilePath": "d", "SourceFileName": "n", "Cmd": {"Commands": {"K": ")";
+  const std::string end = R"("}, "Receiver": ["0301"]}})";
+  const std::size_t length = k64MiB - start.size() - end.size();
+  machine_.SetFile(kPath, start + std::string(length, 'x') + end);
+  JobParameters params;
+  EXPECT_EQ(CCommands::ReadFromFile(params, kPath), JobFileReading::kJobFile);
+  EXPECT_TRUE(params.faxFields.Entries() ==
+              (std::vector<ParameterList::Entry>{{u"K", std::u16string(length, u'x')},
+                                                 {u"+FAX", u"0301"}}));
+  EXPECT_EQ(LogText(), "");
 }
 
 TEST_F(JobFileReader, AHundredThousandLevels) {
