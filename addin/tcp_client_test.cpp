@@ -34,6 +34,11 @@ class TcpClient : public platform::fake::MachineTest {
     machine_.ClearCalls();
   }
 
+  void TearDown() override {
+    EXPECT_EQ(test::LogText(), "") << "nothing is logged";
+    MachineTest::TearDown();
+  }
+
   // A client that is connected to a peer of this kind, with the calls so far forgotten.
   std::unique_ptr<CTCPClient> Connected(Peer peer = Peer::kAccept) {
     machine_.Listen(kPort, peer);
@@ -306,16 +311,6 @@ TEST_F(TcpClient, ConvertToUtf8KeepsItsFailureInTheClient) {
     EXPECT_EQ(client.m_strError, c.error == 0 ? u"" : u"The utf-8 forward conversion failed.");
     EXPECT_EQ(client.m_dwError, c.error);
   }
-}
-
-TEST_F(TcpClient, NothingIsLogged) {
-  CTCPClient refused;
-  EXPECT_FALSE(refused.ConnectToServer(kHost, kPort));
-  std::string out;
-  refused.ConvertToUtf8(u"", out);
-  const auto client = Connected(Peer::kReset);
-  EXPECT_FALSE(client->SendWithTimeout("hello"));
-  EXPECT_EQ(test::LogText(), "");
 }
 
 }  // namespace

@@ -144,39 +144,24 @@ TEST(Format, FormatsThatDoNotFitAreHarmlessAtRunTime) {
 
 // The reader that both the compile-time check and the formatter use.
 TEST(Format, ConversionsAreReadToTheirEnd) {
-  // Whether it is one, its length, whether it is filled with zeros, width, precision, type.
-  const std::pair<std::u16string_view, format_internal::Conversion> cases[] = {
-      {u"%s", {true, 2, false, 0, 0, u's'}},
-      {u"%ws rest", {true, 3, false, 0, 0, u's'}},
-      {u"%d", {true, 2, false, 0, 0, u'd'}},
-      {u"%.8x -->", {true, 4, false, 0, 8, u'x'}},
-      {u"%08X", {true, 4, true, 8, 0, u'X'}},
-      {u"%12.34u", {true, 7, false, 12, 34, u'u'}},
-      {u"%012.34u", {true, 8, false, 12, 34, u'u'}},
-      {u"%p", {true, 2, false, 0, 0, u'p'}},
-      {u"%%s", {true, 2, false, 0, 0, u'%'}},
-      {u"%", {false, 0, false, 0, 0, 0}},
-      {u"%0", {false, 0, true, 0, 0, 0}},
-      {u"%5", {false, 0, false, 5, 0, 0}},
-      {u"%.", {false, 0, false, 0, 0, 0}},
-      {u"%c", {false, 2, false, 0, 0, u'c'}},
-      {u"%ld", {false, 2, false, 0, 0, u'l'}},
-      {u"%-5d", {false, 2, false, 0, 0, u'-'}},
-      {u"%wd", {false, 2, false, 0, 0, u'w'}},
-      {u"%hs", {false, 2, false, 0, 0, u'h'}},
-      {u"%S", {false, 2, false, 0, 0, u'S'}},
-      {u"%5s", {false, 3, false, 5, 0, u's'}},
-      {u"%.3s", {false, 4, false, 0, 3, u's'}},
-      {u"%0s", {false, 3, true, 0, 0, u's'}},
-      {u"%5ws", {false, 4, false, 5, 0, u's'}},
-      {u"%5%", {false, 3, false, 5, 0, u'%'}},
-  };
-  const auto members = [](const format_internal::Conversion& c) {
+  using format_internal::Conversion;
+  using format_internal::ReadConversion;
+  const auto members = [](const Conversion& c) {
     return std::tuple(c.valid, c.length, c.zero_padded, c.width, c.precision, c.type);
   };
-  for (const auto& [text, conversion] : cases) {
-    EXPECT_EQ(members(format_internal::ReadConversion(text)), members(conversion))
-        << Readable(text);
+  // Whether it is one, its length, whether it is filled with zeros, width, precision, type.
+  EXPECT_EQ(members(ReadConversion(u"%ws rest")), members({true, 3, false, 0, 0, u's'}));
+  EXPECT_EQ(members(ReadConversion(u"%08X")), members({true, 4, true, 8, 0, u'X'}));
+  EXPECT_EQ(members(ReadConversion(u"%12.34u")), members({true, 7, false, 12, 34, u'u'}));
+  EXPECT_EQ(members(ReadConversion(u"%012.34u")), members({true, 8, false, 12, 34, u'u'}));
+  // What is none, and how much of it is left out; of what has no end, all.
+  const std::pair<std::u16string_view, std::size_t> cases[] = {
+      {u"%", 0},   {u"%0", 0},   {u"%5", 0},  {u"%.", 0},   {u"%c", 2},
+      {u"%ld", 2}, {u"%-5d", 2}, {u"%wd", 2}, {u"%hs", 2},  {u"%S", 2},
+      {u"%5s", 3}, {u"%.3s", 4}, {u"%0s", 3}, {u"%5ws", 4}, {u"%5%", 3}};
+  for (const auto& [text, length] : cases) {
+    EXPECT_FALSE(ReadConversion(text).valid) << Readable(text);
+    EXPECT_EQ(ReadConversion(text).length, length) << Readable(text);
   }
 }
 

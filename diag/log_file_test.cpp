@@ -90,11 +90,6 @@ TEST_F(LogFile, TimeStampHasAllItsDigits) {
   }
 }
 
-TEST_F(LogFile, ATimeThatHasNoLocalFormIsShownAsNone) {
-  machine_.FailCallOf("BreakIntoLocalTime", 0, platform::kInvalidParameter);
-  EXPECT_EQ(FormatLogPrefix(kLevelError), u"0000/00/00 -01:-01:-01 - ERROR  : ");
-}
-
 TEST_F(LogFile, EveryEntryPoint) {
   SwitchOn();
   machine_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n");
@@ -146,15 +141,6 @@ TEST_F(LogFile, LogLevelSwitchesTheFileAndNothingElse) {
     EXPECT_EQ(LogText(), "INFO: i\nWARNING: w\nERROR: e\nDEBUG: d\n");
     EXPECT_EQ(Stored(), number == 0 ? "(none)" : Debugged("\r\n"));
   }
-}
-
-TEST_F(LogFile, AnythingButAFileInItsPlaceIsLeftAlone) {
-  SwitchOn();
-  machine_.AddPipe(kLogPath);
-  LogInfo(u"one");
-  EXPECT_EQ(machine_.CallsOf("AppendToFile").size(), 1u);
-  EXPECT_EQ(machine_.FileBytes(kLogPath).value_or(""), "");
-  EXPECT_EQ(LogText(), "INFO: one\n");
 }
 
 TEST_F(LogFile, CallsOfALineWithoutTheFile) {
@@ -234,15 +220,6 @@ TEST_F(LogFile, ThePathLiesBelowTheLocalApplicationData) {
   EXPECT_EQ(GetLogFilePath(), u"D:\\Missing\\VORNA\\Client\\Log\\zentpost.log");
 }
 
-TEST_F(LogFile, WithoutLocalApplicationDataTheLogIsInTheTemporaryFolder) {
-  SwitchOn();
-  machine_.SetLocalApplicationData(static_cast<std::int32_t>(0x80070003), u"");
-  EXPECT_EQ(GetLogFilePath(), kTemporaryLogPath);
-  LogInfo(u"one");
-  EXPECT_EQ(Stored(kTemporaryLogPath), Line(" - INFO   : one"));
-  EXPECT_EQ(Stored(), "(none)");
-}
-
 TEST_F(LogFile, TheTemporaryFolderIsTakenAsItIsUpToItsLimit) {
   machine_.SetLocalApplicationData(static_cast<std::int32_t>(0x80004005), u"");
   // With its terminator the longest no longer fits into 260 units.
@@ -265,17 +242,6 @@ TEST_F(LogFile, DeliberateAMissingFolderIsNotCreated) {
   LogError(u"two");
   EXPECT_EQ(LogText(), "ERROR: one\nERROR: two\n");
   EXPECT_EQ(machine_.FilePaths(), Paths{});
-}
-
-TEST_F(LogFile, AFileThatCannotBeWrittenDropsTheLine) {
-  SwitchOn();
-  machine_.SetFile(kLogPath, "old\r\n");
-  machine_.SetReadOnly(kLogPath, true);
-  LogError(u"one");
-  machine_.SetReadOnly(kLogPath, false);
-  LogError(u"two");
-  EXPECT_EQ(LogText(), "ERROR: one\nERROR: two\n");
-  EXPECT_EQ(Stored(), "old\r\n" + Line(" - ERROR  : two"));
 }
 
 TEST_F(LogFile, PercentSignsInAMessageStandAsTheyAre) {

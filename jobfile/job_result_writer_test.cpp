@@ -152,8 +152,7 @@ TEST_F(JobResultWriter, TheErrorTextIsUtf8EscapedOnlyWhereItMustBe) {
   // A text, and how it is written.
   const std::pair<const char16_t*, const char*> cases[] = {
       {u"MAPI Error", "MAPI Error"},
-      {u"M\u00FCller \u20AC", "M\xC3\xBCller \xE2\x82\xAC"},
-      {u"\U0001F4E0", "\xF0\x9F\x93\xA0"},
+      {u"\u00FC \u20AC \U0001F4E0", "\xC3\xBC \xE2\x82\xAC \xF0\x9F\x93\xA0"},
       {u"\"\\/", "\\\"\\\\/"},
       {u"\b\f\n\r\t\u0001\u001F\u007F", "\\b\\f\\n\\r\\t\\u0001\\u001f\x7F"},
       {u"100% %s", "100% %s"},
@@ -292,44 +291,31 @@ TEST_F(JobResultWriter, DeliberateTheFileIsRewrittenInPlace) {
   EXPECT_EQ(machine_.FilePaths(), Paths{kPath});
 }
 
-// Takes `taken` away from the machine when the job file has been read. One test at a time uses it.
-class VanishesAfterReading {
- public:
-  explicit VanishesAfterReading(std::u16string_view taken) {
-    taken_ = taken;
-    platform::fake::TheMachine().SetCallHook([](bool begins) {
-      platform::fake::Machine& machine = platform::fake::TheMachine();
-      if (begins && !machine.CallsOf("ReadBytes").empty()) {
-        machine.Remove(taken_);
-      }
-    });
-  }
-  VanishesAfterReading(const VanishesAfterReading&) = delete;
-  VanishesAfterReading& operator=(const VanishesAfterReading&) = delete;
-  ~VanishesAfterReading() { platform::fake::TheMachine().SetCallHook(nullptr); }
+// What vanishes when the job file has been read, until the hook is taken back.
+std::u16string_view vanishing;
 
- private:
-  static inline std::u16string_view taken_;
-};
+void Vanish(bool begins) {
+  platform::fake::Machine& machine = platform::fake::TheMachine();
+  if (begins && !machine.CallsOf("ReadBytes").empty()) {
+    machine.Remove(vanishing);
+  }
+}
 
 TEST_F(JobResultWriter, AFileThatVanishesMeanwhileIsMadeAnewButNoFolder) {
-  machine_.SetFile(kPath, kShortJob);
-  {
-    const VanishesAfterReading vanishes(kPath);
-    EXPECT_TRUE(Write());
+  for (const std::u16string_view path : {kPath, u"C:\\Jobs"}) {
+    machine_.Reset();
+    machine_.SetFile(kPath, kShortJob);
+    vanishing = path;
+    machine_.SetCallHook(Vanish);
+    EXPECT_EQ(Write(), path == kPath);
+    machine_.SetCallHook(nullptr);
+    // The hook took a file away once more when it was closed, so that what was written tells.
+    const Calls written = {"WriteBytes(C:\\Jobs\\job.json, " + std::to_string(kWritten.size()) +
+                           ")"};
+    EXPECT_EQ(machine_.CallsOf("WriteBytes"), path == kPath ? written : Calls());
+    EXPECT_EQ(machine_.FilePaths(), Paths{});
+    EXPECT_EQ(LogText(), "");
   }
-  EXPECT_EQ(LogText(), "");
-  // The hook took it away once more when it was closed, so that what was written tells.
-  EXPECT_EQ(machine_.CallsOf("WriteBytes"),
-            Calls{"WriteBytes(C:\\Jobs\\job.json, " + std::to_string(kWritten.size()) + ")"});
-  machine_.Reset();
-  machine_.SetFile(kPath, kShortJob);
-  {
-    const VanishesAfterReading vanishes(u"C:\\Jobs");
-    EXPECT_FALSE(Write());
-  }
-  EXPECT_EQ(machine_.FilePaths(), Paths{});
-  EXPECT_EQ(LogText(), "");
 }
 
 // Opened for writing is written: the fax application finds what there is.
