@@ -174,33 +174,23 @@ TEST_F(TcpClient, AFailedSendIsTold) {
   ExpectSend(unconnected, "hello", platform::kSocketNotConnected);
 }
 
-TEST_F(TcpClient, APeerThatNeverReadsIsGivenUpAfter10000Waits) {
-  machine_.SetSendWindow(4);
-  const auto client = Connected(Peer::kNeverRead);
-  ExpectSend(*client, "hello", platform::kSocketInterrupted);
-  EXPECT_EQ(client->m_bSending, 0);
-  EXPECT_EQ(machine_.Calls(), (Calls{"StartWorker()", "Send(5)", "WaitForWorker()"}));
-  Calls worker_calls(10000, "worker: SleepMilliseconds(1)");
-  worker_calls.emplace_back("worker: CancelBlockingCall()");
-  EXPECT_TRUE(machine_.WorkerCalls() == worker_calls) << machine_.WorkerCalls().size();
-  EXPECT_EQ(machine_.Connections(), Sent{"hell"});
-}
-
 // Time-outs, and the waits that they allow.
 constexpr std::pair<std::int32_t, std::size_t> kWaitCases[] = {
-    {std::numeric_limits<std::int32_t>::min(), 0}, {-1, 0}, {0, 0}, {1, 1}, {2, 2}, {250, 250}};
+    {std::numeric_limits<std::int32_t>::min(), 0}, {-1, 0}, {0, 0}, {1, 1}, {2, 2}, {10000, 10000}};
 
 TEST_F(TcpClient, ABlockedSendIsCancelledAfterAsManyWaitsAsTheTimeOutSays) {
   machine_.SetSendWindow(4);
   for (const auto& [timeout, waits] : kWaitCases) {
     SCOPED_TRACE(timeout);
-    const std::uint64_t before = machine_.SleepCount();
     const auto client = Connected(Peer::kNeverRead);
     client->m_nSendTimeout = timeout;
     ExpectSend(*client, "hello", platform::kSocketInterrupted);
-    EXPECT_EQ(machine_.SleepCount() - before, waits);
-    EXPECT_EQ(machine_.WorkerCalls().size(), waits + 1);
-    EXPECT_EQ(machine_.WorkerCalls().back(), "worker: CancelBlockingCall()");
+    EXPECT_EQ(client->m_bSending, 0);
+    EXPECT_EQ(machine_.Calls(), (Calls{"StartWorker()", "Send(5)", "WaitForWorker()"}));
+    Calls worker_calls(waits, "worker: SleepMilliseconds(1)");
+    worker_calls.emplace_back("worker: CancelBlockingCall()");
+    EXPECT_EQ(machine_.WorkerCalls(), worker_calls);
+    EXPECT_EQ(machine_.Connections().back(), "hell");
   }
 }
 

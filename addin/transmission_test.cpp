@@ -267,18 +267,5 @@ TEST_F(Transmission, AJobFileThatCannotBeRewrittenChangesNoOutcome) {
   EXPECT_EQ(JobFile(), kJobFile);
 }
 
-TEST_F(Transmission, AVanishedJobFileIsLoggedAndChangesNoOutcome) {
-  machine_.Remove(kJobName);
-  EXPECT_EQ(ExpectSent(Job(), JobsPayload()), AddinLog(JobsPayload().Bytes()) + kAddinSentLog +
-                                                  test::NoJsonLog("WriteJobFileResult", ""));
-  EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>());
-}
-
-TEST_F(Transmission, AnEarlierResultIsReplaced) {
-  machine_.SetFile(kJobName, test::WithResult(kJobFile, 1, 1004, "from before"));
-  ExpectSent(Job(), JobsPayload());
-  EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
-}
-
 }  // namespace
 }  // namespace zentpost

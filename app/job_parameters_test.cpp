@@ -43,19 +43,8 @@ TEST(JobParameters, NamesAreComparedUnitForUnit) {
   EXPECT_FALSE(ParameterList().Contains(u"S"));
 }
 
-TEST(JobParameters, ACopyDoesNotFollowItsOriginal) {
-  JobParameters original;
-  EXPECT_FALSE(original.fromJobFile);
-  original.arguments.Add(u"jobname", u"a.json");
-  original.faxFields.Add(u"S", u"subject");
-  original.fromJobFile = true;
-  const JobParameters copy = original;
-  original.arguments.Clear();
-  original.faxFields.Add(u"E", u"later");
-  original.fromJobFile = false;
-  EXPECT_EQ(copy.arguments.Entries(), (Entries{{u"jobname", u"a.json"}}));
-  EXPECT_EQ(copy.faxFields.Entries(), (Entries{{u"S", u"subject"}}));
-  EXPECT_TRUE(copy.fromJobFile);
+TEST(JobParameters, ANewJobIsNotFromAJobFile) {
+  EXPECT_FALSE(JobParameters().fromJobFile);
 }
 
 TEST(JobParameters, OnlyAMissingEntryAndAHyphenSwitchOff) {
