@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,23 +49,25 @@ Entries EachOf(const std::vector<std::u16string>& names) {
 }
 
 // A job with something in every place, and in some that the payload has no use for.
+const Entries kArguments = {{u"filename", kDocument},
+                            {u"attdisplayname", u"Letter.pdf"},
+                            {u"jobname", u"C:\\jobs\\a.json"},
+                            {u"preview", u"1"},
+                            {u"subject", u"of the command line"}};
+const Entries kFields = {{u"B", u"9600"},
+                         {u"C", u"1"},
+                         {u"E", u"Miller"},
+                         {u"K", u"A comment"},
+                         {u"N", u"7"},
+                         {u"O", u"out.json"},
+                         {u"P", u"1"},
+                         {u"S", u"A subject"},
+                         {u"U", u"Smith"},
+                         {u"Z", u"23:15"},
+                         {u"+FAX", u"0301234567"}};
+
 JobParameters WholeJob() {
-  return JobOf({{u"filename", kDocument},
-                {u"attdisplayname", u"Letter.pdf"},
-                {u"jobname", u"C:\\jobs\\a.json"},
-                {u"preview", u"1"},
-                {u"subject", u"of the command line"}},
-               {{u"B", u"9600"},
-                {u"C", u"1"},
-                {u"E", u"Miller"},
-                {u"K", u"A comment"},
-                {u"N", u"7"},
-                {u"O", u"out.json"},
-                {u"P", u"1"},
-                {u"S", u"A subject"},
-                {u"U", u"Smith"},
-                {u"Z", u"23:15"},
-                {u"+FAX", u"0301234567"}});
+  return JobOf(kArguments, kFields);
 }
 
 PayloadText WholePayload() {
@@ -93,10 +94,8 @@ TEST_F(Payload, AWholeJobFillsEveryMember) {
 }
 
 TEST_F(Payload, TheOrderOfTheFieldsMakesNoDifference) {
-  JobParameters job = WholeJob();
-  const Entries entries = WholeJob().faxFields.Entries();
-  job.faxFields = JobOf({}, Entries(entries.rbegin(), entries.rend())).faxFields;
-  EXPECT_EQ(CCommands::json(job), WholePayload().Bytes());
+  EXPECT_EQ(CCommands::json(JobOf(kArguments, Entries(kFields.rbegin(), kFields.rend()))),
+            WholePayload().Bytes());
 }
 
 // The add-in expects the two switches so: they are not alike.

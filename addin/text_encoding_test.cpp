@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,7 +24,6 @@
 namespace zentpost {
 namespace {
 
-using platform::fake::FaultRun;
 using test::AllocationFaultMode;
 using test::AllocationFaults;
 using test::FailureLog;
@@ -422,19 +420,20 @@ TEST_F(TextEncoding, EveryCallOfTheConversions) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     std::string bytes;
-    platform::fake::SweepFaults({[] {}, [&] { bytes = c.convert(); }}, [&](const FaultRun& run) {
-      const bool in_allocation = run.name == "AllocateBlock";
-      if (!in_allocation && run.name != "WideToBytes" && run.name != "BytesToWide") {
-        // A call for the lines of a conversion that has failed by then.
-        EXPECT_EQ(bytes, c.bytes);
-        EXPECT_EQ(LogText(), c.log);
-        return;
-      }
-      EXPECT_EQ(bytes, in_allocation ? "no memory" : "");
-      EXPECT_EQ(LogText(), c.is_logged
-                               ? FailureLog(in_allocation ? kUtf8NoMemory : kUtf8Failed, "0000001f")
-                               : "");
-    });
+    platform::fake::SweepFaults(
+        {[] {}, [&] { bytes = c.convert(); }}, [&](const platform::fake::FaultRun& run) {
+          const bool in_allocation = run.name == "AllocateBlock";
+          if (!in_allocation && run.name != "WideToBytes" && run.name != "BytesToWide") {
+            // A call for the lines of a conversion that has failed by then.
+            EXPECT_EQ(bytes, c.bytes);
+            EXPECT_EQ(LogText(), c.log);
+            return;
+          }
+          EXPECT_EQ(bytes, in_allocation ? "no memory" : "");
+          EXPECT_EQ(LogText(), c.is_logged ? FailureLog(in_allocation ? kUtf8NoMemory : kUtf8Failed,
+                                                        "0000001f")
+                                           : "");
+        });
   }
 }
 

@@ -47,39 +47,13 @@ class Transmission : public test::JobTest {
 };
 
 TEST_F(Transmission, AJobThatIsTakenIsDelivered) {
-  EXPECT_EQ(ExpectSent(Job(), JobsPayload()), AddinLog(JobsPayload().Bytes()) + kAddinSentLog);
-  EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
-}
-
-// The log's line of the payload, and what becomes of a job file that is written back.
-std::string PayloadStep(const std::string& payload) {
-  return "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + payload + "\r\n";
-}
-void AddResultSteps(Calls& steps) {
-  steps.insert(
-      steps.end(),
-      {"OpenFileAt(C:\\jobs\\a.json, kRead)", "QueryFileSize(C:\\jobs\\a.json)",
-       "ReadBytes(C:\\jobs\\a.json, " + std::to_string(kJobFile.size()) + ")",
-       "OpenFileAt(C:\\jobs\\a.json, kRewrite)",
-       "WriteBytes(C:\\jobs\\a.json, " + std::to_string(test::WithSuccess(kJobFile).size()) + ")"});
-}
-
-TEST_F(Transmission, StepsFollowOneAnother) {
   StartAddin();
   EXPECT_TRUE(ProcessToOutlookClient(Job()));
   const std::string payload = JobsPayload().Bytes();
-  Calls steps = {"log INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.",
-                 PayloadStep(payload),
-                 "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
-                 "QueryValue(TolvanAddinPort, 40)",
-                 "Create()",
-                 "Connect(127.0.0.1, 5000)",
-                 "StartWorker()",
-                 "Send(" + std::to_string(payload.size()) + ")",
-                 "WaitForWorker()",
-                 "log INFO: ProcessToOutlookClient(): The JSON payload successfully sent."};
-  AddResultSteps(steps);
-  EXPECT_EQ(test::Steps(), steps);
+  EXPECT_EQ(test::Steps(), test::AddinSteps(payload));
+  EXPECT_EQ(machine_.Connections(), Sent{payload});
+  EXPECT_EQ(LogText(), AddinLog(payload) + kAddinSentLog);
+  EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
 }
 
 TEST_F(Transmission, EachFailureHasItsLineAndItsResult) {
@@ -90,49 +64,38 @@ TEST_F(Transmission, EachFailureHasItsLineAndItsResult) {
     test::AddinFailure failure;
     Sent sent;
   };
-  // Without the fax client's key the log asks for no value: the port's is the first query.
+  const auto fails = [this](const char* call, platform::Status status, std::size_t index = 0) {
+    return [=, this] { machine_.FailCallOf(call, index, status); };
+  };
+  const auto meets = [this](Peer peer) {
+    return [=, this] {
+      machine_.SetSendWindow(100);
+      StartAddin(peer);
+    };
+  };
+  const auto has_port = [this](const char16_t* port) { return [=, this] { SetPort(port); }; };
   const Case cases[] = {
-      {"the payload cannot be widened",
-       [this] { machine_.FailCallOf("BytesToWide", 0, platform::kInvalidParameter); },
-       test::kNoPayload,
-       {}},
-      {"the port is 0", [this] { SetPort(u"0"); }, test::kNoPort, {}},
-      {"the port cannot be read",
-       [this] { machine_.FailCallOf("QueryValue", 0, platform::kAccessDenied); },
-       test::kNoPort,
-       {}},
-      {"the socket cannot be created",
-       [this] { machine_.FailCallOf("Create", 0, platform::kSocketTooMany); },
-       test::kNotConnected,
-       {}},
-      {"nothing listens",
+      {"no widening", fails("BytesToWide", platform::kInvalidParameter), test::kNoPayload, {}},
+      {"port 0", has_port(u"0"), test::kNoPort, {}},
+      // Without the fax client's key the log asks for no value: the port's is the first query.
+      {"no port", fails("QueryValue", platform::kAccessDenied), test::kNoPort, {}},
+      {"no socket", fails("Create", platform::kSocketTooMany), test::kNotConnected, {}},
+      {"no listener",
        [this] { machine_.StopListening(test::kAddinPort); },
        test::kNotConnected,
        {}},
-      {"nothing listens on the highest port",
-       [this] { SetPort(u"-1"); },
+      {"none on the highest port",
+       has_port(u"-1"),
        {"ERROR: ProcessToOutlookClient(): The client connection to 127.0.0.1:65535 cannot be "
         "established.\n",
         test::kNotConnected.code, test::kNotConnected.text},
        {}},
-      {"the peer resets",
-       [this] { StartAddin(Peer::kReset); },
-       test::kNotSent,
-       {payload.substr(0, payload.size() / 2)}},
-      {"the peer never reads",
-       [this] {
-         machine_.SetSendWindow(100);
-         StartAddin(Peer::kNeverRead);
-       },
-       test::kNotSent,
-       {payload.substr(0, 100)}},
-      {"the socket fails",
-       [this] { machine_.FailCallOf("Send", 0, platform::kSocketAborted); },
-       test::kNotSent,
-       {""}},
+      {"a reset", meets(Peer::kReset), test::kNotSent, {payload.substr(0, payload.size() / 2)}},
+      {"no reading", meets(Peer::kNeverRead), test::kNotSent, {payload.substr(0, 100)}},
+      {"a socket error", fails("Send", platform::kSocketAborted), test::kNotSent, {""}},
       // Sending nothing succeeds, so nothing must be sent. The payload's four values come first.
-      {"there is no memory for the second encoding",
-       [this] { machine_.FailCallOf("AllocateBlock", 4, platform::kNotEnoughMemory); },
+      {"no memory for the second encoding",
+       fails("AllocateBlock", platform::kNotEnoughMemory, 4),
        test::kNotSent,
        {""}},
   };
@@ -168,13 +131,12 @@ TEST_F(Transmission, ADivertedJobIsWrittenAndNotSent) {
   EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), payload);
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
   EXPECT_EQ(LogText(), AddinLog(payload));
-  Calls steps = {"log INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.",
-                 PayloadStep(payload),
-                 "TemporaryFolder(260)",
-                 "IdentifyFile(C:\\Temp\\payload.json)",
-                 "OpenFileAt(C:\\Temp\\payload.json, kRewrite)",
-                 "WriteBytes(C:\\Temp\\payload.json, " + std::to_string(payload.size()) + ")"};
-  AddResultSteps(steps);
+  Calls steps = test::AddinSteps(payload);
+  steps.erase(steps.begin() + 2, steps.end() - 5);
+  steps.insert(steps.begin() + 2,
+               {"TemporaryFolder(260)", "IdentifyFile(C:\\Temp\\payload.json)",
+                "OpenFileAt(C:\\Temp\\payload.json, kRewrite)",
+                "WriteBytes(C:\\Temp\\payload.json, " + std::to_string(payload.size()) + ")"});
   EXPECT_EQ(test::Steps(), steps);
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,9 +15,8 @@
 namespace zentpost {
 namespace {
 
-using platform::fake::Peer;
-using test::AddinLog;
 using test::kJobFile;
+using test::kJobName;
 using test::LogText;
 using test::PayloadText;
 using test::Sent;
@@ -29,7 +29,7 @@ class Application : public test::JobTest {
  protected:
   Application() {
     machine_.Reset();  // the sockets are the application's to start
-    machine_.SetFile(u"a.json", kJobFile);
+    machine_.SetFile(kJobName, kJobFile);
   }
 
   // A whole process on this machine; gives its exit code.
@@ -54,52 +54,40 @@ TEST_F(Application, AJobThatWasNeverStartedWasNotDelivered) {
 }
 
 TEST_F(Application, AFailedJobEndsTheProcessWith1) {
-  EXPECT_EQ(Run(u"a.json"), 1);
-  EXPECT_EQ(machine_.FileBytes(u"a.json"), test::WithMapiError(kJobFile));
+  EXPECT_EQ(Run(kJobName), 1);
+  EXPECT_EQ(JobFile(), test::WithMapiError(kJobFile));
 }
 
 TEST_F(Application, ADeliveredJobEndsTheProcessWith0) {
   StartAddin();
-  const std::string size = std::to_string(kJobFile.size());
-  EXPECT_EQ(Run(u"a.json"), 0);
+  EXPECT_EQ(Run(kJobName), 0);
   EXPECT_EQ(machine_.Connections(), (Sent{"", kPayload}));
-  EXPECT_EQ(machine_.FileBytes(u"a.json"), test::WithSuccess(kJobFile));
-  EXPECT_EQ(LogText(),
-            "INFO: StartZentpost(): a.json\n" + AddinLog(kPayload) + test::kAddinSentLog);
-  EXPECT_EQ(test::Steps(),
-            (std::vector<std::string>{
-                "InitializeCommonControls(0xff)",
-                "StartSockets(0x202)",
-                "OpenFileAt(a.json, kRead)",
-                "QueryFileSize(a.json)",
-                "ReadBytes(a.json, " + size + ")",
-                "log INFO: StartZentpost(): a.json",
-                "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
-                "QueryValue(TolvanAddinPort, 40)",
-                "Create()",
-                "Connect(127.0.0.1, 5000)",
-                "log INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.",
-                "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + kPayload + "\r\n",
-                "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
-                "QueryValue(TolvanAddinPort, 40)",
-                "Create()",
-                "Connect(127.0.0.1, 5000)",
-                "StartWorker()",
-                "Send(" + std::to_string(kPayload.size()) + ")",
-                "WaitForWorker()",
-                "log INFO: ProcessToOutlookClient(): The JSON payload successfully sent.",
-                "OpenFileAt(a.json, kRead)",
-                "QueryFileSize(a.json)",
-                "ReadBytes(a.json, " + size + ")",
-                "OpenFileAt(a.json, kRewrite)",
-                "WriteBytes(a.json, " + std::to_string(test::WithSuccess(kJobFile).size()) + ")",
-                "EndSockets()"}));
+  EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
+  EXPECT_EQ(LogText(), "INFO: StartZentpost(): C:\\jobs\\a.json\n" + test::AddinLog(kPayload) +
+                           test::kAddinSentLog);
+  std::vector<std::string> steps = {
+      "InitializeCommonControls(0xff)",
+      "StartSockets(0x202)",
+      "OpenFileAt(C:\\jobs\\a.json, kRead)",
+      "QueryFileSize(C:\\jobs\\a.json)",
+      "ReadBytes(C:\\jobs\\a.json, " + std::to_string(kJobFile.size()) + ")",
+      "log INFO: StartZentpost(): C:\\jobs\\a.json",
+      "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
+      "QueryValue(TolvanAddinPort, 40)",
+      "Create()",
+      "Connect(127.0.0.1, 5000)"};
+  for (const std::string& step : test::AddinSteps(kPayload)) {
+    steps.push_back(step);
+  }
+  steps.emplace_back("EndSockets()");
+  EXPECT_EQ(test::Steps(), steps);
 }
 
 TEST_F(Application, TheReadersLinesStandBeforeTheStart) {
-  machine_.SetFile(u"a.json", "{}");
-  EXPECT_EQ(Run(u"a.json"), 1);
-  EXPECT_EQ(LogText(), test::kNoFilePathLog + ("INFO: StartZentpost(): a.json\n" + MapiLog("")));
+  machine_.SetFile(kJobName, "{}");
+  EXPECT_EQ(Run(kJobName), 1);
+  EXPECT_EQ(LogText(),
+            test::kNoFilePathLog + ("INFO: StartZentpost(): C:\\jobs\\a.json\n" + MapiLog("")));
 }
 
 TEST_F(Application, AnEmptyCommandLineIsAJobThatFails) {
@@ -147,10 +135,10 @@ TEST_F(Application, WithoutTheSocketLibraryTheJobTakesTheOtherRoute) {
 }
 
 TEST_F(Application, TheExitCodeFollowsTheRouteThatRunsLast) {
-  StartAddin(Peer::kAccept, 1);
+  StartAddin(platform::fake::Peer::kAccept, 1);
   EXPECT_EQ(Run(u"a.pdf"), 1);
   machine_.SetDword(platform::Hive::kCurrentUser, test::kClientKey, u"SkipExtendedMapi", 1);
-  StartAddin(Peer::kAccept, 1);
+  StartAddin(platform::fake::Peer::kAccept, 1);
   EXPECT_EQ(Run(u"a.pdf"), 0);
 }
 
@@ -166,11 +154,11 @@ void ThrowBehindTheFirstLine(bool begins) {
 TEST_F(Application, WhateverIsThrownTheJobHasFailedAndTheSocketsAreEnded) {
   StartAddin();
   machine_.SetCallHook(ThrowBehindTheFirstLine);
-  EXPECT_EQ(Run(u"a.json"), 1);
+  EXPECT_EQ(Run(kJobName), 1);
   EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
   EXPECT_EQ(machine_.OpenHandles(), 0u);
-  EXPECT_EQ(machine_.FileBytes(u"a.json"), kJobFile);
-  EXPECT_EQ(LogText(), "INFO: StartZentpost(): a.json\n");
+  EXPECT_EQ(JobFile(), kJobFile);
+  EXPECT_EQ(LogText(), "INFO: StartZentpost(): C:\\jobs\\a.json\n");
 }
 
 }  // namespace

@@ -18,7 +18,6 @@ using platform::Hive;
 using platform::fake::Peer;
 using test::AddinLog;
 using test::Job;
-using test::JobWith;
 using test::kJobFile;
 using test::kPortKey;
 using test::kPortValue;
@@ -170,7 +169,7 @@ TEST_F(Dispatch, ADivertedJobIsWrittenByEitherRoute) {
     if (has_addin) {
       StartAddin();
     }
-    EXPECT_TRUE(DispatchJob(JobWith(u"O", u"payload.json")));
+    EXPECT_TRUE(DispatchJob(test::JobWith(u"O", u"payload.json")));
     EXPECT_EQ(LogText(), has_addin ? AddinLog(kPayload) : kMapiLog);
     EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), kPayload);
     EXPECT_EQ(machine_.Connections(), has_addin ? Sent{""} : Sent());

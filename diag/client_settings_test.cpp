@@ -13,8 +13,6 @@ namespace zentpost {
 namespace {
 
 using platform::Hive;
-using platform::fake::FaultMode;
-using platform::fake::FaultRun;
 using ClientSettings = platform::fake::MachineTest;
 using Calls = std::vector<std::string>;
 
@@ -112,13 +110,14 @@ TEST_F(ClientSettings, EveryCallOfARead) {
         machine_.SetDword(Hive::kLocalMachine, kKey, kName, 9);
       },
       [&number] { number = ReadClientNumber(kName); }};
-  const std::size_t runs = platform::fake::SweepFaults(scenario, [&number](const FaultRun& run) {
-    const bool user_failed =
-        run.call == "OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)" || run.index == 1;
-    // The user's part failing is like a user without the value; all that comes later decides.
-    const bool is_found = user_failed && run.mode == FaultMode::kOnce;
-    EXPECT_EQ(number, is_found ? 9u : 0u);
-  });
+  const std::size_t runs =
+      platform::fake::SweepFaults(scenario, [&number](const platform::fake::FaultRun& run) {
+        const bool user_failed =
+            run.call == "OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)" || run.index == 1;
+        // The user's part failing is like a user without the value; all that comes later decides.
+        const bool is_found = user_failed && run.mode == platform::fake::FaultMode::kOnce;
+        EXPECT_EQ(number, is_found ? 9u : 0u);
+      });
   EXPECT_EQ(runs, 10u);
 }
 

@@ -14,7 +14,6 @@
 namespace zentpost {
 namespace {
 
-using platform::fake::FaultRun;
 using ErrorTexts = platform::fake::MachineTest;
 
 // Written down from the published list of texts, not copied from the table under test.
@@ -173,7 +172,7 @@ TEST_F(ErrorTexts, ASystemThatFailsIsAnUnknownError) {
   const std::size_t runs = platform::fake::SweepFaults(
       {[this] { machine_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n"); },
        [&text] { text = GetErrorText(2); }},
-      [&text](const FaultRun&) { EXPECT_EQ(text, u"Unknown Error."); });
+      [&text](const platform::fake::FaultRun&) { EXPECT_EQ(text, u"Unknown Error."); });
   EXPECT_EQ(runs, 2u);
 }
 

@@ -18,11 +18,9 @@ namespace zentpost {
 namespace {
 
 using platform::Hive;
-using platform::fake::FaultReplay;
 using platform::fake::FaultRun;
 using test::LogText;
 using Calls = std::vector<std::string>;
-using Paths = std::vector<std::u16string>;
 
 constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
 constexpr char16_t kLogFolder[] = u"C:\\AppData\\VORNA\\Client\\Log";
@@ -241,7 +239,7 @@ TEST_F(LogFile, DeliberateAMissingFolderIsNotCreated) {
   // Had it been created, this line would be stored.
   LogError(u"two");
   EXPECT_EQ(LogText(), "ERROR: one\nERROR: two\n");
-  EXPECT_EQ(machine_.FilePaths(), Paths{});
+  EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{});
 }
 
 TEST_F(LogFile, PercentSignsInAMessageStandAsTheyAre) {
@@ -322,7 +320,7 @@ struct ExpectedLog {
     }
   }
 
-  FaultReplay replay;
+  platform::fake::FaultReplay replay;
   std::string debugger, log, temporary_log, current_log;
 };
 

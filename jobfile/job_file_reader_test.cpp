@@ -22,7 +22,6 @@ namespace {
 using namespace std::string_literals;
 
 using platform::fake::FaultReplay;
-using platform::fake::FaultRun;
 using test::AllocationFaults;
 using test::kNoFilePathLog;
 using test::kNoSourceFileNameLog;
@@ -573,7 +572,7 @@ TEST_F(JobFileReader, EveryCallOfAReading) {
   std::string job;
   const std::size_t runs = platform::fake::SweepFaults(
       {[this] { machine_.SetFile(kPath, kSweptJob); }, [&] { job = ReadFile(); }},
-      [&](const FaultRun& run) {
+      [&](const platform::fake::FaultRun& run) {
         EXPECT_EQ(job, ExpectedJob(FaultReplay(run)));
         EXPECT_EQ(machine_.FileBytes(kPath), kSweptJob);
       });

@@ -20,10 +20,7 @@
 namespace zentpost {
 namespace {
 
-using platform::fake::FaultMode;
-using platform::fake::FaultReplay;
 using platform::fake::FaultRun;
-using test::AllocationFaults;
 using test::FailureLog;
 using test::LogText;
 using test::NoJsonLog;
@@ -348,7 +345,7 @@ struct Outcome {
 };
 
 Outcome ExpectedOutcome(const FaultRun& run, const std::string& before, std::size_t names) {
-  FaultReplay replay(run);
+  platform::fake::FaultReplay replay(run);
   for (const char* call : {"OpenFileAt", "QueryFileSize", "AllocateBlock", "ReadBytes"}) {
     if (replay.Fails(call)) {
       return {false, before, NoJsonLog("WriteJobFileResult", "")};
@@ -361,8 +358,8 @@ Outcome ExpectedOutcome(const FaultRun& run, const std::string& before, std::siz
   if (replay.Fails("WideToBytes")) {
     const std::string log = FailureLog(test::kUtf8Failed, "0000001f");
     // What follows fails, too, unless this was the one call to fail.
-    return run.mode == FaultMode::kFromThere ? Outcome{false, before, log}
-                                             : Outcome{true, Rewritten(""), log};
+    return run.mode == platform::fake::FaultMode::kFromThere ? Outcome{false, before, log}
+                                                             : Outcome{true, Rewritten(""), log};
   }
   // Without one of its names the outcome is not whole.
   bool has_names = true;
@@ -402,30 +399,31 @@ TEST_F(JobResultWriter, EveryAllocationOfAnUpdate) {
     SCOPED_TRACE(before);
     std::size_t intact = 0;
     std::size_t emptied = 0;
-    const std::size_t runs = test::SweepAllocations("UpdateJobFile", [&](AllocationFaults& faults) {
-      machine_.Reset();
-      machine_.SetFile(kPath, before);
-      bool result = false;
-      EXPECT_TRUE(
-          faults.Run([&] { result = CCommands::UpdateJobFile(params, 1, 1004, kErrorText); }));
-      const std::string job_file = JobFile();
-      const std::string log = LogText();
-      if (!faults.Taken()) {
-        EXPECT_TRUE(result);
-        EXPECT_EQ(job_file, Rewritten());
-        EXPECT_EQ(log, "");
-      } else if (!result) {
-        ++intact;
-        EXPECT_EQ(job_file, before);
-        EXPECT_TRUE(log.empty() || log == FailureLog(test::kUtf8NoMemory, "00000008") ||
-                    log == NoJsonLog("WriteJobFileResult", ""))
-            << log;
-      } else {
-        ++emptied;
-        EXPECT_EQ(job_file, "");
-        EXPECT_EQ(log, "");
-      }
-    });
+    const std::size_t runs =
+        test::SweepAllocations("UpdateJobFile", [&](test::AllocationFaults& faults) {
+          machine_.Reset();
+          machine_.SetFile(kPath, before);
+          bool result = false;
+          EXPECT_TRUE(
+              faults.Run([&] { result = CCommands::UpdateJobFile(params, 1, 1004, kErrorText); }));
+          const std::string job_file = JobFile();
+          const std::string log = LogText();
+          if (!faults.Taken()) {
+            EXPECT_TRUE(result);
+            EXPECT_EQ(job_file, Rewritten());
+            EXPECT_EQ(log, "");
+          } else if (!result) {
+            ++intact;
+            EXPECT_EQ(job_file, before);
+            EXPECT_TRUE(log.empty() || log == FailureLog(test::kUtf8NoMemory, "00000008") ||
+                        log == NoJsonLog("WriteJobFileResult", ""))
+                << log;
+          } else {
+            ++emptied;
+            EXPECT_EQ(job_file, "");
+            EXPECT_EQ(log, "");
+          }
+        });
     EXPECT_GT(intact, 0u);
     EXPECT_GT(emptied, 0u);
     EXPECT_EQ(runs, intact + emptied);

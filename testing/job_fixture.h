@@ -80,4 +80,25 @@ inline PayloadText JobsPayload() {
           .subject = "A subject"};
 }
 
+// What the add-in route does, as Steps tells it, with a job that it delivers; the last five steps
+// write the outcome into the job file.
+inline std::vector<std::string> AddinSteps(const std::string& payload) {
+  const std::string result_size = std::to_string(WithSuccess(kJobFile).size());
+  return {"log INFO: ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.",
+          "log INFO: ProcessToOutlookClient(): Created JSON:\r\n" + payload + "\r\n",
+          "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
+          "QueryValue(TolvanAddinPort, 40)",
+          "Create()",
+          "Connect(127.0.0.1, 5000)",
+          "StartWorker()",
+          "Send(" + std::to_string(payload.size()) + ")",
+          "WaitForWorker()",
+          "log INFO: ProcessToOutlookClient(): The JSON payload successfully sent.",
+          "OpenFileAt(C:\\jobs\\a.json, kRead)",
+          "QueryFileSize(C:\\jobs\\a.json)",
+          "ReadBytes(C:\\jobs\\a.json, " + std::to_string(kJobFile.size()) + ")",
+          "OpenFileAt(C:\\jobs\\a.json, kRewrite)",
+          "WriteBytes(C:\\jobs\\a.json, " + result_size + ")"};
+}
+
 }  // namespace zentpost::test
