@@ -124,17 +124,6 @@ TEST_F(TcpClient, AConnectionThatCannotBeMadeIsTold) {
   EXPECT_EQ(machine_.Connections(), Sent());
 }
 
-TEST_F(TcpClient, ACloseMakesANewAttemptPossible) {
-  CTCPClient client;
-  EXPECT_FALSE(client.ConnectToServer(kHost, kPort));
-  EXPECT_EQ(machine_.OpenHandles(), 1u);
-  client.Close();
-  EXPECT_EQ(machine_.OpenHandles(), 0u);
-  client.Close();
-  EXPECT_FALSE(client.ConnectToServer(kHost, kPort));
-  EXPECT_EQ(machine_.OpenHandles(), 1u);
-}
-
 // --- sending ---
 
 TEST_F(TcpClient, SendsUnderAWatchdogThatItWaitsFor) {

@@ -285,21 +285,6 @@ TEST_F(TextEncoding, TheCodePageNarrowsAndWidens) {
   }
 }
 
-TEST_F(TextEncoding, EveryByteSurvivesWideningAndNarrowing) {
-  std::string bytes;
-  for (int byte = 0; byte < 256; ++byte) {
-    bytes.push_back(static_cast<char>(byte));
-  }
-  const std::optional<std::u16string> text = WidenThroughAnsi(bytes);
-  ASSERT_TRUE(text);
-  EXPECT_EQ(text->size(), 256u);
-  EXPECT_EQ(NarrowThroughAnsi(*text), bytes);
-}
-
-TEST_F(TextEncoding, CharactersWithoutAByteGetTheirBestFitOrTheDefault) {
-  EXPECT_EQ(NarrowThroughAnsi(u"\u0100\u4E2D\uFF21"), "A?A");
-}
-
 // Expects that `name` has this text in `tree`; nothing: it is missing.
 void ExpectJsonText(const Tree& tree, const char16_t* name, const char16_t* text) {
   SCOPED_TRACE(Readable(name));

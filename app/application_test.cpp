@@ -134,14 +134,6 @@ TEST_F(Application, WithoutTheSocketLibraryTheJobTakesTheOtherRoute) {
   EXPECT_EQ(machine_.CallsOf("EndSockets"), std::vector<std::string>());
 }
 
-TEST_F(Application, TheExitCodeFollowsTheRouteThatRunsLast) {
-  StartAddin(platform::fake::Peer::kAccept, 1);
-  EXPECT_EQ(Run(u"a.pdf"), 1);
-  machine_.SetDword(platform::Hive::kCurrentUser, test::kClientKey, u"SkipExtendedMapi", 1);
-  StartAddin(platform::fake::Peer::kAccept, 1);
-  EXPECT_EQ(Run(u"a.pdf"), 0);
-}
-
 // The first call behind the first line of the log throws: the one that asks for the add-in's port.
 void ThrowBehindTheFirstLine(bool begins) {
   platform::fake::Machine& machine = platform::fake::TheMachine();

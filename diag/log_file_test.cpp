@@ -141,18 +141,6 @@ TEST_F(LogFile, LogLevelSwitchesTheFileAndNothingElse) {
   }
 }
 
-TEST_F(LogFile, CallsOfALineWithoutTheFile) {
-  LogInfo(u"one");
-  EXPECT_EQ(machine_.Calls(), (Calls{
-                                  "OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)",
-                                  "OpenKey(HKLM, Software\\Sollvex\\FaxClient, 0x20019)",
-                                  "SecondsSinceEpoch()",
-                                  "BreakIntoLocalTime(1795219087)",
-                                  "WriteDebugOutput(2026/11/20 23:58:07 - INFO   : one)",
-                                  "WriteDebugOutput(\n)",
-                              }));
-}
-
 TEST_F(LogFile, CallsOfALineWithTheFile) {
   machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 0);
   machine_.SetDword(Hive::kLocalMachine, kClientKey, u"LogLevel", 1);

@@ -42,10 +42,9 @@ std::string ResultAlone(std::int32_t status, std::int32_t code, const std::strin
 class JobResultWriter : public platform::fake::MachineTest {
  protected:
   // Writes an outcome into the job file that is there.
-  bool Write(std::int32_t status = 0, std::int32_t code = 0, const char16_t* text = u"",
-             const std::u16string& path = kPath) {
+  bool Write(std::int32_t status = 0, std::int32_t code = 0, const char16_t* text = u"") {
     JobParameters params;
-    params.arguments.Add(u"jobname", path);
+    params.arguments.Add(u"jobname", kPath);
     return CCommands::UpdateJobFile(params, status, code, text);
   }
 
@@ -236,35 +235,17 @@ TEST_F(JobResultWriter, TheFirstJobNameCountsAndWithoutOneNothingIsDone) {
   params.arguments.Add(u"filename", kPath);
   params.arguments.Add(u"JobName", kPath);
   EXPECT_FALSE(CCommands::UpdateJobFile(params, 0, 0, u""));
-  EXPECT_FALSE(Write(1, 2, u"t", u""));
+  params.arguments.Add(u"jobname", u"");
+  EXPECT_FALSE(CCommands::UpdateJobFile(params, 0, 0, u""));
   EXPECT_EQ(machine_.Calls(), Calls{});
   EXPECT_EQ(JobFile(), kShortJob);
   machine_.SetFile(u"C:\\Jobs\\other.json", "{}");
+  params.arguments.Clear();
   params.arguments.Add(u"jobname", kPath);
   params.arguments.Add(u"jobname", u"C:\\Jobs\\other.json");
   EXPECT_TRUE(CCommands::UpdateJobFile(params, 0, 0, u""));
   EXPECT_EQ(JobFile(), kWritten);
   EXPECT_EQ(machine_.FileBytes(u"C:\\Jobs\\other.json"), "{}");
-}
-
-TEST_F(JobResultWriter, AFileThatCannotBeReadIsNotMade) {
-  machine_.AddFolder(u"C:\\Jobs\\folder.json");
-  std::string log;
-  for (const char16_t* path :
-       {u"C:\\Jobs\\missing.json", u"C:\\Missing\\job.json", u"C:\\Jobs\\folder.json"}) {
-    EXPECT_FALSE(Write(0, 0, u"", path));
-    log += NoJsonLog("WriteJobFileResult", "");
-  }
-  EXPECT_EQ(machine_.FilePaths(), Paths{});
-  EXPECT_EQ(LogText(), log);
-}
-
-TEST_F(JobResultWriter, AReadOnlyFileStaysAsItIsWithoutALine) {
-  machine_.SetFile(kPath, "{ }");
-  machine_.SetReadOnly(kPath, true);
-  EXPECT_FALSE(Write());
-  EXPECT_EQ(JobFile(), "{ }");
-  EXPECT_EQ(LogText(), "");
 }
 
 // No temporary file and no renaming: the file keeps its identity and its rights.
