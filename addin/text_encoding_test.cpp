@@ -76,7 +76,7 @@ TEST_F(TextEncoding, TextBecomesUtf8) {
   EXPECT_EQ(LogText(), "");
 }
 
-TEST_F(TextEncoding, TheConversionIsAskedForWithItsLengthAndTwiceItsRoom) {
+TEST_F(TextEncoding, TheConversionIsAskedForWithItsLengthAndTwiceItsSize) {
   EXPECT_EQ(_utf8(u"\u20AC 5"), "\xE2\x82\xAC 5");
   EXPECT_EQ(machine_.Calls(), (Calls{"AllocateBlock(8)", "WideToBytes(65001, 3, 8)"}));
 }
@@ -124,7 +124,7 @@ TEST_F(TextEncoding, WidenedUtf8IsNarrowedBack) {
   for (const auto& [text, bytes] : cases) {
     machine_.ClearCalls();
     EXPECT_EQ(_utf8(text.c_str()), bytes);
-    // Asked for its room first, then made.
+    // Asked for its size first, then made.
     const std::string start = "WideToBytes(3, " + std::to_string(text.size()) + ", ";
     EXPECT_EQ(machine_.Calls(), (Calls{start + "0)", start + std::to_string(bytes.size()) + ")"}));
   }

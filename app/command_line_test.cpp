@@ -175,13 +175,6 @@ TEST_F(CommandLine, LongTextsAreSplitWhole) {
   EXPECT_EQ(SplitQuoted(std::u16string(kLongLine, u'"'), u' '), Tokens(1));
   EXPECT_EQ(SplitQuoted(u'"' + std::u16string(kLongLine - 2, u' ') + u'"', u' '),
             Tokens{std::u16string(kLongLine - 2, u' ')});
-  std::u16string pairs;
-  for (std::size_t i = 0; i < kLongLine / 2; ++i) {
-    pairs += u"a ";
-  }
-  Tokens tokens(kLongLine / 2, u"a");
-  tokens.emplace_back();
-  EXPECT_EQ(SplitQuoted(pairs, u' '), tokens);
 }
 
 // --- the fax command ---
@@ -280,16 +273,12 @@ TEST_F(CommandLine, DeliberateTwoBlanksMakeAnEmptyFaxCommand) {
   EXPECT_EQ(Parsed(u"a.json  0301234"), "[filename=a.json][faxcommand=][301234=1] / ");
 }
 
-TEST_F(CommandLine, SecondTokenWithSlashIsTheFirstOption) {
+// The second token is the first of them when it has a slash.
+TEST_F(CommandLine, OptionsAreNamesAndValues) {
   ExpectParsed({
       {u"a.json /preview", "[filename=a.json][preview=1] / "},
       {u"a.json /Subject Hello", "[filename=a.json][subject=Hello] / "},
       {u"a.json \"/Subject\" \"Hello you\"", "[filename=a.json][subject=Hello you] / "},
-  });
-}
-
-TEST_F(CommandLine, OptionsAreNamesAndValues) {
-  ExpectParsed({
       {u"a /x y /z", "[filename=a][x=y][z=1] / "},
       // Names are lower-cased, values are not.
       {u"a /NaMe VaLuE", "[filename=a][name=VaLuE] / "},

@@ -126,16 +126,13 @@ TEST_F(ErrorTexts, TheSystemsTextIsPutOnOneLine) {
   const std::pair<std::u16string, std::u16string> cases[] = {
       {u"The system cannot find the file specified.\r\n",
        u"The system cannot find the file specified."},
-      {u"The operation completed successfully.\r\n", u"The operation completed successfully."},
       {u"Das System kann die angegebene Datei nicht finden: \u00E4\u20AC\r\n",
        u"Das System kann die angegebene Datei nicht finden: \u00E4\u20AC"},
       {u" \t\v\f\r\n both ends \t\v\f\r\n ", u"both ends"},
       {u"first\r\nsecond\r\n", u"firstsecond"},
       {u"one\ttab", u"onetab"},
-      {u"a\rb\nc", u"abc"},
       // Only what is at the ends is trimmed: the blanks around a line end stay.
       {u"first \r\n second", u"first  second"},
-      {u"a  b", u"a  b"},
       {u"%1 is not a valid Win32 application.\r\n", u"%1 is not a valid Win32 application."},
       {std::u16string(70000, u'x') + u"\r\n", std::u16string(70000, u'x')},
       // The text for a code is never empty, even when the system's is.

@@ -152,7 +152,7 @@ TEST(Format, ConversionsAreReadToTheirEnd) {
   // Whether it is one, its length, whether it is filled with zeros, width, precision, type.
   EXPECT_EQ(members(ReadConversion(u"%ws rest")), members({true, 3, false, 0, 0, u's'}));
   EXPECT_EQ(members(ReadConversion(u"%08X")), members({true, 4, true, 8, 0, u'X'}));
-  EXPECT_EQ(members(ReadConversion(u"%12.34u")), members({true, 7, false, 12, 34, u'u'}));
+  EXPECT_EQ(members(ReadConversion(u"%19.34u")), members({true, 7, false, 19, 34, u'u'}));
   EXPECT_EQ(members(ReadConversion(u"%012.34u")), members({true, 8, false, 12, 34, u'u'}));
   // What is none, and how much of it is left out; of what has no end, all.
   const std::pair<std::u16string_view, std::size_t> cases[] = {

@@ -259,10 +259,10 @@ TEST_F(LogFile, TheFileIsUtf8) {
     LogInfo(u"%s", message);
     EXPECT_EQ(Stored(), Line(" - INFO   : " + bytes));
     EXPECT_TRUE(machine_.DebugOutput().end()[-2].ends_with(u" : " + message));
-    // The room is what the line takes, and two bytes more for a pair of surrogates.
-    const std::size_t room = Stored().size() - 1 + (message == u"\U0001F4E0" ? 2 : 0);
+    // The buffer is what the line takes, and two bytes more for a pair of surrogates.
+    const std::size_t size = Stored().size() - 1 + (message == u"\U0001F4E0" ? 2 : 0);
     EXPECT_TRUE(
-        machine_.CallsOf("WideToBytes").back().ends_with(", " + std::to_string(room) + ")"));
+        machine_.CallsOf("WideToBytes").back().ends_with(", " + std::to_string(size) + ")"));
   }
 }
 

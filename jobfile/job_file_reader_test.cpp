@@ -348,6 +348,7 @@ TEST_F(JobFileReader, TheLogTellsWhereParsingStopped) {
       {"[\"100% %s\", %d]", "%d]"},
       {"[\"\xC3\xBC\", \xC3\xBC\xE2\x82\xAC]", "\xC3\xBC\xE2\x82\xAC]"},
       {"[\r\n x\r\n]\r\n", "x\n]\n"},
+      {"x\r", "x\r"},
       // Behind a byte-order mark, of which two bytes are none.
       {"\xEF\xBB\xBF[x]", "x]"},
       {"\xEF\xBB\xBF", ""},
@@ -487,25 +488,19 @@ TEST_F(JobFileReader, GetDocumentFromJsonAddsBothOrNone) {
 TEST_F(JobFileReader, ReadCommandValueTellsWhetherItFoundOne) {
   const JsonTree tree(cJSON_Parse(
       R"({"Cmd": {"Parameters": {"Subject": "long", "": "p"}, "Commands": {"S": "letter", "": "c"}}})"));
-  struct Case {
-    const char16_t* letter;
-    const char16_t* long_name;
-    const char* fields;  // empty: nothing is found
+  const auto finds = [](JobParameters& job, const JsonTree& in, const char16_t* letter,
+                        const char16_t* long_name) {
+    return CCommands::ReadCommandValue(job, in.get(), letter, long_name);
   };
-  const Case cases[] = {
-      {u"S", u"Subject", "S=long\n"}, {u"S", u"", "S=letter\n"}, {u"S", u"Missing", "S=letter\n"},
-      {u"X", u"Subject", "X=long\n"}, {u"X", u"Missing", ""},    {u"X", u"", ""},
-      {u"", u"Subject", "=long\n"},   {u"", u"Missing", ""},     {u"", u"", ""},
-  };
-  JobParameters nothing;
-  EXPECT_FALSE(CCommands::ReadCommandValue(nothing, nullptr, u"S", u"Subject"));
-  for (const Case& c : cases) {
-    SCOPED_TRACE(Readable(c.letter) + " " + Readable(c.long_name));
-    JobParameters params;
-    const bool is_found = CCommands::ReadCommandValue(params, tree.get(), c.letter, c.long_name);
-    EXPECT_EQ(is_found, *c.fields != '\0');
-    EXPECT_EQ(EntriesText(params.faxFields), c.fields);
-  }
+  JobParameters job;
+  EXPECT_TRUE(finds(job, tree, u"X", u"Subject"));
+  EXPECT_TRUE(finds(job, tree, u"S", u"Missing"));
+  EXPECT_TRUE(finds(job, tree, u"S", u""));
+  EXPECT_TRUE(finds(job, tree, u"", u"Subject"));
+  EXPECT_FALSE(finds(job, tree, u"X", u"Missing"));
+  EXPECT_FALSE(finds(job, tree, u"", u""));
+  EXPECT_FALSE(finds(job, nullptr, u"S", u"Subject"));
+  EXPECT_EQ(EntriesText(job.faxFields), "X=long\nS=letter\nS=letter\n=long\n");
   EXPECT_EQ(LogText(), "");
 }
 
