@@ -57,12 +57,6 @@ class FakeMapi : public fake_mapi::Client, private fake_mapi::CallHook {
   // The call of this name throws std::bad_alloc.
   std::string throwing;
 
-  // Objects for tests that call below the logon. The test gives them back.
-  IMAPISession* OpenSession() { return fake_mapi::NewSession(*this); }
-  IMsgStore* OpenStore() { return fake_mapi::NewStore(*this); }
-  IMAPIFolder* OpenOutbox() { return fake_mapi::NewOutbox(*this); }
-  IMessage* OpenMessage() { return fake_mapi::NewMessage(*this); }
-
  private:
   void CallBegins() noexcept override { ThisCall().emplace(); }
   void CallEnds() noexcept override { ThisCall().reset(); }

@@ -16,6 +16,11 @@
 
 namespace zentpost::test {
 
+// An unusual failure, and its line in the log.
+inline constexpr HRESULT kFailure = MakeResult(0x80040115);
+inline constexpr char kFailureCode[] =
+    "log ERROR: Code 0x80040115 --> (CDO) A network error occured.";
+
 inline std::string Lines(const std::vector<std::string>& steps) {
   std::string lines;
   for (const std::string& step : steps) {
@@ -47,9 +52,19 @@ class MapiTest : public platform::fake::MachineTest {
     mapi_->is_initialized = true;  // tests may begin below MAPIInitialize
   }
 
+  // Objects for tests that call below the logon, given back before the accounts are settled.
+  IMAPISession* Session() { return Keep(fake_mapi::NewSession(*mapi_)); }
+  IMsgStore* Store() { return Keep(fake_mapi::NewStore(*mapi_)); }
+  IMAPIFolder* Outbox() { return Keep(fake_mapi::NewOutbox(*mapi_)); }
+  IMessage* Message() { return Keep(fake_mapi::NewMessage(*mapi_)); }
+
   // Looks into the library's books and puts it away. Done at the latest when the test ends.
   void SettleAccounts(const std::string& complaints = {}) {
     if (mapi_ != nullptr) {
+      for (IUnknown* const object : kept_) {
+        object->Release();
+      }
+      kept_.clear();
       EXPECT_EQ(mapi_->Accounts(), complaints);
       mapi_.reset();
     }
@@ -74,6 +89,15 @@ class MapiTest : public platform::fake::MachineTest {
   }
 
   std::unique_ptr<FakeMapi> mapi_;
+
+ private:
+  template <class Interface>
+  Interface* Keep(Interface* object) {
+    kept_.push_back(object);
+    return object;
+  }
+
+  std::vector<IUnknown*> kept_;
 };
 
 }  // namespace zentpost::test
