@@ -191,32 +191,12 @@ void MapiSearchTest::AddInstaller() {
                    {"MsiSetInternalUI", reinterpret_cast<platform::Procedure>(MsiSetInternalUI)}});
 }
 
-void MapiSearchTest::AddTalkativeInstaller() {
-  TheMachine().AddModule(kInstaller,
-                         {{"MsiProvideQualifiedComponentW",
-                           reinterpret_cast<platform::Procedure>(MsiProvideQualifiedComponentW)}});
-}
-
 void MapiSearchTest::AddComponent(std::u16string_view category, std::u16string_view qualifier,
-                                  std::u16string_view path) {
+                                  std::u16string_view path, std::uint32_t fetch_status,
+                                  std::optional<std::uint32_t> careless_count) {
   AddInstaller();
   doubles.components[{std::u16string(category), std::u16string(qualifier)}] = {
-      std::u16string(path)};
-}
-
-void MapiSearchTest::AddUnfetchableComponent(std::u16string_view category,
-                                             std::u16string_view qualifier, std::uint32_t status) {
-  AddInstaller();
-  doubles.components[{std::u16string(category), std::u16string(qualifier)}] = {u"C:\\Never told",
-                                                                               status};
-}
-
-void MapiSearchTest::AddCarelessComponent(std::u16string_view category,
-                                          std::u16string_view qualifier, std::u16string_view units,
-                                          std::uint32_t count) {
-  AddInstaller();
-  doubles.components[{std::u16string(category), std::u16string(qualifier)}] = {
-      std::u16string(units), 0, count};
+      std::u16string(path), fetch_status, careless_count};
 }
 
 std::vector<std::string> MapiSearchTest::InstallerQuestions() {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,18 +41,13 @@ class MapiSearchTest : public platform::fake::MachineTest {
   // The installer: puts a msi.dll into the system directory that knows no component, and tells it
   // of one. It answers 1607 where it knows nothing, and a fetch that does not fit with 234.
   static void AddInstaller();
+  // A component whose fetch, not its size, fails with `fetch_status`, unless that is 0. With a
+  // `careless_count` the installer heeds nothing but the size of the room: it says that count to
+  // both questions, and writes as many units of `path` as there is room for, with no terminator of
+  // its own.
   static void AddComponent(std::u16string_view category, std::u16string_view qualifier,
-                           std::u16string_view path);
-  // The same installer without the function that tells it what to show.
-  static void AddTalkativeInstaller();
-  // A component whose size is told, but whose fetch fails with `status`.
-  static void AddUnfetchableComponent(std::u16string_view category, std::u16string_view qualifier,
-                                      std::uint32_t status);
-  // A component of an installer that heeds nothing but the size of the room: it says `count` to
-  // both questions, and writes as many of `units` as there is room for, with no terminator of its
-  // own.
-  static void AddCarelessComponent(std::u16string_view category, std::u16string_view qualifier,
-                                   std::u16string_view units, std::uint32_t count);
+                           std::u16string_view path, std::uint32_t fetch_status = 0,
+                           std::optional<std::uint32_t> careless_count = std::nullopt);
   // The questions so far: "CATEGORY, QUALIFIER, MODE, size COUNT" or "..., fetch COUNT".
   static std::vector<std::string> InstallerQuestions();
   // What the installer was told to show: "LEVEL, no window, QUESTIONS", how many were asked before.
