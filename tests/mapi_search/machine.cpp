@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 
@@ -60,23 +61,9 @@ std::vector<std::string> Lines(const std::vector<std::string>& all, std::string_
 }
 
 bool IsTraced(const std::vector<std::string>& all, std::string_view text) {
-  for (const std::string& line : Lines(all, "trace")) {
-    if (line.starts_with(text)) {
-      return true;
-    }
-  }
-  return false;
-}
-
-std::vector<std::string> Tried(const std::vector<std::string>& all) {
-  std::vector<std::string> paths;
-  for (const std::string& line : Lines(all, "trace")) {
-    constexpr std::string_view begin = "Trying ";
-    if (line.starts_with(begin)) {
-      paths.push_back(line.substr(begin.size()));
-    }
-  }
-  return paths;
+  const std::vector<std::string> lines = Lines(all, "trace");
+  return std::any_of(lines.begin(), lines.end(),
+                     [&](const std::string& line) { return line.starts_with(text); });
 }
 
 }  // namespace zentpost::mapi_search

@@ -11,8 +11,8 @@
 
 namespace zentpost::mapi_search {
 
-// Names of the stand-in libraries, without an extension: "stand_in", "lacks_MAPIInitialize",
-// "lacks_FreePadrlist" and "stub"; in 32 bits on Windows also "decorated" and "both_names".
+// Names of the stand-in libraries, without an extension: "stand_in", "lacks_two" functions and
+// "stub"; in 32 bits on Windows also "decorated" and "both_names".
 [[nodiscard]] std::filesystem::path StandIn(std::string_view name);
 
 // One test's machine: no mail client is registered, and the folder is empty.
@@ -32,12 +32,9 @@ class Machine : public e2e::Machine {
   // What the search finds when nothing else is there: the library of the system's own. Empty where
   // the system has none.
   [[nodiscard]] std::string SystemLibrary() const;
-  // Lets the programs that are started from now on find neither that one nor the system's stubs.
-  // False: this system cannot.
-  [[nodiscard]] bool HideSystemLibraries();
   // Whether the system has a function that finds a loaded library and takes a reference.
   [[nodiscard]] bool GivesReferences() const;
-  // Lets them find what stands in the folder by its bare name, before the system's own.
+  // Lets programs find what stands in the folder by its bare name, before the system's own.
   void PreferOwnLibraries();
 
   // Starts mapi_search with these steps and gives the lines that it wrote.
@@ -52,9 +49,6 @@ class Machine : public e2e::Machine {
                                              std::string_view name);
 // Whether a line of the trace begins with `text`.
 [[nodiscard]] bool IsTraced(const std::vector<std::string>& all, std::string_view text);
-// The paths that the search tried, in their order.
-[[nodiscard]] std::vector<std::string> Tried(const std::vector<std::string>& all);
-
 // The mail client that most tests register.
 inline constexpr char kClient[] = "Zentpost test client";
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "fake_mapi/client.h"
+#include "testing/entry_points.h"
 
 namespace zentpost {
 
@@ -11,11 +12,9 @@ fake_mapi::Client& fake_mapi::TheClient() {
   static Client client;
   if (!client.is_inert) {
     client.is_inert = true;
-    std::int32_t result = 0x1001;
-    for (const char* const function :
-         {"MAPIInitialize", "MAPILogonEx", "MAPIOpenFormMgr", "MAPIAdminProfiles", "HrQueryAllRows",
-          "FreeProws", "FreePadrlist", "MAPIAllocateBuffer", "MAPIFreeBuffer"}) {
-      client.Plan({.call = function, .from = true, .code = result++});
+    for (const test::EntryPoint& entry : test::kEntryPoints) {
+      client.Plan(
+          {.call = entry.name, .from = true, .code = static_cast<std::int32_t>(entry.result)});
     }
   }
   return client;

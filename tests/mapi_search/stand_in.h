@@ -4,10 +4,9 @@
 namespace zentpost::mapi_search {
 
 // A stand-in for a mail client's MAPI library exports the nine functions that the tool calls, each
-// under its own name. It does nothing but to record the call. Their results count on from 0x1001,
-// in the order in which the tool's own header declares them; those of FreeProws and FreePadrlist
-// are not given. Its further export "StandInLastCall" tells of the last call, "NAME(ARGUMENT,
-// ...)", the arguments in hexadecimal; nothing when there was none since it was asked last.
+// under its own name. It does nothing but to record the call, and gives what testing/entry_points.h
+// says. Its further export "StandInLastCall" tells of the last call, "NAME(ARGUMENT, ...)", the
+// arguments in hexadecimal; nothing when there was none since it was asked last.
 using LastCallFunction = const char* (*)();
 
 // A stand-in for the system's MAPI stub exports FGetComponentPath alone. Asked for this component

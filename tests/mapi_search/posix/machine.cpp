@@ -15,11 +15,6 @@ std::string Machine::SystemLibrary() const {
   return (Folder() / "system" / "mapi32.dll").string();
 }
 
-bool Machine::HideSystemLibraries() {
-  Remove("system/mapi32.dll");
-  return true;
-}
-
 bool Machine::GivesReferences() const {
   return false;
 }

@@ -13,16 +13,9 @@ namespace {
 
 constexpr wchar_t kMailKey[] = L"Software\\Clients\\Mail";
 
-// Wine takes its own library for one that a program brings, or for one that is not there at all,
-// unless the registry says otherwise for that program. Other systems do not read this key.
+// Wine takes its own library for one that a program brings unless the registry says otherwise for
+// that program. Other systems do not read this key.
 constexpr wchar_t kWinesKey[] = L"Software\\Wine\\AppDefaults\\mapi_search.exe";
-
-void SetWinesPreference(const wchar_t* preference) {
-  for (const wchar_t* const stub : {L"mapi32", L"mapistub"}) {
-    e2e::SetRegistryText(HKEY_CURRENT_USER, std::wstring(kWinesKey) + L"\\DllOverrides", stub,
-                         REG_SZ, preference);
-  }
-}
 
 }  // namespace
 
@@ -42,14 +35,6 @@ std::string Machine::SystemLibrary() const {
   return exists(path) ? path.string() : "";
 }
 
-bool Machine::HideSystemLibraries() {
-  if (!e2e::IsWine()) {
-    return false;
-  }
-  SetWinesPreference(L"");
-  return true;
-}
-
 bool Machine::GivesReferences() const {
   return true;
 }
@@ -59,7 +44,10 @@ void Machine::PreferOwnLibraries() {
   program_ = Folder() / e2e::Setting("mapi-search").filename();
   std::filesystem::copy_file(e2e::Setting("mapi-search"), program_);
   if (e2e::IsWine()) {
-    SetWinesPreference(L"native,builtin");
+    for (const wchar_t* const stub : {L"mapi32", L"mapistub"}) {
+      e2e::SetRegistryText(HKEY_CURRENT_USER, std::wstring(kWinesKey) + L"\\DllOverrides", stub,
+                           REG_SZ, L"native,builtin");
+    }
   }
 }
 
