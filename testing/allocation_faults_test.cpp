@@ -36,23 +36,22 @@ TEST(AllocationFaults, EveryAllocationFailsOnceAndOnceFromThereOn) {
 }
 
 TEST(AllocationFaults, ModesDifferInWhatFollows) {
-  const auto count_failed = [](AllocationFaultMode mode, std::size_t index) {
-    int failed = 0;
+  for (const auto& [mode, index, failed] : {std::tuple(AllocationFaultMode::kNone, 0u, 0),
+                                            std::tuple(AllocationFaultMode::kOnce, 1u, 1),
+                                            std::tuple(AllocationFaultMode::kFromThere, 1u, 3),
+                                            std::tuple(AllocationFaultMode::kFromThere, 4u, 0)}) {
     AllocationFaults faults(mode, index);
-    EXPECT_TRUE(faults.Run([&failed] {
+    int failures = 0;
+    EXPECT_TRUE(faults.Run([&failures] {
       for (int i = 0; i < 4; ++i) {
         const std::unique_ptr<char[]> block(new (std::nothrow) char[8]);
-        failed += block == nullptr ? 1 : 0;
+        failures += block == nullptr ? 1 : 0;
       }
     }));
+    EXPECT_EQ(failures, failed);
     EXPECT_EQ(faults.Count(), 4u);
     EXPECT_EQ(faults.Live(), 0u);
-    return failed;
-  };
-  EXPECT_EQ(count_failed(AllocationFaultMode::kNone, 0), 0);
-  EXPECT_EQ(count_failed(AllocationFaultMode::kOnce, 1), 1);
-  EXPECT_EQ(count_failed(AllocationFaultMode::kFromThere, 1), 3);
-  EXPECT_EQ(count_failed(AllocationFaultMode::kFromThere, 4), 0);
+  }
 }
 
 TEST(AllocationFaults, JsonTreesAreMetToo) {
@@ -71,19 +70,13 @@ TEST(AllocationFaults, JsonTreesAreMetToo) {
 }
 
 TEST(AllocationFaults, BlocksThatOutliveTheRunAreSeenUntilTheyAreFreed) {
-  AllocationFaults faults(AllocationFaultMode::kNone, 0);
+  AllocationFaults faults(AllocationFaultMode::kFromThere, 1);
   std::unique_ptr<int> number;
   EXPECT_TRUE(faults.Run([&number] { number = std::make_unique<int>(1); }));
   EXPECT_EQ(faults.Live(), 1u);
+  EXPECT_NO_THROW(AllocateThree());  // outside the run nothing fails
   number.reset();
   EXPECT_EQ(faults.Live(), 0u);
-}
-
-TEST(AllocationFaults, NothingFailsOutsideARun) {
-  AllocationFaults faults(AllocationFaultMode::kFromThere, 0);
-  EXPECT_FALSE(faults.Run(AllocateThree));
-  EXPECT_TRUE(faults.Taken());
-  EXPECT_NO_THROW(AllocateThree());
 }
 
 using AllocationFaultsOnTheMachine = platform::fake::MachineTest;

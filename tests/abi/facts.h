@@ -14,8 +14,4 @@ using Facts = std::vector<std::pair<std::string, std::string>>;  // name and fac
 [[nodiscard]] Facts OurFacts();
 [[nodiscard]] Facts PublishedFacts();
 
-// What the facts say of a method in the compiler's own calling convention, and of one in Windows'.
-[[nodiscard]] std::string SignatureOfUnmarkedMethod();
-[[nodiscard]] std::string SignatureOfMarkedMethod();
-
 }  // namespace zentpost::abi
