@@ -274,6 +274,20 @@ TEST_F(SendMailTest, DeliberateAMissingRecipientForLackOfMemoryIsNone) {
   EXPECT_EQ(test::LogText().find("SendMail(): The recipient"), std::string::npos);
 }
 
+// The code of a document that cannot be opened is the system's own, which is positive.
+TEST_F(SendMailTest, DeliberateAMissingDocumentIsNone) {
+  machine_.Remove(kPath);
+  EXPECT_EQ(Send(), S_OK);
+  EXPECT_EQ(mapi_->CallsOf("IMessage::SubmitMessage").size(), 1u);
+  EXPECT_EQ(mapi_->SavedAttachments(), Calls{});
+}
+
+TEST_F(SendMailTest, ACancelledFormIsASuccess) {
+  mapi_->Answer("IMAPISession::ShowForm", 0, MAPI_E_USER_CANCEL);
+  EXPECT_EQ(Send(kShown), S_OK);
+  EXPECT_EQ(test::LogText().find("ERROR"), std::string::npos);
+}
+
 TEST_F(SendMailTest, AnEmptyPathIsTheAttachmentsFailure) {
   EXPECT_EQ(Send({.path = u""}), E_INVALIDARG);
   EXPECT_NE(test::LogText().find(

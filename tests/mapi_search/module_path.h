@@ -1,4 +1,4 @@
-// Where a loaded library lies, asked of the system behind the seam's back.
+// Where a loaded library lies, asked of the system without the platform layer.
 #pragma once
 
 #include <string>
