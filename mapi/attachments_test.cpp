@@ -273,8 +273,7 @@ class AttachmentOfMessage : public test::MapiTest {
     EXPECT_EQ(Add(name.c_str()), S_OK);
     EXPECT_EQ(mapi_->SavedAttachments(), std::vector<std::string>{bytes});
     EXPECT_FALSE(machine_.FileBytes(kPath));
-    const std::vector<std::string> calls = mapi_->CallsOf("IAttach::SetProps");
-    return calls.size() == 1 ? calls[0] : "no single call";
+    return CallOf("IAttach::SetProps");
   }
 };
 

@@ -166,12 +166,12 @@ class DefaultStore : public test::MapiTest {
     return result;
   }
   // How the store is opened that the rows give.
-  std::vector<std::string> Opened(std::vector<Row> stores) {
+  std::string Opened(std::vector<Row> stores) {
     StartOver();
     mapi_->stores = std::move(stores);
     EXPECT_EQ(Find(), S_OK);
     EXPECT_TRUE(has_store_);
-    return mapi_->CallsOf("IMAPISession::OpenMsgStore");
+    return CallOf("IMAPISession::OpenMsgStore");
   }
 
   bool has_store_ = false;
@@ -218,13 +218,12 @@ TEST_F(DefaultStore, IsTheFirstThatIsMarkedWithTheNumberOne) {
        "0 bytes at null"},
   };
   for (const auto& test : kCases) {
-    EXPECT_EQ(Opened(test.stores), std::vector<std::string>{OpenStore(test.entry)}) << test.name;
+    EXPECT_EQ(Opened(test.stores), OpenStore(test.entry)) << test.name;
   }
 }
 
 TEST_F(DefaultStore, DeliberateTheTagOfTheMarkDoesNotCount) {
-  EXPECT_EQ(Opened({{Number(0x3400000A, 1), Bytes(PR_ENTRYID, "\x01")}}),
-            std::vector<std::string>{OpenStore("1 bytes 01")});
+  EXPECT_EQ(Opened({{Number(0x3400000A, 1), Bytes(PR_ENTRYID, "\x01")}}), OpenStore("1 bytes 01"));
 }
 
 TEST_F(DefaultStore, ThereIsNone) {

@@ -160,15 +160,14 @@ TEST_F(SendMailTest, WhatIsEmptyIsLeftOut) {
   for (const auto& test : kCases) {
     Furnish();
     EXPECT_EQ(Send(test.mail), S_OK);
-    EXPECT_EQ(mapi_->CallsOf("IMessage::SetProps"),
-              Calls{"IMessage::SetProps(" + test.values + "0x0e0a0102 4 bytes 73656e74], null)"});
+    EXPECT_EQ(CallOf("IMessage::SetProps"),
+              "IMessage::SetProps(" + test.values + "0x0e0a0102 4 bytes 73656e74], null)");
   }
   // As is the link of a store without a folder for sent items.
   Furnish();
   mapi_->store_values = {Bytes(PR_IPM_OUTBOX_ENTRYID, "out!")};
   EXPECT_EQ(Send({.subject = u"", .body = u"", .sender = u""}), S_OK);
-  EXPECT_EQ(mapi_->CallsOf("IMessage::SetProps"),
-            Calls{"IMessage::SetProps(1, [0x001a001f \"IPM.Note\"], null)"});
+  EXPECT_EQ(CallOf("IMessage::SetProps"), "IMessage::SetProps(1, [0x001a001f \"IPM.Note\"], null)");
 }
 
 TEST_F(SendMailTest, NeedsADefaultStoreWithAnOutbox) {

@@ -88,6 +88,12 @@ class MapiTest : public platform::fake::MachineTest {
     return trace;
   }
 
+  // The library's call of this name, of which there is to be one.
+  [[nodiscard]] std::string CallOf(const std::string& name) const {
+    const std::vector<std::string> calls = mapi_->CallsOf(name);
+    return calls.size() == 1 ? calls[0] : std::to_string(calls.size()) + " calls";
+  }
+
   std::unique_ptr<FakeMapi> mapi_;
 
  private:
