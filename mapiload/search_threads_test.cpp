@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <iterator>
-#include <latch>
+#include <mutex>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -53,6 +54,24 @@ void DoBoth(std::function<void()> one, std::function<void()> other) {
   const platform::Worker second = Start(other);
 }
 
+// Where threads wait for each other. std::latch hangs now and then in 32-bit MinGW builds.
+class Meeting {
+ public:
+  explicit Meeting(int expected) : missing_(expected) {}
+
+  void Join() {
+    std::unique_lock lock(mutex_);
+    --missing_;
+    changed_.notify_all();
+    changed_.wait(lock, [&] { return missing_ <= 0; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int missing_;
+};
+
 class SearchThreads : public test::MapiSearchTest {
  protected:
   SearchThreads() {
@@ -81,8 +100,8 @@ class SearchThreads : public test::MapiSearchTest {
 TEST_F(SearchThreads, ThatFindALibraryAtTheSameTimeKeepOneReference) {
   AddLibrary();
   // Each has loaded the library before one of them installs it.
-  std::latch loaded(2);
-  At(u"Exit GetDefaultMapiHandle", [&](TraceArguments) { loaded.arrive_and_wait(); });
+  Meeting loaded(2);
+  At(u"Exit GetDefaultMapiHandle", [&](TraceArguments) { loaded.Join(); });
   RawModule first{};
   RawModule second{};
   DoBoth([&] { first = GetPrivateMAPI(); }, [&] { second = GetPrivateMAPI(); });
@@ -97,11 +116,11 @@ TEST_F(SearchThreads, ThatFindALibraryAtTheSameTimeKeepOneReference) {
 TEST_F(SearchThreads, ThatInstallDifferentLibrariesKeepOne) {
   AddLibrary();
   AddEmptyLibrary(kOther);
-  std::latch loaded(2);
+  Meeting loaded(2);
   const auto install = [&loaded](const char16_t* path) {
     Module module;
     EXPECT_EQ(platform::LoadModule(path, module), platform::kSuccess);
-    loaded.arrive_and_wait();
+    loaded.Join();
     SetMAPIHandle(std::move(module));
     EXPECT_NE(GetMAPIHandle(), RawModule{});
   };
@@ -114,10 +133,10 @@ TEST_F(SearchThreads, ThatInstallDifferentLibrariesKeepOne) {
 TEST_F(SearchThreads, ThatLoadASystemLibraryAtTheSameTimeKeepOneReference) {
   AddInstaller();
   // Each has found that the library is not loaded yet before one of them loads it.
-  std::latch not_loaded(2);
+  Meeting not_loaded(2);
   MapiLoadTraceSink = [&](const char16_t* format, TraceArguments) {
     if (std::u16string_view(format).starts_with(u"LoadFromSystemDir - loading from")) {
-      not_loaded.arrive_and_wait();
+      not_loaded.Join();
     }
   };
   const auto ask = [] {
@@ -133,39 +152,39 @@ TEST_F(SearchThreads, ThatAskForTheSystemDirectoryAtTheSameTimeKeepTheFirstAnswe
   constexpr char16_t kFirst[] = u"D:\\first";
   AddEmptyLibrary(u"D:\\first\\a.dll");
   // A thread has an answer and is about to keep it when another has kept its own.
-  std::latch answered(2);
-  std::latch kept(2);
+  Meeting answered(2);
+  Meeting kept(2);
   At(u"Exit GetSystemDirectory", [&](TraceArguments arguments) {
     if (std::get<const char16_t*>(arguments[0]) != std::u16string_view(kFirst)) {
-      answered.arrive_and_wait();
-      kept.arrive_and_wait();
+      answered.Join();
+      kept.Join();
     }
   });
   DoBoth([] { EXPECT_TRUE(LoadFromSystemDir(u"a.dll")); },
          [&] {
-           answered.arrive_and_wait();
+           answered.Join();
            machine_.SetSystemDirectory(kFirst);
            EXPECT_TRUE(LoadFromSystemDir(u"a.dll"));
-           kept.arrive_and_wait();
+           kept.Join();
          });
 }
 
 TEST_F(SearchThreads, WhoseSearchFoundNothingDoNotUndoWhatAnotherHasBound) {
   // A thread has found nothing and is about to say so when the library is found by another.
-  std::latch nothing_found(2);
-  std::latch bound(2);
+  Meeting nothing_found(2);
+  Meeting bound(2);
   At(u"Exit GetPrivateMAPI: Returning", [&](TraceArguments arguments) {
     if (std::get<TraceHandle>(arguments[0]) == TraceHandle{}) {
-      nothing_found.arrive_and_wait();
-      bound.arrive_and_wait();
+      nothing_found.Join();
+      bound.Join();
     }
   });
   DoBoth([] { EXPECT_EQ(MAPIFreeBuffer(nullptr), 0u); },
          [&] {
-           nothing_found.arrive_and_wait();
+           nothing_found.Join();
            AddLibrary();
            EXPECT_EQ(MAPIFreeBuffer(nullptr), kFreed);
-           bound.arrive_and_wait();
+           bound.Join();
          });
   EXPECT_EQ(MAPIFreeBuffer(nullptr), kFreed);
 }
@@ -175,9 +194,9 @@ TEST_F(SearchThreads, ReachAllFunctionsFromTheirFirstCallOn) {
     ForgetMapiLoading();
     machine_.Reset();
     AddLibrary();
-    std::latch start(2);
+    Meeting start(2);
     const auto call_all = [&start] {
-      start.arrive_and_wait();
+      start.Join();
       EXPECT_TRUE(CallAll());
     };
     DoBoth(call_all, call_all);

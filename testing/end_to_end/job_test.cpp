@@ -113,32 +113,16 @@ std::string Started(std::string_view command_line) {
   return Info("StartZentpost(): " + std::string(command_line));
 }
 
-std::string NotAJobFile(std::string_view error_position) {
-  return Error("ReadFromFile(): Parse JSON failed with error '" + std::string(error_position) +
-               "'");
-}
-
-std::string MapiLines(const test::MapiJobText& job) {
-  std::string lines;
-  for (const std::string& line : test::MapiJobLines(job)) {
-    lines += Info(line);
-  }
-  return lines;
+std::string NotAJobFile(const std::string& error_position) {
+  return test::NoJsonLog("ReadFromFile", error_position);
 }
 
 std::string NoMapiLines(const test::MapiJobText& job) {
-  return MapiLines(job) + test::kNoMapiLog;
+  return test::MapiJobLog(job) + test::kNoMapiLog;
 }
 
-std::string AddinLines(std::string_view payload_as_logged) {
-  return Info("ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.") +
-         Info("ProcessToOutlookClient(): Created JSON:\r\n" + std::string(payload_as_logged) +
-              "\r\n");
-}
-
-std::string SentLines(std::string_view payload_as_logged) {
-  return AddinLines(payload_as_logged) +
-         Info("ProcessToOutlookClient(): The JSON payload successfully sent.");
+std::string SentLines(const std::string& payload_as_logged) {
+  return test::AddinLog(payload_as_logged) + test::kAddinSentLog;
 }
 
 ToolRun JobTest::Run(const std::vector<std::string>& arguments, const ProcessOptions& options) {

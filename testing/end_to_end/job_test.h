@@ -35,15 +35,13 @@ namespace zentpost::e2e {
 
 // What the job file reader logs when the first argument is no job file; `error_position` is where
 // the JSON library stopped, and nothing when the argument cannot be read.
-[[nodiscard]] std::string NotAJobFile(std::string_view error_position = "");
+[[nodiscard]] std::string NotAJobFile(const std::string& error_position = "");
 
-// What the Extended MAPI route logs of a job, and with it what it logs where there is no MAPI.
-[[nodiscard]] std::string MapiLines(const test::MapiJobText& job);
+// What the Extended MAPI route logs of a job where there is no MAPI.
 [[nodiscard]] std::string NoMapiLines(const test::MapiJobText& job);
 
-// What the add-in route logs when it begins, and with the payload; and with it that it was sent.
-[[nodiscard]] std::string AddinLines(std::string_view payload_as_logged);
-[[nodiscard]] std::string SentLines(std::string_view payload_as_logged);
+// What the add-in route logs of a job that was sent.
+[[nodiscard]] std::string SentLines(const std::string& payload_as_logged);
 
 // `log` without the times of its lines, each of which has to lie between `begin` and `end` (as
 // LocalTimeText has them). A message may have lines of its own; these have no time and no level.

@@ -10,10 +10,6 @@ namespace {
 // More than the systems keep for a peer that does not read.
 constexpr std::size_t kMoreThanBuffers = std::size_t{16} << 20;
 
-std::string SendingFailed() {
-  return Error("ProcessToOutlookClient(): The sending failed.");
-}
-
 class AddinFailure : public JobTest {
  protected:
   void SetBigJob(std::size_t size) {
@@ -34,8 +30,8 @@ class AddinFailure : public JobTest {
     EXPECT_EQ(Ends(addin.Finish()), "probe, spoiled");
     // Each wait lasts a millisecond at least.
     EXPECT_GE(run.duration, std::chrono::milliseconds(10000));
-    ExpectLog(run,
-              Started() + AddinLines(big_.Payload()) + SendingFailed() + NoMapiLines(big_.Mapi()));
+    ExpectLog(run, Started() + test::AddinLog(big_.Payload()) + test::kNotSent.log +
+                       NoMapiLines(big_.Mapi()));
     ExpectJobFile(test::WithMapiError(big_.File()));
   }
 
@@ -71,11 +67,10 @@ TEST_F(AddinFailure, RefusesAfterTheProbe) {
 
   EXPECT_EQ(run.exit_code, 1);
   EXPECT_EQ(Ends(addin.Finish()), "unaccepted");
-  ExpectBetweenTheRoutes(
-      JobFileWithResult(1, 1004, "OutlookClient: Connection cannot be established."),
-      between_the_routes);
+  ExpectBetweenTheRoutes(JobFileWithResult(1, test::kNotConnected.code, test::kNotConnected.text),
+                         between_the_routes);
   ExpectJobFile(JobFileNotDelivered());
-  ExpectLog(run, Started() + AddinLines(SamplePayload()) +
+  ExpectLog(run, Started() + test::AddinLog(SamplePayload()) +
                      Error("ProcessToOutlookClient(): The client connection to 127.0.0.1:" +
                            std::to_string(addin.port()) + " cannot be established.") +
                      NoMapiLines(SampleMapi()));
@@ -129,11 +124,10 @@ TEST_F(AddinFailure, ResetsTheConnectionInMidPayload) {
 
   EXPECT_EQ(run.exit_code, 1);
   EXPECT_EQ(Ends(addin.Finish()), "probe, spoiled");
-  ExpectBetweenTheRoutes(
-      test::WithResult(big_.File(), 1, 1003, "OutlookClient: Transmission failure."),
-      between_the_routes);
-  ExpectLog(run,
-            Started() + AddinLines(big_.Payload()) + SendingFailed() + NoMapiLines(big_.Mapi()));
+  ExpectBetweenTheRoutes(test::WithResult(big_.File(), 1, test::kNotSent.code, test::kNotSent.text),
+                         between_the_routes);
+  ExpectLog(run, Started() + test::AddinLog(big_.Payload()) + test::kNotSent.log +
+                     NoMapiLines(big_.Mapi()));
   ExpectJobFile(test::WithMapiError(big_.File()));
 }
 
@@ -178,8 +172,7 @@ TEST_F(AddinFailure, AJobFileThatVanishesOrIsSpoiledDuringTheJobStaysSo) {
     ExpectReceived(addin, big_.Payload());
     EXPECT_EQ(ReadBytes(PathOf("job.json")), vanishes ? std::nullopt : std::optional(spoiled));
     ExpectLog(run, Started() + SentLines(big_.Payload()) +
-                       Error("WriteJobFileResult(): Parse JSON failed with error '" +
-                             std::string(vanishes ? "" : "spoiled}") + "'"));
+                       test::NoJsonLog("WriteJobFileResult", vanishes ? "" : "spoiled}"));
   }
 }
 

@@ -21,7 +21,8 @@ class Diversion : public JobTest {
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_EQ(Ends(addin.Finish()), has_addin ? "probe" : "");
     ExpectJobFile(test::WithSuccess(job.File()));
-    ExpectLog(run, Started() + (has_addin ? AddinLines(job.Payload()) : MapiLines(job.Mapi())));
+    ExpectLog(run, Started() +
+                       (has_addin ? test::AddinLog(job.Payload()) : test::MapiJobLog(job.Mapi())));
   }
 
   const std::string payload_ = Job().Payload();
@@ -60,9 +61,9 @@ TEST_F(Diversion, FaxCommandCanDivert) {
   EXPECT_TRUE(
       Same(Payload({.receiver = "0301", .recipient_name = "Erika", .file_name = "letter.pdf"}),
            FileBytes("temporary/payload.json")));
-  ExpectLog(run,
-            NotAJobFile() + Started("letter.pdf 0301;Opayload.json;EErika") +
-                MapiLines({.receiver = "0301", .recipient = "Erika", .attachment = "letter.pdf"}));
+  ExpectLog(run, NotAJobFile() + Started("letter.pdf 0301;Opayload.json;EErika") +
+                     test::MapiJobLog(
+                         {.receiver = "0301", .recipient = "Erika", .attachment = "letter.pdf"}));
 }
 
 TEST_F(Diversion, DeliberateNamedPipeIsNotWrittenAndStillCountsAsDelivered) {

@@ -58,7 +58,7 @@ TEST_F(LostDocument, ATextThatBeginsLikeJsonIsADocument) {
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_TRUE(Same(c.text, FileBytes("letter.txt")));
     ExpectLog(run, NotAJobFile(c.error) + Started("letter.txt 0301") +
-                       MapiLines({.receiver = "0301", .attachment = "letter.txt"}));
+                       test::MapiJobLog({.receiver = "0301", .attachment = "letter.txt"}));
   }
 }
 

@@ -124,12 +124,12 @@ class MailClient : public JobTest {
   void ExpectDelivered(const Job& job, const ToolRun& run, const std::string& log) {
     EXPECT_EQ(run.exit_code, 0);
     ExpectJobFile(test::WithSuccess(job.File()));
-    ExpectLog(run, Started() + MapiLines(job.Mapi()) + log);
+    ExpectLog(run, Started() + test::MapiJobLog(job.Mapi()) + log);
   }
   void ExpectFailed(const Job& job, const ToolRun& run, std::int32_t code, const std::string& log) {
     EXPECT_EQ(run.exit_code, 1);
     ExpectJobFile(test::WithResult(job.File(), 1, code, "MAPI Error"));
-    ExpectLog(run, Started() + MapiLines(job.Mapi()) + log);
+    ExpectLog(run, Started() + test::MapiJobLog(job.Mapi()) + log);
   }
   // `job` is submitted as it is, and its document deleted.
   void ExpectSubmitted(const Job& job, std::size_t size = kDocumentSize) {
@@ -211,7 +211,7 @@ TEST_F(MailClient, SendsTheDocumentOfACommandLine) {
 
   EXPECT_EQ(run.exit_code, 0);
   // What the reader says of a file that is no JSON depends on its bytes.
-  ExpectInLog(run, MapiLines(job_.Mapi()) + LoggedOn() + Composed(job_) + Submitted());
+  ExpectInLog(run, test::MapiJobLog(job_.Mapi()) + LoggedOn() + Composed(job_) + Submitted());
   ExpectAccountsInOrder();
   EXPECT_FALSE(FileExists("letter.pdf"));
   KeepMail(job_, Sent() / "0001.eml", "SMTP", "0301234567");
@@ -633,7 +633,7 @@ TEST_F(MailClient, TakesOverFromAnAddinThatFailsAfterTheProbe) {
   ExpectJobFile(test::WithSuccess(job_.File()));
   ExpectInLog(run, Error("ProcessToOutlookClient(): The client connection to 127.0.0.1:" +
                          std::to_string(addin.port()) + " cannot be established.") +
-                       MapiLines(job_.Mapi()) + LoggedOn() + Composed(job_) + Submitted());
+                       test::MapiJobLog(job_.Mapi()) + LoggedOn() + Composed(job_) + Submitted());
   ExpectAccountsInOrder();
   KeepMail(job_, Sent() / "0001.eml", "SMTP", "0301234567");
 }

@@ -61,7 +61,8 @@ TEST_F(MailRoute, SkippedJobWithoutAJobFileSucceeds) {
   const ToolRun run = Run({"letter.pdf"});
 
   EXPECT_EQ(run.exit_code, 0);
-  ExpectLog(run, NotAJobFile() + Started("letter.pdf") + MapiLines({.attachment = "letter.pdf"}));
+  ExpectLog(run,
+            NotAJobFile() + Started("letter.pdf") + test::MapiJobLog({.attachment = "letter.pdf"}));
 }
 
 }  // namespace

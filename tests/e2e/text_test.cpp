@@ -100,10 +100,9 @@ TEST_F(Text, DeliberateTextTooLongInUtf8IsLoggedAndLeftEmpty) {
   const std::string payload = Payload({.receiver = "0301", .file_name = "a.pdf"});
   EXPECT_EQ(run.exit_code, 0);
   ExpectReceived(addin, payload);
-  const std::string begin =
-      NotAJobFile() + Started("a.pdf 0301;S\u4E2D\u6587\u5B57") +
-      Info("ProcessToOutlookClient(): Processing job to Ambrolux.OutlookClient.") +
-      Error("_utf8(): The utf-8 forward conversion failed.") + "ERROR: Code 0x0000007a --> ";
+  const std::string begin = NotAJobFile() + Started("a.pdf 0301;S\u4E2D\u6587\u5B57") +
+                            test::kAddinStartLog + Error(test::kUtf8Failed) +
+                            "ERROR: Code 0x0000007a --> ";
   const std::string lines = SentLines(payload);
   const std::string end = lines.substr(lines.find('\n') + 1);
   // The text for 122 (insufficient buffer) is the system's, in its language.
