@@ -1,5 +1,5 @@
 // What the contract of all back-ends leaves open. The rest is in
-// testing/platform_contract/contract_test.cpp.
+// testing/platform_contract/text_codec_contract_test.cpp.
 #include "platform/codec/software_codec.h"
 
 #include <gtest/gtest.h>

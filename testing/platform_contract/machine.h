@@ -1,6 +1,6 @@
-// What the contract test arranges on the machine, and looks up there, behind the seam's back. Every
-// back-end implements it with its own machine's means (contract_windows.cpp, contract_posix.cpp,
-// contract_fake.cpp), never with the seam's functions, which are what is being tested.
+// What the contract tests arrange on the machine, and look up there, behind the back of platform/.
+// Each back-end implements it with its own machine's means, never with the functions under test:
+// fake/machine.cpp, and native.cpp with windows/machine.cpp or posix/machine.cpp.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/registry.h"
 #include "platform/system.h"
@@ -19,11 +20,13 @@ namespace platform::contract {
 void PrepareMachine();
 void ClearMachine();
 
-// The registry. `KeyPath` gives the path, below any hive, of a key that belongs to this process's
-// tests alone, with `below` behind it ("" or "\\Sub\\Key"). The other two create what is missing in
-// between; false says that this user may not write to that hive. `bytes` is the data as it is
-// stored.
+// The registry. False: it is the user's own, and tests may not write to it.
+bool MayChangeRegistry();
+// The path, below any hive, of a key that belongs to this process's tests alone, with `below`
+// behind it ("" or "\\Sub\\Key").
 std::u16string KeyPath(std::u16string_view below);
+// These create what is missing in between; false says that this user may not write to that hive.
+// `bytes` is the data as it is stored.
 bool AddKey(Hive hive, const std::u16string& path);
 bool SetValue(Hive hive, const std::u16string& path, const std::u16string& name, std::uint32_t type,
               std::string_view bytes);
@@ -50,6 +53,21 @@ enum class Hold {
 };
 std::shared_ptr<void> HoldFile(const std::u16string& path, Hold how);
 
+// Libraries. `LibraryFolder` ends with a separator and holds library.dll, which exports
+// ContractNumber and nothing else that a test may rely on, and broken.dll, which is a text. No
+// other folder has files of these names.
+std::u16string LibraryFolder();
+inline constexpr int kContractNumber = 1707;
+using ContractNumber = int (*)();
+// The bare name of a library that stands in the system's own folders and is not loaded.
+std::u16string LibraryOfTheSystem();
+// Whether the process has loaded a library with the file name of `path`.
+bool IsLoaded(const std::u16string& path);
+std::u16string TheSystemDirectory();
+
+// Sets a variable of the environment until ClearMachine. ZENTPOST_NONE is not there.
+void SetVariable(const std::u16string& name, const std::u16string& value);
+
 // Peers on 127.0.0.1. They are served, one connection after the other, until the test's end.
 enum class Peer {
   kReads,      // reads until its peer closes
@@ -73,19 +91,10 @@ std::u16string StoredMessage(std::uint32_t code);
 // An instant that this machine's clocks on the wall show as `local`.
 std::int64_t InstantOf(const LocalTime& local);
 
-// Other processes, on the machines that have any: runs `count` copies of this test program at once,
-// each with just the test `name` ("Suite.Name"), and waits for their end. Gives the number of
-// copies that failed; absent: a machine without processes.
-std::optional<int> RunCopies(int count, const std::string& name, const std::u16string& path);
-
-// In such a copy, its number (from 0) and the path; absent in the program that was started first.
-struct Copy {
-  int number;
-  std::u16string path;
-};
-std::optional<Copy> ThisCopy();
-
-// In such a copy: waits until all copies have come this far.
-void AwaitOtherCopies();
+// Other processes: runs `count` copies of this test program at once, in `Folder` and each with just
+// the test `name` ("Suite.Name") and with a random seed of its own from 1 on. A copy writes one
+// byte to its standard output when it is ready; its standard input ends when all are. Gives their
+// exit codes; absent: a machine without processes.
+std::optional<std::vector<int>> RunCopies(int count, const std::string& name);
 
 }  // namespace platform::contract

@@ -1,35 +1,42 @@
 #include "testing/platform_contract/native.h"
 
-#include <algorithm>
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
+#include "testing/end_to_end/files.h"
+#include "testing/end_to_end/process.h"
 #include "testing/platform_contract/machine.h"
 
 namespace platform::contract {
+
+namespace e2e = zentpost::e2e;
+using asio::ip::tcp;
+
 namespace {
 
-// Tells a copy of this program its number, the port where copies meet and the path, the path as
-// decimal numbers of its units.
-constexpr char kCopyVariable[] = "ZENTPOST_CONTRACT_COPY";
+const tcp::endpoint kAnyPort(asio::ip::address_v4::loopback(), 0);
+
+struct StartedNetwork {
+  StartedNetwork() { StartNetwork(); }
+  ~StartedNetwork() { EndNetwork(); }
+  StartedNetwork(const StartedNetwork&) = delete;
+  StartedNetwork& operator=(const StartedNetwork&) = delete;
+};
 
 // A listening port and the thread that serves it.
 class Listener {
  public:
-  explicit Listener(Peer peer)
-      : peer_(peer), listener_(ListenAnywhere(port_)), thread_([this] { Serve(); }) {}
+  explicit Listener(Peer peer) : peer_(peer), thread_([this] { Serve(); }) {}
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
   ~Listener() {
@@ -39,12 +46,11 @@ class Listener {
     }
     changed_.notify_all();
     // Ends the wait for a connection.
-    CloseConnection(ConnectTo(port_));
+    tcp::socket(io_).connect(endpoint_);
     thread_.join();
-    CloseConnection(listener_);
   }
 
-  std::uint16_t Port() const { return port_; }
+  std::uint16_t Port() const { return endpoint_.port(); }
 
   std::string Received() {
     std::unique_lock lock(mutex_);
@@ -55,59 +61,50 @@ class Listener {
  private:
   void Serve() {
     for (;;) {
-      const Connection connection = Accept(listener_);
-      {
-        const std::lock_guard lock(mutex_);
-        if (stopping_) {
-          CloseConnection(connection);
-          return;
-        }
-      }
-      ServeOne(connection);
-    }
-  }
-
-  void ServeOne(Connection connection) {
-    switch (peer_) {
-      case Peer::kReads:
-      case Peer::kReadsSlow: {
-        std::string received = ReadToEnd(connection);
-        CloseConnection(connection);
-        const std::lock_guard lock(mutex_);
-        if (!first_) {
-          first_ = std::move(received);
-          changed_.notify_all();
-        }
+      tcp::socket connection = acceptor_.accept();
+      std::unique_lock lock(mutex_);
+      if (stopping_) {
         return;
       }
-      case Peer::kNeverReads: {
-        std::unique_lock lock(mutex_);
+      if (peer_ == Peer::kNeverReads) {
         changed_.wait(lock, [this] { return stopping_; });
-        lock.unlock();
-        CloseConnection(connection);
-        return;
+        continue;
       }
-      case Peer::kResets: {
-        char byte = 0;
-        Receive(connection, &byte, 1);
-        // Every other connection looks as if it ended in peace, and is reset when the other side
-        // has filled the buffers and waits.
-        if (half_closes_) {
-          EndSending(connection);
-          std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        }
-        half_closes_ = !half_closes_;
-        ResetConnection(connection);
-        return;
+      lock.unlock();
+      if (peer_ == Peer::kResets) {
+        Reset(connection);
+        continue;
+      }
+      std::string received = ReadToEnd(connection);
+      lock.lock();
+      if (!first_) {
+        first_ = std::move(received);
+        changed_.notify_all();
       }
     }
   }
 
-  std::string ReadToEnd(Connection connection) const {
+  // Every other connection looks as if it ended in peace, and is reset when the other side has
+  // filled the buffers and waits.
+  void Reset(tcp::socket& connection) {
+    std::error_code ignored;
+    char byte = 0;
+    connection.read_some(asio::buffer(&byte, 1), ignored);
+    if (half_closes_) {
+      connection.shutdown(tcp::socket::shutdown_send, ignored);
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    half_closes_ = !half_closes_;
+    connection.set_option(tcp::socket::linger(true, 0));
+    connection.close(ignored);
+  }
+
+  std::string ReadToEnd(tcp::socket& connection) const {
+    std::error_code end;
     std::string received;
     std::vector<char> piece(262144);
     const auto begin = std::chrono::steady_clock::now();
-    while (const std::size_t count = Receive(connection, piece.data(), piece.size())) {
+    while (const std::size_t count = connection.read_some(asio::buffer(piece), end)) {
       received.append(piece.data(), count);
       if (peer_ == Peer::kReadsSlow) {
         // 20 MiB a second.
@@ -118,8 +115,10 @@ class Listener {
   }
 
   const Peer peer_;
-  std::uint16_t port_ = 0;
-  const Connection listener_;
+  const StartedNetwork network_;
+  asio::io_context io_;
+  tcp::acceptor acceptor_{io_, kAnyPort, false};
+  const tcp::endpoint endpoint_ = acceptor_.local_endpoint();
   std::mutex mutex_;
   std::condition_variable changed_;
   bool stopping_ = false;
@@ -131,48 +130,28 @@ class Listener {
 std::filesystem::path folder;
 std::vector<std::unique_ptr<Listener>> listeners;
 
-Listener& Find(std::uint16_t port) {
-  for (const std::unique_ptr<Listener>& listener : listeners) {
-    if (listener->Port() == port) {
-      return *listener;
-    }
-  }
-  throw std::invalid_argument("nobody listens on this port");
-}
-
 }  // namespace
 
-std::filesystem::path MakeFolder() {
-  const std::filesystem::path parent = std::filesystem::temp_directory_path();
-  for (int number = 0;; ++number) {
-    std::filesystem::path made = parent / ("zentpost-contract-" + std::to_string(number));
-    if (std::filesystem::create_directory(made)) {
-      return made;
-    }
-  }
-}
-
-void RemoveFolder(const std::filesystem::path& unwanted) {
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(unwanted)) {
-    std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_write,
-                                 std::filesystem::perm_options::add);
-  }
-  std::filesystem::remove_all(unwanted);
+const std::filesystem::path& TestFolder() {
+  return folder;
 }
 
 void PrepareFilesAndPeers() {
-  StartNetwork();
-  folder = MakeFolder();
+  folder = e2e::MakeTestFolder();
+  std::filesystem::create_directory(folder / "files");
 }
 
 void ClearFilesAndPeers() {
   listeners.clear();
-  RemoveFolder(folder);
-  EndNetwork();
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_write,
+                                 std::filesystem::perm_options::add);
+  }
+  std::filesystem::remove_all(folder);
 }
 
 std::u16string Folder() {
-  return folder.u16string();
+  return (folder / "files").u16string();
 }
 
 void AddFolder(const std::u16string& path) {
@@ -180,18 +159,14 @@ void AddFolder(const std::u16string& path) {
 }
 
 void SetFile(const std::u16string& path, std::string_view bytes) {
-  std::ofstream file(SystemPath(path), std::ios::binary | std::ios::trunc);
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush();
-  if (!file) {
-    throw std::runtime_error("a file of the test could not be written");
-  }
+  e2e::WriteBytes(SystemPath(path), bytes);
 }
 
 bool MakeReadOnly(const std::u16string& path) {
   using std::filesystem::perms;
   std::filesystem::permissions(SystemPath(path),
                                perms::owner_read | perms::group_read | perms::others_read);
-  return !IsWritable(path);
+  return ReadOnlyBinds(path);
 }
 
 void AddLink(const std::u16string& path, const std::u16string& link) {
@@ -199,15 +174,15 @@ void AddLink(const std::u16string& path, const std::u16string& link) {
 }
 
 std::optional<std::string> FileBytes(const std::u16string& path) {
-  std::ifstream file(SystemPath(path), std::ios::binary);
-  if (!file) {
-    return std::nullopt;
-  }
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  return e2e::ReadBytes(SystemPath(path));
 }
 
 bool FolderExists(const std::u16string& path) {
   return std::filesystem::is_directory(SystemPath(path));
+}
+
+std::u16string LibraryFolder() {
+  return (ThisProgram().parent_path() / "contract_libraries" / "").u16string();
 }
 
 std::uint16_t Listen(Peer peer) {
@@ -216,75 +191,42 @@ std::uint16_t Listen(Peer peer) {
 }
 
 std::uint16_t PortWithoutListener() {
-  std::uint16_t port = 0;
-  CloseConnection(ListenAnywhere(port));
-  return port;
+  const StartedNetwork network;
+  asio::io_context io;
+  return tcp::acceptor(io, kAnyPort, false).local_endpoint().port();
 }
 
 std::string Received(std::uint16_t port) {
-  return Find(port).Received();
-}
-
-std::optional<int> RunCopies(int count, const std::string& name, const std::u16string& path) {
-  std::uint16_t port = 0;
-  const Connection meeting_point = ListenAnywhere(port);
-  std::vector<std::intptr_t> processes;
-  processes.reserve(static_cast<std::size_t>(count));
-  for (int number = 0; number < count; ++number) {
-    std::ostringstream value;
-    value << number << ' ' << port;
-    for (const char16_t unit : path) {
-      value << ' ' << static_cast<unsigned>(unit);
+  for (const std::unique_ptr<Listener>& listener : listeners) {
+    if (listener->Port() == port) {
+      return listener->Received();
     }
-    SetVariable(kCopyVariable, value.str());
-    processes.push_back(StartCopy("--gtest_filter=" + name));
   }
-  SetVariable(kCopyVariable, "");
-  std::vector<Connection> arrived;
-  arrived.reserve(static_cast<std::size_t>(count));
-  for (int number = 0; number < count; ++number) {
-    arrived.push_back(Accept(meeting_point));
-  }
-  std::for_each(arrived.begin(), arrived.end(), CloseConnection);
-  CloseConnection(meeting_point);
-  return static_cast<int>(
-      std::count_if(processes.begin(), processes.end(),
-                    [](std::intptr_t process) { return WaitForCopy(process) != 0; }));
+  return "nobody listens on this port";
 }
 
-namespace {
-
-struct Instructions {
-  Copy copy;
-  std::uint16_t port;
-};
-
-std::optional<Instructions> ReadInstructions() {
-  const char* const value = std::getenv(kCopyVariable);
-  if (value == nullptr || *value == '\0') {
-    return std::nullopt;
-  }
-  std::istringstream stream(value);
-  Instructions instructions = {};
-  stream >> instructions.copy.number >> instructions.port;
-  for (unsigned unit = 0; stream >> unit;) {
-    instructions.copy.path.push_back(static_cast<char16_t>(unit));
-  }
-  return instructions;
+std::int64_t InstantOf(const LocalTime& local) {
+  std::tm fields = {};
+  fields.tm_year = local.year - 1900;
+  fields.tm_mon = local.month - 1;
+  fields.tm_mday = local.day;
+  fields.tm_hour = local.hour;
+  fields.tm_min = local.minute;
+  fields.tm_sec = local.second;
+  fields.tm_isdst = -1;
+  return Instant(fields);
 }
 
-}  // namespace
-
-std::optional<Copy> ThisCopy() {
-  const std::optional<Instructions> instructions = ReadInstructions();
-  return instructions ? std::optional(instructions->copy) : std::nullopt;
-}
-
-void AwaitOtherCopies() {
-  const Connection meeting = ConnectTo(ReadInstructions().value().port);
-  char byte = 0;
-  Receive(meeting, &byte, 1);
-  CloseConnection(meeting);
+std::optional<std::vector<int>> RunCopies(int count, const std::string& name) {
+  std::vector<std::vector<std::string>> arguments;
+  for (int number = 1; number <= count; ++number) {
+    // Nothing else may be printed before the byte that says that the copy is ready.
+    arguments.push_back({"--gtest_brief=1", "--gtest_filter=" + name,
+                         "--gtest_random_seed=" + std::to_string(number)});
+  }
+  e2e::ProcessOptions options;
+  options.folder = folder / "files";
+  return e2e::RunTogether(ThisProgram(), arguments, options);
 }
 
 }  // namespace platform::contract

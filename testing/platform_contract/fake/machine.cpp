@@ -10,6 +10,8 @@ namespace {
 
 constexpr std::uint16_t kFirstPort = 50000;
 constexpr char16_t kFolder[] = u"C:\\Contract";
+constexpr char16_t kLibraryFolder[] = u"C:\\Contract libraries\\";
+constexpr char16_t kSystemDirectory[] = u"C:\\Contract system";
 
 std::uint16_t next_port = kFirstPort;
 
@@ -33,11 +35,21 @@ void PrepareMachine() {
   machine.Reset();
   machine.AddFolder(kFolder);
   machine.SetSystemMessage(kAccessDenied, u"Nobody may do that.\r\n");
+  machine.SetSystemDirectory(kSystemDirectory);
+  machine.AddModule(
+      LibraryFolder() + u"library.dll",
+      {{"ContractNumber", reinterpret_cast<Procedure>(+[] { return kContractNumber; })}});
+  machine.SetFile(LibraryFolder() + u"broken.dll", "This is no library.");
+  machine.AddModule(TheSystemDirectory() + u"\\" + LibraryOfTheSystem(), {});
   next_port = kFirstPort;
 }
 
 void ClearMachine() {
   fake::TheMachine().Reset();
+}
+
+bool MayChangeRegistry() {
+  return true;
 }
 
 std::u16string KeyPath(std::u16string_view below) {
@@ -100,6 +112,28 @@ bool FolderExists(const std::u16string& path) {
   return machine->IsFolder(fake::NormalPath(path));
 }
 
+std::u16string LibraryFolder() {
+  return kLibraryFolder;
+}
+
+std::u16string LibraryOfTheSystem() {
+  return u"contract_system.dll";
+}
+
+bool IsLoaded(const std::u16string& path) {
+  const std::u16string name = u"\\" + path.substr(path.rfind(u'\\') + 1);
+  return fake::TheMachine().ModuleReferences(LibraryFolder() + name) != 0 ||
+         fake::TheMachine().ModuleReferences(TheSystemDirectory() + name) != 0;
+}
+
+std::u16string TheSystemDirectory() {
+  return kSystemDirectory;
+}
+
+void SetVariable(const std::u16string& name, const std::u16string& value) {
+  fake::TheMachine().SetVariable(name, value);
+}
+
 std::uint16_t Listen(Peer peer) {
   fake::TheMachine().Listen(next_port, FakePeer(peer));
   return next_port++;
@@ -146,15 +180,8 @@ std::int64_t InstantOf(const LocalTime& local) {
 }
 
 // There is but one process in this machine.
-std::optional<int> RunCopies(int /*count*/, const std::string& /*name*/,
-                             const std::u16string& /*path*/) {
+std::optional<std::vector<int>> RunCopies(int /*count*/, const std::string& /*name*/) {
   return std::nullopt;
 }
-
-std::optional<Copy> ThisCopy() {
-  return std::nullopt;
-}
-
-void AwaitOtherCopies() {}
 
 }  // namespace platform::contract

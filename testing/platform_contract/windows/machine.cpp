@@ -2,17 +2,21 @@
 // In a block of its own: windows.h alone would declare winsock2.h's predecessor.
 #include <windows.h>
 
-#include <process.h>
+#include <psapi.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
+#include <cwchar>
+#include <fstream>
 #include <iterator>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/windows/wide.h"
+#include "testing/end_to_end/real_machine.h"
 #include "testing/platform_contract/machine.h"
 #include "testing/platform_contract/native.h"
 
@@ -20,9 +24,6 @@ namespace platform::contract {
 namespace {
 
 constexpr Hive kHives[] = {Hive::kCurrentUser, Hive::kLocalMachine, Hive::kClassesRoot};
-// FILETIME counts 100 ns from 1601-01-01.
-constexpr std::int64_t kTicksPerSecond = 10'000'000;
-constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 // What OutputDebugStringW and OutputDebugStringA raise to reach a debugger.
 constexpr DWORD kWidePrintException = 0x4001000A;
 constexpr DWORD kPrintException = 0x40010006;
@@ -31,26 +32,10 @@ constexpr DWORD kPrintException = 0x40010006;
   throw std::runtime_error(std::string(what) + ": error " + std::to_string(number));
 }
 
-SOCKET Socket(Connection connection) {
-  return static_cast<SOCKET>(static_cast<std::uintptr_t>(connection));
-}
-
-Connection NewSocket() {
-  const SOCKET made = WSASocketW(AF_INET, SOCK_STREAM, IPPROTO_TCP, nullptr, 0, 0);
-  if (made == INVALID_SOCKET) {
-    Fail("socket", static_cast<unsigned long>(WSAGetLastError()));
-  }
-  // A copy of this program must not keep it open.
-  SetHandleInformation(reinterpret_cast<HANDLE>(made), HANDLE_FLAG_INHERIT, 0);
-  return Connection{static_cast<std::uintptr_t>(made)};
-}
-
-sockaddr_in Address(std::uint16_t port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  return address;
+std::filesystem::path PathOfModule(HMODULE module) {
+  wchar_t path[4096] = {};
+  const DWORD length = GetModuleFileNameW(module, path, std::size(path));
+  return {path, path + length};
 }
 
 HKEY Root(Hive hive) {
@@ -65,8 +50,11 @@ HKEY Root(Hive hive) {
   return nullptr;
 }
 
+bool has_keys = false;
+
 HKEY MakeKey(Hive hive, const std::u16string& path) {
   HKEY key = nullptr;
+  has_keys = true;
   const LSTATUS status =
       RegCreateKeyExW(Root(hive), ToSystem(path.c_str()), 0, nullptr, REG_OPTION_NON_VOLATILE,
                       KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
@@ -88,6 +76,9 @@ bool IsEmptyKey(Hive hive, const std::u16string& path) {
 
 // Takes the tests' key away, and the keys above it that were made for it.
 void RemoveKeys() {
+  if (!std::exchange(has_keys, false)) {
+    return;
+  }
   for (const Hive hive : kHives) {
     std::u16string path = KeyPath(u"");
     RegDeleteTreeW(Root(hive), ToSystem(path.c_str()));
@@ -106,6 +97,7 @@ std::u16string debug_output;
 void* debug_handler = nullptr;
 
 HANDLE pipe = INVALID_HANDLE_VALUE;
+std::vector<std::u16string> variables;
 
 // Takes what a debugger would get, so that the system passes it on to nobody else.
 LONG CALLBACK TakeDebugOutput(EXCEPTION_POINTERS* exception) {
@@ -132,8 +124,9 @@ LONG CALLBACK TakeDebugOutput(EXCEPTION_POINTERS* exception) {
 }  // namespace
 
 void PrepareMachine() {
+  // Gives back what Asio has started before main.
+  [[maybe_unused]] static const int ended = WSACleanup();
   PrepareFilesAndPeers();
-  RemoveKeys();
   debug_output.clear();
   debug_handler = AddVectoredExceptionHandler(1, TakeDebugOutput);
 }
@@ -145,7 +138,16 @@ void ClearMachine() {
   }
   RemoveVectoredExceptionHandler(debug_handler);
   RemoveKeys();
+  for (const std::u16string& name : variables) {
+    SetEnvironmentVariableW(ToSystem(name.c_str()), nullptr);
+  }
+  variables.clear();
   ClearFilesAndPeers();
+}
+
+bool MayChangeRegistry() {
+  static const bool may = zentpost::e2e::MayChangeMachine("the registry's keys of contract tests");
+  return may;
 }
 
 std::u16string KeyPath(std::u16string_view below) {
@@ -195,7 +197,8 @@ std::optional<std::u16string> ShortName(const std::u16string& path) {
   return length == 0 || found == path ? std::nullopt : std::optional(found);
 }
 
-// The handle is another one than the seam's: to the system that is another program.
+// The handle is another one than that of the call under test: to the system that is another
+// program.
 std::shared_ptr<void> HoldFile(const std::u16string& path, Hold how) {
   const DWORD sharing = how == Hold::kAlone ? 0 : FILE_SHARE_READ | FILE_SHARE_WRITE;
   HANDLE file = CreateFileW(ToSystem(path.c_str()), GENERIC_READ | GENERIC_WRITE, sharing, nullptr,
@@ -230,130 +233,59 @@ std::u16string StoredMessage(std::uint32_t code) {
   return std::u16string(FromSystem(text), length);
 }
 
-std::int64_t InstantOf(const LocalTime& local) {
-  const SYSTEMTIME shown = {static_cast<WORD>(local.year),
-                            static_cast<WORD>(local.month),
-                            0,
-                            static_cast<WORD>(local.day),
-                            static_cast<WORD>(local.hour),
-                            static_cast<WORD>(local.minute),
-                            static_cast<WORD>(local.second),
-                            0};
-  SYSTEMTIME utc = {};
-  FILETIME instant = {};
-  if (!TzSpecificLocalTimeToSystemTime(nullptr, &shown, &utc) ||
-      !SystemTimeToFileTime(&utc, &instant)) {
-    Fail("TzSpecificLocalTimeToSystemTime", GetLastError());
-  }
-  const std::int64_t ticks =
-      static_cast<std::int64_t>(instant.dwHighDateTime) << 32 | instant.dwLowDateTime;
-  return ticks / kTicksPerSecond - kSecondsFrom1601To1970;
+std::int64_t Instant(std::tm local) {
+  return _mktime64(&local);
 }
 
-// Winsock counts its users; the tests of the seam want to see it without any. So the peers use it
-// from the first of them on only.
-namespace {
+// Small, and nothing that the test program or its libraries would load.
+std::u16string LibraryOfTheSystem() {
+  return u"lz32.dll";
+}
 
-bool network_started = false;
+// Asks for the list of all that the process has loaded: the calls that find one library by its name
+// are what the back-end uses.
+bool IsLoaded(const std::u16string& path) {
+  const std::wstring wanted = std::filesystem::path(path).filename().wstring();
+  std::vector<HMODULE> modules(1000);
+  DWORD size = 0;
+  if (!EnumProcessModules(GetCurrentProcess(), modules.data(),
+                          static_cast<DWORD>(modules.size() * sizeof(HMODULE)), &size)) {
+    Fail("EnumProcessModules", GetLastError());
+  }
+  modules.resize(size / sizeof(HMODULE));
+  return std::any_of(modules.begin(), modules.end(), [&](HMODULE module) {
+    return _wcsicmp(PathOfModule(module).filename().c_str(), wanted.c_str()) == 0;
+  });
+}
 
-void WantNetwork() {
+// From the place of a library that lies in it and that every process has.
+std::u16string TheSystemDirectory() {
+  return PathOfModule(GetModuleHandleW(L"kernel32.dll")).parent_path().u16string();
+}
+
+std::filesystem::path ThisProgram() {
+  return PathOfModule(nullptr);
+}
+
+void SetVariable(const std::u16string& name, const std::u16string& value) {
+  SetEnvironmentVariableW(ToSystem(name.c_str()), ToSystem(value.c_str()));
+  variables.push_back(name);
+}
+
+// Winsock counts its users, and the tests want to see it without any.
+void StartNetwork() {
   WSADATA data = {};
-  if (!network_started && WSAStartup(MAKEWORD(2, 2), &data) != 0) {
+  if (WSAStartup(MAKEWORD(2, 2), &data) != 0) {
     throw std::runtime_error("WSAStartup failed");
   }
-  network_started = true;
 }
-
-}  // namespace
-
-void StartNetwork() {}
 
 void EndNetwork() {
-  if (network_started) {
-    WSACleanup();
-    network_started = false;
-  }
+  WSACleanup();
 }
 
-Connection ListenAnywhere(std::uint16_t& port) {
-  WantNetwork();
-  const Connection listener = NewSocket();
-  sockaddr_in address = Address(0);
-  int size = sizeof(address);
-  if (bind(Socket(listener), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
-      listen(Socket(listener), SOMAXCONN) != 0 ||
-      getsockname(Socket(listener), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-    Fail("listen", static_cast<unsigned long>(WSAGetLastError()));
-  }
-  port = ntohs(address.sin_port);
-  return listener;
-}
-
-Connection Accept(Connection listener) {
-  const SOCKET accepted = accept(Socket(listener), nullptr, nullptr);
-  if (accepted == INVALID_SOCKET) {
-    Fail("accept", static_cast<unsigned long>(WSAGetLastError()));
-  }
-  SetHandleInformation(reinterpret_cast<HANDLE>(accepted), HANDLE_FLAG_INHERIT, 0);
-  return Connection{static_cast<std::uintptr_t>(accepted)};
-}
-
-Connection ConnectTo(std::uint16_t port) {
-  WantNetwork();
-  const Connection made = NewSocket();
-  const sockaddr_in address = Address(port);
-  if (connect(Socket(made), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    Fail("connect", static_cast<unsigned long>(WSAGetLastError()));
-  }
-  return made;
-}
-
-std::size_t Receive(Connection connection, char* buffer, std::size_t capacity) {
-  const int count = recv(Socket(connection), buffer, static_cast<int>(capacity), 0);
-  return count < 0 ? 0 : static_cast<std::size_t>(count);
-}
-
-void CloseConnection(Connection connection) {
-  closesocket(Socket(connection));
-}
-
-void EndSending(Connection connection) {
-  shutdown(Socket(connection), SD_SEND);
-}
-
-void ResetConnection(Connection connection) {
-  const linger at_once = {1, 0};
-  setsockopt(Socket(connection), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&at_once),
-             sizeof(at_once));
-  closesocket(Socket(connection));
-}
-
-void SetVariable(const std::string& name, const std::string& value) {
-  _putenv_s(name.c_str(), value.c_str());
-}
-
-std::intptr_t StartCopy(const std::string& argument) {
-  char program[MAX_PATH] = {};
-  GetModuleFileNameA(nullptr, program, std::size(program));
-  const char* const arguments[] = {"copy", argument.c_str(), "--gtest_brief=1", nullptr};
-  const std::intptr_t process = _spawnv(_P_NOWAIT, program, arguments);
-  if (process == -1) {
-    Fail("_spawnv", GetLastError());
-  }
-  return process;
-}
-
-int WaitForCopy(std::intptr_t process) {
-  int status = -1;
-  _cwait(&status, process, 0);
-  return status;
-}
-
-bool IsWritable(const std::u16string& path) {
-  HANDLE file =
-      CreateFileW(ToSystem(path.c_str()), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  return file != INVALID_HANDLE_VALUE && CloseHandle(file);
+bool ReadOnlyBinds(const std::u16string& path) {
+  return !std::ofstream(SystemPath(path), std::ios::app);
 }
 
 std::filesystem::path SystemPath(std::u16string path) {
