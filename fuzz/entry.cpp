@@ -11,3 +11,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   zentpost::fuzz::ZENTPOST_FUZZ_TARGET(input);
   return 0;
 }
+
+// Where memory that is found wrong was taken and freed is told when the input is run again with
+// ASAN_OPTIONS=malloc_context_size=30. Freed memory is kept long enough for one input.
+extern "C" const char* __asan_default_options() {
+  return "malloc_context_size=0:quarantine_size_mb=8:thread_local_quarantine_size_kb=64";
+}

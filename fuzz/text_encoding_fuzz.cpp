@@ -114,10 +114,9 @@ void CheckFromBytes(const std::string& bytes) {
 }  // namespace
 
 void FuzzTextEncoding(std::string_view input) {
-  platform::fake::TheMachine().Reset();
+  const FuzzedPlatform platform;
   CheckFromUtf16(Input(input).Text());
   CheckFromBytes(std::string(input));
-  Require(platform::fake::TheMachine().OpenHandles() == 0);
 }
 
 }  // namespace zentpost::fuzz

@@ -2,124 +2,93 @@
 
 #include <netdb.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 namespace platform {
 namespace {
 
-// Winsock numbers that the seam has no name for (winsock2.h, WSAE...).
-constexpr Status kWsaFault = 10014;
-constexpr Status kWsaNotSocket = 10038;
-constexpr Status kWsaMessageSize = 10040;
-constexpr Status kWsaAddressFamily = 10047;
-constexpr Status kWsaAddressInUse = 10048;
-constexpr Status kWsaAddressNotAvailable = 10049;
-constexpr Status kWsaNetworkDown = 10050;
-constexpr Status kWsaNetworkUnreachable = 10051;
-constexpr Status kWsaNoBuffers = 10055;
-constexpr Status kWsaIsConnected = 10056;
-constexpr Status kWsaTryAgain = 11002;
-constexpr Status kWsaNoRecovery = 11003;
+struct Translation {
+  int error;
+  Status status;
+};
+
+constexpr Translation kFileErrors[] = {
+    {0, kSuccess},
+    {ENOENT, kFileNotFound},
+    {ENOTDIR, kPathNotFound},
+    {ELOOP, kPathNotFound},
+    {EMFILE, kTooManyOpenFiles},
+    {ENFILE, kTooManyOpenFiles},
+    {EACCES, kAccessDenied},
+    {EPERM, kAccessDenied},
+    {EROFS, kAccessDenied},
+    {EISDIR, kAccessDenied},
+    {EBADF, kInvalidHandle},
+    {ENOMEM, kNotEnoughMemory},
+    {EAGAIN, kNotEnoughMemory},  // From pthread_create; files have a number of their own for it.
+    {EBUSY, kSharingViolation},
+    {ETXTBSY, kSharingViolation},
+    {EEXIST, kFileExists},
+    {EINVAL, kInvalidParameter},
+    {EFAULT, kInvalidParameter},
+    {EOVERFLOW, kInvalidParameter},
+    {ENOSPC, kDiskFull},
+    {EDQUOT, kDiskFull},
+    {EFBIG, kDiskFull},
+    {ENAMETOOLONG, kFilenameTooLong},
+    {ENOSYS, kNotSupported},
+    {EOPNOTSUPP, kNotSupported},
+};
+
+// Where status.h has no name for it, Winsock's number stands (winsock2.h, WSAE...).
+constexpr Translation kSocketErrors[] = {
+    {EINTR, kSocketInterrupted},
+    {EACCES, kSocketAccess},
+    {EPERM, kSocketAccess},
+    {EFAULT, 10014},
+    {EINVAL, kSocketInvalid},
+    {EMFILE, kSocketTooMany},
+    {ENFILE, kSocketTooMany},
+    {EBADF, 10038},
+    {ENOTSOCK, 10038},
+    {EMSGSIZE, 10040},
+    {EAFNOSUPPORT, 10047},
+    {EADDRINUSE, 10048},
+    {EADDRNOTAVAIL, 10049},
+    {ENETDOWN, 10050},
+    {ENETUNREACH, 10051},
+    {ECONNABORTED, kSocketAborted},
+    {ECONNRESET, kSocketReset},
+    {EPIPE, kSocketReset},
+    {ENOMEM, 10055},
+    {ENOBUFS, 10055},
+    {EISCONN, 10056},
+    {ENOTCONN, kSocketNotConnected},
+    {ETIMEDOUT, kSocketTimedOut},
+    {ECONNREFUSED, kSocketRefused},
+    {EHOSTUNREACH, kSocketHostUnreachable},
+};
+
+template <std::size_t kCount>
+const Translation* Find(const Translation (&translations)[kCount], int error) {
+  const auto* const found =
+      std::find_if(std::begin(translations), std::end(translations),
+                   [error](const Translation& each) { return each.error == error; });
+  return found == std::end(translations) ? nullptr : found;
+}
 
 }  // namespace
 
 Status StatusFromErrno(int error) {
-  switch (error) {
-    case 0:
-      return kSuccess;
-    case ENOENT:
-      return kFileNotFound;
-    case ENOTDIR:
-    case ELOOP:
-      return kPathNotFound;
-    case EMFILE:
-    case ENFILE:
-      return kTooManyOpenFiles;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case EISDIR:
-      return kAccessDenied;
-    case EBADF:
-      return kInvalidHandle;
-    case ENOMEM:
-    case EAGAIN:  // From pthread_create; files have a number of their own for it.
-      return kNotEnoughMemory;
-    case EIO:
-      return kGeneralFailure;
-    case EBUSY:
-    case ETXTBSY:
-      return kSharingViolation;
-    case EEXIST:
-      return kFileExists;
-    case EINVAL:
-    case EFAULT:
-    case EOVERFLOW:
-      return kInvalidParameter;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return kDiskFull;
-    case ENAMETOOLONG:
-      return kFilenameTooLong;
-    case ENOSYS:
-    case EOPNOTSUPP:
-      return kNotSupported;
-    default:
-      return kGeneralFailure;
-  }
+  const Translation* const found = Find(kFileErrors, error);
+  return found == nullptr ? kGeneralFailure : found->status;
 }
 
 Status StatusFromSocketErrno(int error) {
-  switch (error) {
-    case EINTR:
-      return kSocketInterrupted;
-    case EACCES:
-    case EPERM:
-      return kSocketAccess;
-    case EFAULT:
-      return kWsaFault;
-    case EINVAL:
-      return kSocketInvalid;
-    case EMFILE:
-    case ENFILE:
-      return kSocketTooMany;
-    case EBADF:
-    case ENOTSOCK:
-      return kWsaNotSocket;
-    case EMSGSIZE:
-      return kWsaMessageSize;
-    case EAFNOSUPPORT:
-      return kWsaAddressFamily;
-    case EADDRINUSE:
-      return kWsaAddressInUse;
-    case EADDRNOTAVAIL:
-      return kWsaAddressNotAvailable;
-    case ENETDOWN:
-      return kWsaNetworkDown;
-    case ENETUNREACH:
-      return kWsaNetworkUnreachable;
-    case ECONNABORTED:
-      return kSocketAborted;
-    case ECONNRESET:
-    case EPIPE:
-      return kSocketReset;
-    case ENOMEM:
-    case ENOBUFS:
-      return kWsaNoBuffers;
-    case EISCONN:
-      return kWsaIsConnected;
-    case ENOTCONN:
-      return kSocketNotConnected;
-    case ETIMEDOUT:
-      return kSocketTimedOut;
-    case ECONNREFUSED:
-      return kSocketRefused;
-    case EHOSTUNREACH:
-      return kSocketHostUnreachable;
-    default:
-      return StatusFromErrno(error);
-  }
+  const Translation* const found = Find(kSocketErrors, error);
+  return found == nullptr ? StatusFromErrno(error) : found->status;
 }
 
 Status StatusFromAddressError(int result, int error) {
@@ -129,13 +98,13 @@ Status StatusFromAddressError(int result, int error) {
     case EAI_NONAME:
       return kHostNotFound;
     case EAI_AGAIN:
-      return kWsaTryAgain;
+      return 11002;  // WSATRY_AGAIN
     case EAI_MEMORY:
       return kNotEnoughMemory;
     case EAI_SYSTEM:
       return StatusFromSocketErrno(error);
     default:
-      return kWsaNoRecovery;
+      return 11003;  // WSANO_RECOVERY
   }
 }
 

@@ -4,53 +4,41 @@
 #include <netdb.h>
 
 #include <cerrno>
+#include <map>
 
 namespace platform {
 namespace {
 
 TEST(ErrnoStatus, FileErrorsHaveTheirWin32Numbers) {
-  struct Case {
-    int error;
-    Status status;
-  };
-  constexpr Case kCases[] = {
+  const std::map<int, Status> expected = {
       {0, 0},          {ENOENT, 2},   {ENOTDIR, 3},  {EMFILE, 4},         {EACCES, 5},
       {EPERM, 5},      {EISDIR, 5},   {EROFS, 5},    {EBADF, 6},          {ENOMEM, 8},
       {EEXIST, 80},    {EINVAL, 87},  {ENOSPC, 112}, {ENAMETOOLONG, 206}, {EIO, 31},
-      {EOVERFLOW, 87}, {ETXTBSY, 32}, {ENOSYS, 50},  {12345, 31},
-  };
-  for (const Case& test : kCases) {
-    SCOPED_TRACE(test.error);
-    EXPECT_EQ(StatusFromErrno(test.error), test.status);
+      {EOVERFLOW, 87}, {ETXTBSY, 32}, {ENOSYS, 50},  {12345, 31}};
+  for (const auto& [error, status] : expected) {
+    EXPECT_EQ(StatusFromErrno(error), status) << error;
   }
 }
 
 TEST(ErrnoStatus, SocketErrorsHaveTheirWinsockNumbers) {
-  struct Case {
-    int error;
-    Status status;
-  };
-  constexpr Case kCases[] = {
-      {0, 0},
-      {EINTR, 10004},
-      {EACCES, 10013},
-      {EINVAL, 10022},
-      {EMFILE, 10024},
-      {ENOTSOCK, 10038},
-      {ENETUNREACH, 10051},
-      {ECONNABORTED, 10053},
-      {ECONNRESET, 10054},
-      {EPIPE, 10054},
-      {ENOBUFS, 10055},
-      {ENOTCONN, 10057},
-      {ETIMEDOUT, 10060},
-      {ECONNREFUSED, 10061},
-      {EHOSTUNREACH, 10065},
-      {12345, 31},
-  };
-  for (const Case& test : kCases) {
-    SCOPED_TRACE(test.error);
-    EXPECT_EQ(StatusFromSocketErrno(test.error), test.status);
+  const std::map<int, Status> expected = {{0, 0},
+                                          {EINTR, 10004},
+                                          {EACCES, 10013},
+                                          {EINVAL, 10022},
+                                          {EMFILE, 10024},
+                                          {ENOTSOCK, 10038},
+                                          {ENETUNREACH, 10051},
+                                          {ECONNABORTED, 10053},
+                                          {ECONNRESET, 10054},
+                                          {EPIPE, 10054},
+                                          {ENOBUFS, 10055},
+                                          {ENOTCONN, 10057},
+                                          {ETIMEDOUT, 10060},
+                                          {ECONNREFUSED, 10061},
+                                          {EHOSTUNREACH, 10065},
+                                          {12345, 31}};
+  for (const auto& [error, status] : expected) {
+    EXPECT_EQ(StatusFromSocketErrno(error), status) << error;
   }
 }
 

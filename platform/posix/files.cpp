@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/codec/copy_if_it_fits.h"
 #include "platform/memory_failure.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/errno_status.h"
@@ -210,13 +211,7 @@ Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& 
     if (folder.back() != u'/') {
       folder.push_back(u'/');
     }
-    length = static_cast<std::uint32_t>(folder.size());
-    if (capacity <= length) {
-      ++length;
-      return kSuccess;
-    }
-    folder.copy(buffer, length);
-    buffer[length] = u'\0';
+    length = software::CopyIfItFits(folder, buffer, capacity);
     return kSuccess;
   });
 }

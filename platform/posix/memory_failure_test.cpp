@@ -36,44 +36,23 @@ void* Allocate(std::size_t size) noexcept {
   return std::malloc(size != 0 ? size : 1);
 }
 
-void* AllocateOrThrow(std::size_t size) {
+}  // namespace
+
+// The back-end has no arrays of its own.
+void* operator new(std::size_t size) {
   void* const block = Allocate(size);
   if (block == nullptr) {
     throw std::bad_alloc();
   }
   return block;
 }
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return AllocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
-  return AllocateOrThrow(size);
-}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   return Allocate(size);
 }
 void operator delete(void* block) noexcept {
   std::free(block);
 }
-void operator delete[](void* block) noexcept {
-  std::free(block);
-}
 void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
   std::free(block);
 }
 

@@ -3,12 +3,12 @@
 #include <dlfcn.h>
 #include <link.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/codec/copy_if_it_fits.h"
 #include "platform/codec/expand_variables.h"
 #include "platform/memory_failure.h"
 #include "platform/module_path.h"
@@ -53,15 +53,6 @@ Status FindLoadedPath(std::string_view name, std::string& path) {
       },
       &search);
   return search.status;
-}
-
-// Copies `text` with its terminator if there is room; gives its length without it.
-std::uint32_t CopyIfItFits(const std::u16string& text, char16_t* buffer, std::uint32_t capacity) {
-  const auto length = static_cast<std::uint32_t>(text.size());
-  if (length < capacity) {
-    std::copy_n(text.c_str(), text.size() + 1, buffer);
-  }
-  return length;
 }
 
 }  // namespace
@@ -118,10 +109,7 @@ Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& 
     const char* const configured = std::getenv("ZENTPOST_SYSTEM_DIRECTORY");
     const std::u16string directory =
         FromUtf8(configured != nullptr && *configured != '\0' ? configured : "/usr/lib");
-    length = CopyIfItFits(directory, buffer, capacity);
-    if (length >= capacity) {
-      ++length;  // the room needed counts the terminator
-    }
+    length = software::CopyIfItFits(directory, buffer, capacity);
     return kSuccess;
   });
 }
@@ -135,7 +123,10 @@ Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t
           const char* const value = std::getenv(ToUtf8(name).c_str());
           return value == nullptr ? std::nullopt : std::optional(FromUtf8(value));
         });
-    length = CopyIfItFits(expanded, buffer, capacity) + 1;
+    length = software::CopyIfItFits(expanded, buffer, capacity);
+    if (length < capacity) {
+      ++length;  // this one counts the terminator in either case
+    }
     return kSuccess;
   });
 }

@@ -42,6 +42,17 @@ class AppendLock : public testing::Test {
   ~AppendLock() override { std::filesystem::remove(path_); }
 
   std::u16string Name() const { return NameOfAppendLock(path_).data(); }
+  Owned OpenMutex() const { return Owned(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str()))); }
+
+  // Whether another thread than the one that had it can take it, which gives it back.
+  static bool IsFree(const Owned& mutex) {
+    DWORD result = WAIT_FAILED;
+    std::thread([&] {
+      result = WaitForSingleObject(mutex.get(), 0);
+      ReleaseMutex(mutex.get());
+    }).join();
+    return result == WAIT_OBJECT_0;
+  }
 
   // Appends a line and gives the time that it took.
   milliseconds Append() const {
@@ -66,37 +77,21 @@ static_assert(std::u16string_view(NameOfAppendLock(u"").data()) ==
 static_assert(std::u16string_view(NameOfAppendLock(u"C:\\Gr\u00FC\u00DFe\\\u20AC.log").data()) ==
               u"Global\\Zentpost-append-ccfb6d45f41da6f1");
 
-TEST_F(AppendLock, IsGivenBackBehindEachLine) {
-  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
+TEST_F(AppendLock, IsGivenBackBehindEachLineAndWhenItCannotBeWritten) {
+  const Owned mutex = OpenMutex();
   ASSERT_TRUE(mutex);
   for (int line = 1; line <= 3; ++line) {
     Append();
-    // Another thread than the one that had it could not take it otherwise.
-    DWORD result = WAIT_FAILED;
-    std::thread([&] {
-      result = WaitForSingleObject(mutex.get(), 0);
-      ReleaseMutex(mutex.get());
-    }).join();
-    EXPECT_EQ(result, WAIT_OBJECT_0);
+    EXPECT_TRUE(IsFree(mutex));
   }
   EXPECT_EQ(Lines(), 3U);
-}
-
-TEST_F(AppendLock, IsGivenBackWhenTheLineCannotBeWritten) {
-  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
-  ASSERT_TRUE(mutex);
   // No memory stands behind these bytes.
   EXPECT_NE(AppendToFile(path_, reinterpret_cast<const void*>(std::uintptr_t{16}), 6), kSuccess);
-  DWORD result = WAIT_FAILED;
-  std::thread([&] {
-    result = WaitForSingleObject(mutex.get(), 0);
-    ReleaseMutex(mutex.get());
-  }).join();
-  EXPECT_EQ(result, WAIT_OBJECT_0);
+  EXPECT_TRUE(IsFree(mutex));
 }
 
 TEST_F(AppendLock, ThatWasAbandonedIsTaken) {
-  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
+  const Owned mutex = OpenMutex();
   ASSERT_TRUE(mutex);
   std::thread([&] { WaitForSingleObject(mutex.get(), INFINITE); }).join();
   EXPECT_LT(Append(), milliseconds(1000));
@@ -107,14 +102,14 @@ TEST_F(AppendLock, ThatWasAbandonedIsTaken) {
 TEST_F(AppendLock, WhoseNameSomethingElseHasIsDoneWithout) {
   const Owned event(CreateEventW(nullptr, TRUE, FALSE, ToSystem(Name().c_str())));
   ASSERT_TRUE(event);
-  ASSERT_EQ(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())), nullptr);
+  ASSERT_FALSE(OpenMutex());
   EXPECT_LT(Append(), milliseconds(1000));
   EXPECT_EQ(Lines(), 1U);
 }
 
 // The one test here that lets a wait be given up: that holds for the rest of the process.
 TEST_F(AppendLock, ThatAnotherKeepsIsWaitedForOnceAndNotForLong) {
-  const Owned mutex(CreateMutexW(nullptr, FALSE, ToSystem(Name().c_str())));
+  const Owned mutex = OpenMutex();
   const Owned done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   const Owned taken(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   ASSERT_TRUE(mutex && done && taken);

@@ -29,55 +29,53 @@ std::string Hex(std::string_view bytes) {
   return text;
 }
 
-struct Widened {
-  Status status = 0;
-  std::int32_t written = 0;
-  std::u16string text;
+class Random {
+ public:
+  explicit Random(unsigned seed) : numbers_(seed) {}
+  std::size_t Below(std::size_t limit) { return static_cast<std::size_t>(numbers_() % limit); }
+
+ private:
+  std::mt19937 numbers_;
 };
 
-// A conversion into room for `capacity` units; 0 asks for the room needed.
-template <class Function>
-Widened Widen(Function convert, CodePage code_page, std::string_view bytes, std::int32_t capacity) {
-  Widened result;
-  char16_t text[64] = {};
-  result.status = convert(code_page, bytes.data(), static_cast<std::int32_t>(bytes.size()), text,
-                          capacity, result.written);
-  if (capacity != 0) {
-    result.text.assign(text, static_cast<std::size_t>(result.written));
-  }
+constexpr CodePage kPages[] = {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi};
+
+template <class Text>
+struct Converted {
+  Status status = 0;
+  std::int32_t written = 0;
+  Text text;
+  bool operator==(const Converted&) const = default;
+};
+using Widened = Converted<std::u16string>;
+using Narrowed = Converted<std::string>;
+
+// A conversion with `capacity` units to write to; 0 asks how many are needed.
+template <class Result, class Function, class Source>
+Result Convert(Function convert, CodePage code_page, Source source, std::int32_t capacity) {
+  Result result;
+  result.text.assign(64, 0);
+  result.status = convert(code_page, source.data(), static_cast<std::int32_t>(source.size()),
+                          result.text.data(), capacity, result.written);
+  result.text.resize(capacity != 0 ? static_cast<std::size_t>(result.written) : 0);
   return result;
 }
 
-// Where the room ends in the middle of the last pair of surrogates, Wine writes half of it and
+// Where the capacity ends in the middle of the last pair of surrogates, Wine writes half of it and
 // calls that success.
 bool IsHalfAPair(const Widened& widened) {
   return !widened.text.empty() && (widened.text.back() & 0xFC00) == 0xD800;
 }
 
 bool SameWidening(CodePage code_page, std::string_view bytes, std::int32_t capacity) {
-  const Widened system = Widen(BytesToWide, code_page, bytes, capacity);
-  const Widened software = Widen(software::BytesToWide, code_page, bytes, capacity);
-  if (software.status == kInsufficientBuffer && IsHalfAPair(system)) {
-    return true;
-  }
-  return system.status == software.status && system.written == software.written &&
-         system.text == software.text;
+  const auto system = Convert<Widened>(BytesToWide, code_page, bytes, capacity);
+  const auto software = Convert<Widened>(software::BytesToWide, code_page, bytes, capacity);
+  return system == software || (software.status == kInsufficientBuffer && IsHalfAPair(system));
 }
 
 bool SameNarrowing(CodePage code_page, std::u16string_view text, std::int32_t capacity) {
-  char system[64] = {};
-  char software[64] = {};
-  std::int32_t system_written = -1;
-  std::int32_t software_written = -1;
-  const auto length = static_cast<std::int32_t>(text.size());
-  const Status system_status =
-      WideToBytes(code_page, text.data(), length, system, capacity, system_written);
-  const Status software_status =
-      software::WideToBytes(code_page, text.data(), length, software, capacity, software_written);
-  return system_status == software_status && system_written == software_written &&
-         (capacity == 0 ||
-          std::string_view(system, static_cast<std::size_t>(system_written)) ==
-              std::string_view(software, static_cast<std::size_t>(system_written)));
+  return Convert<Narrowed>(WideToBytes, code_page, text, capacity) ==
+         Convert<Narrowed>(software::WideToBytes, code_page, text, capacity);
 }
 
 TEST(TextCodec, SequencesOfUpToThreeBytesWidenAsInSoftware) {
@@ -103,18 +101,14 @@ TEST(TextCodec, SequencesOfUpToThreeBytesWidenAsInSoftware) {
 }
 
 TEST(TextCodec, MixedSequencesWidenAsInSoftware) {
-  std::mt19937 random(1);
-  const auto below = [&random](std::size_t limit) {
-    return static_cast<std::size_t>(random() % limit);
-  };
+  Random random(1);
   for (int round = 0; round < 500'000; ++round) {
-    std::string bytes(1 + below(14), '\0');
+    std::string bytes(1 + random.Below(14), '\0');
     for (char& byte : bytes) {
-      byte = static_cast<char>(kBytes[below(std::size(kBytes))]);
+      byte = static_cast<char>(kBytes[random.Below(std::size(kBytes))]);
     }
-    const auto capacity = static_cast<std::int32_t>(below(3) != 0 ? 60 : below(16));
-    for (const CodePage code_page :
-         {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
+    const auto capacity = static_cast<std::int32_t>(random.Below(3) != 0 ? 60 : random.Below(16));
+    for (const CodePage code_page : kPages) {
       if (!SameWidening(code_page, bytes, capacity)) {
         ADD_FAILURE() << Hex(bytes) << ", room for " << capacity;
       }
@@ -125,8 +119,7 @@ TEST(TextCodec, MixedSequencesWidenAsInSoftware) {
 TEST(TextCodec, EveryUnitNarrowsAsInSoftware) {
   for (unsigned number = 0; number < 0x10000; ++number) {
     const auto unit = static_cast<char16_t>(number);
-    for (const CodePage code_page :
-         {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
+    for (const CodePage code_page : kPages) {
       for (const std::int32_t capacity : {0, 1, 2, 3}) {
         EXPECT_TRUE(SameNarrowing(code_page, {&unit, 1}, capacity)) << number << ' ' << capacity;
       }
@@ -135,21 +128,17 @@ TEST(TextCodec, EveryUnitNarrowsAsInSoftware) {
 }
 
 TEST(TextCodec, MixedUnitsNarrowAsInSoftware) {
-  std::mt19937 random(2);
-  const auto below = [&random](std::size_t limit) {
-    return static_cast<std::size_t>(random() % limit);
-  };
+  Random random(2);
   constexpr char16_t kFirst[] = {0, 0x80, 0xD800, 0xDC00, 0xFF00};
   constexpr std::size_t kCount[] = {0x80, 0x780, 0x400, 0x400, 0x100};
   for (int round = 0; round < 500'000; ++round) {
-    std::u16string text(1 + below(14), u'\0');
+    std::u16string text(1 + random.Below(14), u'\0');
     for (char16_t& unit : text) {
-      const std::size_t kind = below(std::size(kFirst));
-      unit = static_cast<char16_t>(kFirst[kind] + below(kCount[kind]));
+      const std::size_t kind = random.Below(std::size(kFirst));
+      unit = static_cast<char16_t>(kFirst[kind] + random.Below(kCount[kind]));
     }
-    const auto capacity = static_cast<std::int32_t>(below(3) != 0 ? 60 : below(40));
-    for (const CodePage code_page :
-         {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi}) {
+    const auto capacity = static_cast<std::int32_t>(random.Below(3) != 0 ? 60 : random.Below(40));
+    for (const CodePage code_page : kPages) {
       EXPECT_TRUE(SameNarrowing(code_page, text, capacity))
           << testing::PrintToString(text) << ", room for " << capacity;
     }
@@ -158,14 +147,16 @@ TEST(TextCodec, MixedUnitsNarrowAsInSoftware) {
 
 // What a mail client or the user has set for the thread changes nothing for the system.
 TEST(TextCodec, TheSystemsCodePageIsNotTheThreads) {
+  constexpr std::string_view kLetter = "\xE4";
   const LCID before = GetThreadLocale();
   const LCID greek = MAKELCID(MAKELANGID(LANG_GREEK, SUBLANG_DEFAULT), SORT_DEFAULT);
   ASSERT_NE(SetThreadLocale(greek), FALSE);
-  const Widened by_thread = Widen(BytesToWide, CodePage::kThreadAnsi, "\xE4", 8);
-  const Widened by_system = Widen(BytesToWide, CodePage::kSystemAnsi, "\xE4", 8);
+  const Widened by_thread = Convert<Widened>(BytesToWide, CodePage::kThreadAnsi, kLetter, 8);
+  const Widened by_system = Convert<Widened>(BytesToWide, CodePage::kSystemAnsi, kLetter, 8);
   SetThreadLocale(before);
   EXPECT_EQ(by_thread.text, u"\u03B4");
-  EXPECT_EQ(by_system.text, Widen(software::BytesToWide, CodePage::kSystemAnsi, "\xE4", 8).text);
+  EXPECT_TRUE(by_system ==
+              Convert<Widened>(software::BytesToWide, CodePage::kSystemAnsi, kLetter, 8));
 }
 
 }  // namespace

@@ -21,9 +21,7 @@ std::string Utf16Bytes(std::u16string_view text) {
 }
 
 std::u16string KeyPath(Hive hive, std::u16string_view path) {
-  std::u16string full(HiveName(hive));
-  full.append(u"\\").append(path);
-  return FoldCase(NormalKeyPath(full));
+  return NormalKeyPath(std::u16string(HiveName(hive)).append(u"\\").append(path));
 }
 
 // Makes a key and its parents.
@@ -57,8 +55,7 @@ void Machine::Reset() {
   std::map<std::uintptr_t, std::thread> workers;
   {
     const std::lock_guard lock(state_->mutex);
-    workers = std::move(state_->workers);
-    state_->workers.clear();
+    workers.swap(state_->workers);
   }
   for (auto& [handle, worker] : workers) {
     if (worker.joinable()) {
@@ -66,8 +63,10 @@ void Machine::Reset() {
     }
   }
   {
+    // Copied, so that what is there already has room for it.
+    static const MachineContents fresh;
     const std::lock_guard lock(state_->mutex);
-    static_cast<MachineContents&>(*state_) = MachineContents();
+    static_cast<MachineContents&>(*state_) = fresh;
     state_->main_thread = std::this_thread::get_id();
   }
   SetLocalTime(kFirstTime);
@@ -81,7 +80,7 @@ void Machine::AddKey(Hive hive, std::u16string_view path) {
 void Machine::SetValue(Hive hive, std::u16string_view path, std::u16string_view name,
                        std::uint32_t type, std::string_view raw_bytes) {
   const std::lock_guard lock(state_->mutex);
-  MakeKey(*state_, KeyPath(hive, path))[FoldCase(name)] = {type, std::string(raw_bytes)};
+  MakeKey(*state_, KeyPath(hive, path))[std::u16string(name)] = {type, std::string(raw_bytes)};
 }
 
 void Machine::SetString(Hive hive, std::u16string_view path, std::u16string_view name,
@@ -235,6 +234,11 @@ std::vector<std::string> Machine::WorkerCalls() const {
   return state_->worker_calls;
 }
 
+void Machine::SetRecording(bool records) {
+  const std::lock_guard lock(state_->mutex);
+  state_->records = records;
+}
+
 void Machine::ClearCalls() {
   const std::lock_guard lock(state_->mutex);
   state_->calls.clear();
@@ -310,12 +314,14 @@ LibraryCall::~LibraryCall() {
 
 void LibraryCall::Record(std::string call) {
   LockedMachine machine;
-  machine.Record(std::move(call));
+  machine.RecordText(std::move(call));
 }
 
 Status LibraryCall::RecordFallible(std::string call) {
+  const std::string name = call.substr(0, call.find('('));
   LockedMachine machine;
-  return machine.RecordFallible(std::move(call));
+  machine.RecordText(std::move(call));
+  return machine.TakeFault(name);
 }
 
 }  // namespace platform::fake

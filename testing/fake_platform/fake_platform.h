@@ -159,6 +159,9 @@ class Machine {
   std::vector<std::string> CallsOf(std::string_view name) const;
   // The calls of all other threads, each with "worker: " in front.
   std::vector<std::string> WorkerCalls() const;
+  // Whether calls and debug output are recorded, as they are at first. Calls are counted and made
+  // to fail in either case. Reset keeps it.
+  void SetRecording(bool records);
   // Forgets the recorded calls of all threads and counts the fallible ones from 0 again.
   void ClearCalls();
   // The number of calls on the main thread that could have failed, that is, whose result tells of

@@ -4,12 +4,12 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/codec/copy_if_it_fits.h"
 #include "testing/fake_platform/state.h"
 
 namespace platform {
 namespace {
 
-using fake::CallText;
 using fake::LockedMachine;
 
 std::uintptr_t Number(const File& file) {
@@ -22,8 +22,8 @@ fake::OpenFile* Find(LockedMachine& machine, const File& file) {
   return found == machine->open_files.end() ? nullptr : &found->second;
 }
 
-std::u16string PathOf(const fake::OpenFile* open) {
-  return open == nullptr ? std::u16string() : open->path;
+std::u16string_view PathOf(const fake::OpenFile* open) {
+  return open == nullptr ? std::u16string_view() : open->path;
 }
 
 // Finds the file at `path`. Gives kFileNotFound when only the file itself is missing, kAccessDenied
@@ -97,7 +97,7 @@ Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file) {
   file.Reset();
   LockedMachine machine;
   if (const Status fault = machine.RecordFallible(
-          CallText("OpenFileAt", path, mode == OpenMode::kRead ? u"kRead" : u"kRewrite"))) {
+          "OpenFileAt", path, mode == OpenMode::kRead ? u"kRead" : u"kRewrite")) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
@@ -118,7 +118,7 @@ Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file) {
 Status QueryFileSize(const File& file, std::uint64_t& bytes) {
   LockedMachine machine;
   const fake::OpenFile* const open = Find(machine, file);
-  if (const Status fault = machine.RecordFallible(CallText("QueryFileSize", PathOf(open)))) {
+  if (const Status fault = machine.RecordFallible("QueryFileSize", PathOf(open))) {
     return fault;
   }
   if (open == nullptr) {
@@ -132,7 +132,7 @@ Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size
   count = 0;
   LockedMachine machine;
   fake::OpenFile* const open = Find(machine, file);
-  const Status fault = machine.RecordFallible(CallText("ReadBytes", PathOf(open), capacity));
+  const Status fault = machine.RecordFallible("ReadBytes", PathOf(open), capacity);
   if (open == nullptr) {
     return fault != kSuccess ? fault : kInvalidHandle;
   }
@@ -147,7 +147,7 @@ Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size
 Status WriteBytes(const File& file, const void* bytes, std::size_t size) {
   LockedMachine machine;
   fake::OpenFile* const open = Find(machine, file);
-  const Status fault = machine.RecordFallible(CallText("WriteBytes", PathOf(open), size));
+  const Status fault = machine.RecordFallible("WriteBytes", PathOf(open), size);
   if (open == nullptr) {
     return fault != kSuccess ? fault : kInvalidHandle;
   }
@@ -160,7 +160,7 @@ Status WriteBytes(const File& file, const void* bytes, std::size_t size) {
 
 Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size) {
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("AppendToFile", path, size))) {
+  if (const Status fault = machine.RecordFallible("AppendToFile", path, size)) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
@@ -173,7 +173,7 @@ Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t s
 
 Status RemoveFile(const std::u16string& path) {
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("RemoveFile", path))) {
+  if (const Status fault = machine.RecordFallible("RemoveFile", path)) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
@@ -194,7 +194,7 @@ Status RemoveFile(const std::u16string& path) {
 
 Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("IdentifyFile", path))) {
+  if (const Status fault = machine.RecordFallible("IdentifyFile", path)) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
@@ -210,23 +210,17 @@ Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
 Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
   length = 0;
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("TemporaryFolder", capacity))) {
+  if (const Status fault = machine.RecordFallible("TemporaryFolder", capacity)) {
     return fault;
   }
-  const std::u16string& folder = machine->temporary_folder;
-  length = static_cast<std::uint32_t>(folder.size());
-  if (capacity <= length) {
-    ++length;  // room for the terminator is needed, too
-    return kSuccess;
-  }
-  std::copy_n(folder.c_str(), folder.size() + 1, buffer);
+  length = software::CopyIfItFits(machine->temporary_folder, buffer, capacity);
   return kSuccess;
 }
 
 std::int32_t LocalApplicationDataFolder(std::u16string& folder) {
   folder.clear();
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("LocalApplicationDataFolder"))) {
+  if (const Status fault = machine.RecordFallible("LocalApplicationDataFolder")) {
     constexpr std::uint32_t kFailureBit = 0x80000000;
     constexpr std::uint32_t kFromWin32 = 0x80070000;
     const bool is_hresult = (fault & kFailureBit) != 0;

@@ -29,7 +29,7 @@ Status AllocateBlock(std::size_t size, HeapBlock& block) {
   const fake::Machine::BlockHook fails = fake::TheMachine().State().block_hook;
   const bool is_refused = fails != nullptr && fails();
   fake::LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(fake::CallText("AllocateBlock", size))) {
+  if (const Status fault = machine.RecordFallible("AllocateBlock", size)) {
     return fault;
   }
   // From the C library, so that checking allocators see overruns and leaks of a single block.

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/call.h"
+#include "platform/codec/copy_if_it_fits.h"
 #include "platform/codec/expand_variables.h"
 #include "platform/module_path.h"
 #include "testing/fake_platform/state.h"
@@ -13,13 +14,8 @@
 namespace platform {
 namespace {
 
-using fake::CallText;
 using fake::LockedMachine;
 using fake::StoredModule;
-
-std::u16string ModuleKey(std::u16string_view path) {
-  return fake::FoldCase(fake::NormalPath(path));
-}
 
 // The library with that handle, or null.
 StoredModule* Find(fake::MachineState& machine, RawModule raw) {
@@ -33,10 +29,14 @@ StoredModule* Find(fake::MachineState& machine, RawModule raw) {
 
 // A library that is loaded already, by file name or path, or null.
 StoredModule* FindLoaded(fake::MachineState& machine, std::u16string_view name) {
-  const std::u16string wanted = ModuleKey(name);
+  const std::u16string wanted = fake::NormalPath(name);
+  const auto is_wanted = [&](std::u16string_view other) {
+    const fake::IgnoringCase less;
+    return !less(other, wanted) && !less(wanted, other);
+  };
   for (auto& [key, module] : machine.modules) {
     // npos + 1 is 0.
-    if (module.references > 0 && (key == wanted || key.substr(key.rfind(u'\\') + 1) == wanted)) {
+    if (module.references > 0 && (is_wanted(key) || is_wanted(key.substr(key.rfind(u'\\') + 1)))) {
       return &module;
     }
   }
@@ -51,7 +51,7 @@ StoredModule* FindLoadable(fake::MachineState& machine, std::u16string_view path
   if (wanted.find_first_of(u"\\/") == std::u16string::npos) {
     wanted.insert(0, machine.system_directory + u"\\");
   }
-  const auto found = machine.modules.find(ModuleKey(wanted));
+  const auto found = machine.modules.find(fake::NormalPath(wanted));
   return found == machine.modules.end() ? nullptr : &found->second;
 }
 
@@ -67,27 +67,13 @@ std::int32_t PLATFORM_STDCALL ModuleHandleEx(std::uint32_t flags, const char16_t
                                              RawModule* module) {
   *module = RawModule{};
   LockedMachine machine;
-  const Status fault =
-      machine.RecordFallible(CallText("GetModuleHandleExW", fake::Hex{flags}, name));
+  const Status fault = machine.RecordFallible("GetModuleHandleExW", fake::Hex{flags}, name);
   StoredModule* const found = FindLoaded(*machine, name);
   if (fault != kSuccess || found == nullptr) {
     return 0;
   }
   *module = AddReference(*machine, *found);
   return 1;
-}
-
-std::u16string AsciiText(std::string_view name) {
-  return std::u16string(name.begin(), name.end());
-}
-
-// Copies `text` with its terminator if there is room; gives its length without it.
-std::uint32_t CopyIfItFits(const std::u16string& text, char16_t* buffer, std::uint32_t capacity) {
-  const auto length = static_cast<std::uint32_t>(text.size());
-  if (length < capacity) {
-    std::copy_n(text.c_str(), text.size() + 1, buffer);
-  }
-  return length;
 }
 
 }  // namespace
@@ -105,7 +91,7 @@ Status LoadModule(const char16_t* path, Module& module) {
   Status status = kSuccess;
   {
     LockedMachine machine;
-    status = machine.RecordFallible(CallText("LoadModule", path));
+    status = machine.RecordFallible("LoadModule", path);
     if (status == kSuccess) {
       StoredModule* const found =
           path != nullptr && NamesAFile(path) ? FindLoadable(*machine, path) : nullptr;
@@ -123,7 +109,7 @@ Status LoadModule(const char16_t* path, Module& module) {
 Status FindLoadedModule(const char16_t* name, RawModule& module) {
   module = RawModule{};
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("FindLoadedModule", name))) {
+  if (const Status fault = machine.RecordFallible("FindLoadedModule", name)) {
     return fault;
   }
   const StoredModule* const found = FindLoaded(*machine, name);
@@ -139,8 +125,7 @@ Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
   LockedMachine machine;
   const StoredModule* const found = Find(*machine, module);
   const std::u16string path = found == nullptr ? std::u16string() : found->path;
-  if (const Status fault =
-          machine.RecordFallible(CallText("FindProcedure", path, AsciiText(name)))) {
+  if (const Status fault = machine.RecordFallible("FindProcedure", path, name)) {
     return fault;
   }
   if (found == nullptr) {
@@ -157,13 +142,10 @@ Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
 Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
   length = 0;
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("SystemDirectory", capacity))) {
+  if (const Status fault = machine.RecordFallible("SystemDirectory", capacity)) {
     return fault;
   }
-  length = CopyIfItFits(machine->system_directory, buffer, capacity);
-  if (length >= capacity) {
-    ++length;  // the room needed counts the terminator
-  }
+  length = software::CopyIfItFits(machine->system_directory, buffer, capacity);
   return kSuccess;
 }
 
@@ -171,17 +153,17 @@ Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t
                          std::uint32_t& length) {
   length = 0;
   LockedMachine machine;
-  if (const Status fault =
-          machine.RecordFallible(CallText("ExpandEnvironment", source, capacity))) {
+  if (const Status fault = machine.RecordFallible("ExpandEnvironment", source, capacity)) {
     return fault;
   }
   const auto value_of = [&](std::u16string_view name) -> std::optional<std::u16string> {
-    const auto variable = machine->environment.find(fake::FoldCase(name));
+    const auto variable = machine->environment.find(name);
     return variable == machine->environment.end() ? std::nullopt : std::optional(variable->second);
   };
-  length = CopyIfItFits(software::ExpandVariables(source, value_of), buffer, capacity) + 1;
+  length = software::CopyIfItFits(software::ExpandVariables(source, value_of), buffer, capacity);
   if (length < capacity) {
-    // Nobody promises what stands in the rest of the room, so it is never as it was.
+    ++length;  // this one counts the terminator in either case
+    // Nobody promises what stands behind it, so it is never as it was.
     std::fill(buffer + length, buffer + capacity, u'?');
   }
   return kSuccess;
@@ -191,20 +173,20 @@ namespace fake {
 
 void AddSystemModules(MachineContents& contents) {
   const std::u16string path = contents.system_directory + u"\\kernel32.dll";
-  contents.modules[ModuleKey(path)] = {
+  contents.modules[NormalPath(path)] = {
       path, {{"GetModuleHandleExW", reinterpret_cast<Procedure>(ModuleHandleEx)}}};
 }
 
 void Machine::AddModule(std::u16string_view path, Exports exports) {
   const std::lock_guard lock(state_->mutex);
-  StoredModule& module = state_->modules[ModuleKey(path)];
+  StoredModule& module = state_->modules[NormalPath(path)];
   module.path = path;
   module.exports = std::move(exports);
 }
 
 void Machine::RemoveModule(std::u16string_view path) {
   const std::lock_guard lock(state_->mutex);
-  state_->modules.erase(ModuleKey(path));
+  state_->modules.erase(NormalPath(path));
 }
 
 void Machine::SetSystemDirectory(std::u16string_view directory) {
@@ -214,7 +196,7 @@ void Machine::SetSystemDirectory(std::u16string_view directory) {
 
 std::size_t Machine::ModuleReferences(std::u16string_view path) const {
   const std::lock_guard lock(state_->mutex);
-  const auto module = state_->modules.find(ModuleKey(path));
+  const auto module = state_->modules.find(NormalPath(path));
   return module == state_->modules.end() ? 0 : module->second.references;
 }
 
@@ -235,7 +217,7 @@ std::u16string Machine::ModulePath(RawModule module) const {
 
 void Machine::SetVariable(std::u16string_view name, std::u16string_view value) {
   const std::lock_guard lock(state_->mutex);
-  state_->environment[FoldCase(name)] = value;
+  state_->environment[std::u16string(name)] = value;
 }
 
 }  // namespace fake

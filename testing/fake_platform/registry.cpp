@@ -8,7 +8,6 @@
 namespace platform {
 namespace {
 
-using fake::CallText;
 using fake::Hex;
 using fake::LockedMachine;
 
@@ -18,15 +17,12 @@ std::uintptr_t Number(RawKey key) {
 
 // `path` below `parent`; both from the hive's name on. No path means the parent itself.
 std::u16string Below(std::u16string_view parent, const char16_t* path) {
-  std::u16string full(parent);
-  if (path != nullptr) {
-    full.append(u"\\").append(path);
-  }
-  return fake::NormalKeyPath(full);
+  return fake::NormalKeyPath(
+      std::u16string(parent).append(u"\\").append(path == nullptr ? u"" : path));
 }
 
 Status Open(LockedMachine& machine, const std::u16string& path, RegistryKey& key) {
-  if (!machine->keys.contains(fake::FoldCase(path))) {
+  if (!machine->keys.contains(path)) {
     return kFileNotFound;
   }
   const std::uintptr_t handle = machine->NewHandle();
@@ -46,8 +42,7 @@ Status OpenKey(Hive hive, const char16_t* path, std::uint32_t access, RegistryKe
   key.Reset();
   LockedMachine machine;
   const std::u16string_view hive_name = fake::HiveName(hive);
-  if (const Status fault =
-          machine.RecordFallible(CallText("OpenKey", hive_name, path, Hex{access}))) {
+  if (const Status fault = machine.RecordFallible("OpenKey", hive_name, path, Hex{access})) {
     return fault;
   }
   return Open(machine, Below(hive_name, path), key);
@@ -63,7 +58,7 @@ Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t
     const auto open_parent = machine->open_keys.find(Number(parent.Get()));
     const bool parent_is_open = open_parent != machine->open_keys.end();
     const std::u16string parent_path = parent_is_open ? open_parent->second : std::u16string();
-    status = machine.RecordFallible(CallText("OpenSubKey", parent_path, path, Hex{access}));
+    status = machine.RecordFallible("OpenSubKey", parent_path, path, Hex{access});
     if (status == kSuccess) {
       status = parent_is_open ? Open(machine, Below(parent_path, path), opened) : kInvalidHandle;
     }
@@ -75,15 +70,15 @@ Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t
 Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type, void* data,
                   std::uint32_t& size) {
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("QueryValue", name, size))) {
+  if (const Status fault = machine.RecordFallible("QueryValue", name, size)) {
     return fault;
   }
   const auto open_key = machine->open_keys.find(Number(key.Get()));
   if (open_key == machine->open_keys.end()) {
     return kInvalidHandle;
   }
-  const fake::RegistryValues& values = machine->keys.at(fake::FoldCase(open_key->second));
-  const auto found = values.find(name == nullptr ? std::u16string() : fake::FoldCase(name));
+  const fake::RegistryValues& values = machine->keys.find(open_key->second)->second;
+  const auto found = values.find(name == nullptr ? std::u16string_view() : name);
   if (found == values.end()) {
     return kFileNotFound;
   }
@@ -109,7 +104,7 @@ Status CloseKey(RegistryKey& key) {
   const auto open_key = machine->open_keys.find(Number(raw));
   const bool is_open = open_key != machine->open_keys.end();
   const Status fault =
-      machine.RecordFallible(CallText("CloseKey", is_open ? open_key->second : std::u16string()));
+      machine.RecordFallible("CloseKey", is_open ? open_key->second : std::u16string());
   if (!is_open) {
     return fault != kSuccess ? fault : kInvalidHandle;
   }

@@ -8,7 +8,6 @@
 namespace platform {
 namespace {
 
-using fake::CallText;
 using fake::Hex;
 using fake::LockedMachine;
 
@@ -39,7 +38,7 @@ void Take(LockedMachine& machine, std::size_t connection, const char* bytes, std
 
 Status StartSockets(std::uint16_t version) {
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("StartSockets", Hex{version}))) {
+  if (const Status fault = machine.RecordFallible("StartSockets", Hex{version})) {
     return fault;
   }
   // The low byte is the major version; every one from 1 on gets what there is.
@@ -52,7 +51,7 @@ Status StartSockets(std::uint16_t version) {
 
 void EndSockets() {
   LockedMachine machine;
-  machine.Record(CallText("EndSockets"));
+  machine.Record("EndSockets");
   if (machine->socket_starts > 0) {
     --machine->socket_starts;
   }
@@ -72,7 +71,7 @@ void SocketTraits::Close(RawSocket socket) noexcept {
 Status CSocket::Create() {
   socket_.Reset();
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("Create"))) {
+  if (const Status fault = machine.RecordFallible("Create")) {
     return fault;
   }
   if (machine->socket_starts == 0) {
@@ -86,7 +85,7 @@ Status CSocket::Create() {
 
 Status CSocket::Connect(const std::u16string& host, std::uint16_t port) {
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("Connect", host, port))) {
+  if (const Status fault = machine.RecordFallible("Connect", host, port)) {
     return fault;
   }
   fake::OpenSocket* open = nullptr;
@@ -116,7 +115,7 @@ Status CSocket::Send(const void* bytes, std::size_t size, std::size_t& sent) {
   sent = 0;
   const char* const first = static_cast<const char*>(bytes);
   LockedMachine machine;
-  const Status fault = machine.RecordFallible(CallText("Send", size));
+  const Status fault = machine.RecordFallible("Send", size);
   fake::OpenSocket* open = nullptr;
   if (const Status status = FindUsable(machine, socket_.Get(), open)) {
     return fault != kSuccess ? fault : status;
@@ -155,7 +154,7 @@ Status CSocket::Send(const void* bytes, std::size_t size, std::size_t& sent) {
 
 void CSocket::CancelBlockingCall() {
   LockedMachine machine;
-  machine.Record(CallText("CancelBlockingCall"));
+  machine.Record("CancelBlockingCall");
   if (fake::OpenSocket* const open = Find(machine, socket_.Get())) {
     open->cancelled = true;
     machine->changed.notify_all();
@@ -165,7 +164,7 @@ void CSocket::CancelBlockingCall() {
 void CSocket::Close() {
   {
     LockedMachine machine;
-    machine.Record(CallText("Close"));
+    machine.Record("Close");
   }
   socket_.Reset();
 }

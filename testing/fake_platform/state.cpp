@@ -8,14 +8,13 @@
 
 namespace platform::fake {
 
-std::u16string FoldCase(std::u16string_view text) {
-  std::u16string folded(text);
-  for (char16_t& unit : folded) {
-    if (unit >= u'A' && unit <= u'Z') {
-      unit = static_cast<char16_t>(unit - u'A' + u'a');
-    }
-  }
-  return folded;
+bool IgnoringCase::operator()(std::u16string_view left, std::u16string_view right) const {
+  const auto folded = [](char16_t unit) {
+    return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit - u'A' + u'a') : unit;
+  };
+  return std::lexicographical_compare(
+      left.begin(), left.end(), right.begin(), right.end(),
+      [&](char16_t a, char16_t b) { return folded(a) < folded(b); });
 }
 
 std::u16string_view HiveName(Hive hive) {
@@ -30,23 +29,23 @@ std::u16string_view HiveName(Hive hive) {
   return u"";
 }
 
-std::u16string NormalKeyPath(std::u16string_view path) {
-  std::u16string normal;
-  for (const char16_t unit : path) {
-    if (unit != u'\\' || normal.empty() || normal.back() != u'\\') {
-      normal.push_back(unit);
-    }
+std::u16string NormalKeyPath(std::u16string path) {
+  path.erase(std::unique(path.begin(), path.end(),
+                         [](char16_t a, char16_t b) { return a == u'\\' && b == u'\\'; }),
+             path.end());
+  if (path.ends_with(u'\\')) {
+    path.pop_back();
   }
-  if (!normal.empty() && normal.back() == u'\\') {
-    normal.pop_back();
-  }
-  return normal;
+  return path;
 }
 
 std::u16string NormalPath(std::u16string_view path) {
+  if (path.find_first_of(u"\\/.") == std::u16string_view::npos) {
+    return std::u16string(path);
+  }
   std::u16string with_backslashes(path);
   std::replace(with_backslashes.begin(), with_backslashes.end(), u'/', u'\\');
-  const std::u16string single = NormalKeyPath(with_backslashes);
+  const std::u16string single = NormalKeyPath(std::move(with_backslashes));
   std::u16string_view rest = single;
   std::vector<std::u16string_view> names;
   while (!rest.empty()) {
@@ -71,14 +70,14 @@ std::u16string NormalPath(std::u16string_view path) {
 
 MachineContents::MachineContents() {
   for (const Hive hive : {Hive::kCurrentUser, Hive::kLocalMachine, Hive::kClassesRoot}) {
-    keys.try_emplace(FoldCase(HiveName(hive)));
+    keys.try_emplace(std::u16string(HiveName(hive)));
   }
   folders = {u"C:", NormalPath(temporary_folder), NormalPath(local_application_data)};
   AddSystemModules(*this);
 }
 
 bool MachineState::IsFolder(std::u16string_view normal_path) const {
-  return normal_path.empty() || folders.contains(std::u16string(normal_path));
+  return normal_path.empty() || folders.contains(normal_path);
 }
 
 bool MachineState::HasParent(std::u16string_view normal_path) const {
@@ -94,7 +93,10 @@ void MachineState::MakeFolder(std::u16string_view normal_path) {
   }
 }
 
-void LockedMachine::Record(std::string call) {
+void LockedMachine::RecordText(std::string call) {
+  if (!state_.records) {
+    return;
+  }
   if (OnMainThread()) {
     state_.calls.push_back(std::move(call));
   } else {
@@ -102,27 +104,26 @@ void LockedMachine::Record(std::string call) {
   }
 }
 
-Status LockedMachine::RecordFallible(std::string call) {
+Status LockedMachine::TakeFault(std::string_view name) {
   if (!OnMainThread()) {
-    Record(std::move(call));
     return kSuccess;
   }
   ++state_.fallible_calls;
-  Status status = kSuccess;
-  if (state_.fault && (state_.fault->name.empty() || call.starts_with(state_.fault->name + "("))) {
-    if (state_.fault->calls_before > 0) {
-      --state_.fault->calls_before;
-    } else {
-      status = state_.fault->status;
-      if (state_.faulted_call.empty()) {
-        state_.faulted_call = call;
-      }
-      if (state_.fault->mode == FaultMode::kOnce) {
-        state_.fault.reset();
-      }
-    }
+  std::optional<Fault>& fault = state_.fault;
+  if (!fault || (!fault->name.empty() && fault->name != name)) {
+    return kSuccess;
   }
-  Record(std::move(call));
+  if (fault->calls_before > 0) {
+    --fault->calls_before;
+    return kSuccess;
+  }
+  if (state_.faulted_call.empty()) {
+    state_.faulted_call = state_.records ? state_.calls.back() : std::string(name);
+  }
+  const Status status = fault->status;
+  if (fault->mode == FaultMode::kOnce) {
+    fault.reset();
+  }
   return status;
 }
 

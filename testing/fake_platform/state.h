@@ -1,12 +1,12 @@
 // What the machine in memory consists of. Only this folder's own files look in here.
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <concepts>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/files.h"
@@ -22,8 +23,11 @@
 
 namespace platform::fake {
 
-// Upper-case ASCII letters become lower-case ones, as far as the registry ignores case.
-std::u16string FoldCase(std::u16string_view text);
+// Orders texts whatever the case of their ASCII letters.
+struct IgnoringCase {
+  using is_transparent = void;
+  bool operator()(std::u16string_view left, std::u16string_view right) const;
+};
 
 struct MachineContents;
 
@@ -35,7 +39,7 @@ std::u16string_view HiveName(Hive hive);
 
 // A path without repeated backslashes and without one at its end. NormalPath turns slashes into
 // backslashes first and resolves "." and ".."; in the registry they are ordinary characters.
-std::u16string NormalKeyPath(std::u16string_view path);
+std::u16string NormalKeyPath(std::u16string path);
 std::u16string NormalPath(std::u16string_view path);
 
 struct RegistryValue {
@@ -43,7 +47,7 @@ struct RegistryValue {
   std::string bytes;
 };
 
-using RegistryValues = std::map<std::u16string, RegistryValue>;  // by name, folded
+using RegistryValues = std::map<std::u16string, RegistryValue, IgnoringCase>;  // by name
 
 struct StoredFile {
   std::string bytes;
@@ -94,8 +98,9 @@ struct Fault {
 struct MachineContents {
   MachineContents();
 
-  std::map<std::u16string, RegistryValues> keys;  // by path from the hive's name on, folded
-  std::set<std::u16string> folders;
+  // By path from the hive's name on.
+  std::map<std::u16string, RegistryValues, IgnoringCase> keys;
+  std::set<std::u16string, std::less<>> folders;
   std::map<std::u16string, std::shared_ptr<StoredFile>> files;
   std::u16string temporary_folder = u"C:\\Temp\\";
   std::int32_t local_application_data_result = 0;
@@ -105,9 +110,9 @@ struct MachineContents {
   std::map<std::uint32_t, std::u16string> messages;
   std::uint64_t sleeps = 0;
 
-  std::map<std::u16string, StoredModule> modules;  // by path, normal and folded
+  std::map<std::u16string, StoredModule, IgnoringCase> modules;  // by normal path
   std::u16string system_directory = u"C:\\Windows\\system32";
-  std::map<std::u16string, std::u16string> environment;  // by name, folded
+  std::map<std::u16string, std::u16string, IgnoringCase> environment;  // by name
 
   unsigned socket_starts = 0;
   std::map<std::uint16_t, Listener> listeners;
@@ -119,7 +124,6 @@ struct MachineContents {
   std::map<std::uintptr_t, std::u16string> open_keys;  // the path from the hive's name on
   std::map<std::uintptr_t, OpenFile> open_files;
   std::map<std::uintptr_t, OpenSocket> open_sockets;
-  std::map<std::uintptr_t, std::thread> workers;
   std::set<std::uintptr_t> blocks;  // the numbers are the addresses
 
   std::vector<std::string> calls;
@@ -146,7 +150,9 @@ struct MachineState : MachineContents {
   std::condition_variable changed;  // a send was cancelled, or a socket closed
   std::thread::id main_thread = std::this_thread::get_id();
   std::uintptr_t last_handle = 0;
+  std::map<std::uintptr_t, std::thread> workers;  // by the number that its owner holds
 
+  bool records = true;
   std::atomic<Machine::CallHook> call_hook = nullptr;
   std::atomic<Machine::BlockHook> block_hook = nullptr;
 };
@@ -171,29 +177,6 @@ class HookedCall {
   const Machine::CallHook hook_;
 };
 
-// The machine, locked for the caller as long as this lives. An owner must not be closed meanwhile:
-// that locks, too.
-class LockedMachine {
- public:
-  LockedMachine() : state_(TheMachine().State()), hooked_(state_), lock_(state_.mutex) {}
-
-  MachineState& operator*() { return state_; }
-  MachineState* operator->() { return &state_; }
-  std::unique_lock<std::mutex>& Lock() { return lock_; }
-
-  // Records a call that cannot fail.
-  void Record(std::string call);
-  // Records a call that can fail and gives the number that it must fail with now; 0: none.
-  [[nodiscard]] Status RecordFallible(std::string call);
-
- private:
-  bool OnMainThread() const { return std::this_thread::get_id() == state_.main_thread; }
-
-  MachineState& state_;
-  HookedCall hooked_;
-  std::unique_lock<std::mutex> lock_;
-};
-
 // An argument of a recorded call that is told in hexadecimal.
 struct Hex {
   std::uint32_t number;
@@ -207,6 +190,9 @@ inline std::string ArgumentText(const char16_t* text) {
 inline std::string ArgumentText(const std::u16string& text) {
   return ArgumentText(std::u16string_view(text));
 }
+inline std::string ArgumentText(const char* name) {
+  return name;
+}
 std::string ArgumentText(std::integral auto number) {
   return std::to_string(number);
 }
@@ -214,12 +200,45 @@ std::string ArgumentText(std::integral auto number) {
 // "Name(argument, argument)".
 template <class... Arguments>
 std::string CallText(std::string_view name, const Arguments&... arguments) {
-  std::string text;
-  (text.append(", ").append(ArgumentText(arguments)), ...);
-  return std::string(name)
-      .append("(")
-      .append(text, std::min<std::size_t>(text.size(), 2))
-      .append(")");
+  std::string text(name);
+  [[maybe_unused]] const char* separator = "(";
+  ((text.append(std::exchange(separator, ", ")).append(ArgumentText(arguments))), ...);
+  return text.append(sizeof...(arguments) == 0 ? "()" : ")");
 }
+
+// The machine, locked for the caller as long as this lives. An owner must not be closed meanwhile:
+// that locks, too.
+class LockedMachine {
+ public:
+  LockedMachine() : state_(TheMachine().State()), hooked_(state_), lock_(state_.mutex) {}
+
+  MachineState& operator*() { return state_; }
+  MachineState* operator->() { return &state_; }
+  std::unique_lock<std::mutex>& Lock() { return lock_; }
+
+  // Records a call that cannot fail.
+  template <class... Arguments>
+  void Record(std::string_view name, const Arguments&... arguments) {
+    if (state_.records) {
+      RecordText(CallText(name, arguments...));
+    }
+  }
+  void RecordText(std::string call);
+  // Records a call that can fail and gives the number that it must fail with now; 0: none.
+  template <class... Arguments>
+  [[nodiscard]] Status RecordFallible(std::string_view name, const Arguments&... arguments) {
+    Record(name, arguments...);
+    return TakeFault(name);
+  }
+  // The second half of RecordFallible, for the call that was recorded last.
+  [[nodiscard]] Status TakeFault(std::string_view name);
+
+ private:
+  bool OnMainThread() const { return std::this_thread::get_id() == state_.main_thread; }
+
+  MachineState& state_;
+  HookedCall hooked_;
+  std::unique_lock<std::mutex> lock_;
+};
 
 }  // namespace platform::fake

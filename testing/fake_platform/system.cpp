@@ -9,7 +9,6 @@ namespace platform {
 
 namespace {
 
-using fake::CallText;
 using fake::Hex;
 using fake::LockedMachine;
 
@@ -27,19 +26,21 @@ constexpr std::int64_t SecondsAtStartOf(int year) {
 
 bool InitializeCommonControls(std::uint32_t classes) {
   LockedMachine machine;
-  return machine.RecordFallible(CallText("InitializeCommonControls", Hex{classes})) == kSuccess;
+  return machine.RecordFallible("InitializeCommonControls", Hex{classes}) == kSuccess;
 }
 
 void WriteDebugOutput(const char16_t* text) {
   LockedMachine machine;
-  machine.Record(CallText("WriteDebugOutput", text));
-  machine->debug_output.emplace_back(text);
+  machine.Record("WriteDebugOutput", text);
+  if (machine->records) {
+    machine->debug_output.emplace_back(text);
+  }
 }
 
 Status SystemMessage(std::uint32_t code, std::u16string& text) {
   text.clear();
   LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(CallText("SystemMessage", Hex{code}))) {
+  if (const Status fault = machine.RecordFallible("SystemMessage", Hex{code})) {
     return fault;
   }
   const auto message = machine->messages.find(code);
@@ -52,14 +53,13 @@ Status SystemMessage(std::uint32_t code, std::u16string& text) {
 
 std::int64_t SecondsSinceEpoch() {
   LockedMachine machine;
-  machine.Record(CallText("SecondsSinceEpoch"));
+  machine.Record("SecondsSinceEpoch");
   return machine->seconds_since_epoch;
 }
 
 Status BreakIntoLocalTime(std::int64_t seconds_since_epoch, LocalTime& local) {
   LockedMachine machine;
-  if (const Status fault =
-          machine.RecordFallible(CallText("BreakIntoLocalTime", seconds_since_epoch))) {
+  if (const Status fault = machine.RecordFallible("BreakIntoLocalTime", seconds_since_epoch)) {
     return fault;
   }
   if (seconds_since_epoch < SecondsAtStartOf(kFirstYear) ||
@@ -86,7 +86,7 @@ void SleepMilliseconds(std::uint32_t milliseconds) {
   std::uint64_t sleeps = 0;
   {
     LockedMachine machine;
-    machine.Record(CallText("SleepMilliseconds", milliseconds));
+    machine.Record("SleepMilliseconds", milliseconds);
     sleeps = ++machine->sleeps;
   }
   if (sleeps % kSleepsPerTurn == 0) {

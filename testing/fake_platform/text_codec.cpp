@@ -8,8 +8,7 @@ namespace {
 
 Status Begin(const char* name, CodePage code_page, std::int32_t length, std::int32_t capacity) {
   fake::LockedMachine machine;
-  return machine.RecordFallible(
-      fake::CallText(name, static_cast<std::uint32_t>(code_page), length, capacity));
+  return machine.RecordFallible(name, static_cast<std::uint32_t>(code_page), length, capacity);
 }
 
 }  // namespace

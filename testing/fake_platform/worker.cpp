@@ -32,7 +32,7 @@ void WorkerTraits::Close(RawWorker worker) noexcept {
 Status StartWorker(WorkerProcedure procedure, void* parameter, Worker& worker) {
   worker.Reset();
   fake::LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(fake::CallText("StartWorker"))) {
+  if (const Status fault = machine.RecordFallible("StartWorker")) {
     return fault;
   }
   std::thread thread;
@@ -52,7 +52,7 @@ Status WaitForWorker(const Worker& worker) {
   Status status = kSuccess;
   {
     fake::LockedMachine machine;
-    status = machine.RecordFallible(fake::CallText("WaitForWorker"));
+    status = machine.RecordFallible("WaitForWorker");
     const auto found = machine->workers.find(static_cast<std::uintptr_t>(worker.Get()));
     if (found != machine->workers.end()) {
       // The owner keeps its number; later waits find a thread that has ended.
