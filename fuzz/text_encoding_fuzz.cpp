@@ -7,48 +7,10 @@
 
 #include "fuzz/input.h"
 #include "fuzz/targets.h"
-#include "testing/fake_platform/fake_platform.h"
+#include "testing/end_to_end/text.h"
 
 namespace zentpost::fuzz {
 namespace {
-
-bool IsHigh(char16_t unit) {
-  return unit >= 0xD800 && unit < 0xDC00;
-}
-bool IsLow(char16_t unit) {
-  return unit >= 0xDC00 && unit < 0xE000;
-}
-
-// `text` in UTF-8, however long; a lone surrogate is U+FFFD.
-std::string Encoded(std::u16string_view text) {
-  std::string bytes;
-  const auto put = [&bytes](unsigned byte) { bytes.push_back(static_cast<char>(byte)); };
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    unsigned character = text[i];
-    if (IsHigh(text[i]) && i + 1 < text.size() && IsLow(text[i + 1])) {
-      character = 0x10000U + (text[i] - 0xD800U) * 0x400U + (text[i + 1] - 0xDC00U);
-      ++i;
-    } else if (IsHigh(text[i]) || IsLow(text[i])) {
-      character = 0xFFFD;
-    }
-    if (character < 0x80) {
-      put(character);
-    } else if (character < 0x800) {
-      put(0xC0 + character / 0x40);
-      put(0x80 + character % 0x40);
-    } else if (character < 0x10000) {
-      put(0xE0 + character / 0x1000);
-      put(0x80 + character / 0x40 % 0x40);
-      put(0x80 + character % 0x40);
-    } else {
-      put(0xF0 + character / 0x40000);
-      put(0x80 + character / 0x1000 % 0x40);
-      put(0x80 + character / 0x40 % 0x40);
-      put(0x80 + character % 0x40);
-    }
-  }
-  return bytes;
-}
 
 std::string UpToZero(const std::string& bytes) {
   return bytes.substr(0, bytes.find('\0'));
@@ -67,7 +29,7 @@ bool CarriesUtf8(std::u16string_view text) {
 
 void CheckFromUtf16(const std::u16string& text) {
   using Outcome = Utf8Result::Outcome;
-  const std::string encoded = Encoded(text);
+  const std::string encoded = e2e::Utf8(text);
   const bool fits = !text.empty() && encoded.size() <= 2 * text.size() + 2;
   std::string bytes = "from before";
   const Utf8Result result = WideToUtf8(text, bytes);
@@ -80,14 +42,14 @@ void CheckFromUtf16(const std::u16string& text) {
   if (CarriesUtf8(until_zero)) {
     expected = NarrowThroughAnsi(until_zero).value();
     Require(!expected.empty());
-  } else if (!until_zero.empty() && Encoded(until_zero).size() <= 2 * until_zero.size() + 2) {
-    expected = Encoded(until_zero);
+  } else if (!until_zero.empty() && e2e::Utf8(until_zero).size() <= 2 * until_zero.size() + 2) {
+    expected = e2e::Utf8(until_zero);
   }
   Require(_utf8(text.c_str()) == expected);
 
   // Back again, unless a lone surrogate was lost on the way.
   const std::u16string back = FromUtf8(encoded.c_str()).value();
-  Require(Encoded(back) == UpToZero(encoded));
+  Require(e2e::Utf8(back) == UpToZero(encoded));
 }
 
 void CheckFromBytes(const std::string& bytes) {
@@ -101,7 +63,7 @@ void CheckFromBytes(const std::string& bytes) {
   const std::u16string decoded = FromUtf8(bytes.c_str()).value();
   Require(decoded.size() <= until_zero.size());
   Require(decoded.empty() == until_zero.empty());
-  Require(FromUtf8(Encoded(decoded).c_str()) == decoded);
+  Require(FromUtf8(e2e::Utf8(decoded).c_str()) == decoded);
 
   // What the add-in does with what it receives.
   std::string wire;

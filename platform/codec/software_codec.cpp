@@ -67,38 +67,26 @@ bool IsContinuation(unsigned char byte) {
 }
 
 bool EncodeUtf8(std::u16string_view text, Destination<char>& bytes) {
-  const auto byte = [](unsigned bits) {
-    return static_cast<char>(static_cast<unsigned char>(bits));
-  };
+  constexpr unsigned kLeads[] = {0x00, 0xC0, 0xE0, 0xF0};
   for (std::size_t i = 0; i < text.size(); ++i) {
     unsigned character = text[i];
-    if (character < 0x80) {
-      if (!bytes.Put(byte(character))) {
-        return false;
-      }
-      continue;
-    }
     if (IsHighSurrogate(text[i]) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
       character = 0x10000 + ((character & 0x3FF) << 10) + (text[i + 1] & 0x3FFU);
       ++i;
     } else if (IsHighSurrogate(text[i]) || IsLowSurrogate(text[i])) {
       character = kReplacement;
     }
-    char encoded[4];
-    std::size_t count = 0;
-    if (character < 0x800) {
-      encoded[count++] = byte(0xC0 | character >> 6);
-    } else {
-      if (character < 0x10000) {
-        encoded[count++] = byte(0xE0 | character >> 12);
-      } else {
-        encoded[count++] = byte(0xF0 | character >> 18);
-        encoded[count++] = byte(0x80 | (character >> 12 & 0x3F));
-      }
-      encoded[count++] = byte(0x80 | (character >> 6 & 0x3F));
+    const std::size_t more = character < 0x80      ? 0
+                             : character < 0x800   ? 1
+                             : character < 0x10000 ? 2
+                                                   : 3;
+    unsigned char encoded[4];
+    for (std::size_t k = more; k > 0; --k) {
+      encoded[k] = static_cast<unsigned char>(0x80 | (character & 0x3F));
+      character >>= 6;
     }
-    encoded[count++] = byte(0x80 | (character & 0x3F));
-    if (!bytes.Put(encoded, count)) {
+    encoded[0] = static_cast<unsigned char>(kLeads[more] | character);
+    if (!bytes.Put(reinterpret_cast<const char*>(encoded), more + 1)) {
       return false;
     }
   }

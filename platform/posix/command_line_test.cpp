@@ -16,42 +16,37 @@ struct Case {
   std::vector<std::u16string> tokens;  // as the tool takes the line apart
 };
 
-std::vector<Case> Cases() {
-  return {
-      {"none", {}, u"", {}},
-      {"one", {"a.json"}, u"a.json", {u"a.json"}},
-      {"several",
-       {"a.json", "/preview", "1"},
-       u"a.json /preview 1",
-       {u"a.json", u"/preview", u"1"}},
-      {"with a blank", {"my job.json", "x"}, u"\"my job.json\" x", {u"my job.json", u"x"}},
-      {"with other white space", {"a\tb", "c\n"}, u"\"a\tb\" \"c\n\"", {u"a\tb", u"c\n"}},
-      {"with blanks at the ends", {" a "}, u"\" a \"", {u" a "}},
-      {"empty", {""}, u"\"\"", {u""}},
-      {"empty in between", {"a", "", "b"}, u"a \"\" b", {u"a", u"", u"b"}},
-      {"empty at the end", {"a", ""}, u"a \"\"", {u"a", u""}},
-      {"apostrophe", {"o'neil.json", "x"}, u"\"o'neil.json\" x", {u"oneil.json", u"x"}},
-      {"double quote", {"a\"b", "x"}, u"\"a\"b\" x", {u"ab", u"x"}},
-      {"only a mark", {"'", "x"}, u"\"'\" x", {u"", u"x"}},
-      {"mark at the end", {"a'", "x"}, u"\"a'\" x", {u"a", u"x"}},
-      {"mark at the beginning", {"'a", "x"}, u"\"'a\" x", {u"a", u"x"}},
-      {"mark before a blank", {"a' b", "x"}, u"\"a b\" x", {u"a b", u"x"}},
-      {"marks before a blank", {"a'\"' b 'c' d"}, u"\"a b 'c d\"", {u"a b c d"}},
-      {"quoted once more", {"\"a b\""}, u"\"\"a b\"\"", {u"a b"}},
-      {"beyond ASCII",
-       {"Gr\xC3\xBC\xC3\x9F"
-        "e.json",
-        "\xF0\x9F\x98\x80"},
-       u"Gr\u00FC\u00DFe.json \U0001F600",
-       {u"Gr\u00FC\u00DFe.json", u"\U0001F600"}},
-      {"not UTF-8",
-       {"a\xE4"
-        "bc.json"},
-       u"a\uFFFDbc.json",
-       {u"a\uFFFDbc.json"}},
-      {"backslashes", {"C:\\a\\", "\\\\x"}, u"C:\\a\\ \\\\x", {u"C:\\a\\", u"\\\\x"}},
-  };
-}
+const Case kCases[] = {
+    {"none", {}, u"", {}},
+    {"one", {"a.json"}, u"a.json", {u"a.json"}},
+    {"several", {"a.json", "/preview", "1"}, u"a.json /preview 1", {u"a.json", u"/preview", u"1"}},
+    {"with a blank", {"my job.json", "x"}, u"\"my job.json\" x", {u"my job.json", u"x"}},
+    {"with other white space", {"a\tb", "c\n"}, u"\"a\tb\" \"c\n\"", {u"a\tb", u"c\n"}},
+    {"with blanks at the ends", {" a "}, u"\" a \"", {u" a "}},
+    {"empty", {""}, u"\"\"", {u""}},
+    {"empty in between", {"a", "", "b"}, u"a \"\" b", {u"a", u"", u"b"}},
+    {"empty at the end", {"a", ""}, u"a \"\"", {u"a", u""}},
+    {"apostrophe", {"o'neil.json", "x"}, u"\"o'neil.json\" x", {u"oneil.json", u"x"}},
+    {"double quote", {"a\"b", "x"}, u"\"a\"b\" x", {u"ab", u"x"}},
+    {"only a mark", {"'", "x"}, u"\"'\" x", {u"", u"x"}},
+    {"mark at the end", {"a'", "x"}, u"\"a'\" x", {u"a", u"x"}},
+    {"mark at the beginning", {"'a", "x"}, u"\"'a\" x", {u"a", u"x"}},
+    {"mark before a blank", {"a' b", "x"}, u"\"a b\" x", {u"a b", u"x"}},
+    {"marks before a blank", {"a'\"' b 'c' d"}, u"\"a b 'c d\"", {u"a b c d"}},
+    {"quoted once more", {"\"a b\""}, u"\"\"a b\"\"", {u"a b"}},
+    {"beyond ASCII",
+     {"Gr\xC3\xBC\xC3\x9F"
+      "e.json",
+      "\xF0\x9F\x98\x80"},
+     u"Gr\u00FC\u00DFe.json \U0001F600",
+     {u"Gr\u00FC\u00DFe.json", u"\U0001F600"}},
+    {"not UTF-8",
+     {"a\xE4"
+      "bc.json"},
+     u"a\uFFFDbc.json",
+     {u"a\uFFFDbc.json"}},
+    {"backslashes", {"C:\\a\\", "\\\\x"}, u"C:\\a\\ \\\\x", {u"C:\\a\\", u"\\\\x"}},
+};
 
 // Takes a line apart as the tool does: the rule that the rebuilt line is written for.
 std::vector<std::u16string> Split(const std::u16string& line) {
@@ -74,7 +69,7 @@ std::vector<std::u16string> Split(const std::u16string& line) {
 }
 
 TEST(CommandLine, EveryArgumentIsOneTokenAgain) {
-  for (const Case& test : Cases()) {
+  for (const Case& test : kCases) {
     SCOPED_TRACE(test.name);
     const std::u16string line = RebuildCommandLine(test.arguments);
     EXPECT_EQ(line, test.line);

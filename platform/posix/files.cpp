@@ -124,10 +124,10 @@ Status QueryFileSize(const File& file, std::uint64_t& bytes) {
   return kSuccess;
 }
 
-Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size_t& count) {
+Status ReadFrom(int descriptor, void* buffer, std::size_t capacity, std::size_t& count) {
   count = 0;
   while (count < capacity) {
-    const ssize_t piece = read(Number(file), static_cast<char*>(buffer) + count, capacity - count);
+    const ssize_t piece = read(descriptor, static_cast<char*>(buffer) + count, capacity - count);
     if (piece == 0) {
       break;
     }
@@ -138,6 +138,10 @@ Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size
     }
   }
   return kSuccess;
+}
+
+Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size_t& count) {
+  return ReadFrom(Number(file), buffer, capacity, count);
 }
 
 Status WriteBytes(const File& file, const void* bytes, std::size_t size) {

@@ -20,6 +20,7 @@
 #include "platform/sockets.h"
 #include "platform/system.h"
 #include "platform/worker.h"
+#include "testing/end_to_end/files.h"
 
 namespace {
 
@@ -62,13 +63,6 @@ namespace {
 class MemoryFailure : public testing::Test {
  protected:
   MemoryFailure() {
-    std::filesystem::path parent = std::filesystem::temp_directory_path();
-    for (int number = 0; folder_.empty(); ++number) {
-      const auto made = parent / ("zentpost-memory-failure-of-the-host-" + std::to_string(number));
-      if (std::filesystem::create_directory(made)) {
-        folder_ = made;
-      }
-    }
     std::ofstream(folder_ / kName) << "bytes";
     std::ofstream(folder_ / "registry.reg")
         << "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software\\Sollvex]\n"
@@ -127,7 +121,7 @@ class MemoryFailure : public testing::Test {
     names_.emplace_back(name);
   }
 
-  std::filesystem::path folder_;
+  const std::filesystem::path folder_ = zentpost::e2e::MakeTestFolder();
   std::vector<std::string> names_;
 };
 
@@ -161,25 +155,19 @@ TEST_F(MemoryFailure, OfFilesHasItsNumber) {
 }
 
 TEST_F(MemoryFailure, OfFoldersHasItsNumberAndGivesNoFolder) {
-  char16_t buffer[4096] = {};
-  ExpectFailure([&] {
-    std::uint32_t length = 99;
-    const Status status = TemporaryFolder(4096, buffer, length);
-    EXPECT_EQ(length != 0, status == kSuccess);
-    return status;
-  });
-  ExpectFailure([&] {
-    std::uint32_t length = 99;
-    const Status status = SystemDirectory(4096, buffer, length);
-    EXPECT_EQ(length != 0, status == kSuccess);
-    return status;
-  });
-  ExpectFailure([&] {
-    std::uint32_t length = 99;
-    const Status status = ExpandEnvironment(u"%TMPDIR%\\a name", buffer, 4096, length);
-    EXPECT_EQ(length != 0, status == kSuccess);
-    return status;
-  });
+  using Fill = std::function<Status(std::uint32_t, char16_t*, std::uint32_t&)>;
+  const auto expand = [](std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
+    return ExpandEnvironment(u"%TMPDIR%\\a name", buffer, capacity, length);
+  };
+  for (const Fill& fill : {Fill(TemporaryFolder), Fill(SystemDirectory), Fill(expand)}) {
+    char16_t buffer[4096] = {};
+    ExpectFailure([&] {
+      std::uint32_t length = 99;
+      const Status status = fill(4096, buffer, length);
+      EXPECT_EQ(length != 0, status == kSuccess);
+      return status;
+    });
+  }
   std::u16string folder;
   ExpectFailure(0, 0x8007000E, [&] {
     const std::int32_t result = LocalApplicationDataFolder(folder);

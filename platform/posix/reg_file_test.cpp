@@ -131,47 +131,28 @@ TEST(RegFile, SkipsMalformedLines) {
   }
 }
 
-TEST(RegFile, TheDefaultValueIsAnAtSign) {
-  const RegFile file(std::string(kHeader) + kSection + "@=\"default\"\r\n\"@\"=\"named\"\r\n");
-  EXPECT_EQ(Found(file, kKey, ""), "1:" + Utf16(u"default\0"s));
-  EXPECT_EQ(Found(file, kKey, "@"), "1:" + Utf16(u"named\0"s));
-}
-
-TEST(RegFile, KeysAndNamesIgnoreCase) {
-  const RegFile file(std::string(kHeader) +
-                     "[hkey_current_user\\SOFTWARE\\key]\r\n\"LogLevel\"=dword:1");
-  EXPECT_TRUE(file.HasKey(kKey));
-  EXPECT_EQ(Found(file, kKey, "LOGLEVEL"), "4:\1\0\0\0"s);
-}
-
-TEST(RegFile, ParentsOfAKeyExist) {
-  const RegFile file(std::string(kHeader) + kSection);
-  EXPECT_TRUE(file.HasKey("HKEY_CURRENT_USER"));
-  EXPECT_TRUE(file.HasKey("HKEY_CURRENT_USER\\Software"));
-  EXPECT_TRUE(file.HasKey(kKey));
-  EXPECT_FALSE(file.HasKey("HKEY_CURRENT_USER\\Soft"));
-  EXPECT_FALSE(file.HasKey("HKEY_CURRENT_USER\\Software\\Key\\Below"));
-  EXPECT_FALSE(file.HasKey("HKEY_LOCAL_MACHINE\\Software\\Key"));
-}
-
-TEST(RegFile, AKeyMayHaveBracketsInItsName) {
-  const RegFile file(std::string(kHeader) + "[HKEY_CURRENT_USER\\a]b[c]\r\n\"v\"=hex:01");
-  EXPECT_EQ(Found(file, "HKEY_CURRENT_USER\\a]b[c", "v"), "3:\1");
-}
-
-TEST(RegFile, ValuesBelongToTheirOwnKeyOnly) {
-  const RegFile file(std::string(kHeader) +
-                     "\"v\"=hex:00\r\n"
-                     "[HKEY_CURRENT_USER\\Software\\Key\\Below]\r\n\"v\"=hex:01\r\n"
-                     "[HKEY_CURRENT_USER\\Software]\r\n\"v\"=hex:02\r\n"
-                     "[HKEY_CURRENT_USER\\Software\\Keys]\r\n\"v\"=hex:03\r\n");
-  EXPECT_EQ(Found(file, kKey, "v"), "none");
-}
-
-TEST(RegFile, ABrokenKeyLineEndsTheKeyBeforeIt) {
-  const RegFile file(std::string(kHeader) + kSection +
-                     "[HKEY_CURRENT_USER\\Other\r\n\"v\"=hex:01\r\n");
-  EXPECT_EQ(Found(file, kKey, "v"), "none");
+TEST(RegFile, AValueIsFoundInItsOwnKeyOnly) {
+  struct Case {
+    const char* name;
+    std::string text;
+    std::string expected;
+  };
+  const Case cases[] = {
+      {"in front of all keys", "\"v\"=hex:00\r\n", "none"},
+      {"parent", "[HKEY_CURRENT_USER\\Software]\r\n\"v\"=hex:02\r\n", "none"},
+      {"below", "[HKEY_CURRENT_USER\\Software\\Key\\Below]\r\n\"v\"=hex:01\r\n", "none"},
+      {"longer name", "[HKEY_CURRENT_USER\\Software\\Keys]\r\n\"v\"=hex:03\r\n", "none"},
+      {"behind a broken key", kSection + "[HKEY_CURRENT_USER\\Other\r\n\"v\"=hex:01\r\n"s, "none"},
+      {"cut off behind a backslash", kSection + "\"v\"=hex:01,\\"s, "3:\1"},
+      {"bare line feeds", "[HKEY_CURRENT_USER\\Software\\Key]\n\"v\"=hex:01,\\\n02\n", "3:\1\2"},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.name);
+    EXPECT_EQ(Found(RegFile(kHeader + test.text), kKey, "v"), test.expected);
+  }
+  const RegFile brackets(std::string(kHeader) + "[HKEY_CURRENT_USER\\a]b[c]\r\n\"v\"=hex:01");
+  EXPECT_EQ(Found(brackets, "HKEY_CURRENT_USER\\a]b[c", "v"), "3:\1");
+  EXPECT_FALSE(brackets.HasKey("HKEY_CURRENT_USER\\a"));
 }
 
 TEST(RegFile, WhatIsSaidLaterCounts) {
@@ -241,17 +222,6 @@ TEST(RegFile, TheOlderFormatHasNarrowTextsInItsBytes) {
   EXPECT_EQ(Found(file, kKey, "expanded"), "2:" + Utf16(u"%A%\u00E4\0"s));
   EXPECT_EQ(Found(file, kKey, "bytes"), "3:%A");
   EXPECT_EQ(Found(file, kKey, "none"), "2:");
-}
-
-TEST(RegFile, BytesMayGoOnBelowTheLastLine) {
-  EXPECT_EQ(Found(RegFile(std::string(kHeader) + kSection + "\"v\"=hex:01,\\"), kKey, "v"), "3:\1");
-}
-
-TEST(RegFile, LineEndsMayBeBareLineFeeds) {
-  const RegFile file(
-      "Windows Registry Editor Version "
-      "5.00\n[HKEY_CURRENT_USER\\Software\\Key]\n\"v\"=hex:01,\\\n02\n");
-  EXPECT_EQ(Found(file, kKey, "v"), "3:\1\2");
 }
 
 TEST(RegFile, WithoutItsHeaderAFileHasNoKeys) {

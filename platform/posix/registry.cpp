@@ -70,19 +70,9 @@ Status ReadRegistry(std::string& bytes) {
   }
   bytes.resize(static_cast<std::size_t>(properties.st_size));
   std::size_t count = 0;
-  while (count < bytes.size()) {
-    const ssize_t piece = read(file.Get(), bytes.data() + count, bytes.size() - count);
-    if (piece == 0) {
-      break;
-    }
-    if (piece > 0) {
-      count += static_cast<std::size_t>(piece);
-    } else if (errno != EINTR) {
-      return StatusFromErrno(errno);
-    }
-  }
+  const Status status = ReadFrom(file.Get(), bytes.data(), bytes.size(), count);
   bytes.resize(count);
-  return kSuccess;
+  return status;
 }
 
 Status Open(std::string path, const char16_t* below, RegistryKey& key) {

@@ -9,6 +9,7 @@
 
 #include "fake_mapi/text.h"
 #include "platform/registry.h"
+#include "testing/end_to_end/real_machine.h"
 #include "tools/sandbox_mapi/program.h"
 #include "tools/sandbox_mapi/system.h"
 #include "tools/sandbox_mapi/test_folder.h"
@@ -45,7 +46,13 @@ std::optional<std::string> DefaultClient() {
 
 class Registration : public testing::Test {
  protected:
-  Registration() { WriteBytes(Library(), "library"); }
+  void SetUp() override {
+    if (!e2e::MayChangeMachine("the default mail client")) {
+      GTEST_SKIP() << "this machine's mail client is not to be changed";
+    }
+    registry_.emplace();
+    WriteBytes(Library(), "library");
+  }
 
   [[nodiscard]] fs::path Library() const { return folder_.Path() / "a.dll"; }
   [[nodiscard]] fs::path Mail() const { return folder_.Path() / "mail"; }
@@ -70,13 +77,13 @@ class Registration : public testing::Test {
   }
 
   TestFolder folder_;
-  TestRegistry registry_;
+  std::optional<TestRegistry> registry_;
   std::string out_;
   std::string err_;
 };
 
 TEST_F(Registration, LibraryIsFoundAsTheDefaultClients) {
-  registry_.SetDefaultClient("Former");
+  registry_->SetDefaultClient("Former");
   MustRegister();
   EXPECT_EQ(DefaultClient(), kClientName);
   EXPECT_EQ(Read(kClientKey, Utf16(kLibraryValue).c_str()), PathText(Library()));
@@ -84,7 +91,7 @@ TEST_F(Registration, LibraryIsFoundAsTheDefaultClients) {
 }
 
 TEST_F(Registration, FormerClientComesBack) {
-  registry_.SetDefaultClient("Former");
+  registry_->SetDefaultClient("Former");
   MustRegister();
   EXPECT_TRUE(MustUnregister());
   EXPECT_EQ(DefaultClient(), "Former");
@@ -93,7 +100,7 @@ TEST_F(Registration, FormerClientComesBack) {
 }
 
 TEST_F(Registration, FormerClientComesBackAfterTwoRegistrations) {
-  registry_.SetDefaultClient("Former");
+  registry_->SetDefaultClient("Former");
   MustRegister();
   MustRegister();
   EXPECT_EQ(DefaultClient(), kClientName);
@@ -104,7 +111,7 @@ TEST_F(Registration, FormerClientComesBackAfterTwoRegistrations) {
 }
 
 TEST_F(Registration, WithoutAFormerClientThereIsNoneAgain) {
-  registry_.SetDefaultClient(std::nullopt);
+  registry_->SetDefaultClient(std::nullopt);
   MustRegister();
   MustRegister();
   EXPECT_EQ(DefaultClient(), kClientName);
@@ -113,16 +120,16 @@ TEST_F(Registration, WithoutAFormerClientThereIsNoneAgain) {
 }
 
 TEST_F(Registration, ClientThatBecameTheDefaultMeanwhileStays) {
-  registry_.SetDefaultClient("Former");
+  registry_->SetDefaultClient("Former");
   MustRegister();
-  registry_.SetDefaultClient("Newcomer");
+  registry_->SetDefaultClient("Newcomer");
   EXPECT_TRUE(MustUnregister());
   EXPECT_EQ(DefaultClient(), "Newcomer");
   EXPECT_EQ(RegisteredFolder(), std::nullopt);
 }
 
 TEST_F(Registration, PathThatTheToolCannotReadIsRefused) {
-  registry_.SetDefaultClient("Former");
+  registry_->SetDefaultClient("Former");
   std::string error;
   const std::size_t base = Utf16(PathText(folder_.Path())).size() + 1;
   ASSERT_LT(base, kLongestLibraryPath);
@@ -147,7 +154,7 @@ TEST_F(Registration, MissingLibraryIsRefused) {
 }
 
 TEST_F(Registration, ProgramRegistersWithAFolderAndMakesIt) {
-  registry_.SetDefaultClient("Former");
+  registry_->SetDefaultClient("Former");
   EXPECT_EQ(Run({"register", "--folder", PathText(Mail() / "deep")}), 0) << err_;
   EXPECT_TRUE(fs::is_directory(Mail() / "deep"));
   EXPECT_EQ(RegisteredFolder(), PathText(Mail() / "deep"));
