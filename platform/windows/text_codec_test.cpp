@@ -40,24 +40,26 @@ class Random {
 
 constexpr CodePage kPages[] = {CodePage::kSystemAnsi, CodePage::kUtf8, CodePage::kThreadAnsi};
 
-template <class Text>
+template <class Unit>
 struct Converted {
   Status status = 0;
   std::int32_t written = 0;
-  Text text;
+  std::basic_string<Unit> text;
   bool operator==(const Converted&) const = default;
 };
-using Widened = Converted<std::u16string>;
-using Narrowed = Converted<std::string>;
+using Widened = Converted<char16_t>;
 
 // A conversion with `capacity` units to write to; 0 asks how many are needed.
-template <class Result, class Function, class Source>
-Result Convert(Function convert, CodePage code_page, Source source, std::int32_t capacity) {
-  Result result;
-  result.text.assign(64, 0);
-  result.status = convert(code_page, source.data(), static_cast<std::int32_t>(source.size()),
-                          result.text.data(), capacity, result.written);
-  result.text.resize(capacity != 0 ? static_cast<std::size_t>(result.written) : 0);
+template <class Unit, class Function, class Source>
+Converted<Unit> Convert(Function convert, CodePage code_page, Source source,
+                        std::int32_t capacity) {
+  Converted<Unit> result;
+  Unit units[64] = {};
+  result.status = convert(code_page, source.data(), static_cast<std::int32_t>(source.size()), units,
+                          capacity, result.written);
+  if (capacity != 0) {
+    result.text.assign(units, static_cast<std::size_t>(result.written));
+  }
   return result;
 }
 
@@ -68,14 +70,14 @@ bool IsHalfAPair(const Widened& widened) {
 }
 
 bool SameWidening(CodePage code_page, std::string_view bytes, std::int32_t capacity) {
-  const auto system = Convert<Widened>(BytesToWide, code_page, bytes, capacity);
-  const auto software = Convert<Widened>(software::BytesToWide, code_page, bytes, capacity);
+  const auto system = Convert<char16_t>(BytesToWide, code_page, bytes, capacity);
+  const auto software = Convert<char16_t>(software::BytesToWide, code_page, bytes, capacity);
   return system == software || (software.status == kInsufficientBuffer && IsHalfAPair(system));
 }
 
 bool SameNarrowing(CodePage code_page, std::u16string_view text, std::int32_t capacity) {
-  return Convert<Narrowed>(WideToBytes, code_page, text, capacity) ==
-         Convert<Narrowed>(software::WideToBytes, code_page, text, capacity);
+  return Convert<char>(WideToBytes, code_page, text, capacity) ==
+         Convert<char>(software::WideToBytes, code_page, text, capacity);
 }
 
 TEST(TextCodec, SequencesOfUpToThreeBytesWidenAsInSoftware) {
@@ -151,12 +153,12 @@ TEST(TextCodec, TheSystemsCodePageIsNotTheThreads) {
   const LCID before = GetThreadLocale();
   const LCID greek = MAKELCID(MAKELANGID(LANG_GREEK, SUBLANG_DEFAULT), SORT_DEFAULT);
   ASSERT_NE(SetThreadLocale(greek), FALSE);
-  const Widened by_thread = Convert<Widened>(BytesToWide, CodePage::kThreadAnsi, kLetter, 8);
-  const Widened by_system = Convert<Widened>(BytesToWide, CodePage::kSystemAnsi, kLetter, 8);
+  const Widened by_thread = Convert<char16_t>(BytesToWide, CodePage::kThreadAnsi, kLetter, 8);
+  const Widened by_system = Convert<char16_t>(BytesToWide, CodePage::kSystemAnsi, kLetter, 8);
   SetThreadLocale(before);
   EXPECT_EQ(by_thread.text, u"\u03B4");
   EXPECT_TRUE(by_system ==
-              Convert<Widened>(software::BytesToWide, CodePage::kSystemAnsi, kLetter, 8));
+              Convert<char16_t>(software::BytesToWide, CodePage::kSystemAnsi, kLetter, 8));
 }
 
 }  // namespace
