@@ -15,9 +15,12 @@
 
 #include "fake_mapi/client.h"
 #include "fake_mapi/codes.h"
-#include "fake_mapi/text.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi {
+
+using support::FromWide;
+using support::LowerHex;
 
 struct Client::State {
   explicit State(std::unique_ptr<Storage> where) : storage(std::move(where)) {}
@@ -40,6 +43,16 @@ class Call {
  public:
   using Arguments = std::initializer_list<std::string>;
 
+  // An argument as a number.
+  template <class Argument>
+  static std::string Raw(Argument argument) {
+    if constexpr (std::is_pointer_v<Argument>) {
+      return LowerHex(reinterpret_cast<std::uintptr_t>(argument));
+    } else {
+      return LowerHex(static_cast<std::make_unsigned_t<Argument>>(argument));
+    }
+  }
+
   // A function, or a method of the object, whose end is noticed.
   explicit Call(const char* function);
   Call(Object& object, const char* method);
@@ -52,16 +65,6 @@ class Call {
   void Record(Arguments arguments, bool can_fail = true);
   // The same for one that gives no result that could tell of a failure.
   void RecordInfallible(Arguments arguments) { Record(arguments, false); }
-
-  // Whether the client is inert: the call is then recorded with its raw arguments, and done.
-  template <class... Argument>
-  [[nodiscard]] bool IsInert(Argument... arguments) {
-    if (!client_.is_inert) {
-      return false;
-    }
-    Record({Raw(arguments)...});
-    return true;
-  }
 
   // Whether it is done; otherwise it gives a failure, and nothing may be changed.
   [[nodiscard]] bool Works() const { return !is_planned_ && result_ >= 0; }
@@ -143,15 +146,6 @@ class Call {
     }
     CallHook* const hook;
   };
-
-  template <class Argument>
-  static std::string Raw(Argument argument) {
-    if constexpr (std::is_pointer_v<Argument>) {
-      return LowerHex(reinterpret_cast<std::uintptr_t>(argument));
-    } else {
-      return LowerHex(static_cast<std::make_unsigned_t<Argument>>(argument));
-    }
-  }
 
   [[nodiscard]] bool LeavesGarbage() const { return client_.failures_leave_garbage && result_ < 0; }
 

@@ -11,61 +11,28 @@ Client* latest = nullptr;
 
 }  // namespace
 
-const std::vector<std::string_view>& CallsWithBehaviour() {
-  static const std::vector<std::string_view> calls = {
-      "MAPIInitialize",
-      "MAPILogonEx",
-      "MAPIOpenFormMgr",
-      "MAPIAdminProfiles",
-      "HrQueryAllRows",
-      "MAPIAllocateBuffer",
-      "MAPIAllocateMore",
-      "MAPIFreeBuffer",
-      "IProfAdmin::QueryInterface",
-      "IProfAdmin::GetProfileTable",
-      "IMAPITable::QueryInterface",
-      "IMAPIFormMgr::QueryInterface",
-      "IMAPISession::QueryInterface",
-      "IMAPISession::GetMsgStoresTable",
-      "IMAPISession::OpenMsgStore",
-      "IMAPISession::OpenAddressBook",
-      "IMAPISession::Logoff",
-      "IMAPISession::ShowForm",
-      "IMAPISession::PrepareForm",
-      "IMAPIClientShutdown::QueryInterface",
-      "IMAPIClientShutdown::QueryFastShutdown",
-      "IMAPIClientShutdown::NotifyProcessShutdown",
-      "IMAPIClientShutdown::DoFastShutdown",
-      "IAddrBook::QueryInterface",
-      "IAddrBook::SaveChanges",
-      "IAddrBook::GetProps",
-      "IAddrBook::SetProps",
-      "IAddrBook::CreateOneOff",
-      "IAddrBook::ResolveName",
-      "IMsgStore::QueryInterface",
-      "IMsgStore::SaveChanges",
-      "IMsgStore::GetProps",
-      "IMsgStore::SetProps",
-      "IMsgStore::OpenEntry",
-      "IMAPIFolder::QueryInterface",
-      "IMAPIFolder::SaveChanges",
-      "IMAPIFolder::GetProps",
-      "IMAPIFolder::SetProps",
-      "IMAPIFolder::CreateMessage",
-      "IMAPIFolder::GetMessageStatus",
-      "IMessage::QueryInterface",
-      "IMessage::SaveChanges",
-      "IMessage::GetProps",
-      "IMessage::SetProps",
-      "IMessage::CreateAttach",
-      "IMessage::ModifyRecipients",
-      "IMessage::SubmitMessage",
-      "IAttach::QueryInterface",
-      "IAttach::SaveChanges",
-      "IAttach::GetProps",
-      "IAttach::SetProps",
-  };
-  return calls;
+bool CanHaveBehaviour(std::string_view call) {
+  static constexpr std::string_view kCalls =
+      " MAPIInitialize MAPILogonEx MAPIOpenFormMgr MAPIAdminProfiles HrQueryAllRows "
+      "MAPIAllocateBuffer MAPIAllocateMore MAPIFreeBuffer "
+      "IProfAdmin::QueryInterface IProfAdmin::GetProfileTable "
+      "IMAPITable::QueryInterface "
+      "IMAPIFormMgr::QueryInterface "
+      "IMAPISession::QueryInterface IMAPISession::GetMsgStoresTable IMAPISession::OpenMsgStore "
+      "IMAPISession::OpenAddressBook IMAPISession::Logoff IMAPISession::ShowForm "
+      "IMAPISession::PrepareForm "
+      "IMAPIClientShutdown::QueryInterface IMAPIClientShutdown::QueryFastShutdown "
+      "IMAPIClientShutdown::NotifyProcessShutdown IMAPIClientShutdown::DoFastShutdown "
+      "IAddrBook::QueryInterface IAddrBook::SaveChanges IAddrBook::GetProps IAddrBook::SetProps "
+      "IAddrBook::CreateOneOff IAddrBook::ResolveName "
+      "IMsgStore::QueryInterface IMsgStore::SaveChanges IMsgStore::GetProps IMsgStore::SetProps "
+      "IMsgStore::OpenEntry "
+      "IMAPIFolder::QueryInterface IMAPIFolder::SaveChanges IMAPIFolder::GetProps "
+      "IMAPIFolder::SetProps IMAPIFolder::CreateMessage IMAPIFolder::GetMessageStatus "
+      "IMessage::QueryInterface IMessage::SaveChanges IMessage::GetProps IMessage::SetProps "
+      "IMessage::CreateAttach IMessage::ModifyRecipients IMessage::SubmitMessage "
+      "IAttach::QueryInterface IAttach::SaveChanges IAttach::GetProps IAttach::SetProps ";
+  return call.find(' ') == call.npos && kCalls.find(" " + std::string(call) + " ") != kCalls.npos;
 }
 
 std::string RecordedCall::Line() const {

@@ -92,8 +92,9 @@ struct Behaviour {
   std::int32_t code = 0;
 };
 
-// The calls that can have a behaviour: all but AddRef, Release, FreeProws and FreePadrlist.
-[[nodiscard]] const std::vector<std::string_view>& CallsWithBehaviour();
+// Whether there is such a call that can have a behaviour: all but AddRef, Release, FreeProws and
+// FreePadrlist can.
+[[nodiscard]] bool CanHaveBehaviour(std::string_view call);
 
 class Client {
  public:

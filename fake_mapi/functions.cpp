@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 
 #include "fake_mapi/call.h"
 #include "fake_mapi/interfaces.h"
@@ -17,6 +18,19 @@ bool HasProfile(const Client& client, const std::u16string& name) {
       [&](const Properties& profile) { return profile.Text(kIdDisplayName) == name; });
 }
 
+// One call: as `act` has it, or, of a client that looks into nothing, recorded with its raw
+// arguments and done.
+template <class... Argument, class Act>
+HRESULT Do(const char* function, const std::tuple<Argument...>& arguments, const Act& act) {
+  Call call(function);
+  if (call.Of().is_inert) {
+    std::apply([&](auto... argument) { call.Record({Call::Raw(argument)...}); }, arguments);
+  } else {
+    act(call);
+  }
+  return call.Result();
+}
+
 void NeedInitialized(Call& call) {
   if (!call.Of().is_initialized) {
     call.Refuse(kNotInitialized);
@@ -29,16 +43,13 @@ void NeedInitialized(Call& call) {
 extern "C" {
 
 HRESULT PLATFORM_STDCALL MAPIInitialize(void* init) {
-  Call call("MAPIInitialize");
-  if (call.IsInert(init)) {
-    return call.Result();
-  }
-  call.Record({NullOr(init)});
-  if (call.Works()) {
-    call.Refuse(call.Inside().storage->Start());
-    call.Of().is_initialized = call.Works();
-  }
-  return call.Result();
+  return Do("MAPIInitialize", std::tuple(init), [&](Call& call) {
+    call.Record({NullOr(init)});
+    if (call.Works()) {
+      call.Refuse(call.Inside().storage->Start());
+      call.Of().is_initialized = call.Works();
+    }
+  });
 }
 
 void PLATFORM_STDCALL MAPIUninitialize() {
@@ -47,77 +58,67 @@ void PLATFORM_STDCALL MAPIUninitialize() {
 
 HRESULT PLATFORM_STDCALL MAPILogonEx(ULONG_PTR window, WideChar* profile, WideChar* password,
                                      ULONG flags, IMAPISession** session) {
-  Call call("MAPILogonEx");
-  if (call.IsInert(window, profile, password, flags, session)) {
-    return call.Result();
-  }
-  const bool is_wide = (flags & kUnicodeFlag) != 0;
-  call.Record({std::to_string(window), TextOf(profile, is_wide), TextOf(password, is_wide),
-               LowerHex(flags)});
-  call.NeedPlaces(session);
-  call.AllowFlags(flags, kLogonFlags);
-  NeedInitialized(call);
-  const std::u16string name = FromText(profile, is_wide);
-  if (!name.empty() && !HasProfile(call.Of(), name)) {
-    call.Refuse(kLogonFailed);
-  }
-  call.Give(session, [&] { return NewSession(call.Of()); });
-  return call.Result();
+  return Do("MAPILogonEx", std::tuple(window, profile, password, flags, session), [&](Call& call) {
+    const bool is_wide = (flags & kUnicodeFlag) != 0;
+    call.Record({std::to_string(window), TextOf(profile, is_wide), TextOf(password, is_wide),
+                 LowerHex(flags)});
+    call.NeedPlaces(session);
+    call.AllowFlags(flags, kLogonFlags);
+    NeedInitialized(call);
+    const std::u16string name = FromText(profile, is_wide);
+    if (!name.empty() && !HasProfile(call.Of(), name)) {
+      call.Refuse(kLogonFailed);
+    }
+    call.Give(session, [&] { return NewSession(call.Of()); });
+  });
 }
 
 HRESULT PLATFORM_STDCALL MAPIOpenFormMgr(IMAPISession* session, IMAPIFormMgr** manager) {
-  Call call("MAPIOpenFormMgr");
-  if (call.IsInert(session, manager)) {
-    return call.Result();
-  }
-  call.Record({call.Accounts().NameOfObject(session)});
-  call.NeedPlaces(manager);
-  call.NeedObject(session, "IMAPISession");
-  call.Give(manager, [&] { return NewFormManager(call.Of()); });
-  return call.Result();
+  return Do("MAPIOpenFormMgr", std::tuple(session, manager), [&](Call& call) {
+    call.Record({call.Accounts().NameOfObject(session)});
+    call.NeedPlaces(manager);
+    call.NeedObject(session, "IMAPISession");
+    call.Give(manager, [&] { return NewFormManager(call.Of()); });
+  });
 }
 
 HRESULT PLATFORM_STDCALL MAPIAdminProfiles(ULONG flags, IProfAdmin** administration) {
-  Call call("MAPIAdminProfiles");
-  if (call.IsInert(flags, administration)) {
-    return call.Result();
-  }
-  call.Record({LowerHex(flags)});
-  call.NeedPlaces(administration);
-  call.AllowFlags(flags, kUnicodeFlag);
-  NeedInitialized(call);
-  call.Give(administration, [&] { return NewProfileAdministration(call.Of()); });
-  return call.Result();
+  return Do("MAPIAdminProfiles", std::tuple(flags, administration), [&](Call& call) {
+    call.Record({LowerHex(flags)});
+    call.NeedPlaces(administration);
+    call.AllowFlags(flags, kUnicodeFlag);
+    NeedInitialized(call);
+    call.Give(administration, [&] { return NewProfileAdministration(call.Of()); });
+  });
 }
 
 HRESULT PLATFORM_STDCALL HrQueryAllRows(IMAPITable* table, SPropTagArray* tags,
                                         SRestriction* restriction, SSortOrderSet* order,
                                         LONG maximum, SRowSet** rows) {
-  Call call("HrQueryAllRows");
-  if (call.IsInert(table, tags, restriction, order, maximum, rows)) {
-    return call.Result();
-  }
-  call.Record({call.Accounts().NameOfObject(table), TagsOf(tags), NullOr(restriction),
-               NullOr(order), std::to_string(maximum)});
-  call.NeedPlaces(rows);
-  const Object* const object = call.NeedObject(table, "IMAPITable");
-  NeedTags(call, tags);
-  if (maximum < 0) {
-    call.Breach("for a negative number of rows");
-  }
-  if (restriction != nullptr || order != nullptr) {
-    call.Refuse(kNoSupport);
-  }
-  call.Give(rows, [&] {
-    return NewRows(call, object, tags, static_cast<std::size_t>(std::max<LONG>(maximum, 0)));
-  });
-  return call.Result();
+  return Do("HrQueryAllRows", std::tuple(table, tags, restriction, order, maximum, rows),
+            [&](Call& call) {
+              call.Record({call.Accounts().NameOfObject(table), TagsOf(tags), NullOr(restriction),
+                           NullOr(order), std::to_string(maximum)});
+              call.NeedPlaces(rows);
+              const Object* const object = call.NeedObject(table, "IMAPITable");
+              NeedTags(call, tags);
+              if (maximum < 0) {
+                call.Breach("for a negative number of rows");
+              }
+              if (restriction != nullptr || order != nullptr) {
+                call.Refuse(kNoSupport);
+              }
+              call.Give(rows, [&] {
+                return NewRows(call, object, tags,
+                               static_cast<std::size_t>(std::max<LONG>(maximum, 0)));
+              });
+            });
 }
 
 void PLATFORM_STDCALL FreeProws(SRowSet* rows) {
   Call call("FreeProws");
-  if (call.IsInert(rows)) {
-    return;
+  if (call.Of().is_inert) {
+    return call.Record({Call::Raw(rows)});
   }
   call.RecordInfallible({call.Accounts().NameOfBlock(rows)});
   call.Accounts().Free(rows, "FreeProws", BlockUse::kRows);
@@ -125,8 +126,8 @@ void PLATFORM_STDCALL FreeProws(SRowSet* rows) {
 
 void PLATFORM_STDCALL FreePadrlist(ADRLIST* list) {
   Call call("FreePadrlist");
-  if (call.IsInert(list)) {
-    return;
+  if (call.Of().is_inert) {
+    return call.Record({Call::Raw(list)});
   }
   call.RecordInfallible({call.Accounts().NameOfBlock(list)});
   // What is no block of ours is not looked into.
@@ -139,34 +140,28 @@ void PLATFORM_STDCALL FreePadrlist(ADRLIST* list) {
 }
 
 SCODE PLATFORM_STDCALL MAPIAllocateBuffer(ULONG size, void** buffer) {
-  Call call("MAPIAllocateBuffer");
-  if (call.IsInert(size, buffer)) {
-    return call.Result();
-  }
-  call.Record({std::to_string(size)});
-  call.NeedPlaces(buffer);
-  call.Give(buffer, [&] { return call.Accounts().Allocate(size, "MAPIAllocateBuffer"); });
-  return call.Result();
+  return Do("MAPIAllocateBuffer", std::tuple(size, buffer), [&](Call& call) {
+    call.Record({std::to_string(size)});
+    call.NeedPlaces(buffer);
+    call.Give(buffer, [&] { return call.Accounts().Allocate(size, "MAPIAllocateBuffer"); });
+  });
 }
 
 SCODE PLATFORM_STDCALL MAPIAllocateMore(ULONG size, void* object, void** buffer) {
-  Call call("MAPIAllocateMore");
-  call.Record({std::to_string(size), call.Accounts().NameOfBlock(object)});
-  call.NeedPlaces(buffer);
-  call.Give(buffer, [&] { return call.Accounts().AllocatePart(size, object); });
-  return call.Result();
+  return Do("MAPIAllocateMore", std::tuple(size, object, buffer), [&](Call& call) {
+    call.Record({std::to_string(size), call.Accounts().NameOfBlock(object)});
+    call.NeedPlaces(buffer);
+    call.Give(buffer, [&] { return call.Accounts().AllocatePart(size, object); });
+  });
 }
 
 ULONG PLATFORM_STDCALL MAPIFreeBuffer(void* buffer) {
-  Call call("MAPIFreeBuffer");
-  if (call.IsInert(buffer)) {
-    return static_cast<ULONG>(call.Result());
-  }
-  call.RecordInfallible({call.Accounts().NameOfBlock(buffer)});
-  if (call.Works() && !call.Accounts().Free(buffer, "MAPIFreeBuffer")) {
-    call.Refuse(kCallFailed);
-  }
-  return static_cast<ULONG>(call.Result());
+  return static_cast<ULONG>(Do("MAPIFreeBuffer", std::tuple(buffer), [&](Call& call) {
+    call.RecordInfallible({call.Accounts().NameOfBlock(buffer)});
+    if (call.Works() && !call.Accounts().Free(buffer, "MAPIFreeBuffer")) {
+      call.Refuse(kCallFailed);
+    }
+  }));
 }
 
 }  // extern "C"

@@ -147,6 +147,8 @@ Properties ChosenBy(const Client& client, const Properties& all, const SPropTagA
 
 // --- what all interfaces have ---
 
+IMAPIClientShutdown* NewClientShutdown(Accounting& accounting);
+
 // Nobody has an object but its callers, and no object keeps another one alive: so the accounts show
 // the callers' references and no others.
 template <class Base>
@@ -155,6 +157,7 @@ class ObjectOf : public Base, public Object {
   ObjectOf(std::string_view interface_called, std::string_view called,
            std::initializer_list<std::uint32_t> identifiers)
       : Object(interface_called, called), identifiers_(identifiers) {
+    identifiers_.push_back(kIidUnknown);
     address = static_cast<IUnknown*>(static_cast<Base*>(this));
   }
 
@@ -165,10 +168,14 @@ class ObjectOf : public Base, public Object {
     const bool is_own =
         std::any_of(identifiers_.begin(), identifiers_.end(),
                     [&](std::uint32_t identifier) { return id == InterfaceId(identifier); });
-    OtherInterface(call, id, is_own, place);
+    if (!is_own && !(IsClientShutdown(id) && HasShutdown(call.Of()))) {
+      call.Refuse(kNoInterface);
+    }
     if (is_own && call.Works()) {
       ++references;
       *place = static_cast<Base*>(this);
+    } else {
+      call.Give(place, [&]() -> void* { return NewClientShutdown(call.Accounts()); });
     }
     return call.Result();
   }
@@ -189,8 +196,7 @@ class ObjectOf : public Base, public Object {
   }
 
  protected:
-  // Another interface than the object's own.
-  virtual void OtherInterface(Call& call, const GUID& id, bool is_own, void** place);
+  [[nodiscard]] virtual bool HasShutdown(const Client& /*client*/) const { return false; }
   virtual void OnLastRelease(Call& /*call*/) {}
 
  private:
@@ -207,8 +213,7 @@ Type* New(Accounting& accounting, Arguments&&... arguments) {
 
 class ClientShutdown final : public ObjectOf<IMAPIClientShutdown> {
  public:
-  ClientShutdown()
-      : ObjectOf("IMAPIClientShutdown", "client shutdown", {kIidUnknown, kIidClientShutdown}) {}
+  ClientShutdown() : ObjectOf("IMAPIClientShutdown", "client shutdown", {kIidClientShutdown}) {}
 
   HRESULT PLATFORM_STDCALL QueryFastShutdown() override { return Done("QueryFastShutdown"); }
   HRESULT PLATFORM_STDCALL DoFastShutdown() override { return Done("DoFastShutdown"); }
@@ -224,14 +229,8 @@ class ClientShutdown final : public ObjectOf<IMAPIClientShutdown> {
   }
 };
 
-template <class Base>
-void ObjectOf<Base>::OtherInterface(Call& call, const GUID& /*id*/, bool is_own, void** place) {
-  if (!is_own) {
-    call.Refuse(kNoInterface);
-  }
-  if (!call.Works()) {
-    call.Give(place, [&]() -> void* { return New<ClientShutdown>(call.Accounts()); });
-  }
+IMAPIClientShutdown* NewClientShutdown(Accounting& accounting) {
+  return New<ClientShutdown>(accounting);
 }
 
 // What all objects with properties have.
@@ -303,7 +302,7 @@ class PropertyObject : public ObjectOf<Base> {
 class Table final : public ObjectOf<TableBase> {
  public:
   Table(std::string_view called, std::vector<Properties> holding)
-      : ObjectOf("IMAPITable", called, {kIidUnknown, kIidTable}), rows(std::move(holding)) {}
+      : ObjectOf("IMAPITable", called, {kIidTable}), rows(std::move(holding)) {}
 
   const std::vector<Properties> rows;
 };
@@ -311,8 +310,7 @@ class Table final : public ObjectOf<TableBase> {
 class ProfileAdministration final : public ObjectOf<ProfAdminBase> {
  public:
   ProfileAdministration()
-      : ObjectOf("IProfAdmin", "profile administration", {kIidUnknown, kIidProfileAdministration}) {
-  }
+      : ObjectOf("IProfAdmin", "profile administration", {kIidProfileAdministration}) {}
 
   HRESULT PLATFORM_STDCALL GetProfileTable(ULONG flags, IMAPITable** table) override {
     Call call(*this, "GetProfileTable");
@@ -327,7 +325,7 @@ class ProfileAdministration final : public ObjectOf<ProfAdminBase> {
 
 class FormManager final : public ObjectOf<FormMgrBase> {
  public:
-  FormManager() : ObjectOf("IMAPIFormMgr", "form manager", {kIidUnknown, kIidFormManager}) {}
+  FormManager() : ObjectOf("IMAPIFormMgr", "form manager", {kIidFormManager}) {}
 };
 
 // --- messages ---
@@ -377,7 +375,7 @@ void SendAway(Call& call, Message& message) {
 class AttachmentObject final : public PropertyObject<AttachBase> {
  public:
   AttachmentObject(SharedMessage message, std::size_t index)
-      : PropertyObject("IAttach", "attachment", {kIidUnknown, kIidProp, kIidAttachment}),
+      : PropertyObject("IAttach", "attachment", {kIidProp, kIidAttachment}),
         message_(std::move(message)),
         index_(index) {}
 
@@ -408,8 +406,7 @@ class AttachmentObject final : public PropertyObject<AttachBase> {
 class MessageObject final : public PropertyObject<MessageBase> {
  public:
   explicit MessageObject(SharedMessage data)
-      : PropertyObject("IMessage", "message", {kIidUnknown, kIidProp, kIidMessage}),
-        message(std::move(data)) {}
+      : PropertyObject("IMessage", "message", {kIidProp, kIidMessage}), message(std::move(data)) {}
 
   HRESULT PLATFORM_STDCALL CreateAttach(const GUID* id, ULONG flags, ULONG* number,
                                         IAttach** attachment) override {
@@ -534,7 +531,7 @@ class Folder final : public PropertyObject<FolderBase> {
  public:
   explicit Folder(FolderKind kind)
       : PropertyObject("IMAPIFolder", kind == FolderKind::kOutbox ? "outbox" : "sent items",
-                       {kIidUnknown, kIidProp, kIidContainer, kIidFolder}),
+                       {kIidProp, kIidContainer, kIidFolder}),
         kind_(kind) {}
 
   HRESULT PLATFORM_STDCALL CreateMessage(const GUID* id, ULONG flags, IMessage** message) override {
@@ -585,7 +582,7 @@ class Folder final : public PropertyObject<FolderBase> {
 
 class Store final : public PropertyObject<MsgStoreBase> {
  public:
-  Store() : PropertyObject("IMsgStore", "store", {kIidUnknown, kIidProp, kIidStore}) {}
+  Store() : PropertyObject("IMsgStore", "store", {kIidProp, kIidStore}) {}
 
   HRESULT PLATFORM_STDCALL OpenEntry(ULONG size, ENTRYID* entry_id, const GUID* id, ULONG flags,
                                      ULONG* type, IUnknown** entry) override {
@@ -613,8 +610,7 @@ class Store final : public PropertyObject<MsgStoreBase> {
 
 class AddressBook final : public PropertyObject<AddrBookBase> {
  public:
-  AddressBook()
-      : PropertyObject("IAddrBook", "address book", {kIidUnknown, kIidProp, kIidAddressBook}) {}
+  AddressBook() : PropertyObject("IAddrBook", "address book", {kIidProp, kIidAddressBook}) {}
 
   HRESULT PLATFORM_STDCALL CreateOneOff(WideChar* display_name, WideChar* type,
                                         WideChar* mail_address, ULONG flags, ULONG* size,
@@ -678,7 +674,7 @@ class AddressBook final : public PropertyObject<AddrBookBase> {
 
 class Session final : public ObjectOf<SessionBase> {
  public:
-  Session() : ObjectOf("IMAPISession", "session", {kIidUnknown, kIidSession}) {}
+  Session() : ObjectOf("IMAPISession", "session", {kIidSession}) {}
 
   HRESULT PLATFORM_STDCALL GetMsgStoresTable(ULONG flags, IMAPITable** table) override {
     Call call(*this, "GetMsgStoresTable");
@@ -798,14 +794,8 @@ class Session final : public ObjectOf<SessionBase> {
     }
   }
 
-  void OtherInterface(Call& call, const GUID& id, bool is_own, void** place) override {
-    if (is_own || !IsClientShutdown(id) || !call.Of().has_shutdown) {
-      ObjectOf::OtherInterface(call, id, is_own, place);
-    } else {
-      call.Give(place, [&]() -> void* {
-        return static_cast<IMAPIClientShutdown*>(New<ClientShutdown>(call.Accounts()));
-      });
-    }
+  [[nodiscard]] bool HasShutdown(const Client& client) const override {
+    return client.has_shutdown;
   }
 
   bool is_logged_off_ = false;

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "fake_mapi/codes.h"
-#include "fake_mapi/text.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi {
 namespace {
@@ -33,7 +33,7 @@ Property InType(const Property& property, std::uint32_t wanted) {
   }
   const std::u16string text = property.Text();
   return wanted == kUnicode ? Text(Tag(id, wanted), text)
-                            : Bytes(Tag(id, wanted), Windows1252(text));
+                            : Bytes(Tag(id, wanted), support::Windows1252(text));
 }
 
 void AppendWide(std::string& bytes, std::u16string_view text) {
@@ -62,7 +62,7 @@ bool TakeWide(std::string_view& bytes, std::u16string& text) {
 }  // namespace
 
 std::u16string Property::Text() const {
-  return TypeOf(tag) == kString8 ? FromWindows1252(bytes) : text;
+  return TypeOf(tag) == kString8 ? support::FromWindows1252(bytes) : text;
 }
 
 Property Number(std::uint32_t tag, std::int32_t number) {

@@ -4,10 +4,12 @@
 #include <string_view>
 
 #include "fake_mapi/properties.h"
-#include "fake_mapi/text.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi {
 namespace {
+
+using support::LowerHex;
 
 constexpr std::size_t kLongestText = 2000;
 constexpr std::uint32_t kLongestBytes = 256;
@@ -16,7 +18,7 @@ constexpr std::uint32_t kBeginning = 16;
 // In quotes, on one line.
 std::string Quoted(std::u16string_view text) {
   std::string quoted = "\"";
-  for (const char byte : Utf8(text.substr(0, kLongestText))) {
+  for (const char byte : support::Utf8(text.substr(0, kLongestText))) {
     if (static_cast<unsigned char>(byte) < 0x20) {
       quoted += "\\u" + LowerHex(static_cast<unsigned char>(byte), 4).substr(2);
     } else {
@@ -50,9 +52,9 @@ std::string ValueOf(const SPropValue& value) {
 
 std::u16string FromText(const WideChar* text, bool is_wide) {
   if (is_wide || text == nullptr) {
-    return FromWide(text);
+    return support::FromWide(text);
   }
-  return FromWindows1252(static_cast<const char*>(static_cast<const void*>(text)));
+  return support::FromWindows1252(static_cast<const char*>(static_cast<const void*>(text)));
 }
 
 std::string TextOf(const WideChar* text, bool is_wide) {
@@ -60,7 +62,7 @@ std::string TextOf(const WideChar* text, bool is_wide) {
 }
 
 std::string TextOf(const char* text) {
-  return text == nullptr ? "null" : Quoted(FromWindows1252(text));
+  return text == nullptr ? "null" : Quoted(support::FromWindows1252(text));
 }
 
 std::string BytesOf(ULONG size, const void* bytes) {

@@ -2,17 +2,16 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
-#include <string>
 #include <string_view>
+
+#include "tools/support/files.h"
 
 namespace zentpost::e2e {
 
-// Creates or replaces the file.
+// Creates or replaces the file, or throws.
 void WriteBytes(const std::filesystem::path& path, std::string_view bytes);
 
-// Absent: no such file, or one that cannot be read.
-[[nodiscard]] std::optional<std::string> ReadBytes(const std::filesystem::path& path);
+using support::ReadBytes;
 
 // An empty folder for one test, with a short name so that paths in it stay short.
 [[nodiscard]] std::filesystem::path MakeTestFolder();

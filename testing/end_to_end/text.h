@@ -1,5 +1,5 @@
-// Text for the end-to-end tests: everything they expect and compare is UTF-8, converted here and
-// not by the code under test.
+// Text for the end-to-end tests: everything they expect and compare is UTF-8, which the code under
+// test has not converted.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,12 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "tools/support/text.h"
+
 namespace zentpost::e2e {
 
-[[nodiscard]] std::u16string Utf16(std::string_view utf8);
-
-// An unpaired surrogate becomes U+FFFD.
-[[nodiscard]] std::string Utf8(std::u16string_view text);
+using support::Utf16;
+using support::Utf8;
 
 // `text` with each `from` in it replaced by `to`.
 [[nodiscard]] std::string Replaced(std::string text, std::string_view from, std::string_view to);

@@ -1,3 +1,5 @@
+// What the end-to-end tests would not notice: they need of the listener that it takes deliveries
+// and misbehaves, and believe what it says of their ends.
 #include "tools/addin_listener/listener.h"
 
 #include <gtest/gtest.h>
@@ -16,11 +18,12 @@ namespace {
 
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
+using Lines = std::vector<std::string>;
 
-// A listener on a free port that runs on a thread of its own.
+// A listener on a free port that runs on a thread of its own, and its clients.
 class RunningListener {
  public:
-  explicit RunningListener(const ListenerOptions& options) {
+  explicit RunningListener(const ListenerOptions& options = {}) {
     std::string error;
     EXPECT_TRUE(listener_.Open(options, error)) << error;
     thread_ = std::thread([this] {
@@ -42,9 +45,16 @@ class RunningListener {
 
   std::uint16_t port() const { return listener_.port(); }
   void Stop() { listener_.Stop(); }
+  bool Listens() const { return TestClient(port()).connected(); }
+  void Probe() const { TestClient(port()).Close(); }
+  TestClient Send(std::string_view bytes) const {
+    TestClient client(port());
+    EXPECT_TRUE(client.Send(bytes));
+    return client;
+  }
 
   // Waits until Run has returned, as expected, and gives the log.
-  std::vector<std::string> Join(RunEnd expected = RunEnd::kCompleted) {
+  Lines Join(RunEnd expected = RunEnd::kCompleted) {
     thread_.join();
     EXPECT_EQ(error_, "");
     EXPECT_EQ(end_, expected);
@@ -52,17 +62,17 @@ class RunningListener {
   }
 
   // Waits until `count` connections have ended.
-  bool Await(std::size_t count) {
+  void Await(std::size_t count) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, kLongEnough, [&] { return connections_.size() >= count; });
+    ASSERT_TRUE(changed_.wait_for(lock, kLongEnough, [&] { return connections_.size() >= count; }));
   }
 
   // What has come so far, as "NUMBER END WIRE".
-  std::vector<std::string> Log() {
+  Lines Log() {
     static const char* const kEnds[] = {"probe",   "delivered",  "broken",
                                         "spoiled", "unaccepted", "dropped"};
     const std::lock_guard lock(mutex_);
-    std::vector<std::string> result;
+    Lines result;
     for (const Connection& connection : connections_) {
       result.push_back(std::to_string(connection.number) + " " +
                        kEnds[static_cast<int>(connection.end)] + " " + connection.wire);
@@ -80,113 +90,72 @@ class RunningListener {
   std::vector<Connection> connections_;
 };
 
-using Lines = std::vector<std::string>;
-
-bool CanConnect(std::uint16_t port) {
-  return TestClient(port).connected();
-}
-
-void Probe(std::uint16_t port) {
-  TestClient(port).Close();
-}
-
-void Deliver(std::uint16_t port, std::string_view bytes) {
-  TestClient client(port);
-  EXPECT_TRUE(client.Send(bytes));
-  client.Close();
-}
-
-TEST(Listener, ProbeAndDeliveryAreToldApartAndNothingListensAfterThem) {
-  RunningListener listener({});
-  Probe(listener.port());
-  TestClient client(listener.port());
-  EXPECT_TRUE(client.Send("pay"));
-  EXPECT_TRUE(client.Send("load"));
-  client.Close();
-  EXPECT_EQ(listener.Join(), (Lines{"1 probe ", "2 delivered payload"}));
-  EXPECT_FALSE(CanConnect(listener.port()));
-}
-
 TEST(Listener, DeliveryIsCompleteOnlyWhenItsSenderCloses) {
-  RunningListener listener({});
-  TestClient client(listener.port());
-  EXPECT_TRUE(client.Send("first"));
+  RunningListener listener;
+  TestClient client = listener.Send("first");
   // A second connection that comes and goes shows that the first has not been taken for complete.
-  Probe(listener.port());
-  ASSERT_TRUE(listener.Await(1));
+  listener.Probe();
+  listener.Await(1);
   EXPECT_EQ(listener.Log(), Lines{"2 probe "});
   EXPECT_TRUE(client.Send(" second"));
   client.Close();
   EXPECT_EQ(listener.Join(), (Lines{"2 probe ", "1 delivered first second"}));
+  EXPECT_FALSE(listener.Listens());
 }
 
 TEST(Listener, ConnectionThatIsResetBeforeItsFirstByteIsAProbe) {
-  RunningListener listener({});
+  RunningListener listener;
   TestClient(listener.port()).CloseWithReset();
-  Deliver(listener.port(), "x");
+  listener.Send("x").Close();
   const Lines log = listener.Join();
   // Some systems forget a connection that is reset before it is accepted.
   EXPECT_TRUE(log == (Lines{"1 probe ", "2 delivered x"}) || log == Lines{"1 delivered x"})
       << ::testing::PrintToString(log);
 }
 
-TEST(Listener, StopBeforeRunCounts) {
-  Listener listener;
-  std::string error;
-  ASSERT_TRUE(listener.Open({}, error)) << error;
-  listener.Stop();
-  EXPECT_EQ(listener.Run([](const Connection&) { FAIL(); }, error), RunEnd::kStopped);
-}
-
-TEST(Listener, StopFromTheSinkEndsTheRun) {
-  ListenerOptions options;
-  options.count = 0;
-  Listener listener;
-  std::string error;
-  ASSERT_TRUE(listener.Open(options, error)) << error;
-  Probe(listener.port());
-  EXPECT_EQ(listener.Run([&](const Connection&) { listener.Stop(); }, error), RunEnd::kStopped);
+TEST(Listener, StopCountsBeforeTheRunAndWithinTheSink) {
+  for (const bool at_once : {true, false}) {
+    Listener listener;
+    std::string error;
+    ASSERT_TRUE(listener.Open({.count = 0}, error)) << error;
+    TestClient(listener.port()).Close();
+    if (at_once) {
+      listener.Stop();
+    }
+    const auto sink = [&](const Connection&) {
+      EXPECT_FALSE(at_once);
+      listener.Stop();
+    };
+    EXPECT_EQ(listener.Run(sink, error), RunEnd::kStopped);
+  }
 }
 
 TEST(Listener, ConnectionsThatAreOpenAtTheEndAreDroppedWithAReset) {
-  RunningListener listener({});
-  TestClient open(listener.port());
-  EXPECT_TRUE(open.Send("begun"));
-  Probe(listener.port());
-  ASSERT_TRUE(listener.Await(1));
-  Deliver(listener.port(), "whole");
+  RunningListener listener;
+  TestClient open = listener.Send("begun");
+  listener.Probe();
+  listener.Await(1);
+  listener.Send("whole").Close();
   EXPECT_EQ(listener.Join(), (Lines{"2 probe ", "3 delivered whole", "1 dropped begun"}));
   EXPECT_TRUE(open.AwaitReset());
-}
-
-TEST(Listener, TimeoutEndsTheRun) {
-  ListenerOptions options;
-  options.timeout = milliseconds(50);
-  const Clock::time_point begin = Clock::now();
-  RunningListener listener(options);
-  TestClient silent(listener.port());
-  EXPECT_EQ(listener.Join(RunEnd::kTimedOut), Lines{"1 dropped "});
-  EXPECT_GE(Clock::now() - begin, milliseconds(50));
 }
 
 TEST(Listener, PortIsFreeAgainAfterDeliveries) {
   std::uint16_t port = 0;
   for (int round = 0; round < 3; ++round) {
-    SCOPED_TRACE(round);
     RunningListener listener({.port = port});
     port = listener.port();
-    Probe(port);
-    Deliver(port, "x");
+    listener.Send("x").Close();
     listener.Join();
   }
 }
 
-TEST(Listener, NeverReadLeavesTheSenderWaitingUntilItGivesUp) {
-  // Where it closes in order, the end of the connection cannot be sent as long as the bytes before
-  // it are not taken.
+TEST(Listener, NeverReadLeavesTheSenderWaitingUntilItGivesUpOrTheListenerIsStopped) {
+  // Where the sender closes in order, the end of the connection cannot be sent as long as the bytes
+  // before it are not taken.
   for (void (TestClient::*const give_up)() : {&TestClient::Close, &TestClient::CloseWithReset}) {
     RunningListener listener({.misbehaviour = Misbehaviour::kNeverRead});
-    Probe(listener.port());
+    listener.Probe();
     TestClient client(listener.port());
     constexpr std::size_t kMost = std::size_t{64} << 20;
     EXPECT_LT(client.SendUntilStuck(kMost), kMost);
@@ -194,14 +163,10 @@ TEST(Listener, NeverReadLeavesTheSenderWaitingUntilItGivesUp) {
     (client.*give_up)();
     EXPECT_EQ(listener.Join(), (Lines{"1 probe ", "2 spoiled "}));
   }
-}
-
-TEST(Listener, NeverReadIsEndedByStop) {
   RunningListener listener({.misbehaviour = Misbehaviour::kNeverRead});
-  TestClient client(listener.port());
-  EXPECT_TRUE(client.Send("some"));
-  Probe(listener.port());
-  ASSERT_TRUE(listener.Await(1));
+  TestClient client = listener.Send("some");
+  listener.Probe();
+  listener.Await(1);
   listener.Stop();
   EXPECT_EQ(listener.Join(RunEnd::kStopped), (Lines{"2 probe ", "1 dropped "}));
   EXPECT_TRUE(client.AwaitReset());
@@ -211,7 +176,7 @@ TEST(Listener, SlowTakesOneByteAnInterval) {
   RunningListener listener(
       {.misbehaviour = Misbehaviour::kSlow, .slow_interval = milliseconds(10)});
   const Clock::time_point begin = Clock::now();
-  Deliver(listener.port(), "0123456789");
+  listener.Send("0123456789").Close();
   EXPECT_EQ(listener.Join(), Lines{"1 delivered 0123456789"});
   EXPECT_GE(Clock::now() - begin, 10 * milliseconds(10));
 }
@@ -221,66 +186,56 @@ TEST(Listener, SlowConnectionDoesNotHoldUpAnother) {
                             .misbehaviour = Misbehaviour::kSlow,
                             .connection = 1,
                             .slow_interval = std::chrono::hours(1)});
-  TestClient slow(listener.port());
-  EXPECT_TRUE(slow.Send("two"));
-  Deliver(listener.port(), "other");
-  ASSERT_TRUE(listener.Await(1));
+  const TestClient slow = listener.Send("two");
+  listener.Send("other").Close();
+  listener.Await(1);
   listener.Stop();
   EXPECT_EQ(listener.Join(RunEnd::kStopped), (Lines{"2 delivered other", "1 dropped t"}));
 }
 
 TEST(Listener, ResetHitsTheFirstConnectionThatBringsBytes) {
   RunningListener listener({.misbehaviour = Misbehaviour::kReset});
-  Probe(listener.port());
-  TestClient client(listener.port());
-  EXPECT_TRUE(client.Send("payload"));
-  EXPECT_TRUE(client.AwaitReset());
+  listener.Probe();
+  EXPECT_TRUE(listener.Send("payload").AwaitReset());
   EXPECT_EQ(listener.Join(), (Lines{"1 probe ", "2 spoiled "}));
 }
 
 TEST(Listener, ResetOfAGivenConnectionWaitsForNoByte) {
   RunningListener listener({.count = 2, .misbehaviour = Misbehaviour::kReset, .connection = 2});
-  TestClient first(listener.port());
-  EXPECT_TRUE(first.Send("first"));
-  TestClient second(listener.port());
-  EXPECT_TRUE(second.AwaitReset());
+  TestClient first = listener.Send("first");
+  EXPECT_TRUE(TestClient(listener.port()).AwaitReset());
   first.Close();
   EXPECT_EQ(listener.Join(), (Lines{"2 spoiled ", "1 delivered first"}));
 }
 
-TEST(Listener, StopAfterProbeRefusesTheConnectionThatFollowsTheProbe) {
+TEST(Listener, StopAfterProbeRefusesWhatFollowsTheProbe) {
   // More than once, for the second connection comes as fast as it can.
   for (int round = 0; round < 3; ++round) {
-    SCOPED_TRACE(round);
     RunningListener listener({.misbehaviour = Misbehaviour::kStopAfterProbe});
-    Probe(listener.port());
-    EXPECT_FALSE(CanConnect(listener.port()));
+    listener.Probe();
+    EXPECT_FALSE(listener.Listens());
     EXPECT_EQ(listener.Join(), Lines{"1 unaccepted "});
   }
-}
-
-TEST(Listener, StopAfterProbeListensUntilTheFirstConnectionIsClosed) {
-  RunningListener listener(
+  RunningListener open(
       {.timeout = milliseconds(100), .misbehaviour = Misbehaviour::kStopAfterProbe});
-  TestClient client(listener.port());
-  EXPECT_EQ(listener.Join(RunEnd::kTimedOut), Lines{});
+  const TestClient client(open.port());
+  EXPECT_EQ(open.Join(RunEnd::kTimedOut), Lines{}) << "it listens until the first one is closed";
 }
 
 TEST(Listener, StopAfterProbeCanServeConnectionsBefore) {
   RunningListener listener(
       {.count = 0, .misbehaviour = Misbehaviour::kStopAfterProbe, .connection = 3});
-  Probe(listener.port());
-  ASSERT_TRUE(listener.Await(1));
-  Deliver(listener.port(), "x");
-  ASSERT_TRUE(listener.Await(2));
-  Probe(listener.port());
-  listener.Join();
-  EXPECT_FALSE(CanConnect(listener.port()));
-  EXPECT_EQ(listener.Log(), (Lines{"1 probe ", "2 delivered x", "3 unaccepted "}));
+  listener.Probe();
+  listener.Await(1);
+  listener.Send("x").Close();
+  listener.Await(2);
+  listener.Probe();
+  EXPECT_EQ(listener.Join(), (Lines{"1 probe ", "2 delivered x", "3 unaccepted "}));
+  EXPECT_FALSE(listener.Listens());
 }
 
 TEST(Listener, PayloadBeyondTheLimitIsBroken) {
-  RunningListener listener({});
+  RunningListener listener;
   TestClient client(listener.port());
   const std::string block(1 << 20, 'x');
   std::size_t sent = 0;

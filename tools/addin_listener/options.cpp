@@ -7,6 +7,8 @@
 #include <map>
 #include <system_error>
 
+#include "tools/support/files.h"
+
 namespace zentpost::addin_listener {
 namespace {
 
@@ -103,7 +105,7 @@ Apply Number(unsigned lowest, unsigned highest, std::function<void(unsigned)> se
 
 Apply Name(std::optional<std::filesystem::path>& path) {
   return [&path](const std::string& value) -> std::string {
-    path = std::filesystem::path(std::u8string(value.begin(), value.end()));
+    path = support::Path(value);
     return value.empty() ? "a name, not an empty text" : "";
   };
 }

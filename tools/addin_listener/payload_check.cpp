@@ -4,39 +4,27 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstddef>
-#include <cstdio>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <utility>
+
+#include "tools/support/text.h"
 
 namespace zentpost::addin_listener {
 namespace {
 
 using Problems = std::vector<std::string>;
 
-// The characters of the bytes 80 to 9F in Windows-1252, as Unicode publishes them; the five bytes
-// that it leaves undefined are read as the control characters of their own numbers. Everywhere else
-// the character has the byte's own number.
-constexpr std::array<char16_t, 32> kWindows1252 = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
 constexpr char kPlainUtf8Hint[] = "; was the text sent as plain UTF-8, without the conversion?";
 
 std::string Hex(char byte) {
-  char text[3];
-  std::snprintf(text, sizeof text, "%02X", static_cast<unsigned>(static_cast<unsigned char>(byte)));
-  return text;
+  return support::HexBytes({&byte, 1});
 }
 
 std::string CodePoint(char32_t code) {
-  char text[16];
-  std::snprintf(text, sizeof text, "U+%04X", static_cast<unsigned>(code));
-  return text;
+  return "U+" + support::HexDigits(code, 4);
 }
 
 std::string OnWire(std::size_t offset) {
@@ -45,46 +33,6 @@ std::string OnWire(std::size_t offset) {
 
 std::string InText(std::size_t offset) {
   return "byte " + std::to_string(offset) + " of the text: ";
-}
-
-struct Utf8Character {
-  char32_t code;
-  std::size_t length;
-};
-
-// The character that begins at `offset`; nothing for ill-formed UTF-8 (overlong forms, surrogates
-// and numbers above 10FFFF included).
-std::optional<Utf8Character> DecodeUtf8(std::string_view text, std::size_t offset) {
-  const auto lead = static_cast<unsigned char>(text[offset]);
-  if (lead < 0x80) {
-    return Utf8Character{lead, 1};
-  }
-  const auto length = static_cast<std::size_t>(std::countl_one(lead));
-  if (length < 2 || length > 4 || length > text.size() - offset) {
-    return std::nullopt;
-  }
-  char32_t code = lead & (0x7Fu >> length);
-  for (const char next : text.substr(offset + 1, length - 1)) {
-    if ((next & 0xC0) != 0x80) {
-      return std::nullopt;
-    }
-    code = (code << 6) | (static_cast<unsigned char>(next) & 0x3Fu);
-  }
-  constexpr char32_t kSmallest[] = {0x80, 0x800, 0x10000};
-  if (code < kSmallest[length - 2] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
-    return std::nullopt;
-  }
-  return Utf8Character{code, length};
-}
-
-std::optional<char> Windows1252Byte(char32_t code) {
-  if (code < 0x80 || (code >= 0xA0 && code <= 0xFF)) {
-    return static_cast<char>(code);
-  }
-  const auto* found = std::find(kWindows1252.begin(), kWindows1252.end(), code);
-  return found == kWindows1252.end()
-             ? std::nullopt
-             : std::optional(static_cast<char>(0x80 + std::distance(kWindows1252.begin(), found)));
 }
 
 struct Member {
@@ -127,14 +75,14 @@ bool EqualsButForCase(std::string_view left, std::string_view right) {
 std::string WithoutControls(std::string_view text, bool keep_tabs) {
   std::string result;
   for (std::size_t i = 0; i < text.size();) {
-    const Utf8Character character = DecodeUtf8(text, i).value_or(Utf8Character{'?', 1});
-    const char32_t code = character.code;
+    const auto [code, size] =
+        support::FirstCharacter(text.substr(i)).value_or(support::Character{'?', 1});
     if ((code < 0x20 || (code >= 0x7F && code <= 0x9F)) && !(keep_tabs && code == '\t')) {
       result += "<" + CodePoint(code) + ">";
     } else {
-      result += text.substr(i, character.length);
+      result += text.substr(i, size);
     }
-    i += character.length;
+    i += size;
   }
   return result;
 }
@@ -258,28 +206,28 @@ std::string UndoConversion(std::string_view wire, std::string& problem) {
   std::string bytes;
   bytes.reserve(wire.size());
   for (std::size_t i = 0; i < wire.size();) {
-    const std::optional<Utf8Character> character = DecodeUtf8(wire, i);
+    const auto character = support::FirstCharacter(wire.substr(i));
     if (!character) {
       problem = OnWire(i) + "ill-formed UTF-8 (" + Hex(wire[i]) + ")";
       return "";
     }
-    const std::optional<char> byte = Windows1252Byte(character->code);
+    const std::optional<char> byte = support::Windows1252Byte(character->code);
     if (!byte) {
       problem = OnWire(i) + "character " + CodePoint(character->code) +
                 " has no byte in Windows-1252" + kPlainUtf8Hint;
       return "";
     }
     bytes += *byte;
-    i += character->length;
+    i += character->size;
   }
-  for (std::size_t i = 0; i < bytes.size();) {
-    const std::optional<Utf8Character> character = DecodeUtf8(bytes, i);
+  for (std::string_view rest = bytes; !rest.empty();) {
+    const auto character = support::FirstCharacter(rest);
     if (!character) {
-      problem = InText(i) + "not UTF-8 once the conversion is undone (" + Hex(bytes[i]) + ")" +
-                kPlainUtf8Hint;
+      problem = InText(bytes.size() - rest.size()) + "not UTF-8 once the conversion is undone (" +
+                Hex(rest[0]) + ")" + kPlainUtf8Hint;
       return "";
     }
-    i += character->length;
+    rest.remove_prefix(character->size);
   }
   return bytes;
 }

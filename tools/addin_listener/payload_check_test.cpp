@@ -25,25 +25,10 @@ std::string With(std::string_view from, std::string_view to) {
   return text.replace(at, from.size(), to);
 }
 
-TEST(PayloadCheck, UndoesTheConversionOfEachByteThatDiffersFromLatin1) {
-  // What the bytes 80 to 9F are in Windows-1252, in UTF-8.
-  const char* const characters[32] = {
-      "\u20AC",   "\xC2\x81", "\u201A", "\u0192", "\u201E", "\u2026",   "\u2020", "\u2021",
-      "\u02C6",   "\u2030",   "\u0160", "\u2039", "\u0152", "\xC2\x8D", "\u017D", "\xC2\x8F",
-      "\xC2\x90", "\u2018",   "\u2019", "\u201C", "\u201D", "\u2022",   "\u2013", "\u2014",
-      "\u02DC",   "\u2122",   "\u0161", "\u203A", "\u0153", "\xC2\x9D", "\u017E", "\u0178"};
-  for (unsigned i = 0; i < 32; ++i) {
-    SCOPED_TRACE(i);
-    // The byte continues the lead byte C3, which is sent as C3 83.
-    EXPECT_EQ(CheckPayload(std::string("\xC3\x83") + characters[i]).json_utf8,
-              std::string("\xC3") + static_cast<char>(0x80 + i));
-  }
-}
-
 TEST(PayloadCheck, UndoesTheConversionOfTextsInEveryUtf8Length) {
   const std::pair<const char*, const char*> cases[] = {
       {"{\"a\":\t1}\x7F", "{\"a\":\t1}\x7F"},
-      {"\xC3\x83\xC2\xA4", "\u00E4"},
+      {"\xC3\x83\xC2\xA4\xC3\x83\xC2\x81", "\u00E4\u00C1"},
       {"\xC3\xA2\xE2\x80\x9A\xC2\xAC", "\u20AC"},
       {"\xC3\xA4\xC2\xB8\xC2\xAD", "\u4E2D"},
       {"\xC3\xB0\xC5\xB8\xCB\x9C\xE2\x82\xAC", "\U0001F600"},
@@ -91,15 +76,9 @@ TEST(PayloadCheck, TakesThePayloadAsItIsSent) {
   EXPECT_EQ(report.members[3].value_utf8, "C:\\new\\a.pdf");
   EXPECT_EQ(report.members[9].name, "Preview");
   EXPECT_EQ(report.members[9].value_utf8, "false");
-}
-
-TEST(PayloadCheck, LayoutOfTheJsonDoesNotMatter) {
-  std::string text = " ";
-  for (const char c : std::string_view(kGood)) {
-    text += c == '{' || c == ',' || c == ':' ? std::string(1, c) + "\r\n\t " : std::string(1, c);
-  }
-  text.replace(text.find("C:\r\n\t "), 6, "C:");
-  EXPECT_EQ(CheckPayload(text + "\r\n").problems, Strings{});
+  // Other layouts and escapes, one of which only looks like that of a zero.
+  EXPECT_EQ(CheckPayload("\r\n\t " + With(",", " ,\r\n\t ") + " \n").problems, Strings{});
+  EXPECT_EQ(CheckPayload(With("Smith", "\\\\u0000 \\\"x\\\"")).problems, Strings{});
 }
 
 TEST(PayloadCheck, NamesEachDeviation) {
@@ -134,6 +113,7 @@ TEST(PayloadCheck, NamesEachDeviation) {
       {"  ", {"byte 2 of the text: no JSON from here on"}},
       {R"({"Parameters":?})", {"byte 14 of the text: no JSON from here on"}},
       {"{} {}", {"byte 3 of the text: no JSON from here on"}},
+      {std::string(100000, '['), {"byte 1000 of the text: no JSON from here on"}},
       {std::string("{}\0{}", 5), {"byte 3 of the text: no JSON from here on"}},
       {kGood + std::string(1, '\0'),
        {"byte " + std::to_string(sizeof kGood - 1) +
@@ -146,16 +126,12 @@ TEST(PayloadCheck, NamesEachDeviation) {
       {With("{", "\xC3\xAF\xC2\xBB\xC2\xBF{"), {"the text begins with a byte order mark"}},
   };
   for (const auto& [text, problems] : cases) {
-    SCOPED_TRACE(text);
+    SCOPED_TRACE(text.substr(0, 300));
     const PayloadReport report = CheckPayload(text);
     EXPECT_EQ(report.problems, problems);
     EXPECT_FALSE(report.valid());
     EXPECT_NE(report.json_utf8, "");
   }
-}
-
-TEST(PayloadCheck, EscapedBackslashBeforeZerosIsNoEscapedNul) {
-  EXPECT_EQ(CheckPayload(With("Smith", "\\\\u0000 \\\"x\\\"")).problems, Strings{});
 }
 
 TEST(PayloadCheck, TruncatedPayloadIsNotValidAtAnyLength) {
@@ -164,28 +140,6 @@ TEST(PayloadCheck, TruncatedPayloadIsNotValidAtAnyLength) {
     SCOPED_TRACE(length);
     EXPECT_EQ(CheckPayload(good.substr(0, length)).problems.size(), 1u);
   }
-}
-
-TEST(PayloadCheck, DeepNestingIsRefused) {
-  const std::string text = std::string(100000, '[') + std::string(100000, ']');
-  const PayloadReport report = CheckPayload(text);
-  ASSERT_EQ(report.problems.size(), 1u);
-  EXPECT_NE(report.problems[0].find("no JSON from here on"), std::string::npos);
-}
-
-TEST(PayloadCheck, MembersAreShownBelowEachOther) {
-  EXPECT_EQ(FormatMembers(CheckPayload(kGood).members),
-            "  Receiver:       +49 30 1234\n"
-            "  RecipientName:  Smith\n"
-            "  SenderName:\n"
-            "  FileName:       C:\\new\\a.pdf\n"
-            "  AttachmentName: a.pdf\n"
-            "  Comment:        one\n"
-            "                  two\n"
-            "  Subject:\n"
-            "  SendTime:\n"
-            "  ECM:            true\n"
-            "  Preview:        false\n");
 }
 
 TEST(PayloadCheck, ShownValuesCannotCommandTheTerminal) {

@@ -13,19 +13,16 @@
 #include "tools/addin_listener/options.h"
 #include "tools/addin_listener/payload_check.h"
 #include "tools/addin_listener/system.h"
+#include "tools/support/files.h"
+#include "tools/support/program.h"
 
 namespace zentpost::addin_listener {
 namespace {
 
 enum ExitCode : int { kExitGood, kExitNotValid, kExitUsage, kExitSystem, kExitUnfinished };
 
-std::string Utf8(const std::filesystem::path& path) {
-  const std::u8string text = path.u8string();
-  return std::string(text.begin(), text.end());
-}
-
 std::string Quoted(const std::filesystem::path& path) {
-  return '"' + Utf8(path) + '"';
+  return '"' + support::PathText(path) + '"';
 }
 
 std::string CountOfBytes(std::size_t count) {
@@ -182,7 +179,7 @@ void Program::TakeDelivery(std::string text, const Connection& connection) {
     try {
       const std::filesystem::path written =
           KeepDelivery(*options_.out_folder, connection.wire, report.json_utf8, next_number_);
-      text += "  written to " + Utf8(written) + "\n";
+      text += "  written to " + support::PathText(written) + "\n";
     } catch (const std::system_error& error) {
       GiveUp("cannot write to " + Quoted(*options_.out_folder) + ": " + CallError(error));
     }
@@ -285,14 +282,14 @@ int RunProgram(const std::vector<std::string>& arguments, const Writer& out, con
   }
 }
 
-int RunProgram(const std::vector<std::string>& arguments) {
+}  // namespace zentpost::addin_listener
+
+int zentpost::RunTool(const std::vector<std::string>& arguments) {
   const auto writer = [](std::FILE* file) {
     return [file](std::string_view text) {
       const bool whole = std::fwrite(text.data(), 1, text.size(), file) == text.size();
       return std::fflush(file) == 0 && whole;
     };
   };
-  return RunProgram(arguments, writer(stdout), writer(stderr));
+  return addin_listener::RunProgram(arguments, writer(stdout), writer(stderr));
 }
-
-}  // namespace zentpost::addin_listener

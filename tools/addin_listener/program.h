@@ -17,7 +17,4 @@ using Writer = std::function<bool(std::string_view text)>;
 [[nodiscard]] int RunProgram(const std::vector<std::string>& arguments, const Writer& out,
                              const Writer& err);
 
-// The same with the standard output and the standard error output.
-[[nodiscard]] int RunProgram(const std::vector<std::string>& arguments);
-
 }  // namespace zentpost::addin_listener

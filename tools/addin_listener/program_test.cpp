@@ -13,14 +13,13 @@
 #include <vector>
 
 #include "tools/addin_listener/test_client.h"
-#include "tools/sandbox_mapi/test_folder.h"
+#include "tools/support/files.h"
 
 namespace zentpost::addin_listener {
 namespace {
 
-using fake_mapi::sandbox::ReadBytes;
-using fake_mapi::sandbox::TestFolder;
-using fake_mapi::sandbox::WriteBytes;
+using support::PathText;
+using support::WriteBytes;
 using Arguments = std::vector<std::string>;
 
 std::string PayloadOf(const std::string& name) {
@@ -44,17 +43,13 @@ constexpr char kGoodLines[] =
     "  ECM:            true\n"
     "  Preview:        false\n";
 
-std::string Utf8(const std::filesystem::path& path) {
-  const std::u8string text = path.u8string();
-  return std::string(text.begin(), text.end());
-}
-
 // What `folder` holds, each file with its content, a folder without.
 using Files = std::map<std::string, std::string>;
 Files FilesIn(const std::filesystem::path& folder) {
   Files files;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    files[entry.path().filename().string()] = entry.is_directory() ? "" : ReadBytes(entry.path());
+    files[entry.path().filename().string()] =
+        entry.is_directory() ? "" : support::ReadBytes(entry.path()).value_or("");
   }
   return files;
 }
@@ -69,16 +64,17 @@ Writer AppendsTo(std::string& all) {
 // The program on a thread of its own.
 class RunningProgram {
  public:
-  explicit RunningProgram(Arguments arguments) {
-    const auto locked = [this](const Writer& writer) {
-      return [this, writer](std::string_view text) {
+  explicit RunningProgram(const Arguments& arguments) {
+    const auto appends_to = [this](std::string& all) {
+      return [this, &all](std::string_view text) {
         const std::lock_guard lock(mutex_);
+        all += text;
         changed_.notify_all();
-        return writer(text);
+        return true;
       };
     };
-    thread_ = std::thread([this, locked, arguments = std::move(arguments)] {
-      exit_code_ = RunProgram(arguments, locked(AppendsTo(out_)), locked(AppendsTo(err_)));
+    thread_ = std::thread([this, appends_to, arguments] {
+      exit_code_ = RunProgram(arguments, appends_to(out_), appends_to(err_));
     });
   }
   ~RunningProgram() {
@@ -141,20 +137,11 @@ TEST(Program, TellsOfWhatCameAndEndsWithItsExitCode) {
   } cases[] = {
       {{}, {kGoodWire}, 0, good + kGoodLines},
       {{},
-       {R"({"Parameters":{"Receiver":"1"},"x":1})"},
+       {R"({"Parameters":[],"x":1})"},
        1,
-       std::string(kProbe) + "connection 2: delivery 1, 37 bytes, NOT VALID\n"
+       std::string(kProbe) + "connection 2: delivery 1, 23 bytes, NOT VALID\n"
                              "  problem: unknown member \"x\" beside \"Parameters\"\n"
-                             "  problem: member \"RecipientName\" is missing\n"
-                             "  problem: member \"SenderName\" is missing\n"
-                             "  problem: member \"FileName\" is missing\n"
-                             "  problem: member \"AttachmentName\" is missing\n"
-                             "  problem: member \"Comment\" is missing\n"
-                             "  problem: member \"Subject\" is missing\n"
-                             "  problem: member \"SendTime\" is missing\n"
-                             "  problem: member \"ECM\" is missing\n"
-                             "  problem: member \"Preview\" is missing\n"
-                             "  Receiver: 1\n"},
+                             "  problem: member \"Parameters\" is an array, not an object\n"},
       {{"--count", "3", "--quiet"}, {kGoodWire, kGood, kGoodWire}, 1, ""},
       {{"--json"}, {kGoodWire}, 0, kGood + "\n", good},
       {{"--json"}, {"\xFF"}, 1, "", bad},
@@ -202,10 +189,10 @@ TEST(Program, BrokenDeliveryIsNotValidHoweverItLooks) {
 }
 
 TEST(Program, KeepsEachDeliveryAndOverwritesNothing) {
-  const TestFolder folder;
+  const support::TemporaryFolder folder;
   WriteBytes(folder.Path() / "delivery-0001.wire", "old");
   WriteBytes(folder.Path() / "delivery-0003.json", "old");
-  RunningProgram program({"--count", "3", "--out", Utf8(folder.Path())});
+  RunningProgram program({"--count", "3", "--out", PathText(folder.Path())});
   const std::uint16_t port = program.AwaitPort();
   for (const std::string& wire : {kGoodWire, std::string("\xFF"), std::string("{}")}) {
     Deliver(port, wire);
@@ -218,33 +205,41 @@ TEST(Program, KeepsEachDeliveryAndOverwritesNothing) {
                                            {"delivery-0004.wire", "\xFF"},
                                            {"delivery-0005.json", "{}"},
                                            {"delivery-0005.wire", "{}"}}));
-  EXPECT_NE(program.out().find("  written to " + Utf8(folder.Path() / "delivery-0002.json") + "\n"),
-            std::string::npos)
+  EXPECT_NE(
+      program.out().find("  written to " + PathText(folder.Path() / "delivery-0002.json") + "\n"),
+      std::string::npos)
       << program.out();
 }
 
 TEST(Program, FolderThatGoesAwayEndsTheProgram) {
-  const TestFolder folder;
+  const support::TemporaryFolder folder;
   std::filesystem::create_directory(folder.Path() / "gone");
-  RunningProgram program({"--count", "0", "--out", Utf8(folder.Path() / "gone")});
+  RunningProgram program({"--count", "0", "--out", PathText(folder.Path() / "gone")});
   const std::uint16_t port = program.AwaitPort();
   std::filesystem::remove(folder.Path() / "gone");
   Deliver(port, kGoodWire);
   EXPECT_EQ(program.Join(), 3);
   EXPECT_TRUE(program.err().starts_with("addin_listener: cannot write to \"" +
-                                        Utf8(folder.Path() / "gone") + "\": "))
+                                        PathText(folder.Path() / "gone") + "\": "))
       << program.err();
 }
 
 TEST(Program, PortFileHoldsThePortWhileTheProgramListens) {
-  const TestFolder folder;
+  const support::TemporaryFolder folder;
   WriteBytes(folder.Path() / "port.txt", "a former number");
-  RunningProgram program({"--port-file", Utf8(folder.Path() / "port.txt")});
+  RunningProgram program({"--port-file", PathText(folder.Path() / "port.txt")});
   const std::uint16_t port = program.AwaitPort();
   EXPECT_EQ(FilesIn(folder.Path()), (Files{{"port.txt", std::to_string(port) + "\n"}}));
   Deliver(port, kGoodWire);
   EXPECT_EQ(program.Join(), 0);
   EXPECT_EQ(FilesIn(folder.Path()), Files{});
+}
+
+TEST(Program, StopAfterProbeEndsWithTheProbe) {
+  RunningProgram program({"--misbehave", "stop-after-probe"});
+  TestClient(program.AwaitPort()).Close();
+  EXPECT_EQ(program.Join(), 0);
+  EXPECT_EQ(program.out(), "connection 1: closed unaccepted; listening no more, on purpose\n");
 }
 
 TEST(Program, TimeoutAfterABadDeliveryEndsWithOne) {
@@ -255,9 +250,9 @@ TEST(Program, TimeoutAfterABadDeliveryEndsWithOne) {
 }
 
 TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
-  const TestFolder folder;
+  const support::TemporaryFolder folder;
   std::filesystem::create_directory(folder.Path() / "folder");
-  const std::string nowhere = Utf8(folder.Path() / "none");
+  const std::string nowhere = PathText(folder.Path() / "none");
   RunningProgram first({});
   const std::string port = std::to_string(first.AwaitPort());
   // What the two outputs begin with; nothing means that they are empty.
@@ -276,7 +271,10 @@ TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
        "Try addin_listener --help.\n"},
       {{"--out", nowhere}, 3, "", "addin_listener: no such folder: \"" + nowhere + "\"\n"},
       {{"--port-file", nowhere + "/port.txt"}, 3, "", "addin_listener: cannot write \""},
-      {{"--port-file", Utf8(folder.Path() / "folder")}, 3, "", "addin_listener: cannot write \""},
+      {{"--port-file", PathText(folder.Path() / "folder")},
+       3,
+       "",
+       "addin_listener: cannot write \""},
       {{"--port", port}, 3, "", "addin_listener: cannot listen on 127.0.0.1:" + port + ": bind: "},
       {{"--timeout", "1", "--count", "2"},
        4,
@@ -301,15 +299,6 @@ TEST(Program, OutputThatCannotBeWrittenEndsWithThree) {
   const auto refuses = [](std::string_view) { return false; };
   EXPECT_EQ(RunProgram({"--count", "0"}, refuses, AppendsTo(err)), 3);
   EXPECT_EQ(err, "addin_listener: cannot write the output\n");
-}
-
-TEST(Program, StopAfterProbeEndsWithTheProbe) {
-  RunningProgram program({"--misbehave", "stop-after-probe"});
-  const std::uint16_t port = program.AwaitPort();
-  TestClient(port).Close();
-  EXPECT_FALSE(TestClient(port).connected());
-  EXPECT_EQ(program.Join(), 0);
-  EXPECT_EQ(program.out(), "connection 1: closed unaccepted; listening no more, on purpose\n");
 }
 
 }  // namespace

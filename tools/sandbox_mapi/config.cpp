@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "fake_mapi/codes.h"
-#include "fake_mapi/text.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -64,9 +64,7 @@ bool ReadFailure(const cJSON* json, Behaviour& failure, std::string& error) {
   for (const cJSON* member = json->child; member != nullptr; member = member->next) {
     const std::string name = member->string;
     if (name == "Call") {
-      const auto& calls = CallsWithBehaviour();
-      if (!cJSON_IsString(member) ||
-          std::find(calls.begin(), calls.end(), member->valuestring) == calls.end()) {
+      if (!cJSON_IsString(member) || !CanHaveBehaviour(member->valuestring)) {
         return Fail(error, "\"Call\" is not the name of a call that can fail: " +
                                Quoted(cJSON_IsString(member) ? member->valuestring : "?"));
       }
@@ -147,7 +145,7 @@ bool ReadMember(const cJSON* member, Config& config, std::string& error) {
     if (!cJSON_IsString(member)) {
       return Fail(error, "\"ProfileName\" is no text");
     }
-    config.profile_name = Utf16(member->valuestring);
+    config.profile_name = support::Utf16(member->valuestring);
     return true;
   }
   return Fail(error, "unknown member " + Quoted(name));

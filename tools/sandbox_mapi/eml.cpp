@@ -7,8 +7,8 @@
 #include <fstream>
 #include <vector>
 
-#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/sha256.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -78,7 +78,7 @@ std::size_t CutAtCharacter(std::string_view utf8, std::size_t limit) {
 }
 
 std::string WithoutControls(std::u16string_view text) {
-  std::string result = Utf8(text);
+  std::string result = support::Utf8(text);
   for (char& c : result) {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
       c = ' ';
@@ -187,7 +187,7 @@ std::string Percent(std::string_view text, std::string_view allowed) {
     if (IsAlphanumeric(c) || allowed.find(c) != std::string_view::npos) {
       result += c;
     } else {
-      result += '%' + HexBytes(std::string_view(&c, 1));
+      result += '%' + support::HexBytes(std::string_view(&c, 1));
     }
   }
   return result;
@@ -324,8 +324,8 @@ void WriteText(const Message& message, std::ostream& out) {
 
 bool WriteAttachment(const Attachment& attachment, std::ostream& out) {
   const std::u16string name = AttachmentName(attachment.properties);
-  out << "Content-Type: " << MediaType(Utf8(name)) << kCrLf << "Content-Transfer-Encoding: base64"
-      << kCrLf << "Content-Disposition: attachment"
+  out << "Content-Type: " << MediaType(support::Utf8(name)) << kCrLf
+      << "Content-Transfer-Encoding: base64" << kCrLf << "Content-Disposition: attachment"
       << (name.empty() ? std::string() : Parameter("filename", name)) << kCrLf << kCrLf;
   return WriteData(attachment.properties.Find(kIdAttachData), out);
 }
@@ -333,8 +333,8 @@ bool WriteAttachment(const Attachment& attachment, std::ostream& out) {
 }  // namespace
 
 std::string AddressSpec(std::u16string_view address_type, std::u16string_view address) {
-  const std::string type = Utf8(address_type);
-  std::string text = Utf8(address);
+  const std::string type = support::Utf8(address_type);
+  std::string text = support::Utf8(address);
   if (type == "SMTP" && IsAddressSpec(text)) {
     return text;
   }
@@ -356,7 +356,7 @@ std::string TextHeader(std::string_view name, std::u16string_view value) {
 }
 
 std::string QuotedPrintable(std::u16string_view text) {
-  const std::string utf8 = Utf8(text);
+  const std::string utf8 = support::Utf8(text);
   std::string result;
   std::size_t column = 0;
   const auto append = [&result, &column](std::string_view characters) {
@@ -385,7 +385,7 @@ std::string QuotedPrintable(std::u16string_view text) {
     if ((is_blank && !ends_line) || (c > ' ' && c < 0x7F && c != '=' && !is_risky)) {
       append(std::string_view(&c, 1));
     } else {
-      append('=' + HexBytes(std::string_view(&c, 1)));
+      append('=' + support::HexBytes(std::string_view(&c, 1)));
     }
   }
   return result;

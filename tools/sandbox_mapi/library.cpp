@@ -6,12 +6,13 @@
 #include <utility>
 
 #include "fake_mapi/codes.h"
-#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/config.h"
 #include "tools/sandbox_mapi/eml.h"
 #include "tools/sandbox_mapi/mailbox.h"
 #include "tools/sandbox_mapi/names.h"
 #include "tools/sandbox_mapi/system.h"
+#include "tools/support/files.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -22,10 +23,10 @@ constexpr char kStoreName[] = "Sandbox";
 
 fs::path ChosenFolder() {
   if (const auto folder = EnvironmentVariable("SANDBOX_MAPI_FOLDER")) {
-    return Path(*folder);
+    return support::Path(*folder);
   }
   if (const auto folder = RegisteredFolder()) {
-    return Path(*folder);
+    return support::Path(*folder);
   }
   return ModulePath().parent_path() / "Sandbox MAPI";
 }
@@ -41,14 +42,14 @@ std::optional<Config> ReadOrders(const fs::path& folder, const std::optional<std
     error += problem;
     return config;
   }
-  const fs::path path = orders ? Path(*orders) : folder / "sandbox.json";
+  const fs::path path = orders ? support::Path(*orders) : folder / "sandbox.json";
   if (!orders && !fs::exists(path, ignored)) {
     return Config();
   }
   std::string problem = "cannot be read";
-  const std::optional<std::string> text = ReadFileBytes(path);
+  const std::optional<std::string> text = support::ReadBytes(path);
   std::optional<Config> config = text ? ParseConfig(*text, problem) : std::nullopt;
-  error = PathText(path) + ": " + problem;
+  error = support::PathText(path) + ": " + problem;
   return config;
 }
 
@@ -60,7 +61,7 @@ void Furnish(Client& client, const Config& config) {
   const auto entry = [](std::uint32_t id, char kind, const char* name) {
     return Bytes(Tag(id, kBinary), EntryId({kind, name}));
   };
-  const Property store_name = Text(Tag(kIdDisplayName, kUnicode), Utf16(kStoreName));
+  const Property store_name = Text(Tag(kIdDisplayName, kUnicode), support::Utf16(kStoreName));
   const Property profile_name = Text(Tag(kIdDisplayName, kUnicode), config.profile_name);
   client.profiles = {{flag(kIdDefaultProfile, config.default_profile), profile_name}};
   client.stores = {{flag(kIdDefaultStore, config.default_store), entry(kIdEntryId, 'S', kStoreName),
@@ -107,7 +108,7 @@ Library::~Library() {
   const std::string time =
       MailDate(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
   std::string text = "process " + std::to_string(ProcessId()) + " (" +
-                     PathText(ProgramPath().filename()) + "), " + time + "\ncalls:\n";
+                     support::PathText(ProgramPath().filename()) + "), " + time + "\ncalls:\n";
   for (const RecordedCall& call : client_->RecordedCalls()) {
     text += "  " + call.Line() + '\n';
   }

@@ -10,11 +10,12 @@
 #include <utility>
 
 #include "fake_mapi/codes.h"
-#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/eml.h"
 #include "tools/sandbox_mapi/names.h"
 #include "tools/sandbox_mapi/sha256.h"
 #include "tools/sandbox_mapi/system.h"
+#include "tools/support/files.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -37,9 +38,9 @@ void AddText(cJSON* object, const char* name, const std::string& text) {
 
 cJSON* OneOffJson(const OneOff& one_off) {
   cJSON* const json = cJSON_CreateObject();
-  AddText(json, "Name", Utf8(one_off.name));
-  AddText(json, "AddressType", Utf8(one_off.address_type));
-  AddText(json, "Address", Utf8(one_off.address));
+  AddText(json, "Name", support::Utf8(one_off.name));
+  AddText(json, "AddressType", support::Utf8(one_off.address_type));
+  AddText(json, "Address", support::Utf8(one_off.address));
   return json;
 }
 
@@ -49,13 +50,14 @@ cJSON* BinaryJson(const Property& property, const fs::path& file_folder) {
     cJSON_AddNumberToObject(json, "Size", static_cast<double>(property.spool->size));
     AddText(json, "Sha256", property.spool->sha256);
     if (!file_folder.empty()) {
-      AddText(json, "File", PathText(property.spool->file.lexically_relative(file_folder)));
+      AddText(json, "File",
+              support::PathText(property.spool->file.lexically_relative(file_folder)));
     }
     return json;
   }
   cJSON_AddNumberToObject(json, "Size", static_cast<double>(property.bytes.size()));
   if (property.bytes.size() <= kLongestHex) {
-    AddText(json, "Hex", HexBytes(property.bytes));
+    AddText(json, "Hex", support::HexBytes(property.bytes));
   } else {
     AddText(json, "Sha256", Sha256Of(property.bytes));
   }
@@ -76,10 +78,10 @@ cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
     case kBoolean:
       return cJSON_CreateBool(property.number != 0);
     case kError:
-      return cJSON_CreateString(Hex(static_cast<std::uint32_t>(property.number)).c_str());
+      return cJSON_CreateString(support::Hex(static_cast<std::uint32_t>(property.number)).c_str());
     case kString8:
     case kUnicode:
-      return cJSON_CreateString(Utf8(property.Text()).c_str());
+      return cJSON_CreateString(support::Utf8(property.Text()).c_str());
     case kBinary:
       return BinaryJson(property, file_folder);
     default:
@@ -91,7 +93,7 @@ cJSON* PropertiesJson(const Properties& properties, const fs::path& file_folder)
   cJSON* const array = cJSON_CreateArray();
   for (const Property& property : properties) {
     cJSON* const json = cJSON_CreateObject();
-    AddText(json, "Tag", Hex(property.tag));
+    AddText(json, "Tag", support::Hex(property.tag));
     if (const std::string name = TagName(property.tag); !name.empty()) {
       AddText(json, "Name", name);
     }
@@ -111,7 +113,7 @@ bool WriteWhole(const fs::path& path, std::string_view bytes) {
 
 // The number at the start of a file's name; 0 when it is none of ours.
 unsigned long NumberOf(const fs::path& path) {
-  const std::string name = PathText(path.stem());
+  const std::string name = support::PathText(path.stem());
   const bool is_number =
       !name.empty() && name.size() < 9 &&
       std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
@@ -155,7 +157,7 @@ std::string MessageJson(const Message& message, std::string_view state,
   for (const Attachment& attachment : message.attachments) {
     cJSON* const json = cJSON_CreateObject();
     cJSON_AddNumberToObject(json, "Number", attachment.number);
-    AddText(json, "Flags", Hex(attachment.create_flags));
+    AddText(json, "Flags", support::Hex(attachment.create_flags));
     cJSON_AddBoolToObject(json, "Saved", attachment.saved);
     cJSON_AddItemToObject(json, "Properties", PropertiesJson(attachment.properties, file_folder));
     cJSON_AddItemToArray(attachments, json);
@@ -185,7 +187,8 @@ std::int32_t Mailbox::Start() {
     }
   }
   // For the eye alone, and not every name can be a file's.
-  std::ofstream(folder_ / "Profiles" / Path(Utf8(profile_name_)), std::ios::app).close();
+  std::ofstream(folder_ / "Profiles" / support::Path(support::Utf8(profile_name_)), std::ios::app)
+      .close();
   return kOk;
 }
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "fake_mapi/text.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -86,7 +86,7 @@ std::string TypeName(std::uint32_t tag) {
     case kBinary:
       return "PT_BINARY";
     default:
-      return Hex(TypeOf(tag), 4);
+      return support::Hex(TypeOf(tag), 4);
   }
 }
 

@@ -4,9 +4,10 @@
 #include <optional>
 #include <system_error>
 
-#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/registration.h"
 #include "tools/sandbox_mapi/system.h"
+#include "tools/support/files.h"
+#include "tools/support/program.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -42,19 +43,21 @@ int Complain(const Writer& err, const std::string& text, int code) {
 int RunRegister(const fs::path& library, const std::optional<std::string>& chosen,
                 const Writer& out, const Writer& err) {
   const fs::path folder =
-      fs::absolute(chosen ? Path(*chosen) : library.parent_path() / kClientName).lexically_normal();
+      fs::absolute(chosen ? support::Path(*chosen) : library.parent_path() / kClientName)
+          .lexically_normal();
   std::error_code problem;
   fs::create_directories(folder, problem);
   if (problem) {
-    return Complain(err, "cannot make the folder " + PathText(folder) + ": " + problem.message(),
-                    kFailed);
+    return Complain(
+        err, "cannot make the folder " + support::PathText(folder) + ": " + problem.message(),
+        kFailed);
   }
   std::string error;
   if (!Register(library, folder, error)) {
     return Complain(err, error, kFailed);
   }
-  out("the default mail client is now " + PathText(library) + "\nmail goes to " + PathText(folder) +
-      '\n');
+  out("the default mail client is now " + support::PathText(library) + "\nmail goes to " +
+      support::PathText(folder) + '\n');
   return kSuccess;
 }
 
@@ -96,15 +99,16 @@ int RunProgram(const std::vector<std::string>& arguments, const fs::path& librar
   return Complain(err, "this command line cannot be used; --help shows what can", kUsage);
 }
 
-int RunProgram(const std::vector<std::string>& arguments) {
+}  // namespace zentpost::fake_mapi::sandbox
+
+int zentpost::RunTool(const std::vector<std::string>& arguments) {
   const auto to = [](std::FILE* file) {
     return [file](std::string_view text) {
       std::fwrite(text.data(), 1, text.size(), file);
       std::fflush(file);
     };
   };
-  return RunProgram(arguments, ModulePath().parent_path() / SANDBOX_MAPI_LIBRARY, to(stdout),
-                    to(stderr));
+  return fake_mapi::sandbox::RunProgram(
+      arguments, fake_mapi::sandbox::ModulePath().parent_path() / SANDBOX_MAPI_LIBRARY, to(stdout),
+      to(stderr));
 }
-
-}  // namespace zentpost::fake_mapi::sandbox

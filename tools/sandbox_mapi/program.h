@@ -18,7 +18,4 @@ using Writer = std::function<void(std::string_view text)>;
                              const std::filesystem::path& library, const Writer& out,
                              const Writer& err);
 
-// The same with the library beside the program, the standard output and the standard error output.
-[[nodiscard]] int RunProgram(const std::vector<std::string>& arguments);
-
 }  // namespace zentpost::fake_mapi::sandbox

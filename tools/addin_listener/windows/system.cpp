@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "tools/addin_listener/listener.h"
-#include "tools/addin_listener/windows/utf8.h"
+#include "tools/support/text.h"
 
 namespace zentpost::addin_listener {
 namespace {
@@ -48,7 +48,7 @@ std::string CallError(const std::system_error& error) {
     const DWORD length =
         FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
                        wide, static_cast<DWORD>(std::size(wide)), nullptr);
-    text = length == 0 ? "system error" : Utf8({wide, length});
+    text = length == 0 ? "system error" : support::Utf8(support::FromWide(wide));
     text.resize(text.find_last_not_of("\r\n") + 1);
   }
   return std::string(what.substr(0, what.find(':'))) + ": " + text + " (" + std::to_string(code) +

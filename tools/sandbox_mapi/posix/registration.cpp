@@ -1,7 +1,7 @@
 #include "tools/sandbox_mapi/registration.h"
 
-#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/posix/registry_file.h"
+#include "tools/support/files.h"
 
 namespace zentpost::fake_mapi::sandbox {
 
@@ -14,8 +14,9 @@ bool Register(const std::filesystem::path& library, const std::filesystem::path&
   const std::string mail = "[HKEY_LOCAL_MACHINE\\Software\\Clients\\Mail";
   const std::string name = QuotedForRegistry(kClientName);
   std::string keys = mail + "]\n@=" + name + "\n\n" + mail + '\\' + kClientName + "]\n@=" + name;
-  keys += "\n\"" + std::string(kLibraryValue) + "\"=" + QuotedForRegistry(PathText(library));
-  keys += "\n\"Folder\"=" + QuotedForRegistry(PathText(folder)) + '\n';
+  keys +=
+      "\n\"" + std::string(kLibraryValue) + "\"=" + QuotedForRegistry(support::PathText(library));
+  keys += "\n\"Folder\"=" + QuotedForRegistry(support::PathText(folder)) + '\n';
   file.SetBlock(keys);
   return file.Write(error);
 }

@@ -3,8 +3,9 @@
 #include <fstream>
 #include <system_error>
 
-#include "fake_mapi/text.h"
 #include "tools/sandbox_mapi/system.h"
+#include "tools/support/files.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -43,9 +44,9 @@ bool RegistryFile::Read(std::string& error) {
     text_ = std::string(kHeader) + "\n";
     return true;
   }
-  const std::optional<std::string> read = ReadFileBytes(path);
+  const std::optional<std::string> read = support::ReadBytes(path);
   if (!read) {
-    error = "cannot read " + PathText(path);
+    error = "cannot read " + support::PathText(path);
     return false;
   }
   const std::string& bytes = *read;
@@ -56,16 +57,16 @@ bool RegistryFile::Read(std::string& error) {
       wide += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
                                     static_cast<unsigned char>(bytes[i + 1]) << 8);
     }
-    text_ = Utf8(wide);
+    text_ = support::Utf8(wide);
   } else if (bytes.starts_with(kAnsiHeader)) {
     encoding_ = Encoding::kAnsi;
-    text_ = Utf8(FromWindows1252(bytes));
+    text_ = support::Utf8(support::FromWindows1252(bytes));
   } else {
     has_byte_order_mark_ = bytes.starts_with(kUtf8Mark);
     text_ = bytes.substr(has_byte_order_mark_ ? kUtf8Mark.size() : 0);
   }
   if (!text_.starts_with(kHeader) && !text_.starts_with(kAnsiHeader)) {
-    error = PathText(path) + " does not begin with \"" + std::string(kHeader) + '"';
+    error = support::PathText(path) + " does not begin with \"" + std::string(kHeader) + '"';
     return false;
   }
   return true;
@@ -119,8 +120,8 @@ bool RegistryFile::Write(std::string& error) const {
       bytes = (has_byte_order_mark_ ? std::string(kUtf8Mark) : std::string()) + text_;
       break;
     case Encoding::kAnsi:
-      bytes = Windows1252(Utf16(text_));
-      if (Utf8(FromWindows1252(bytes)) != text_) {
+      bytes = support::Windows1252(support::Utf16(text_));
+      if (support::Utf8(support::FromWindows1252(bytes)) != text_) {
         error =
             "the registry's file cannot hold the characters of these paths: it is no Unicode file";
         return false;
@@ -128,7 +129,7 @@ bool RegistryFile::Write(std::string& error) const {
       break;
     case Encoding::kUtf16:
       bytes = kUtf16Mark;
-      for (const char16_t unit : Utf16(text_)) {
+      for (const char16_t unit : support::Utf16(text_)) {
         bytes += static_cast<char>(unit & 0xFF);
         bytes += static_cast<char>(unit >> 8);
       }
@@ -149,7 +150,7 @@ bool RegistryFile::Write(std::string& error) const {
     std::filesystem::rename(fresh, path, problem);
   }
   if (!file || problem) {
-    error = "cannot write " + PathText(path);
+    error = "cannot write " + support::PathText(path);
     return false;
   }
   return true;

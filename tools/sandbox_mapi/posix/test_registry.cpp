@@ -2,16 +2,17 @@
 
 #include <cstdlib>
 
-#include "tools/sandbox_mapi/test_folder.h"
+#include "tools/support/files.h"
 
 namespace zentpost::fake_mapi::sandbox {
 
 struct TestRegistry::State {
-  TestFolder folder;
+  support::TemporaryFolder folder;
+  const std::filesystem::path file = folder.Path() / "registry.reg";
 };
 
 TestRegistry::TestRegistry() : state_(std::make_unique<State>()) {
-  setenv("ZENTPOST_REGISTRY", (state_->folder.Path() / "registry.reg").c_str(), 1);
+  setenv("ZENTPOST_REGISTRY", state_->file.c_str(), 1);
 }
 
 TestRegistry::~TestRegistry() {
@@ -19,14 +20,11 @@ TestRegistry::~TestRegistry() {
 }
 
 void TestRegistry::SetDefaultClient(const std::optional<std::string>& name) {
-  // Said later, it overrides what was said before.
-  std::string text = ReadBytes(state_->folder.Path() / "registry.reg");
-  if (text.empty()) {
-    text = "Windows Registry Editor Version 5.00\n";
-  }
-  text += "\n[HKEY_LOCAL_MACHINE\\Software\\Clients\\Mail]\n@=";
-  text += name ? '"' + *name + '"' : "-";
-  WriteBytes(state_->folder.Path() / "registry.reg", text + '\n');
+  // What comes later overrides what stands before it.
+  const std::string text =
+      support::ReadBytes(state_->file).value_or("Windows Registry Editor Version 5.00\n");
+  support::WriteBytes(state_->file, text + "\n[HKEY_LOCAL_MACHINE\\Software\\Clients\\Mail]\n@=" +
+                                        (name ? '"' + *name + '"' : "-") + '\n');
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

@@ -7,8 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "fake_mapi/text.h"
 #include "platform/unique_handle.h"
+#include "tools/support/files.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -24,7 +25,7 @@ struct KeyTraits {
 using Key = platform::UniqueHandle<KeyTraits>;
 
 std::wstring Wide(std::string_view utf8) {
-  const std::u16string text = Utf16(utf8);
+  const std::u16string text = support::Utf16(utf8);
   return std::wstring(text.begin(), text.end());
 }
 
@@ -110,8 +111,8 @@ bool Register(const std::filesystem::path& library, const std::filesystem::path&
     return false;
   }
   return Write(client, nullptr, Text(kClientName), error) &&
-         Write(client, Wide(kLibraryValue).c_str(), Text(PathText(library)), error) &&
-         Write(client, L"Folder", Text(PathText(folder)), error) &&
+         Write(client, Wide(kLibraryValue).c_str(), Text(support::PathText(library)), error) &&
+         Write(client, L"Folder", Text(support::PathText(folder)), error) &&
          // Last: until now the former client was the default one.
          Write(mail, nullptr, Text(kClientName), error);
 }

@@ -5,13 +5,13 @@
 #include <string_view>
 #include <vector>
 
-#include "fake_mapi/text.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 std::wstring Wide(std::string_view utf8) {
-  const std::u16string text = Utf16(utf8);
+  const std::u16string text = support::Utf16(utf8);
   return std::wstring(text.begin(), text.end());
 }
 
@@ -30,7 +30,7 @@ std::optional<std::string> EnvironmentVariable(const char* name) {
   if (length == 0 || length >= buffer.size()) {
     return std::nullopt;
   }
-  return Utf8(FromWide(buffer.data()));
+  return support::Utf8(support::FromWide(buffer.data()));
 }
 
 std::uint64_t ProcessId() {
@@ -57,7 +57,7 @@ std::optional<std::string> RegisteredFolder() {
                    RRF_RT_REG_SZ, nullptr, buffer.data(), &size) != ERROR_SUCCESS) {
     return std::nullopt;
   }
-  return Utf8(FromWide(buffer.data()));
+  return support::Utf8(support::FromWide(buffer.data()));
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

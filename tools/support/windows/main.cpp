@@ -5,20 +5,17 @@
 #include <shellapi.h>
 
 #include <cstdio>
-#include <string>
-#include <vector>
 
-#include "tools/addin_listener/program.h"
-#include "tools/addin_listener/windows/utf8.h"
+#include "tools/support/program.h"
+#include "tools/support/text.h"
 
 int main() {
-  namespace al = zentpost::addin_listener;
   // The C run-time's own arguments are in the ANSI code page and have their wildcards expanded.
   int count = 0;
   wchar_t** const words = CommandLineToArgvW(GetCommandLineW(), &count);
   std::vector<std::string> arguments;
   for (int i = 1; i < count; ++i) {
-    arguments.push_back(al::Utf8(words[i]));
+    arguments.push_back(zentpost::support::Utf8(zentpost::support::FromWide(words[i])));
   }
   LocalFree(words);
   for (std::FILE* const file : {stdout, stderr}) {
@@ -31,7 +28,7 @@ int main() {
   // so it is given back.
   const UINT former = GetConsoleOutputCP();
   SetConsoleOutputCP(CP_UTF8);
-  const int exit_code = al::RunProgram(arguments);
+  const int exit_code = zentpost::RunTool(arguments);
   if (former != 0) {
     SetConsoleOutputCP(former);
   }

@@ -1,0 +1,13 @@
+// The main function of a tool that is a program.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zentpost {
+
+// The tool's own, from the words after its name, in UTF-8, to its exit code. Both of its outputs
+// take UTF-8.
+[[nodiscard]] int RunTool(const std::vector<std::string>& arguments);
+
+}  // namespace zentpost
