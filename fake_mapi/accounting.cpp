@@ -59,7 +59,7 @@ std::string SumOf(const std::vector<Finding>& findings) {
 
 Accounting::~Accounting() {
   objects_.clear();
-  for (const auto& [address, block] : blocks_) {
+  for (const Block& block : blocks_) {
     std::free(block.start);
   }
 }
@@ -75,14 +75,12 @@ void* Accounting::Allocate(Block block) {
   if (block.start == nullptr) {
     return nullptr;
   }
-  void* const address = block.start + kGuardSize;
+  block.address = block.start + kGuardSize;
   std::memset(block.start, kGuardByte, kGuardSize);
-  std::memset(address, kFreshByte, size);
-  std::memset(block.start + kGuardSize + size, kGuardByte, kGuardSize);
-  block.place = ++last_place_;
+  std::memset(block.address, kFreshByte, size);
+  std::memset(block.address + size, kGuardByte, kGuardSize);
   block.call = call_;
-  blocks_[address] = std::move(block);
-  return address;
+  return blocks_.emplace_back(std::move(block)).address;
 }
 
 void* Accounting::Allocate(std::size_t size, std::string_view origin) {
@@ -99,19 +97,20 @@ void* Accounting::AllocateRows(std::size_t size, std::string_view table) {
 }
 
 void* Accounting::AllocatePart(std::size_t size, void* whole) {
-  const auto found = blocks_.find(whole);
-  if (found == blocks_.end() || found->second.is_freed || found->second.is_part) {
+  const Block* const block = FindBlock(whole);
+  if (block == nullptr || block->is_freed || block->whole != nullptr) {
     Add(FindingKind::kWrongFree, "a part for " + NameOfBlock(whole) + ", which can have none");
     return nullptr;
   }
-  void* const part = Allocate({.name = "a part of " + found->second.name,
-                               .origin = found->second.origin,
-                               .size = size,
-                               .is_part = true});
-  if (part != nullptr) {
-    blocks_[whole].parts.push_back(part);
-  }
-  return part;
+  return Allocate(
+      {.name = "a part of " + block->name, .origin = block->origin, .size = size, .whole = whole});
+}
+
+const Accounting::Block* Accounting::FindBlock(const void* address) const {
+  // The memory of one that was given back may be another one's by now.
+  const auto found = std::find_if(blocks_.rbegin(), blocks_.rend(),
+                                  [&](const Block& block) { return block.address == address; });
+  return found == blocks_.rend() ? nullptr : &*found;
 }
 
 void Accounting::CheckGuards(const Block& block, std::size_t call, std::vector<Finding>& findings) {
@@ -122,53 +121,52 @@ void Accounting::CheckGuards(const Block& block, std::size_t call, std::vector<F
     }
   };
   check(block.start, "before its beginning");
-  check(block.start + kGuardSize + block.size, "beyond its end");
+  check(block.address + block.size, "beyond its end");
 }
 
-// Frees a block that stands alone or is a part of another.
-void Accounting::End(void* address, Block& block) {
-  CheckGuards(block, call_, findings_);
-  for (void* const part : block.parts) {
-    End(part, blocks_[part]);
-  }
-  block.is_freed = true;
-  if (block.size > kLargestKept || kSanitized) {
-    std::free(std::exchange(block.start, nullptr));
-  } else {
-    std::memset(address, kFreedByte, block.size);
+// Frees a block with its parts.
+void Accounting::End(const void* address) {
+  for (Block& block : blocks_) {
+    if (block.is_freed || (block.address != address && block.whole != address)) {
+      continue;
+    }
+    CheckGuards(block, call_, findings_);
+    block.is_freed = true;
+    if (block.size > kLargestKept || kSanitized) {
+      std::free(std::exchange(block.start, nullptr));
+    } else {
+      std::memset(block.address, kFreedByte, block.size);
+    }
   }
 }
 
-bool Accounting::Free(void* block, std::string_view function, BlockUse use) {
-  if (block == nullptr) {
+bool Accounting::Free(void* address, std::string_view function, BlockUse use) {
+  if (address == nullptr) {
     return true;
   }
   const std::string by(function);
-  const auto found = blocks_.find(block);
-  if (found == blocks_.end()) {
+  const Block* const block = FindBlock(address);
+  if (block == nullptr) {
     Add(FindingKind::kWrongFree, by + " of a block that is not the library's");
-  } else if (found->second.is_freed) {
-    Add(FindingKind::kDoubleFree, by + " of " + found->second.name + ", which is freed already");
-  } else if (found->second.use != use || found->second.is_part) {
-    Add(FindingKind::kWrongFree, by + " of " + found->second.name);
+  } else if (block->is_freed) {
+    Add(FindingKind::kDoubleFree, by + " of " + block->name + ", which is freed already");
+  } else if (block->use != use || block->whole != nullptr) {
+    Add(FindingKind::kWrongFree, by + " of " + block->name);
   } else {
-    End(block, found->second);
+    End(address);
     return true;
   }
   return false;
 }
 
-std::size_t Accounting::SizeOf(const void* block) const {
-  const auto found = blocks_.find(block);
-  return found == blocks_.end() || found->second.is_freed ? 0 : found->second.size;
+std::size_t Accounting::SizeOf(const void* address) const {
+  const Block* const block = FindBlock(address);
+  return block == nullptr || block->is_freed ? 0 : block->size;
 }
 
-std::string Accounting::NameOfBlock(const void* block) const {
-  if (block == nullptr) {
-    return "null";
-  }
-  const auto found = blocks_.find(block);
-  return found == blocks_.end() ? "an unknown block" : found->second.name;
+std::string Accounting::NameOfBlock(const void* address) const {
+  const Block* const block = FindBlock(address);
+  return address == nullptr ? "null" : block == nullptr ? "an unknown block" : block->name;
 }
 
 void Accounting::Add(std::unique_ptr<Object> object) {
@@ -195,12 +193,13 @@ std::string Accounting::NameOfObject(const void* address) const {
                            : object->name + (object->references == 0 ? " (released)" : "");
 }
 
-void Accounting::MakeGarbage(void* handed_out) {
-  const auto found = blocks_.find(handed_out);
-  if (found != blocks_.end()) {
-    last_number_ -= found->second.use == BlockUse::kBuffer ? 1 : 0;
-    found->second.name = "garbage of " + found->second.origin;
-    End(handed_out, found->second);
+void Accounting::MakeGarbage(const void* handed_out) {
+  const auto found = std::find_if(blocks_.rbegin(), blocks_.rend(),
+                                  [&](const Block& block) { return block.address == handed_out; });
+  if (found != blocks_.rend()) {
+    last_number_ -= found->use == BlockUse::kBuffer ? 1 : 0;
+    found->name = "garbage of " + found->origin;
+    End(handed_out);
   } else {
     Object& object = *objects_.back();
     object.name = "garbage " + object.name;
@@ -217,24 +216,16 @@ std::vector<Finding> Accounting::Findings() const {
                           object->from_call});
     }
   }
-  std::vector<std::pair<const void*, const Block*>> in_order;
-  for (const auto& [address, block] : blocks_) {
-    in_order.emplace_back(address, &block);
-  }
-  std::sort(in_order.begin(), in_order.end(), [](const auto& left, const auto& right) {
-    return left.second->place < right.second->place;
-  });
-  for (const auto& [address, block] : in_order) {
-    const std::string name = block->name + " of " + block->origin;
-    if (!block->is_freed) {
-      CheckGuards(*block, block->call, findings);
-      if (!block->is_part) {
-        findings.push_back({FindingKind::kLeak, name + ": not freed", block->call});
+  for (const Block& block : blocks_) {
+    const std::string name = block.name + " of " + block.origin;
+    if (!block.is_freed) {
+      CheckGuards(block, block.call, findings);
+      if (block.whole == nullptr) {
+        findings.push_back({FindingKind::kLeak, name + ": not freed", block.call});
       }
-    } else if (block->start != nullptr &&
-               !IsAll(static_cast<const unsigned char*>(address), block->size, kFreedByte)) {
+    } else if (block.start != nullptr && !IsAll(block.address, block.size, kFreedByte)) {
       findings.push_back(
-          {FindingKind::kOverrun, name + ": written after it was freed", block->call});
+          {FindingKind::kOverrun, name + ": written after it was freed", block.call});
     }
   }
   return findings;

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -61,11 +60,11 @@ class Accounting {
   // which is a finding, or there is no memory.
   [[nodiscard]] void* AllocatePart(std::size_t size, void* whole);
   // False when `function` cannot free that, which is a finding. Null can always be freed.
-  bool Free(void* block, std::string_view function, BlockUse use = BlockUse::kBuffer);
+  bool Free(void* address, std::string_view function, BlockUse use = BlockUse::kBuffer);
   // The bytes in a block that was not freed, 0 of any other.
-  [[nodiscard]] std::size_t SizeOf(const void* block) const;
+  [[nodiscard]] std::size_t SizeOf(const void* address) const;
   // "block 3", "null", "an unknown block".
-  [[nodiscard]] std::string NameOfBlock(const void* block) const;
+  [[nodiscard]] std::string NameOfBlock(const void* address) const;
 
   void Add(std::unique_ptr<Object> object);
   // The object that callers know by `address`, released or not; null for any other.
@@ -75,7 +74,7 @@ class Accounting {
 
   // Puts the block, or the newest object, among what is gone, so that using it is a finding. It
   // counts as no block that was handed out.
-  void MakeGarbage(void* handed_out);
+  void MakeGarbage(const void* handed_out);
 
   // What is wrong by now: rules that were broken, as they were broken, and what is left.
   [[nodiscard]] std::vector<Finding> Findings() const;
@@ -86,24 +85,23 @@ class Accounting {
     std::string origin;
     std::size_t size = 0;
     BlockUse use = BlockUse::kBuffer;
-    bool is_part = false;
+    const void* whole = nullptr;       // of which it is a part
+    unsigned char* address = nullptr;  // as callers know it
+    unsigned char* start = nullptr;    // of the memory, with its guards; null when given back
     bool is_freed = false;
-    unsigned char* start = nullptr;  // of the memory, with its guards; null when it was given back
-    std::vector<void*> parts = {};
-    std::size_t place = 0;  // among all blocks, in the order in which they came
-    std::size_t call = 0;
+    std::size_t call = 0;  // that made it
   };
 
   void* Allocate(Block block);
-  void End(void* address, Block& block);
+  [[nodiscard]] const Block* FindBlock(const void* address) const;
+  void End(const void* address);
   static void CheckGuards(const Block& block, std::size_t call, std::vector<Finding>& findings);
 
   std::vector<Finding> findings_;
-  std::map<const void*, Block> blocks_;
+  std::vector<Block> blocks_;  // as they came
   std::vector<std::unique_ptr<Object>> objects_;
   std::size_t call_ = 0;
   std::size_t last_number_ = 0;
-  std::size_t last_place_ = 0;
 };
 
 }  // namespace zentpost::fake_mapi

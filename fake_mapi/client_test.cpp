@@ -26,14 +26,9 @@ template <class Result, class... Arguments>
 auto WithConvention(Result (*)(Arguments...)) -> Result(PLATFORM_STDCALL*)(Arguments...);
 
 template <class Signature>
-auto Exported(std::string_view name) {
-  for (const Function& function : Functions()) {
-    if (function.name == name) {
-      return reinterpret_cast<decltype(WithConvention(std::declval<Signature*>()))>(
-          function.procedure);
-    }
-  }
-  throw std::logic_error("there is no such function");
+auto Exported(const char* name) {
+  return reinterpret_cast<decltype(WithConvention(std::declval<Signature*>()))>(
+      Functions().at(name));
 }
 const auto logon = Exported<decltype(MAPILogonEx)>("MAPILogonEx");
 const auto open_form_manager = Exported<decltype(MAPIOpenFormMgr)>("MAPIOpenFormMgr");

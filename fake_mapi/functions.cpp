@@ -167,20 +167,18 @@ ULONG PLATFORM_STDCALL MAPIFreeBuffer(void* buffer) {
 }  // extern "C"
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
-std::span<const Function> Functions() {
-  static const Function functions[] = {
-      {"MAPIInitialize", "MAPIInitialize@4", reinterpret_cast<Procedure>(MAPIInitialize)},
-      {"MAPILogonEx", "MAPILogonEx@20", reinterpret_cast<Procedure>(MAPILogonEx)},
-      {"MAPIOpenFormMgr", "MAPIOpenFormMgr@8", reinterpret_cast<Procedure>(MAPIOpenFormMgr)},
-      {"MAPIAdminProfiles", "MAPIAdminProfiles@8", reinterpret_cast<Procedure>(MAPIAdminProfiles)},
-      {"HrQueryAllRows", "HrQueryAllRows@24", reinterpret_cast<Procedure>(HrQueryAllRows)},
-      {"FreeProws", "FreeProws@4", reinterpret_cast<Procedure>(FreeProws)},
-      {"FreePadrlist", "FreePadrlist@4", reinterpret_cast<Procedure>(FreePadrlist)},
-      {"MAPIAllocateBuffer", "MAPIAllocateBuffer@8",
-       reinterpret_cast<Procedure>(MAPIAllocateBuffer)},
-      {"MAPIFreeBuffer", "MAPIFreeBuffer@4", reinterpret_cast<Procedure>(MAPIFreeBuffer)},
+std::map<std::string, Procedure> Functions() {
+  return {
+      {"MAPIInitialize", reinterpret_cast<Procedure>(MAPIInitialize)},
+      {"MAPILogonEx", reinterpret_cast<Procedure>(MAPILogonEx)},
+      {"MAPIOpenFormMgr", reinterpret_cast<Procedure>(MAPIOpenFormMgr)},
+      {"MAPIAdminProfiles", reinterpret_cast<Procedure>(MAPIAdminProfiles)},
+      {"HrQueryAllRows", reinterpret_cast<Procedure>(HrQueryAllRows)},
+      {"FreeProws", reinterpret_cast<Procedure>(FreeProws)},
+      {"FreePadrlist", reinterpret_cast<Procedure>(FreePadrlist)},
+      {"MAPIAllocateBuffer", reinterpret_cast<Procedure>(MAPIAllocateBuffer)},
+      {"MAPIFreeBuffer", reinterpret_cast<Procedure>(MAPIFreeBuffer)},
   };
-  return functions;
 }
 
 }  // namespace zentpost::fake_mapi

@@ -1,19 +1,14 @@
 // The functions that a mail client's library exports. They work on TheClient().
 #pragma once
 
-#include <span>
+#include <map>
+#include <string>
 
 namespace zentpost::fake_mapi {
 
 using Procedure = void (*)();  // to be cast to its own type
 
-struct Function {
-  const char* name;            // "MAPILogonEx"
-  const char* decorated_name;  // "MAPILogonEx@20", as a linker knows it in 32 bits
-  Procedure procedure;
-};
-
 // The nine that the tool calls.
-[[nodiscard]] std::span<const Function> Functions();
+[[nodiscard]] std::map<std::string, Procedure> Functions();
 
 }  // namespace zentpost::fake_mapi

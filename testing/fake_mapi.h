@@ -25,10 +25,7 @@ using Row = fake_mapi::Properties;
 
 // The exports of a library that has the client's functions, but for those named.
 inline platform::fake::Machine::Exports MapiExports(const std::vector<std::string>& without = {}) {
-  platform::fake::Machine::Exports exports;
-  for (const fake_mapi::Function& function : fake_mapi::Functions()) {
-    exports[function.name] = function.procedure;
-  }
+  platform::fake::Machine::Exports exports = fake_mapi::Functions();
   for (const std::string& name : without) {
     exports.erase(name);
   }

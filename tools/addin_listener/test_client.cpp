@@ -1,95 +1,78 @@
 #include "tools/addin_listener/test_client.h"
 
 #include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
 #include <asio/write.hpp>
-#include <chrono>
 #include <string>
-#include <system_error>
 
 namespace zentpost::addin_listener {
 namespace {
 
 using asio::ip::tcp;
 
-tcp::endpoint Loopback(std::uint16_t port) {
-  return {asio::ip::address_v4::loopback(), port};
+asio::io_context& Context() {
+  static asio::io_context context;
+  return context;
+}
+
+bool EndsInReset(tcp::socket& socket) {
+  std::error_code error;
+  char byte;
+  socket.non_blocking(false);
+  while (socket.read_some(asio::buffer(&byte, 1), error) > 0) {
+  }
+  return error != asio::error::eof;
 }
 
 }  // namespace
 
-struct TestClient::Connection {
-  asio::io_context io;
-  tcp::socket socket{io};
-  std::error_code error;
-
-  bool EndsInReset() {
-    char byte;
-    socket.non_blocking(false);
-    while (socket.read_some(asio::buffer(&byte, 1), error) > 0) {
-    }
-    return error != asio::error::eof;
-  }
-};
-
-TestClient::TestClient(std::uint16_t port) : connection_(std::make_unique<Connection>()) {
-  connection_->socket.connect(Loopback(port), connection_->error);
-}
-TestClient::TestClient(TestClient&&) noexcept = default;
-TestClient::~TestClient() = default;
-
-bool TestClient::connected() const {
-  return !connection_->error;
+TestClient::TestClient(std::uint16_t port) : socket_(Context()) {
+  socket_.connect({asio::ip::address_v4::loopback(), port}, error_);
 }
 
 bool TestClient::Send(std::string_view bytes) {
-  return asio::write(connection_->socket, asio::buffer(bytes), connection_->error) == bytes.size();
+  return asio::write(socket_, asio::buffer(bytes), error_) == bytes.size();
 }
 
 std::size_t TestClient::SendUntilStuck(std::size_t most) {
-  auto& [io, socket, error] = *connection_;
   const std::string block(64 << 10, 'x');
   std::size_t total = 0;
-  socket.non_blocking(true);
+  socket_.non_blocking(true);
   for (bool stuck = false; !stuck && total < most;) {
-    total += socket.write_some(asio::buffer(block), error);
-    if (error) {
-      stuck = true;
-      if (error == asio::error::would_block) {
-        socket.async_wait(tcp::socket::wait_write,
-                          [&stuck](std::error_code failure) { stuck = bool{failure}; });
-        io.restart();
-        io.run_for(std::chrono::milliseconds(200));
-      }
+    total += socket_.write_some(asio::buffer(block), error_);
+    stuck = bool{error_};
+    if (error_ == asio::error::would_block) {
+      socket_.async_wait(tcp::socket::wait_write,
+                         [&stuck](std::error_code failure) { stuck = bool{failure}; });
+      Context().restart();
+      Context().run_for(std::chrono::milliseconds(200));
     }
   }
   return total;
 }
 
 bool TestClient::AwaitReset() {
-  return connection_->EndsInReset() || ResetMayLookOrderly();
+  return EndsInReset(socket_) || ResetMayLookOrderly();
 }
 
 void TestClient::Close() {
-  connection_->socket.close(connection_->error);
+  socket_.close(error_);
 }
 
 void TestClient::CloseWithReset() {
-  connection_->socket.set_option(tcp::socket::linger(true, 0));
+  socket_.set_option(tcp::socket::linger(true, 0));
   Close();
 }
 
 bool ResetMayLookOrderly() {
   // Where both come one right after the other, either may be seen.
   for (int round = 0; round < 20; ++round) {
-    asio::io_context io;
-    tcp::acceptor acceptor(io, Loopback(0));
-    TestClient::Connection client;
-    client.socket.connect(acceptor.local_endpoint());
+    tcp::acceptor acceptor(Context(), {asio::ip::address_v4::loopback(), 0});
+    tcp::socket client(Context());
+    client.connect(acceptor.local_endpoint());
     tcp::socket accepted = acceptor.accept();
     accepted.set_option(tcp::socket::linger(true, 0));
     accepted.close();
-    if (!client.EndsInReset()) {
+    if (!EndsInReset(client)) {
       return true;
     }
   }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,8 +22,8 @@ struct Config {
   std::u16string profile_name = u"Sandbox";
 };
 
-// `json` is UTF-8; empty gives the defaults. Nothing for a text that cannot be used: `error` then
-// says why. An unknown member is an error: a misspelt wish must not go unnoticed.
-[[nodiscard]] std::optional<Config> ParseConfig(std::string_view json, std::string& error);
+// `json` is UTF-8; empty gives the defaults. Throws std::runtime_error for a text that cannot be
+// used. An unknown member is an error: a misspelt wish must not go unnoticed.
+[[nodiscard]] Config ParseConfig(std::string_view json);
 
 }  // namespace zentpost::fake_mapi::sandbox

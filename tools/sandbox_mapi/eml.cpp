@@ -1,10 +1,13 @@
 #include "tools/sandbox_mapi/eml.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstdio>
+#include <ctime>
 #include <fstream>
+#include <iomanip>
+#include <locale>
+#include <map>
+#include <sstream>
 #include <vector>
 
 #include "tools/sandbox_mapi/sha256.h"
@@ -40,41 +43,18 @@ bool IsAscii(std::string_view text) {
 void AppendBase64(std::string_view bytes, std::string& result) {
   static constexpr char kDigits[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  const auto byte = [bytes](std::size_t i) {
-    return std::uint32_t{static_cast<unsigned char>(bytes[i])};
-  };
-  std::size_t i = 0;
-  for (; i + 3 <= bytes.size(); i += 3) {
-    const std::uint32_t group = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
-    const char digits[] = {kDigits[group >> 18], kDigits[group >> 12 & 63],
-                           kDigits[group >> 6 & 63], kDigits[group & 63]};
-    result.append(digits, sizeof digits);
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const std::size_t count = std::min<std::size_t>(3, bytes.size() - i);
+    std::uint32_t group = 0;
+    for (std::size_t k = 0; k < 3; ++k) {
+      group = group << 8 | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0u);
+    }
+    char digits[4];
+    for (std::size_t k = 0; k < 4; ++k) {
+      digits[k] = k <= count ? kDigits[group >> (18 - 6 * k) & 63] : '=';
+    }
+    result.append(digits, 4);
   }
-  if (i + 2 == bytes.size()) {
-    const std::uint32_t group = byte(i) << 16 | byte(i + 1) << 8;
-    result += {kDigits[group >> 18], kDigits[group >> 12 & 63], kDigits[group >> 6 & 63], '='};
-  } else if (i + 1 == bytes.size()) {
-    const std::uint32_t group = byte(i) << 16;
-    result += {kDigits[group >> 18], kDigits[group >> 12 & 63], '=', '='};
-  }
-}
-
-std::string Base64(std::string_view bytes) {
-  std::string result;
-  AppendBase64(bytes, result);
-  return result;
-}
-
-// Where to cut `utf8` so that at most `limit` bytes come first and no character is torn apart.
-std::size_t CutAtCharacter(std::string_view utf8, std::size_t limit) {
-  if (utf8.size() <= limit) {
-    return utf8.size();
-  }
-  std::size_t length = limit;
-  while (length > 0 && (static_cast<unsigned char>(utf8[length]) & 0xC0) == 0x80) {
-    --length;
-  }
-  return length;
 }
 
 std::string WithoutControls(std::u16string_view text) {
@@ -88,14 +68,19 @@ std::string WithoutControls(std::u16string_view text) {
 }
 
 std::vector<std::string> EncodedWords(std::string_view utf8) {
+  static_assert(kEncodedStart.size() + kEncodedBytes / 3 * 4 + kEncodedEnd.size() <= kEncodedWord);
   std::vector<std::string> words;
   while (!utf8.empty()) {
-    const std::size_t length = CutAtCharacter(utf8, kEncodedBytes);
-    words.push_back(std::string(kEncodedStart) + Base64(utf8.substr(0, length)) +
-                    std::string(kEncodedEnd));
+    std::size_t length = std::min(kEncodedBytes, utf8.size());
+    // No character is torn apart.
+    while (length < utf8.size() && (utf8[length] & 0xC0) == 0x80) {
+      --length;
+    }
+    std::string& word = words.emplace_back(kEncodedStart);
+    AppendBase64(utf8.substr(0, length), word);
+    word += kEncodedEnd;
     utf8.remove_prefix(length);
   }
-  static_assert(kEncodedStart.size() + kEncodedBytes / 3 * 4 + kEncodedEnd.size() <= kEncodedWord);
   return words;
 }
 
@@ -116,23 +101,6 @@ std::string Fold(std::string_view name, const std::vector<std::string>& words) {
   return result;
 }
 
-// Whether a text can stand in a header as it is: ASCII whose blanks survive folding, and that
-// cannot be taken for an encoded word.
-bool IsPlain(std::string_view text) {
-  if (!IsAscii(text) || text.empty() || text.front() == ' ' || text.back() == ' ' ||
-      text.find("  ") != std::string_view::npos || text.find("=?") != std::string_view::npos) {
-    return false;
-  }
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = std::min(text.find(' ', start), text.size());
-    if (end - start > kLineLength - 20) {
-      return false;  // A word that does not fit on a line beside a header's name.
-    }
-    start = end + 1;
-  }
-  return true;
-}
-
 std::vector<std::string> Words(std::string_view text) {
   std::vector<std::string> words;
   for (std::size_t start = 0; start <= text.size();) {
@@ -141,6 +109,16 @@ std::vector<std::string> Words(std::string_view text) {
     start = end + 1;
   }
   return words;
+}
+
+// Whether a text can stand in a header as it is: ASCII whose blanks survive folding, that cannot be
+// taken for an encoded word, and whose words fit on a line beside a header's name.
+bool IsPlain(std::string_view text) {
+  const std::vector<std::string> words = Words(text);
+  return IsAscii(text) && text.find("=?") == text.npos &&
+         std::all_of(words.begin(), words.end(), [](const std::string& word) {
+           return !word.empty() && word.size() <= kLineLength - 20;
+         });
 }
 
 // A name before an address: in quotes where that will do.
@@ -152,14 +130,7 @@ std::vector<std::string> DisplayName(std::u16string_view name) {
   if (!IsPlain(text) || text.size() > 60) {
     return EncodedWords(text);
   }
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') {
-      quoted += '\\';
-    }
-    quoted += c;
-  }
-  return {quoted + "\""};
+  return {support::Quoted(text)};
 }
 
 std::string AddressHeader(std::string_view name, const std::vector<Properties>& recipients,
@@ -215,63 +186,41 @@ std::string Parameter(std::string_view name, std::u16string_view value) {
   const std::string text = WithoutControls(value);
   const std::string start = std::string(";") + std::string(kCrLf) + ' ' + std::string(name);
   if (IsAscii(text) && text.size() <= 60 && text.find("=?") == std::string::npos) {
-    std::string quoted;
-    for (const char c : text) {
-      if (c == '"' || c == '\\') {
-        quoted += '\\';
-      }
-      quoted += c;
-    }
-    return start + "=\"" + quoted + '"';
+    return start + "=" + support::Quoted(text);
   }
   constexpr std::string_view kCharset = "UTF-8''";
-  const std::string encoded = Percent(text, "-._");
   constexpr std::size_t kPiece = 54;
+  const std::string encoded = Percent(text, "-._");
   if (encoded.size() <= kPiece) {
     return start + "*=" + std::string(kCharset) + encoded;
   }
   std::string result;
-  std::size_t number = 0;
-  for (std::size_t i = 0; i < encoded.size(); ++number) {
-    std::size_t length = std::min(kPiece, encoded.size() - i);
+  std::string_view rest = encoded;
+  for (int number = 0; !rest.empty(); ++number) {
+    std::size_t length = std::min(kPiece, rest.size());
     // "%41" is not torn apart.
-    for (const std::size_t back : {std::size_t{1}, std::size_t{2}}) {
-      if (i + length < encoded.size() && encoded[i + length - back] == '%') {
-        length -= back;
-        break;
-      }
+    if (const std::size_t percent = rest.rfind('%', length - 1);
+        length < rest.size() && percent != rest.npos && percent + 2 >= length) {
+      length = percent;
     }
     result += start + '*' + std::to_string(number) +
-              "*=" + (number == 0 ? std::string(kCharset) : std::string()) +
-              encoded.substr(i, length);
-    i += length;
+              "*=" + std::string(number == 0 ? kCharset : "") + std::string(rest.substr(0, length));
+    rest.remove_prefix(length);
   }
   return result;
 }
 
 std::string_view MediaType(std::string_view name) {
-  struct Known {
-    std::string_view extension;
-    std::string_view type;
-  };
-  static constexpr std::array<Known, 7> kKnown = {{{".pdf", "application/pdf"},
-                                                   {".tif", "image/tiff"},
-                                                   {".tiff", "image/tiff"},
-                                                   {".png", "image/png"},
-                                                   {".mp3", "audio/mpeg"},
-                                                   {".wav", "audio/wav"},
-                                                   {".jpg", "image/jpeg"}}};
-  const std::size_t dot = name.rfind('.');
-  std::string extension(dot == std::string_view::npos ? std::string_view() : name.substr(dot));
+  static const std::map<std::string_view, std::string_view> types = {
+      {".pdf", "application/pdf"}, {".tif", "image/tiff"}, {".tiff", "image/tiff"},
+      {".png", "image/png"},       {".mp3", "audio/mpeg"}, {".wav", "audio/wav"},
+      {".jpg", "image/jpeg"}};
+  std::string extension(name.substr(std::min(name.rfind('.'), name.size())));
   for (char& c : extension) {
     c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   }
-  for (const Known& known : kKnown) {
-    if (known.extension == extension) {
-      return known.type;
-    }
-  }
-  return "application/octet-stream";
+  const auto found = types.find(extension);
+  return found == types.end() ? "application/octet-stream" : found->second;
 }
 
 std::u16string AttachmentName(const Properties& properties) {
@@ -392,19 +341,11 @@ std::string QuotedPrintable(std::u16string_view text) {
 }
 
 std::string MailDate(std::chrono::sys_seconds time) {
-  const auto days = std::chrono::floor<std::chrono::days>(time);
-  const std::chrono::year_month_day date(days);
-  const std::chrono::hh_mm_ss clock(time - days);
-  static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  char text[64];
-  std::snprintf(text, sizeof text, "%s, %02u %s %04d %02d:%02d:%02d +0000",
-                kDays[std::chrono::weekday(days).c_encoding()], static_cast<unsigned>(date.day()),
-                kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()),
-                static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                static_cast<int>(clock.seconds().count()));
-  return text;
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << std::put_time(std::gmtime(&seconds), "%a, %d %b %Y %H:%M:%S +0000");
+  return text.str();
 }
 
 bool WriteEml(const Message& message, const EmlOptions& options, std::ostream& out) {

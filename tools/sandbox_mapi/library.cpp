@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include "tools/sandbox_mapi/eml.h"
 #include "tools/sandbox_mapi/mailbox.h"
 #include "tools/sandbox_mapi/names.h"
+#include "tools/sandbox_mapi/registration.h"
 #include "tools/sandbox_mapi/system.h"
 #include "tools/support/files.h"
 #include "tools/support/text.h"
@@ -31,26 +33,21 @@ fs::path ChosenFolder() {
   return ModulePath().parent_path() / "Sandbox MAPI";
 }
 
-// The orders; nothing when they cannot be used, and `error` says why.
-std::optional<Config> ReadOrders(const fs::path& folder, const std::optional<std::string>& orders,
-                                 std::string& error) {
-  std::error_code ignored;
-  if (orders && orders->find_first_not_of(" \t\r\n") == orders->find('{')) {
-    error = "SANDBOX_MAPI_CONFIG: ";
-    std::string problem;
-    std::optional<Config> config = ParseConfig(*orders, problem);
-    error += problem;
-    return config;
-  }
+// Throws std::runtime_error for orders that cannot be used.
+Config ReadOrders(const fs::path& folder, const std::optional<std::string>& orders) {
+  const bool are_told = orders && orders->find_first_not_of(" \t\r\n") == orders->find('{');
   const fs::path path = orders ? support::Path(*orders) : folder / "sandbox.json";
+  std::error_code ignored;
   if (!orders && !fs::exists(path, ignored)) {
     return Config();
   }
-  std::string problem = "cannot be read";
-  const std::optional<std::string> text = support::ReadBytes(path);
-  std::optional<Config> config = text ? ParseConfig(*text, problem) : std::nullopt;
-  error = support::PathText(path) + ": " + problem;
-  return config;
+  const std::optional<std::string> text = are_told ? orders : support::ReadBytes(path);
+  try {
+    return text ? ParseConfig(*text) : throw std::runtime_error("cannot be read");
+  } catch (const std::runtime_error& problem) {
+    throw std::runtime_error((are_told ? "SANDBOX_MAPI_CONFIG" : support::PathText(path)) + ": " +
+                             problem.what());
+  }
 }
 
 // What the client is, as `config` has it.
@@ -90,12 +87,16 @@ Library::Library() : Library(ChosenFolder(), EnvironmentVariable("SANDBOX_MAPI_C
 Library::Library(fs::path folder, const std::optional<std::string>& orders)
     : folder_(std::move(folder)),
       unfinished_report_(folder_ / ("report-" + std::to_string(ProcessId()) + ".unfinished.txt")) {
+  Config config;
   std::string error;
-  const std::optional<Config> config = ReadOrders(folder_, orders, error);
-  client_ = std::make_unique<Client>(
-      std::make_unique<Mailbox>(folder_, config.value_or(Config()).profile_name));
-  Furnish(*client_, config.value_or(Config()));
-  if (!config) {
+  try {
+    config = ReadOrders(folder_, orders);
+  } catch (const std::runtime_error& problem) {
+    error = problem.what();
+  }
+  client_ = std::make_unique<Client>(std::make_unique<Mailbox>(folder_, config.profile_name));
+  Furnish(*client_, config);
+  if (!error.empty()) {
     client_->AddProblem(error);
     client_->Plan({.call = "MAPIInitialize", .from = true, .code = kUnconfigured});
   }

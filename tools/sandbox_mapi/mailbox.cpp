@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <system_error>
@@ -25,13 +26,6 @@ namespace fs = std::filesystem;
 // Longer binary values are told by their hash alone.
 constexpr std::size_t kLongestHex = 1024;
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-struct TextDeleter {
-  void operator()(char* text) const { cJSON_free(text); }
-};
-
 void AddText(cJSON* object, const char* name, const std::string& text) {
   cJSON_AddStringToObject(object, name, text.c_str());
 }
@@ -46,17 +40,15 @@ cJSON* OneOffJson(const OneOff& one_off) {
 
 cJSON* BinaryJson(const Property& property, const fs::path& file_folder) {
   cJSON* const json = cJSON_CreateObject();
+  const std::uint64_t size = property.spool ? property.spool->size : property.bytes.size();
+  cJSON_AddNumberToObject(json, "Size", static_cast<double>(size));
   if (property.spool) {
-    cJSON_AddNumberToObject(json, "Size", static_cast<double>(property.spool->size));
     AddText(json, "Sha256", property.spool->sha256);
     if (!file_folder.empty()) {
       AddText(json, "File",
               support::PathText(property.spool->file.lexically_relative(file_folder)));
     }
-    return json;
-  }
-  cJSON_AddNumberToObject(json, "Size", static_cast<double>(property.bytes.size()));
-  if (property.bytes.size() <= kLongestHex) {
+  } else if (property.bytes.size() <= kLongestHex) {
     AddText(json, "Hex", support::HexBytes(property.bytes));
   } else {
     AddText(json, "Sha256", Sha256Of(property.bytes));
@@ -104,28 +96,16 @@ cJSON* PropertiesJson(const Properties& properties, const fs::path& file_folder)
   return array;
 }
 
-bool WriteWhole(const fs::path& path, std::string_view bytes) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  return static_cast<bool>(file);
-}
-
-// The number at the start of a file's name; 0 when it is none of ours.
-unsigned long NumberOf(const fs::path& path) {
-  const std::string name = support::PathText(path.stem());
-  const bool is_number =
-      !name.empty() && name.size() < 9 &&
-      std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
-  return is_number ? std::stoul(name) : 0;
-}
-
+// The largest number at the start of a file's name.
 unsigned long LargestNumber(const fs::path& folder) {
   unsigned long largest = 0;
   std::error_code error;
   for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
-    largest = std::max(largest, NumberOf(entry->path()));
+    const std::string name = support::PathText(entry->path().stem());
+    if (name.size() < 9 && name.find_first_not_of("0123456789") == name.npos) {
+      largest = std::max(largest, std::strtoul(name.c_str(), nullptr, 10));
+    }
   }
   return largest;
 }
@@ -134,7 +114,7 @@ unsigned long LargestNumber(const fs::path& folder) {
 
 std::string MessageJson(const Message& message, std::string_view state,
                         const fs::path& file_folder) {
-  const std::unique_ptr<cJSON, JsonDeleter> root(cJSON_CreateObject());
+  const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_CreateObject(), cJSON_Delete);
   AddText(root.get(), "State", std::string(state));
   cJSON* const flags = cJSON_AddArrayToObject(root.get(), "Calls");
   for (const std::string& flag : message.flags) {
@@ -162,7 +142,7 @@ std::string MessageJson(const Message& message, std::string_view state,
     cJSON_AddItemToObject(json, "Properties", PropertiesJson(attachment.properties, file_folder));
     cJSON_AddItemToArray(attachments, json);
   }
-  const std::unique_ptr<char, TextDeleter> text(cJSON_Print(root.get()));
+  const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_Print(root.get()), cJSON_free);
   return text == nullptr ? std::string() : std::string(text.get()) + '\n';
 }
 
@@ -212,7 +192,8 @@ bool Mailbox::Create(Message& message) {
       continue;
     }
     // Another one may have sent a message of this number since the folders were looked through.
-    if (Has(kSentItems, digits) || Has(kOutbox, digits)) {
+    if (fs::exists(StoreFolder(kSentItems) / (digits + ".json"), error) ||
+        fs::exists(StoreFolder(kOutbox) / (digits + ".json"), error)) {
       fs::remove(StoreFolder(kOutbox) / digits, error);
       continue;
     }
@@ -243,35 +224,32 @@ bool Mailbox::KeepDocument(const Message& message, const Attachment& attachment,
 
 bool Mailbox::Save(const Message& message) {
   const fs::path folder = StoreFolder(kOutbox);
-  return WriteWhole(folder / (message.name + ".json"), MessageJson(message, "saved", folder));
+  return support::WriteBytes(folder / (message.name + ".json"),
+                             MessageJson(message, "saved", folder));
 }
 
 bool Mailbox::WriteBoth(const Message& message, const fs::path& folder, std::string_view state,
                         bool is_unsent) {
   const auto now = std::chrono::system_clock::now();
-  const auto ticks = now.time_since_epoch().count();
-  const EmlOptions options{
-      std::chrono::floor<std::chrono::seconds>(now),
-      message.name + '.' + std::to_string(ticks) + '.' + std::to_string(ProcessId()), is_unsent};
-  const fs::path eml = folder / (message.name + ".eml");
+  const EmlOptions options{std::chrono::floor<std::chrono::seconds>(now),
+                           message.name + '.' + std::to_string(now.time_since_epoch().count()) +
+                               '.' + std::to_string(ProcessId()),
+                           is_unsent};
   // Whoever waits for the message must not see a part of it.
   const fs::path unfinished = folder / (message.name + ".part");
+  std::ofstream file(unfinished, std::ios::binary | std::ios::trunc);
+  bool is_whole = WriteEml(message, options, file);
+  file.close();
+  is_whole =
+      is_whole && file &&
+      support::WriteBytes(folder / (message.name + ".json"), MessageJson(message, state, {}));
   std::error_code error;
-  {
-    std::ofstream file(unfinished, std::ios::binary | std::ios::trunc);
-    const bool is_whole = WriteEml(message, options, file);
-    file.close();
-    if (!is_whole || !file) {
-      fs::remove(unfinished, error);
-      return false;
-    }
-  }
-  if (!WriteWhole(folder / (message.name + ".json"), MessageJson(message, state, {}))) {
+  if (is_whole) {
+    fs::rename(unfinished, folder / (message.name + ".eml"), error);
+  } else {
     fs::remove(unfinished, error);
-    return false;
   }
-  fs::rename(unfinished, eml, error);
-  return !error;
+  return is_whole && !error;
 }
 
 bool Mailbox::Send(const Message& message, bool stays_in_outbox) {
@@ -294,11 +272,6 @@ bool Mailbox::Show(const Message& message) {
 void Mailbox::Discard(const Message& message) {
   std::error_code ignored;
   fs::remove_all(SpoolFolder(message), ignored);
-}
-
-bool Mailbox::Has(std::string_view folder, std::string_view name) const {
-  std::error_code ignored;
-  return fs::exists(StoreFolder(folder) / (std::string(name) + ".json"), ignored);
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

@@ -41,7 +41,6 @@ class Mailbox : public Storage {
  private:
   [[nodiscard]] std::filesystem::path StoreFolder(std::string_view name) const;
   [[nodiscard]] std::filesystem::path SpoolFolder(const Message& message) const;
-  [[nodiscard]] bool Has(std::string_view folder, std::string_view name) const;
   [[nodiscard]] bool WriteBoth(const Message& message, const std::filesystem::path& folder,
                                std::string_view state, bool is_unsent);
 

@@ -1,6 +1,6 @@
 #include "tools/sandbox_mapi/names.h"
 
-#include <array>
+#include <map>
 
 #include "tools/support/text.h"
 
@@ -16,7 +16,7 @@ struct NamedTag {
   std::string_view name;
   bool is_text;
 };
-constexpr std::array<NamedTag, 27> kTags = {{
+constexpr NamedTag kTags[] = {
     {kIdMessageClass, "PR_MESSAGE_CLASS", true},
     {kIdSubject, "PR_SUBJECT", true},
     {kIdSentRepresentingName, "PR_SENT_REPRESENTING_NAME", true},
@@ -44,7 +44,7 @@ constexpr std::array<NamedTag, 27> kTags = {{
     {kIdDefaultProfile, "PR_DEFAULT_PROFILE", false},
     {0x7FFA, "PR_ATTACHMENT_LINKID", false},
     {0x0E1D, "PR_NORMALIZED_SUBJECT", true},
-}};
+};
 
 }  // namespace
 
@@ -72,22 +72,11 @@ std::string TagName(std::uint32_t tag) {
 }
 
 std::string TypeName(std::uint32_t tag) {
-  switch (TypeOf(tag)) {
-    case kLong:
-      return "PT_LONG";
-    case kError:
-      return "PT_ERROR";
-    case kBoolean:
-      return "PT_BOOLEAN";
-    case kString8:
-      return "PT_STRING8";
-    case kUnicode:
-      return "PT_UNICODE";
-    case kBinary:
-      return "PT_BINARY";
-    default:
-      return support::Hex(TypeOf(tag), 4);
-  }
+  static const std::map<std::uint32_t, const char*> names = {
+      {kLong, "PT_LONG"},       {kError, "PT_ERROR"},     {kBoolean, "PT_BOOLEAN"},
+      {kString8, "PT_STRING8"}, {kUnicode, "PT_UNICODE"}, {kBinary, "PT_BINARY"}};
+  const auto found = names.find(TypeOf(tag));
+  return found == names.end() ? support::Hex(TypeOf(tag), 4) : found->second;
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,22 +35,23 @@ TEST(Sha256, KnownHashes) {
 
 // An order in one line, or why there is none.
 std::string Parsed(std::string_view text) {
-  std::string error;
-  const std::optional<Config> config = ParseConfig(text, error);
-  if (!config) {
-    return error;
+  Config config;
+  try {
+    config = ParseConfig(text);
+  } catch (const std::runtime_error& error) {
+    return error.what();
   }
   std::string line;
-  for (const Behaviour& failure : config->failures) {
+  for (const Behaviour& failure : config.failures) {
     line += failure.call + "@" + std::to_string(failure.at) + (failure.from ? "+ " : " ") +
             std::to_string(failure.code) + "; ";
   }
-  line += "form " + std::to_string(config->form_answer);
-  for (const bool flag : {config->garbage, config->client_shutdown, config->default_profile,
-                          config->default_store, config->outbox, config->sent_items}) {
+  line += "form " + std::to_string(config.form_answer);
+  for (const bool flag : {config.garbage, config.client_shutdown, config.default_profile,
+                          config.default_store, config.outbox, config.sent_items}) {
     line += flag ? " y" : " n";
   }
-  return line + " " + std::string(config->profile_name.begin(), config->profile_name.end());
+  return line + " " + std::string(config.profile_name.begin(), config.profile_name.end());
 }
 
 TEST(Config, OrdersAreReadOrRefusedWithTheReason) {

@@ -1,13 +1,14 @@
 #include "tools/sandbox_mapi/program.h"
 
 #include <cstdio>
-#include <optional>
+#include <stdexcept>
 #include <system_error>
 
 #include "tools/sandbox_mapi/registration.h"
 #include "tools/sandbox_mapi/system.h"
 #include "tools/support/files.h"
 #include "tools/support/program.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
@@ -35,68 +36,65 @@ constexpr std::string_view kHelp =
     "  2  the command line cannot be used\n"
     "  3  the registration cannot be changed\n";
 
-int Complain(const Writer& err, const std::string& text, int code) {
-  err("sandbox_mapi: " + text + '\n');
-  return code;
+// Throws std::runtime_error when the library cannot be registered.
+void CheckLibrary(const fs::path& library) {
+  const std::string path = support::PathText(library);
+  std::error_code ignored;
+  if (!fs::is_regular_file(library, ignored)) {
+    throw std::runtime_error("there is no library " + path);
+  }
+  const std::size_t length = support::Utf16(path).size();
+  if (length > kLongestLibraryPath) {
+    throw std::runtime_error(
+        "the library's path has " + std::to_string(length) + " characters, and more than " +
+        std::to_string(kLongestLibraryPath) +
+        " are not read when a mail client is looked for: put it into a folder with a shorter "
+        "path\n  " +
+        path);
+  }
 }
 
-int RunRegister(const fs::path& library, const std::optional<std::string>& chosen,
-                const Writer& out, const Writer& err) {
-  const fs::path folder =
-      fs::absolute(chosen ? support::Path(*chosen) : library.parent_path() / kClientName)
-          .lexically_normal();
+// What is told when it is done. Throws std::runtime_error.
+std::string RegisterWith(const fs::path& library, const fs::path& folder) {
   std::error_code problem;
   fs::create_directories(folder, problem);
   if (problem) {
-    return Complain(
-        err, "cannot make the folder " + support::PathText(folder) + ": " + problem.message(),
-        kFailed);
+    throw std::runtime_error("cannot make the folder " + support::PathText(folder) + ": " +
+                             problem.message());
   }
-  std::string error;
-  if (!Register(library, folder, error)) {
-    return Complain(err, error, kFailed);
-  }
-  out("the default mail client is now " + support::PathText(library) + "\nmail goes to " +
-      support::PathText(folder) + '\n');
-  return kSuccess;
-}
-
-int RunUnregister(const Writer& out, const Writer& err) {
-  bool was_registered = false;
-  std::string error;
-  if (!Unregister(was_registered, error)) {
-    return Complain(err, error, kFailed);
-  }
-  out(was_registered ? "the former mail client is back\n" : "was not registered\n");
-  return kSuccess;
+  CheckLibrary(library);
+  Register(library, folder);
+  return "the default mail client is now " + support::PathText(library) + "\nmail goes to " +
+         support::PathText(folder) + '\n';
 }
 
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& arguments, const fs::path& library,
                const Writer& out, const Writer& err) {
-  const auto is_given = [&arguments](std::string_view word) {
-    return arguments.size() == 1 && arguments[0] == word;
-  };
-  if (is_given("--help")) {
-    out(kHelp);
+  const std::string command = arguments.empty() ? "" : arguments[0];
+  const bool has_folder = arguments.size() == 3 && command == "register" &&
+                          arguments[1] == "--folder" && !arguments[2].empty();
+  try {
+    if (has_folder || (arguments.size() == 1 && command == "register")) {
+      const fs::path folder =
+          has_folder ? support::Path(arguments[2]) : library.parent_path() / kClientName;
+      out(RegisterWith(library, fs::absolute(folder).lexically_normal()));
+    } else if (arguments.size() == 1 && command == "unregister") {
+      out(Unregister() ? "the former mail client is back\n" : "was not registered\n");
+    } else if (arguments.size() == 1 && command == "--help") {
+      out(kHelp);
+    } else if (arguments.size() == 1 && command == "--version") {
+      out("sandbox_mapi " SANDBOX_MAPI_VERSION "\n");
+    } else {
+      err("sandbox_mapi: this command line cannot be used; --help shows what can\n");
+      return kUsage;
+    }
     return kSuccess;
+  } catch (const std::runtime_error& problem) {
+    err(std::string("sandbox_mapi: ") + problem.what() + '\n');
+    return kFailed;
   }
-  if (is_given("--version")) {
-    out("sandbox_mapi " SANDBOX_MAPI_VERSION "\n");
-    return kSuccess;
-  }
-  if (is_given("unregister")) {
-    return RunUnregister(out, err);
-  }
-  if (is_given("register")) {
-    return RunRegister(library, std::nullopt, out, err);
-  }
-  if (arguments.size() == 3 && arguments[0] == "register" && arguments[1] == "--folder" &&
-      !arguments[2].empty()) {
-    return RunRegister(library, arguments[2], out, err);
-  }
-  return Complain(err, "this command line cannot be used; --help shows what can", kUsage);
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

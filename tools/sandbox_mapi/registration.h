@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,16 +21,15 @@ inline constexpr std::size_t kLongestLibraryPath = 129;
 inline constexpr std::string_view kLibraryValue = sizeof(void*) == 8 ? "DllPathEx" : "DllPath";
 
 // Registers the library at `library` with `folder` as its folder, both absolute. What was the
-// default client before is kept for Unregister, also when this is done again. False: `error` says
-// why.
-[[nodiscard]] bool Register(const std::filesystem::path& library,
-                            const std::filesystem::path& folder, std::string& error);
+// default client before is kept for Unregister, also when this is done again. Throws
+// std::runtime_error.
+void Register(const std::filesystem::path& library, const std::filesystem::path& folder);
 
 // Puts back what was the default client, unless another one has become it since, and takes away all
-// that Register has written. `was_registered` is false when there was nothing to undo.
-[[nodiscard]] bool Unregister(bool& was_registered, std::string& error);
+// that Register has written. False: there was nothing to undo. Throws std::runtime_error.
+bool Unregister();
 
-// Whether the library can be registered at all; `error` says why not.
-[[nodiscard]] bool CanBeRegistered(const std::filesystem::path& library, std::string& error);
+// The folder that was registered; nothing when there is none.
+[[nodiscard]] std::optional<std::string> RegisteredFolder();
 
 }  // namespace zentpost::fake_mapi::sandbox

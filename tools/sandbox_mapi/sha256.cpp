@@ -1,10 +1,13 @@
 #include "tools/sandbox_mapi/sha256.h"
 
-#include <algorithm>
 #include <bit>
+
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
 namespace {
+
+constexpr std::size_t kBlock = 64;
 
 // The first 32 bits of the fractions of the cube roots of the first 64 primes.
 constexpr std::array<std::uint32_t, 64> kRound = {
@@ -53,46 +56,27 @@ void Sha256::AddBlock(const unsigned char* block) {
 }
 
 void Sha256::Add(std::string_view bytes) {
-  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
-  std::size_t left = bytes.size();
-  while (left > 0) {
-    const auto filled = static_cast<std::size_t>(size_ % rest_.size());
-    if (filled == 0 && left >= rest_.size()) {
-      AddBlock(data);
-      data += rest_.size();
-      left -= rest_.size();
-      size_ += rest_.size();
-      continue;
-    }
-    const std::size_t part = std::min(left, rest_.size() - filled);
-    std::copy_n(data, part, rest_.data() + filled);
-    data += part;
-    left -= part;
-    size_ += part;
-    if (filled + part == rest_.size()) {
-      AddBlock(rest_.data());
-    }
+  size_ += bytes.size();
+  rest_ += bytes;
+  std::size_t done = 0;
+  for (; rest_.size() - done >= kBlock; done += kBlock) {
+    AddBlock(reinterpret_cast<const unsigned char*>(rest_.data()) + done);
   }
+  rest_.erase(0, done);
 }
 
 std::string Sha256::Finish() {
-  const std::uint64_t bits = size_ * 8;
-  Add(std::string_view("\x80", 1));
-  while (size_ % rest_.size() != rest_.size() - 8) {
-    Add(std::string_view("\0", 1));
-  }
-  std::string length;
+  std::string end = "\x80";
+  end.append((2 * kBlock - 9 - rest_.size()) % kBlock, '\0');
   for (int shift = 56; shift >= 0; shift -= 8) {
-    length += static_cast<char>(bits >> shift);
+    end += static_cast<char>(size_ * 8 >> shift);
   }
-  Add(length);
-  std::string result;
+  Add(end);
+  std::string digits;
   for (const std::uint32_t word : state_) {
-    for (int shift = 28; shift >= 0; shift -= 4) {
-      result += "0123456789abcdef"[(word >> shift) & 15];
-    }
+    digits += support::LowerHex(word, 8).substr(2);
   }
-  return result;
+  return digits;
 }
 
 std::string Sha256Of(std::string_view bytes) {

@@ -23,8 +23,8 @@ class Sha256 {
 
   std::array<std::uint32_t, 8> state_ = {0x6A09E667, 0xBB67AE85, 0x3C6EF372, 0xA54FF53A,
                                          0x510E527F, 0x9B05688C, 0x1F83D9AB, 0x5BE0CD19};
-  std::array<unsigned char, 64> rest_{};
-  std::uint64_t size_ = 0;  // Bytes added so far.
+  std::string rest_;        // less than a block
+  std::uint64_t size_ = 0;  // bytes added so far
 };
 
 [[nodiscard]] std::string Sha256Of(std::string_view bytes);

@@ -19,7 +19,4 @@ namespace zentpost::fake_mapi::sandbox {
 // The program that runs in this process.
 [[nodiscard]] std::filesystem::path ProgramPath();
 
-// The folder that the registration names (registration.h); nothing when there is none.
-[[nodiscard]] std::optional<std::string> RegisteredFolder();
-
 }  // namespace zentpost::fake_mapi::sandbox

@@ -1,10 +1,11 @@
-// The registry for one test: the machine's own on Windows, put back afterwards, and a file of the
+// The registry for one test: the machine's own on Windows, put aside meanwhile, and a file of the
 // test's own elsewhere.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
+
+#include "tools/support/files.h"
 
 namespace zentpost::fake_mapi::sandbox {
 
@@ -19,8 +20,7 @@ class TestRegistry {
   void SetDefaultClient(const std::optional<std::string>& name);
 
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  support::TemporaryFolder folder_;  // for the file
 };
 
 }  // namespace zentpost::fake_mapi::sandbox

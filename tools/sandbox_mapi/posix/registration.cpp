@@ -1,38 +1,164 @@
+// The text file that stands for the registry: this tool's keys are one block of lines at its end.
+// What stands before it is overridden and not touched, so that taking the block away puts
+// everything back, to the byte and in whatever encoding the file has.
 #include "tools/sandbox_mapi/registration.h"
 
-#include "tools/sandbox_mapi/posix/registry_file.h"
+#include <stdexcept>
+#include <system_error>
+
+#include "tools/sandbox_mapi/system.h"
 #include "tools/support/files.h"
+#include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
+namespace {
 
-bool Register(const std::filesystem::path& library, const std::filesystem::path& folder,
-              std::string& error) {
-  RegistryFile file;
-  if (!CanBeRegistered(library, error) || !file.Read(error)) {
-    return false;
+constexpr std::string_view kHeader = "Windows Registry Editor Version 5.00";
+constexpr std::string_view kAnsiHeader = "REGEDIT4";
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+constexpr std::string_view kUtf16Mark = "\xFF\xFE";
+constexpr std::string_view kBegin =
+    "\n; sandbox_mapi begins here: unregister takes these lines away\n";
+constexpr std::string_view kEnd = "; sandbox_mapi ends here\n";
+constexpr std::string_view kFolder = "\"Folder\"=\"";
+
+std::string InUtf16(std::string_view utf8) {
+  std::string bytes;
+  for (const char16_t unit : support::Utf16(utf8)) {
+    bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
   }
-  const std::string mail = "[HKEY_LOCAL_MACHINE\\Software\\Clients\\Mail";
-  const std::string name = QuotedForRegistry(kClientName);
-  std::string keys = mail + "]\n@=" + name + "\n\n" + mail + '\\' + kClientName + "]\n@=" + name;
-  keys +=
-      "\n\"" + std::string(kLibraryValue) + "\"=" + QuotedForRegistry(support::PathText(library));
-  keys += "\n\"Folder\"=" + QuotedForRegistry(support::PathText(folder)) + '\n';
-  file.SetBlock(keys);
-  return file.Write(error);
+  return bytes;
 }
 
-bool Unregister(bool& was_registered, std::string& error) {
+class RegistryFile {
+ public:
+  // Where the tool looks for the file, too. A missing file is an empty one.
+  RegistryFile() {
+    if (const auto path = EnvironmentVariable("ZENTPOST_REGISTRY")) {
+      path_ = *path;
+    } else if (const auto folder = EnvironmentVariable("XDG_CONFIG_HOME")) {
+      path_ = std::filesystem::path(*folder) / "zentpost" / "registry.reg";
+    } else if (const auto home = EnvironmentVariable("HOME")) {
+      path_ = std::filesystem::path(*home) / ".config" / "zentpost" / "registry.reg";
+    } else {
+      throw std::runtime_error("there is no place for the registry's file: set ZENTPOST_REGISTRY");
+    }
+    std::error_code ignored;
+    const std::optional<std::string> read = std::filesystem::exists(path_, ignored)
+                                                ? support::ReadBytes(path_)
+                                                : std::string(kHeader) + "\n";
+    if (!read) {
+      throw std::runtime_error("cannot read " + support::PathText(path_));
+    }
+    bytes_ = *read;
+    if (!bytes_.starts_with(std::string(kUtf16Mark) + InUtf16(kHeader)) &&
+        !bytes_.starts_with(kAnsiHeader) && !bytes_.starts_with(kHeader) &&
+        !bytes_.starts_with(std::string(kUtf8Mark) += kHeader)) {
+      throw std::runtime_error(support::PathText(path_) + " does not begin with \"" +
+                               std::string(kHeader) + '"');
+    }
+    begin_ = bytes_.find(Encoded(kBegin));
+  }
+
+  [[nodiscard]] bool HasBlock() const { return begin_ != std::string::npos; }
+
+  // The block's "Folder".
+  [[nodiscard]] std::optional<std::string> Folder() const {
+    const std::size_t start = bytes_.find(Encoded(kFolder), begin_);
+    if (!HasBlock() || start == std::string::npos) {
+      return std::nullopt;
+    }
+    std::string text = Decoded(bytes_.substr(start)).substr(kFolder.size());
+    std::string folder;
+    for (std::size_t i = 0; i < text.size() && text[i] != '"'; ++i) {
+      i += text[i] == '\\' ? 1 : 0;
+      folder += text[i];
+    }
+    return folder;
+  }
+
+  void RemoveBlock() {
+    if (HasBlock()) {
+      const std::string end = Encoded(kEnd);
+      const std::size_t last = bytes_.find(end, begin_);
+      bytes_.erase(begin_, last == std::string::npos ? last : last + end.size() - begin_);
+    }
+  }
+  void AddBlock(const std::string& keys) {
+    const std::string block = std::string(kBegin) + keys + std::string(kEnd);
+    if (Decoded(Encoded(block)) != block) {
+      throw std::runtime_error(
+          "the registry's file cannot hold the characters of these paths: it is no Unicode file");
+    }
+    bytes_ += Encoded(block);
+  }
+
+  void Write() const {
+    std::error_code problem;
+    std::filesystem::create_directories(path_.parent_path(), problem);
+    // Whoever reads it meanwhile finds the former file or the new one.
+    const std::filesystem::path fresh = path_.string() + ".new";
+    const bool is_written = support::WriteBytes(fresh, bytes_);
+    std::filesystem::rename(fresh, path_, problem);
+    if (!is_written || problem) {
+      throw std::runtime_error("cannot write " + support::PathText(path_));
+    }
+  }
+
+ private:
+  // Of `utf8`, in the file's encoding.
+  [[nodiscard]] std::string Encoded(std::string_view utf8) const {
+    return bytes_.starts_with(kUtf16Mark)    ? InUtf16(utf8)
+           : bytes_.starts_with(kAnsiHeader) ? support::Windows1252(support::Utf16(utf8))
+                                             : std::string(utf8);
+  }
+  [[nodiscard]] std::string Decoded(const std::string& bytes) const {
+    if (bytes_.starts_with(kUtf16Mark)) {
+      std::u16string text;
+      for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
+                                      static_cast<unsigned char>(bytes[i + 1]) << 8);
+      }
+      return support::Utf8(text);
+    }
+    return bytes_.starts_with(kAnsiHeader) ? support::Utf8(support::FromWindows1252(bytes)) : bytes;
+  }
+
+  std::filesystem::path path_;
+  std::string bytes_;
+  std::size_t begin_ = std::string::npos;
+};
+
+}  // namespace
+
+void Register(const std::filesystem::path& library, const std::filesystem::path& folder) {
   RegistryFile file;
-  was_registered = false;
-  if (!file.Read(error)) {
-    return false;
-  }
-  if (!file.HasBlock()) {
-    return true;
-  }
-  was_registered = true;
+  const std::string mail = "[HKEY_LOCAL_MACHINE\\Software\\Clients\\Mail";
+  const std::string name = support::Quoted(kClientName);
   file.RemoveBlock();
-  return file.Write(error);
+  file.AddBlock(mail + "]\n@=" + name + "\n\n" + mail + '\\' + kClientName + "]\n@=" + name +
+                "\n\"" + std::string(kLibraryValue) +
+                "\"=" + support::Quoted(support::PathText(library)) +
+                "\n\"Folder\"=" + support::Quoted(support::PathText(folder)) + '\n');
+  file.Write();
+}
+
+bool Unregister() {
+  RegistryFile file;
+  const bool was_registered = file.HasBlock();
+  if (was_registered) {
+    file.RemoveBlock();
+    file.Write();
+  }
+  return was_registered;
+}
+
+std::optional<std::string> RegisteredFolder() {
+  try {
+    return RegistryFile().Folder();
+  } catch (const std::runtime_error&) {
+    return std::nullopt;
+  }
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

@@ -6,8 +6,6 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "tools/sandbox_mapi/posix/registry_file.h"
-
 namespace zentpost::fake_mapi::sandbox {
 
 std::optional<std::string> EnvironmentVariable(const char* name) {
@@ -32,15 +30,6 @@ std::filesystem::path ModulePath() {
 std::filesystem::path ProgramPath() {
   std::error_code error;
   return std::filesystem::read_symlink("/proc/self/exe", error);
-}
-
-std::optional<std::string> RegisteredFolder() {
-  RegistryFile file;
-  std::string error;
-  if (!file.Read(error)) {
-    return std::nullopt;
-  }
-  return file.Folder();
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

@@ -2,12 +2,9 @@
 
 #include <windows.h>
 
-#include <cwchar>
-#include <string>
-#include <string_view>
+#include <stdexcept>
 #include <vector>
 
-#include "platform/unique_handle.h"
 #include "tools/support/files.h"
 #include "tools/support/text.h"
 
@@ -15,62 +12,59 @@ namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 constexpr wchar_t kMailKey[] = L"Software\\Clients\\Mail";
+constexpr wchar_t kClientKey[] = L"Software\\Clients\\Mail\\Sandbox MAPI";
 constexpr wchar_t kPreviousClient[] = L"Previous Client";
-
-struct KeyTraits {
-  using Value = HKEY;
-  static constexpr HKEY kNone = nullptr;
-  static void Close(HKEY key) noexcept { RegCloseKey(key); }
-};
-using Key = platform::UniqueHandle<KeyTraits>;
 
 std::wstring Wide(std::string_view utf8) {
   const std::u16string text = support::Utf16(utf8);
   return std::wstring(text.begin(), text.end());
 }
 
-bool Succeeded(LSTATUS status, const char* call, std::string& error) {
-  if (status == ERROR_SUCCESS) {
-    return true;
+void Demand(LSTATUS status, const char* call) {
+  if (status != ERROR_SUCCESS) {
+    throw std::runtime_error(std::string(call) + " failed with " + std::to_string(status) +
+                             (status == ERROR_ACCESS_DENIED
+                                  ? ": only an administrator may change the machine's mail client"
+                                  : ""));
   }
-  error = std::string(call) + " failed with " + std::to_string(status);
-  if (status == ERROR_ACCESS_DENIED) {
-    error += ": only an administrator may change the machine's mail client";
-  }
-  return false;
 }
 
 // A value as it is stored, whatever its type.
 struct StoredValue {
   bool exists = false;
   DWORD type = REG_NONE;
-  std::vector<BYTE> data;
+  std::vector<BYTE> data = {};
 };
 
-bool Read(const Key& key, const wchar_t* name, StoredValue& value, std::string& error) {
+StoredValue Read(const wchar_t* key, const wchar_t* name) {
+  StoredValue value;
   DWORD size = 0;
-  LSTATUS status = RegQueryValueExW(key.Get(), name, nullptr, &value.type, nullptr, &size);
+  constexpr DWORD kAny = RRF_RT_ANY | RRF_NOEXPAND;
+  LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, key, name, kAny, nullptr, nullptr, &size);
   if (status == ERROR_FILE_NOT_FOUND) {
-    value = StoredValue{};
-    return true;
+    return value;
   }
   value.data.resize(size);
   if (status == ERROR_SUCCESS) {
-    status = RegQueryValueExW(key.Get(), name, nullptr, &value.type, value.data.data(), &size);
+    status =
+        RegGetValueW(HKEY_LOCAL_MACHINE, key, name, kAny, &value.type, value.data.data(), &size);
   }
-  value.exists = status == ERROR_SUCCESS;
-  return Succeeded(status, "RegQueryValueEx", error);
+  Demand(status, "RegGetValue");
+  value.data.resize(size);
+  value.exists = true;
+  return value;
 }
 
 // A value that does not exist is taken away.
-bool Write(const Key& key, const wchar_t* name, const StoredValue& value, std::string& error) {
+void Write(const wchar_t* key, const wchar_t* name, const StoredValue& value) {
   if (value.exists) {
-    return Succeeded(RegSetValueExW(key.Get(), name, 0, value.type, value.data.data(),
-                                    static_cast<DWORD>(value.data.size())),
-                     "RegSetValueEx", error);
+    Demand(RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, value.type, value.data.data(),
+                           static_cast<DWORD>(value.data.size())),
+           "RegSetKeyValue");
+  } else if (const LSTATUS status = RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, name);
+             status != ERROR_FILE_NOT_FOUND) {
+    Demand(status, "RegDeleteKeyValue");
   }
-  const LSTATUS status = RegDeleteValueW(key.Get(), name);
-  return status == ERROR_FILE_NOT_FOUND || Succeeded(status, "RegDeleteValue", error);
 }
 
 StoredValue Text(std::string_view utf8) {
@@ -79,73 +73,45 @@ StoredValue Text(std::string_view utf8) {
   return {true, REG_SZ, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
 }
 
-// Whether the value names this tool's client, with a terminator or without.
-bool IsOurs(const StoredValue& value) {
-  StoredValue ours = Text(kClientName);
-  std::vector<BYTE> unterminated = ours.data;
-  unterminated.resize(unterminated.size() - sizeof(wchar_t));
-  return value.exists && (value.data == ours.data || value.data == unterminated);
+// Whether this tool's client is the default one. A text that is read has its terminator.
+bool IsDefault(const StoredValue& client) {
+  return client.exists && client.data == Text(kClientName).data;
 }
 
 }  // namespace
 
-bool Register(const std::filesystem::path& library, const std::filesystem::path& folder,
-              std::string& error) {
-  if (!CanBeRegistered(library, error)) {
-    return false;
-  }
-  Key mail;
-  Key client;
-  StoredValue present;
-  if (!Succeeded(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kMailKey, 0, nullptr, 0, KEY_READ | KEY_WRITE,
-                                 nullptr, mail.Put(), nullptr),
-                 "RegCreateKeyEx", error) ||
-      !Succeeded(RegCreateKeyExW(mail.Get(), Wide(kClientName).c_str(), 0, nullptr, 0,
-                                 KEY_READ | KEY_WRITE, nullptr, client.Put(), nullptr),
-                 "RegCreateKeyEx", error) ||
-      !Read(mail, nullptr, present, error)) {
-    return false;
-  }
+void Register(const std::filesystem::path& library, const std::filesystem::path& folder) {
+  const StoredValue present = Read(kMailKey, nullptr);
+  Write(kClientKey, nullptr, Text(kClientName));
   // Done again, what was there before the first time is still what to put back.
-  if (!IsOurs(present) && !Write(client, kPreviousClient, present, error)) {
-    return false;
+  if (!IsDefault(present)) {
+    Write(kClientKey, kPreviousClient, present);
   }
-  return Write(client, nullptr, Text(kClientName), error) &&
-         Write(client, Wide(kLibraryValue).c_str(), Text(support::PathText(library)), error) &&
-         Write(client, L"Folder", Text(support::PathText(folder)), error) &&
-         // Last: until now the former client was the default one.
-         Write(mail, nullptr, Text(kClientName), error);
+  Write(kClientKey, Wide(kLibraryValue).c_str(), Text(support::PathText(library)));
+  Write(kClientKey, L"Folder", Text(support::PathText(folder)));
+  // Last: until now the former client was the default one.
+  Write(kMailKey, nullptr, Text(kClientName));
 }
 
-bool Unregister(bool& was_registered, std::string& error) {
-  was_registered = false;
-  Key mail;
-  LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMailKey, 0, KEY_READ | KEY_WRITE, mail.Put());
-  if (status == ERROR_FILE_NOT_FOUND) {
-    return true;
-  }
-  if (!Succeeded(status, "RegOpenKeyEx", error)) {
+bool Unregister() {
+  if (!Read(kClientKey, nullptr).exists) {
     return false;
   }
-  Key client;
-  status = RegOpenKeyExW(mail.Get(), Wide(kClientName).c_str(), 0, KEY_READ, client.Put());
-  if (status == ERROR_FILE_NOT_FOUND) {
-    return true;
+  if (IsDefault(Read(kMailKey, nullptr))) {
+    Write(kMailKey, nullptr, Read(kClientKey, kPreviousClient));
   }
-  if (!Succeeded(status, "RegOpenKeyEx", error)) {
-    return false;
+  Demand(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kClientKey), "RegDeleteTree");
+  return true;
+}
+
+std::optional<std::string> RegisteredFolder() {
+  wchar_t folder[32768];  // no path is longer
+  DWORD size = sizeof folder;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, kClientKey, L"Folder", RRF_RT_REG_SZ, nullptr, folder,
+                   &size) != ERROR_SUCCESS) {
+    return std::nullopt;
   }
-  was_registered = true;
-  StoredValue present;
-  StoredValue previous;
-  if (!Read(mail, nullptr, present, error) || !Read(client, kPreviousClient, previous, error)) {
-    return false;
-  }
-  if (IsOurs(present) && !Write(mail, nullptr, previous, error)) {
-    return false;
-  }
-  client.Reset();
-  return Succeeded(RegDeleteTreeW(mail.Get(), Wide(kClientName).c_str()), "RegDeleteTree", error);
+  return support::Utf8(support::FromWide(folder));
 }
 
 }  // namespace zentpost::fake_mapi::sandbox

@@ -50,14 +50,4 @@ std::filesystem::path ProgramPath() {
   return FileOf(nullptr);
 }
 
-std::optional<std::string> RegisteredFolder() {
-  std::vector<wchar_t> buffer(32768);
-  DWORD size = static_cast<DWORD>((buffer.size() - 1) * sizeof(wchar_t));
-  if (RegGetValueW(HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail\\Sandbox MAPI", L"Folder",
-                   RRF_RT_REG_SZ, nullptr, buffer.data(), &size) != ERROR_SUCCESS) {
-    return std::nullopt;
-  }
-  return support::Utf8(support::FromWide(buffer.data()));
-}
-
 }  // namespace zentpost::fake_mapi::sandbox
