@@ -65,100 +65,100 @@ TEST(Accounting, EveryFaultIsAFinding) {
   constexpr std::size_t kLarge = std::size_t{2} << 20;
   const Case cases[] = {
       {"leaks, in the order in which things were handed out",
-       [](Accounting& accounting) {
-         static_cast<void>(accounting.AllocateRows(8, "store table"));
-         accounting.BeginCall(8);
-         static_cast<void>(accounting.AllocatePart(9, accounting.Allocate(24, "F")));
-         accounting.Add(std::make_unique<Object>("IThing", "thing"));
-         accounting.Find(nullptr)->references = 2;
+       [](Accounting& books) {
+         static_cast<void>(books.AllocateRows(8, "store table"));
+         books.BeginCall(8);
+         static_cast<void>(books.AllocatePart(9, books.Allocate(24, "F")));
+         books.Add(std::make_unique<Object>("IThing", "thing"));
+         books.Find(nullptr)->references = 2;
        },
        "thing: references left: 2 (8)\nrows of the store table of HrQueryAllRows: not freed (7)\n"
        "block 1 of F: not freed (8)\n3 leaks, no double frees, no overruns"},
       {"a second free, although others were allocated meanwhile",
-       [](Accounting& accounting) {
-         void* const block = accounting.Allocate(24, "F");
-         EXPECT_TRUE(accounting.Free(block, "Free"));
-         void* const next = accounting.Allocate(24, "F");
+       [](Accounting& books) {
+         void* const block = books.Allocate(24, "F");
+         EXPECT_TRUE(books.Free(block, "Free"));
+         void* const next = books.Allocate(24, "F");
          EXPECT_NE(next, block);
-         EXPECT_FALSE(accounting.Free(block, "Free"));
-         EXPECT_TRUE(accounting.Free(next, "Free"));
+         EXPECT_FALSE(books.Free(block, "Free"));
+         EXPECT_TRUE(books.Free(next, "Free"));
        },
        "Free of block 1, which is freed already (7)\nno leaks, 1 double free, no overruns"},
       {"a second free of a large block",
-       [](Accounting& accounting) {
-         void* const block = accounting.Allocate(kLarge, "F");
-         EXPECT_TRUE(accounting.Free(block, "Free"));
-         EXPECT_FALSE(accounting.Free(block, "Free"));
+       [](Accounting& books) {
+         void* const block = books.Allocate(kLarge, "F");
+         EXPECT_TRUE(books.Free(block, "Free"));
+         EXPECT_FALSE(books.Free(block, "Free"));
        },
        "Free of block 1, which is freed already (7)\nno leaks, 1 double free, no overruns"},
       {"what is not the library's, parts, rows and no rows",
-       [](Accounting& accounting) {
-         EXPECT_FALSE(accounting.Free(&foreign, "Free"));
-         void* const rows = accounting.AllocateRows(8, "table");
-         void* const part = accounting.AllocatePart(9, rows);
-         EXPECT_FALSE(accounting.Free(part, "Free"));
-         EXPECT_FALSE(accounting.Free(rows, "Free"));
-         EXPECT_TRUE(accounting.Free(rows, "FreeRows", BlockUse::kRows));
-         void* const block = accounting.Allocate(1, "F");
-         EXPECT_FALSE(accounting.Free(block, "FreeRows", BlockUse::kRows));
-         EXPECT_TRUE(accounting.Free(block, "Free"));
+       [](Accounting& books) {
+         EXPECT_FALSE(books.Free(&foreign, "Free"));
+         void* const rows = books.AllocateRows(8, "table");
+         void* const part = books.AllocatePart(9, rows);
+         EXPECT_FALSE(books.Free(part, "Free"));
+         EXPECT_FALSE(books.Free(rows, "Free"));
+         EXPECT_TRUE(books.Free(rows, "FreeRows", BlockUse::kRows));
+         void* const block = books.Allocate(1, "F");
+         EXPECT_FALSE(books.Free(block, "FreeRows", BlockUse::kRows));
+         EXPECT_TRUE(books.Free(block, "Free"));
        },
        "Free of a block that is not the library's (7)\nFree of a part of rows of the table (7)\n"
        "Free of rows of the table (7)\nFreeRows of block 1 (7)\n" +
            Clean(", 4 wrong frees")},
       {"parts of what can have none",
-       [](Accounting& accounting) {
-         EXPECT_EQ(accounting.AllocatePart(4, &foreign), nullptr);
-         void* const block = accounting.Allocate(4, "F");
-         EXPECT_EQ(accounting.AllocatePart(4, accounting.AllocatePart(4, block)), nullptr);
-         EXPECT_TRUE(accounting.Free(block, "Free"));
-         EXPECT_EQ(accounting.AllocatePart(4, block), nullptr);
+       [](Accounting& books) {
+         EXPECT_EQ(books.AllocatePart(4, &foreign), nullptr);
+         void* const block = books.Allocate(4, "F");
+         EXPECT_EQ(books.AllocatePart(4, books.AllocatePart(4, block)), nullptr);
+         EXPECT_TRUE(books.Free(block, "Free"));
+         EXPECT_EQ(books.AllocatePart(4, block), nullptr);
        },
        "a part for an unknown block, which can have none (7)\n"
        "a part for a part of block 1, which can have none (7)\n"
        "a part for block 1, which can have none (7)\n" +
            Clean(", 3 wrong frees")},
       {"writing on both sides of a block, found at its end",
-       [](Accounting& accounting) {
-         void* const block = accounting.Allocate(10, "F");
+       [](Accounting& books) {
+         void* const block = books.Allocate(10, "F");
          Bytes(block)[-1] = 7;
          Bytes(block)[10] = 7;
-         EXPECT_EQ(accounting.Findings().size(), 3u) << "while it is there";
-         EXPECT_TRUE(accounting.Free(block, "Free"));
+         EXPECT_EQ(books.Findings().size(), 3u) << "while it is there";
+         EXPECT_TRUE(books.Free(block, "Free"));
        },
        "block 1 of F: written before its beginning (7)\nblock 1 of F: written beyond its end (7)\n"
        "no leaks, no double frees, 2 overruns",
        true},
       {"writing beyond a block that stays, and far behind a part",
-       [](Accounting& accounting) {
-         void* const block = accounting.Allocate(10, "F");
+       [](Accounting& books) {
+         void* const block = books.Allocate(10, "F");
          Bytes(block)[10] = 7;
-         Bytes(accounting.AllocatePart(3, block))[3 + 2 * alignof(std::max_align_t) - 1] = 7;
+         Bytes(books.AllocatePart(3, block))[3 + 2 * alignof(std::max_align_t) - 1] = 7;
        },
        "block 1 of F: written beyond its end (7)\nblock 1 of F: not freed (7)\n"
        "a part of block 1 of F: written beyond its end (7)\n"
        "1 leak, no double frees, 2 overruns",
        true},
       {"writing after the free",
-       [](Accounting& accounting) {
-         void* const block = accounting.Allocate(10, "F");
-         EXPECT_TRUE(accounting.Free(block, "Free"));
+       [](Accounting& books) {
+         void* const block = books.Allocate(10, "F");
+         EXPECT_TRUE(books.Free(block, "Free"));
          Bytes(block)[9] = 7;
        },
        "block 1 of F: written after it was freed (7)\nno leaks, no double frees, 1 overrun", true},
       {"what was added, and garbage, which has no number",
-       [](Accounting& accounting) {
-         accounting.Add(FindingKind::kReleased, "one");
-         accounting.Add(FindingKind::kOther, "two");
-         void* const block = accounting.Allocate(10, "F");
-         accounting.MakeGarbage(block);
-         EXPECT_FALSE(accounting.Free(block, "Free"));
-         accounting.Add(std::make_unique<Object>("IThing", "thing"));
-         accounting.MakeGarbage(nullptr);
-         EXPECT_EQ(accounting.Find(nullptr)->name, "garbage thing");
-         void* const next = accounting.Allocate(10, "F");
-         EXPECT_EQ(accounting.NameOfBlock(next), "block 1");
-         EXPECT_TRUE(accounting.Free(next, "Free"));
+       [](Accounting& books) {
+         books.Add(FindingKind::kReleased, "one");
+         books.Add(FindingKind::kOther, "two");
+         void* const block = books.Allocate(10, "F");
+         books.MakeGarbage(block);
+         EXPECT_FALSE(books.Free(block, "Free"));
+         books.Add(std::make_unique<Object>("IThing", "thing"));
+         books.MakeGarbage(nullptr);
+         EXPECT_EQ(books.Find(nullptr)->name, "garbage thing");
+         void* const next = books.Allocate(10, "F");
+         EXPECT_EQ(books.NameOfBlock(next), "block 1");
+         EXPECT_TRUE(books.Free(next, "Free"));
        },
        "one (7)\ntwo (7)\nFree of garbage of F, which is freed already (7)\n"
        "no leaks, 1 double free, no overruns, 1 use of a released interface, 1 other problem"},

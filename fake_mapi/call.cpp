@@ -20,9 +20,7 @@ Call::Call(Object& object, const char* method)
 }
 
 Call::~Call() {
-  if (hook_.hook != nullptr) {
-    hook_.hook->CallHasResult(record_);
-  }
+  hook_.hook.CallHasResult(record_);
   if (record_.number != 0) {
     Inside().calls[record_.number - 1].result = std::move(record_.result);
   }
@@ -36,8 +34,7 @@ void Call::Record(Arguments arguments, bool can_fail) {
   }
   record_.text += ")";
   Inside().calls.push_back(record_);
-  const std::int32_t fault =
-      hook_.hook == nullptr ? 0 : hook_.hook->CallIsRecorded(record_.text, can_fail);
+  const std::int32_t fault = hook_.hook.CallIsRecorded(record_.text, can_fail);
   for (Client::State::Planned& planned : Inside().planned) {
     Behaviour& behaviour = planned.behaviour;
     if (behaviour.call != name_ || (planned.was_met && !behaviour.from)) {

@@ -132,19 +132,11 @@ class Call {
 
  private:
   struct HookScope {
-    explicit HookScope(CallHook* of) : hook(of) {
-      if (hook != nullptr) {
-        hook->CallBegins();
-      }
-    }
+    explicit HookScope(CallHook& of) : hook(of) { hook.CallBegins(); }
     HookScope(const HookScope&) = delete;
     HookScope& operator=(const HookScope&) = delete;
-    ~HookScope() {
-      if (hook != nullptr) {
-        hook->CallEnds();
-      }
-    }
-    CallHook* const hook;
+    ~HookScope() { hook.CallEnds(); }
+    CallHook& hook;
   };
 
   [[nodiscard]] bool LeavesGarbage() const { return client_.failures_leave_garbage && result_ < 0; }

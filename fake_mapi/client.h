@@ -145,7 +145,7 @@ class Client {
   void Answer(std::string_view call, std::size_t index, std::int32_t code);
   // It succeeds without handing out what it was called for.
   void GiveNothing(std::string_view call, std::size_t index = 0);
-  void SetHook(CallHook* hook) { hook_ = hook; }
+  void SetHook(CallHook& hook) { hook_ = &hook; }
 
   // --- what has happened ---
 
@@ -163,11 +163,12 @@ class Client {
 
   struct State;  // for this folder's own files
   [[nodiscard]] State& Inside() { return *state_; }
-  [[nodiscard]] CallHook* Hook() const { return hook_; }
+  [[nodiscard]] CallHook& Hook() const { return *hook_; }
 
  private:
   std::unique_ptr<State> state_;
-  CallHook* hook_ = nullptr;
+  CallHook no_hook_;
+  CallHook* hook_ = &no_hook_;
 };
 
 // The client that functions and objects work on. Linked with them: in a process' memory it is the

@@ -303,81 +303,75 @@ TEST_F(ClientTest, WhatCannotBeDoneIsRefusedWithTheCodeOfItsOwn) {
   ADRLIST nobody = {0, {}};
   IMAPISession* other = nullptr;
   IProfAdmin* administration = nullptr;
-  const Case cases[] = {
-      {"MAPI before MAPIInitialize",
+  const struct {
+    const char* what;
+    HRESULT code;
+    std::function<HRESULT()> call;
+  } cases[] = {
+      {"MAPI before MAPIInitialize", kNotInitialized,
        [&] {
          client_->is_initialized = false;
          return admin_profiles(0, &administration);
-       },
-       kNotInitialized},
-      {"a logon before MAPIInitialize",
+       }},
+      {"a logon before MAPIInitialize", kNotInitialized,
        [&] {
          client_->is_initialized = false;
          return logon(0, nullptr, nullptr, MAPI_UNICODE, &other);
-       },
-       kNotInitialized},
-      {"an unknown profile", [&] { return logon(0, name_, nullptr, MAPI_UNICODE, &other); },
-       kLogonFailed},
-      {"an unknown store",
-       [&] { return session_->OpenMsgStore(0, 4, &foreign, nullptr, 0, &opened_); },
-       kInvalidEntryId},
-      {"an unknown folder",
-       [&] { return store_->OpenEntry(4, &foreign, nullptr, 0, &number_, &entry_); },
-       kInvalidEntryId},
-      {"the root folder",
-       [&] { return store_->OpenEntry(0, nullptr, nullptr, 0, &number_, &entry_); },
-       kInvalidEntryId},
-      {"the status of an unknown message",
-       [&] { return outbox_->GetMessageStatus(4, &foreign, 0, &number_); }, kInvalidEntryId},
-      {"a foreign interface",
-       [&] { return store_->QueryInterface(IID_IMAPIClientShutdown, &place_); }, kNoInterface},
-      {"a fast shutdown where there is none",
+       }},
+      {"an unknown profile", kLogonFailed,
+       [&] { return logon(0, name_, nullptr, MAPI_UNICODE, &other); }},
+      {"an unknown store", kInvalidEntryId,
+       [&] { return session_->OpenMsgStore(0, 4, &foreign, nullptr, 0, &opened_); }},
+      {"an unknown folder", kInvalidEntryId,
+       [&] { return store_->OpenEntry(4, &foreign, nullptr, 0, &number_, &entry_); }},
+      {"the root folder", kInvalidEntryId,
+       [&] { return store_->OpenEntry(0, nullptr, nullptr, 0, &number_, &entry_); }},
+      {"the status of an unknown message", kInvalidEntryId,
+       [&] { return outbox_->GetMessageStatus(4, &foreign, 0, &number_); }},
+      {"a foreign interface", kNoInterface,
+       [&] { return store_->QueryInterface(IID_IMAPIClientShutdown, &place_); }},
+      {"a fast shutdown where there is none", kNoInterface,
        [&] {
          client_->has_shutdown = false;
          return session_->QueryInterface(IID_IMAPIClientShutdown, &place_);
-       },
-       kNoInterface},
-      {"a message without a recipient", [&] { return message_->SubmitMessage(0); }, kNoRecipients},
-      {"a message that is sent already",
+       }},
+      {"a message without a recipient", kNoRecipients, [&] { return message_->SubmitMessage(0); }},
+      {"a message that is sent already", kInvalidObject,
        [&] {
          EXPECT_EQ(Submit(), S_OK);
          return Submit();
-       },
-       kInvalidObject},
-      {"a save after the sending",
+       }},
+      {"a save after the sending", kInvalidObject,
        [&] {
          EXPECT_EQ(Submit(), S_OK);
          return message_->SaveChanges(0);
-       },
-       kInvalidObject},
-      {"changing a recipient", [&] { return message_->ModifyRecipients(4, &nobody); }, kNoSupport},
-      {"somebody whom the book has not made",
+       }},
+      {"changing a recipient", kNoSupport, [&] { return message_->ModifyRecipients(4, &nobody); }},
+      {"somebody whom the book has not made", kNotFound,
        [&] {
          ADRLIST* const list = NewList({BytesValue(PR_ENTRYID, "unknown", 7)});
          const HRESULT result = book_->ResolveName(0, 0, nullptr, list);
          free_list(list);
          return result;
-       },
-       kNotFound},
-      {"a form for a token of nobody's",
+       }},
+      {"a form for a token of nobody's", kInvalidParameter,
        [&] {
          ++token_;
          return ShowForm(store_, message_class_);
        }},
-      {"a second form for a token",
+      {"a second form for a token", kInvalidParameter,
        [&] {
          client_->form_answer = kUserCancel;
          EXPECT_EQ(ShowForm(store_, message_class_), kUserCancel);
          return ShowForm(store_, message_class_);
        }},
-      {"a session after its end",
+      {"a session after its end", kEndOfSession,
        [&] {
          EXPECT_EQ(session_->Logoff(0, 0, 0), S_OK);
          return session_->OpenMsgStore(0, 0, nullptr, nullptr, 0, &opened_);
-       },
-       kEndOfSession},
+       }},
   };
-  for (const Case& test : cases) {
+  for (const auto& test : cases) {
     SCOPED_TRACE(test.what);
     StartOver();
     EXPECT_EQ(test.call(), test.code);

@@ -91,40 +91,41 @@ SPropValue* NewValues(Accounting& accounting, const Properties& properties,
   return static_cast<SPropValue*>(whole);
 }
 
-// The value as the mail client keeps it; false when there is none of such a tag. A document's bytes
-// are left out.
-bool FromValue(const SPropValue& value, bool is_document, Property& property) {
-  property = {.tag = static_cast<std::uint32_t>(value.ulPropTag)};
-  switch (TypeOf(property.tag)) {
-    case kLong:
-      property.number = value.Value.l;
-      return true;
-    case kBoolean:
-      property.number = value.Value.b;
-      return true;
-    case kUnicode:
-      property.text = FromWide(value.Value.lpszW);
-      return value.Value.lpszW != nullptr;
-    case kString8:
-      property.bytes = value.Value.lpszA == nullptr ? "" : value.Value.lpszA;
-      return value.Value.lpszA != nullptr;
-    case kBinary:
-      if (!is_document) {
-        property.bytes = AsBytes(value.Value.bin.lpb, value.Value.bin.cb);
-      }
-      return value.Value.bin.lpb != nullptr || value.Value.bin.cb == 0;
-    default:
-      return false;
-  }
-}
-
-// All values of a caller's; nothing, and the caller broke the contract, when one is of no use.
+// The values as the mail client keeps them, without the bytes of a document; nothing, and the
+// caller broke the contract, when one is of no use.
 std::optional<Properties> FromValues(Call& call, ULONG count, const SPropValue* values) {
   Properties properties;
   for (ULONG i = 0; values != nullptr && i < count; ++i) {
-    const bool is_document = values[i].ulPropTag == Tag(kIdAttachData, kBinary);
-    if (!FromValue(values[i], is_document, properties.emplace_back())) {
-      call.Breach("with a value that nothing can have, " + LowerHex(values[i].ulPropTag, 8));
+    const auto& value = values[i].Value;
+    Property& property = properties.emplace_back();
+    property.tag = static_cast<std::uint32_t>(values[i].ulPropTag);
+    bool is_value = true;
+    switch (TypeOf(property.tag)) {
+      case kLong:
+        property.number = value.l;
+        break;
+      case kBoolean:
+        property.number = value.b;
+        break;
+      case kUnicode:
+        property.text = FromWide(value.lpszW);
+        is_value = value.lpszW != nullptr;
+        break;
+      case kString8:
+        property.bytes = value.lpszA == nullptr ? "" : value.lpszA;
+        is_value = value.lpszA != nullptr;
+        break;
+      case kBinary:
+        is_value = value.bin.lpb != nullptr || value.bin.cb == 0;
+        if (property.tag != Tag(kIdAttachData, kBinary)) {
+          property.bytes = AsBytes(value.bin.lpb, value.bin.cb);
+        }
+        break;
+      default:
+        is_value = false;
+    }
+    if (!is_value) {
+      call.Breach("with a value that nothing can have, " + LowerHex(property.tag, 8));
       return std::nullopt;
     }
   }

@@ -36,7 +36,7 @@ inline platform::fake::Machine::Exports MapiExports(const std::vector<std::strin
 class FakeMapi : public fake_mapi::Client, private fake_mapi::CallHook {
  public:
   FakeMapi() {
-    SetHook(this);
+    SetHook(*this);
     message_values = {Number(PR_MESSAGE_FLAGS, 0x9), Text(PR_MESSAGE_CLASS_W, u"IPM.Note"),
                       Number(PR_ACCESS, 0x3f), Bytes(PR_ENTRYID, "msg!"),
                       Number(PR_MSG_STATUS, 0x77)};

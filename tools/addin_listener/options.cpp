@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <stdexcept>
 #include <system_error>
 
 #include "tools/support/files.h"
@@ -81,73 +82,59 @@ Examples
       See how a job ends when the add-in hangs.
 )";
 
-// Takes a value; gives what the option takes and what this is where it is of no use, else nothing.
-using Apply = std::function<std::string(const std::string& value)>;
-
-std::string Not(const std::string& value) {
-  return ", not \"" + value + '"';
-}
-
 // A decimal number of digits alone, from `lowest` to `highest`.
-Apply Number(unsigned lowest, unsigned highest, std::function<void(unsigned)> set) {
-  return [=](const std::string& value) -> std::string {
-    unsigned number = 0;
-    const char* const end = value.data() + value.size();
-    const auto [read, status] = std::from_chars(value.data(), end, number);
-    if (status != std::errc() || read != end || number < lowest || number > highest) {
-      return "a number from " + std::to_string(lowest) + " to " + std::to_string(highest) +
-             Not(value);
-    }
-    set(number);
-    return "";
-  };
+unsigned Number(const std::string& value, unsigned lowest, unsigned highest) {
+  unsigned number = 0;
+  const char* const end = value.data() + value.size();
+  const auto [read, status] = std::from_chars(value.data(), end, number);
+  if (status != std::errc() || read != end || number < lowest || number > highest) {
+    throw std::runtime_error("a number from " + std::to_string(lowest) + " to " +
+                             std::to_string(highest) + ", not \"" + value + '"');
+  }
+  return number;
 }
 
-Apply Name(std::optional<std::filesystem::path>& path) {
-  return [&path](const std::string& value) -> std::string {
-    path = support::Path(value);
-    return value.empty() ? "a name, not an empty text" : "";
-  };
+std::filesystem::path Name(const std::string& value) {
+  return !value.empty() ? support::Path(value)
+                        : throw std::runtime_error("a name, not an empty text");
 }
 
-Apply Kind(Misbehaviour& kind) {
-  return [&kind](const std::string& value) -> std::string {
-    static const std::map<std::string_view, Misbehaviour> kinds = {
-        {"never-read", Misbehaviour::kNeverRead},
-        {"slow", Misbehaviour::kSlow},
-        {"reset", Misbehaviour::kReset},
-        {"stop-after-probe", Misbehaviour::kStopAfterProbe}};
-    const auto found = kinds.find(value);
-    if (found == kinds.end()) {
-      return "never-read, slow, reset or stop-after-probe" + Not(value);
-    }
-    kind = found->second;
-    return "";
-  };
+Misbehaviour Kind(const std::string& value) {
+  static const std::map<std::string_view, Misbehaviour> kinds = {
+      {"never-read", Misbehaviour::kNeverRead},
+      {"slow", Misbehaviour::kSlow},
+      {"reset", Misbehaviour::kReset},
+      {"stop-after-probe", Misbehaviour::kStopAfterProbe}};
+  const auto found = kinds.find(value);
+  return found != kinds.end()
+             ? found->second
+             : throw std::runtime_error("never-read, slow, reset or stop-after-probe, not \"" +
+                                        value + '"');
 }
 
 }  // namespace
 
-std::optional<Options> ParseOptions(const std::vector<std::string>& arguments, std::string& error) {
+Options ParseOptions(const std::vector<std::string>& arguments) {
   constexpr unsigned kAny = std::numeric_limits<unsigned>::max();
+  using Value = const std::string&;
   Options options;
   ListenerOptions& listener = options.listener;
-  const std::map<std::string_view, Apply> with_value = {
+  // Each throws what its option takes, and what the value is.
+  const std::map<std::string_view, std::function<void(Value)>> with_value = {
       {"--port",
-       Number(0, 65535, [&](unsigned port) { listener.port = static_cast<std::uint16_t>(port); })},
-      {"--count", Number(0, kAny, [&](unsigned count) { listener.count = count; })},
+       [&](Value text) { listener.port = static_cast<std::uint16_t>(Number(text, 0, 65535)); }},
+      {"--count", [&](Value text) { listener.count = Number(text, 0, kAny); }},
       {"--timeout",
-       Number(1, 86400, [&](unsigned value) { listener.timeout = std::chrono::seconds(value); })},
-      {"--connection", Number(1, kAny, [&](unsigned number) { listener.connection = number; })},
-      {"--misbehave", Kind(listener.misbehaviour)},
-      {"--port-file", Name(options.port_file)},
-      {"--out", Name(options.out_folder)},
-      {"--code-page",
-       [](const std::string& value) { return value == "1252" ? "" : "1252 only" + Not(value); }}};
-  const auto fail = [&error](const std::string& text) {
-    error = text;
-    return std::nullopt;
-  };
+       [&](Value text) { listener.timeout = std::chrono::seconds(Number(text, 1, 86400)); }},
+      {"--connection", [&](Value text) { listener.connection = Number(text, 1, kAny); }},
+      {"--misbehave", [&](Value text) { listener.misbehaviour = Kind(text); }},
+      {"--port-file", [&](Value text) { options.port_file = Name(text); }},
+      {"--out", [&](Value text) { options.out_folder = Name(text); }},
+      {"--code-page", [](Value text) {
+         if (text != "1252") {
+           throw std::runtime_error("1252 only, not \"" + text + '"');
+         }
+       }}};
   bool json = false;
   bool quiet = false;
   for (auto word = arguments.begin(); word != arguments.end(); ++word) {
@@ -155,12 +142,12 @@ std::optional<Options> ParseOptions(const std::vector<std::string>& arguments, s
     const std::string name = word->substr(0, equals);
     if (const auto option = with_value.find(name); option != with_value.end()) {
       if (equals == std::string::npos && ++word == arguments.end()) {
-        return fail(name + " needs a value");
+        throw std::runtime_error(name + " needs a value");
       }
-      std::string problem =
-          option->second(equals == std::string::npos ? *word : word->substr(equals + 1));
-      if (!problem.empty()) {
-        return fail(problem.insert(0, name + " takes "));
+      try {
+        option->second(equals == std::string::npos ? *word : word->substr(equals + 1));
+      } catch (const std::runtime_error& wanted) {
+        throw std::runtime_error(name + " takes " + wanted.what());
       }
     } else if (*word == "--help" || *word == "--version") {
       options.action = *word == "--help" ? Action::kShowHelp : Action::kShowVersion;
@@ -170,14 +157,14 @@ std::optional<Options> ParseOptions(const std::vector<std::string>& arguments, s
     } else if (*word == "--quiet") {
       quiet = true;
     } else {
-      return fail("unknown argument \"" + *word + '"');
+      throw std::runtime_error("unknown argument \"" + *word + '"');
     }
   }
   if (json && quiet) {
-    return fail("--json and --quiet exclude each other");
+    throw std::runtime_error("--json and --quiet exclude each other");
   }
   if (listener.connection != 0 && listener.misbehaviour == Misbehaviour::kNone) {
-    return fail("--connection needs --misbehave");
+    throw std::runtime_error("--connection needs --misbehave");
   }
   options.display = json ? Display::kJson : quiet ? Display::kQuiet : Display::kReadable;
   return options;

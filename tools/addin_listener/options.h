@@ -1,5 +1,4 @@
-// The command line of addin_listener. Pure: takes words, gives settings or a sentence on what is
-// wrong with them.
+// The command line of addin_listener.
 #pragma once
 
 #include <filesystem>
@@ -24,11 +23,10 @@ struct Options {
 };
 
 // `arguments` are the words after the program's name, in UTF-8. A value follows its option as the
-// next word or after "="; of an option given twice the last one counts. Nothing for a command line
-// that cannot be used; `error` then says why in UTF-8. --help and --version count at once, whatever
-// follows them.
-[[nodiscard]] std::optional<Options> ParseOptions(const std::vector<std::string>& arguments,
-                                                  std::string& error);
+// next word or after "="; of an option given twice the last one counts. Throws std::runtime_error
+// with what is wrong with a command line that cannot be used. --help and --version count at once,
+// whatever follows them.
+[[nodiscard]] Options ParseOptions(const std::vector<std::string>& arguments);
 
 // The text of --help, with a line feed at its end.
 [[nodiscard]] std::string_view HelpText();

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -18,14 +19,6 @@ namespace {
 using Problems = std::vector<std::string>;
 
 constexpr char kPlainUtf8Hint[] = "; was the text sent as plain UTF-8, without the conversion?";
-
-std::string Hex(char byte) {
-  return support::HexBytes({&byte, 1});
-}
-
-std::string CodePoint(char32_t code) {
-  return "U+" + support::HexDigits(code, 4);
-}
 
 std::string OnWire(std::size_t offset) {
   return "byte " + std::to_string(offset) + " on the wire: ";
@@ -46,22 +39,12 @@ constexpr Member kMembers[] = {
     {"Preview", true},
 };
 
-const char* TypeName(const cJSON* item) {
-  switch (item->type & 0xFF) {
-    case cJSON_String:
-      return "a string";
-    case cJSON_True:
-    case cJSON_False:
-      return "a boolean";
-    case cJSON_Number:
-      return "a number";
-    case cJSON_Array:
-      return "an array";
-    case cJSON_Object:
-      return "an object";
-    default:
-      return "null";
-  }
+std::string TypeName(const cJSON* item) {
+  static const std::map<int, const char*> names = {
+      {cJSON_String, "a string"}, {cJSON_True, "a boolean"}, {cJSON_False, "a boolean"},
+      {cJSON_Number, "a number"}, {cJSON_Array, "an array"}, {cJSON_Object, "an object"}};
+  const auto found = names.find(item->type & 0xFF);
+  return found == names.end() ? "null" : found->second;
 }
 
 bool EqualsButForCase(std::string_view left, std::string_view right) {
@@ -78,7 +61,7 @@ std::string WithoutControls(std::string_view text, bool keep_tabs) {
     const auto [code, size] =
         support::FirstCharacter(text.substr(i)).value_or(support::Character{'?', 1});
     if ((code < 0x20 || (code >= 0x7F && code <= 0x9F)) && !(keep_tabs && code == '\t')) {
-      result += "<" + CodePoint(code) + ">";
+      result += "<U+" + support::HexDigits(code, 4) + ">";
     } else {
       result += text.substr(i, size);
     }
@@ -108,7 +91,8 @@ void CheckText(std::string_view json, Problems& problems) {
       ++i;  // The escaped character, which may be a quotation mark.
     } else if (static_cast<unsigned char>(c) < 0x20 &&
                (in_string || (c != '\t' && c != '\n' && c != '\r'))) {
-      problems.push_back(InText(i) + "control character " + Hex(c) + " where JSON allows none");
+      problems.push_back(InText(i) + "control character " + support::HexBytes(json.substr(i, 1)) +
+                         " where JSON allows none");
     }
   }
 }
@@ -175,7 +159,7 @@ void CheckDocument(PayloadReport& report) {
   }
   CheckText(json, problems);
   if (!cJSON_IsObject(root.get())) {
-    problems.push_back(std::string("the document is ") + TypeName(root.get()) + ", not an object");
+    problems.push_back("the document is " + TypeName(root.get()) + ", not an object");
     return;
   }
   const std::string quoted = Quoted("Parameters");
@@ -208,12 +192,12 @@ std::string UndoConversion(std::string_view wire, std::string& problem) {
   for (std::size_t i = 0; i < wire.size();) {
     const auto character = support::FirstCharacter(wire.substr(i));
     if (!character) {
-      problem = OnWire(i) + "ill-formed UTF-8 (" + Hex(wire[i]) + ")";
+      problem = OnWire(i) + "ill-formed UTF-8 (" + support::HexBytes(wire.substr(i, 1)) + ")";
       return "";
     }
     const std::optional<char> byte = support::Windows1252Byte(character->code);
     if (!byte) {
-      problem = OnWire(i) + "character " + CodePoint(character->code) +
+      problem = OnWire(i) + "character U+" + support::HexDigits(character->code, 4) +
                 " has no byte in Windows-1252" + kPlainUtf8Hint;
       return "";
     }
@@ -224,7 +208,7 @@ std::string UndoConversion(std::string_view wire, std::string& problem) {
     const auto character = support::FirstCharacter(rest);
     if (!character) {
       problem = InText(bytes.size() - rest.size()) + "not UTF-8 once the conversion is undone (" +
-                Hex(rest[0]) + ")" + kPlainUtf8Hint;
+                support::HexBytes(rest.substr(0, 1)) + ")" + kPlainUtf8Hint;
       return "";
     }
     rest.remove_prefix(character->size);

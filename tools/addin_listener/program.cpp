@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 
 #include "tools/addin_listener/listener.h"
@@ -63,8 +64,8 @@ class PortFile {
   PortFile(std::filesystem::path path, std::uint16_t port) : path_(std::move(path)) {
     // As long as the port is ours, so is this name; what stands there was left by a crash.
     const std::string number = std::to_string(port);
-    std::filesystem::path unfinished = path_;
-    unfinished += "." + number + ".tmp";
+    const std::filesystem::path unfinished =
+        support::Path(support::PathText(path_) + "." + number + ".tmp");
     Remove(unfinished);
     if (!WriteNewFile(unfinished, number + "\n")) {
       throw std::system_error(EEXIST, std::generic_category(), "open");
@@ -118,13 +119,10 @@ class Program {
   Program(const Options& options, const Writer& out, const Writer& err)
       : options_(options), out_(out), err_(err) {}
 
+  // The exit code. Throws std::runtime_error where it is kExitSystem.
   int Run();
 
  private:
-  int Fail(const std::string& error) {
-    err_("addin_listener: " + error + "\n");
-    return kExitSystem;
-  }
   // Ends the listening; the first failure is the one that is named.
   void GiveUp(const std::string& failure) {
     if (failure_.empty()) {
@@ -221,12 +219,12 @@ void Program::TakeConnection(const Connection& connection) {
 int Program::Run() {
   std::error_code ignored;
   if (options_.out_folder && !std::filesystem::is_directory(*options_.out_folder, ignored)) {
-    return Fail("no such folder: " + Quoted(*options_.out_folder));
+    throw std::runtime_error("no such folder: " + Quoted(*options_.out_folder));
   }
   std::string error;
   if (!listener_.Open(options_.listener, error)) {
-    return Fail("cannot listen on 127.0.0.1:" + std::to_string(options_.listener.port) + ": " +
-                error);
+    throw std::runtime_error(
+        "cannot listen on 127.0.0.1:" + std::to_string(options_.listener.port) + ": " + error);
   }
   const InterruptGuard guard(listener_);
   std::optional<PortFile> port_file;
@@ -235,7 +233,8 @@ int Program::Run() {
       port_file.emplace(*options_.port_file, listener_.port());
     }
   } catch (const std::system_error& failure) {
-    return Fail("cannot write " + Quoted(*options_.port_file) + ": " + CallError(failure));
+    throw std::runtime_error("cannot write " + Quoted(*options_.port_file) + ": " +
+                             CallError(failure));
   }
   Print("listening on 127.0.0.1:" + std::to_string(listener_.port()) + "\n");
 
@@ -245,7 +244,7 @@ int Program::Run() {
     GiveUp("cannot go on listening: " + error);
   }
   if (!failure_.empty()) {
-    return Fail(failure_);
+    throw std::runtime_error(failure_);
   }
   const unsigned count = options_.listener.count;
   const bool timed_out = end == RunEnd::kTimedOut;
@@ -261,25 +260,28 @@ int Program::Run() {
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& arguments, const Writer& out, const Writer& err) {
-  std::string error;
-  const std::optional<Options> options = ParseOptions(arguments, error);
-  if (!options) {
-    err("addin_listener: " + error + "\nTry addin_listener --help.\n");
+  Options options;
+  try {
+    options = ParseOptions(arguments);
+  } catch (const std::runtime_error& problem) {
+    err(std::string("addin_listener: ") + problem.what() + "\nTry addin_listener --help.\n");
     return kExitUsage;
   }
-  if (options->action == Action::kShowHelp) {
+  if (options.action == Action::kShowHelp) {
     return out(HelpText()) ? kExitGood : kExitSystem;
   }
-  if (options->action == Action::kShowVersion) {
+  if (options.action == Action::kShowVersion) {
     return out("addin_listener " ADDIN_LISTENER_VERSION "\n") ? kExitGood : kExitSystem;
   }
   try {
-    return Program(*options, out, err).Run();
+    return Program(options, out, err).Run();
+  } catch (const std::runtime_error& problem) {
+    err(std::string("addin_listener: ") + problem.what() + "\n");
   } catch (const std::bad_alloc&) {
     // Only what others send is large enough to get here.
     err("addin_listener: out of memory\n");
-    return kExitSystem;
   }
+  return kExitSystem;
 }
 
 }  // namespace zentpost::addin_listener

@@ -144,8 +144,13 @@ TEST(Program, TellsOfWhatCameAndEndsWithItsExitCode) {
                              "  problem: member \"Parameters\" is an array, not an object\n"},
       {{"--count", "3", "--quiet"}, {kGoodWire, kGood, kGoodWire}, 1, ""},
       {{"--json"}, {kGoodWire}, 0, kGood + "\n", good},
-      {{"--json"}, {"\xFF"}, 1, "", bad},
-      {{"--misbehave", "reset"},
+      {{"--json", "--misbehave", "slow"}, {"\xFF"}, 1, "", bad},
+      {{"--timeout", "2", "--count", "2", "--quiet"},
+       {"{}"},
+       1,
+       "",
+       "addin_listener: the time ran out: 1 of 2 deliveries had come\n"},
+      {{"--misbehave=never-read", "--misbehave=reset", "--connection", "2"},
        {kGoodWire},
        0,
        std::string(kProbe) + "connection 2: delivery 1, reset on purpose\n"},
@@ -166,6 +171,13 @@ TEST(Program, TellsOfWhatCameAndEndsWithItsExitCode) {
     EXPECT_EQ(program.out(), item.out);
     EXPECT_EQ(program.err(), item.err);
   }
+}
+
+TEST(Program, StopAfterProbeEndsWithTheProbe) {
+  RunningProgram program({"--misbehave", "stop-after-probe"});
+  TestClient(program.AwaitPort()).Close();
+  EXPECT_EQ(program.Join(), 0);
+  EXPECT_EQ(program.out(), "connection 1: closed unaccepted; listening no more, on purpose\n");
 }
 
 TEST(Program, BrokenDeliveryIsNotValidHoweverItLooks) {
@@ -235,20 +247,6 @@ TEST(Program, PortFileHoldsThePortWhileTheProgramListens) {
   EXPECT_EQ(FilesIn(folder.Path()), Files{});
 }
 
-TEST(Program, StopAfterProbeEndsWithTheProbe) {
-  RunningProgram program({"--misbehave", "stop-after-probe"});
-  TestClient(program.AwaitPort()).Close();
-  EXPECT_EQ(program.Join(), 0);
-  EXPECT_EQ(program.out(), "connection 1: closed unaccepted; listening no more, on purpose\n");
-}
-
-TEST(Program, TimeoutAfterABadDeliveryEndsWithOne) {
-  RunningProgram program({"--timeout", "2", "--count", "2"});
-  Deliver(program.AwaitPort(), "{}");
-  EXPECT_EQ(program.Join(), 1);
-  EXPECT_EQ(program.err(), "addin_listener: the time ran out: 1 of 2 deliveries had come\n");
-}
-
 TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
   const support::TemporaryFolder folder;
   std::filesystem::create_directory(folder.Path() / "folder");
@@ -262,13 +260,8 @@ TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
     std::string out;
     std::string err;
   } cases[] = {
-      {{"--help"}, 0, "Usage: addin_listener [options]\n", ""},
+      {{"--json", "--help", "--nonsense"}, 0, "Usage: addin_listener [options]\n", ""},
       {{"--version"}, 0, "addin_listener ", ""},
-      {{"--port", "x"},
-       2,
-       "",
-       "addin_listener: --port takes a number from 0 to 65535, not \"x\"\n"
-       "Try addin_listener --help.\n"},
       {{"--out", nowhere}, 3, "", "addin_listener: no such folder: \"" + nowhere + "\"\n"},
       {{"--port-file", nowhere + "/port.txt"}, 3, "", "addin_listener: cannot write \""},
       {{"--port-file", PathText(folder.Path() / "folder")},
@@ -292,6 +285,39 @@ TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
   }
   Deliver(first.AwaitPort(), kGoodWire);
   EXPECT_EQ(first.Join(), 0);
+}
+
+TEST(Program, SaysWhatIsWrongWithItsCommandLine) {
+  const std::pair<Arguments, std::string> cases[] = {
+      {{"5000"}, "unknown argument \"5000\""},
+      {{"--json=1"}, "unknown argument \"--json=1\""},
+      {{"--port"}, "--port needs a value"},
+      {{"--port", ""}, "--port takes a number from 0 to 65535, not \"\""},
+      {{"--port", "65536"}, "--port takes a number from 0 to 65535, not \"65536\""},
+      {{"--port", "-1"}, "--port takes a number from 0 to 65535, not \"-1\""},
+      {{"--port", "1x"}, "--port takes a number from 0 to 65535, not \"1x\""},
+      {{"--count", "4294967296"},
+       "--count takes a number from 0 to 4294967295, not \"4294967296\""},
+      {{"--timeout", "0"}, "--timeout takes a number from 1 to 86400, not \"0\""},
+      {{"--timeout", "86401"}, "--timeout takes a number from 1 to 86400, not \"86401\""},
+      {{"--connection", "0", "--misbehave", "slow"},
+       "--connection takes a number from 1 to 4294967295, not \"0\""},
+      {{"--connection", "2"}, "--connection needs --misbehave"},
+      {{"--misbehave", "Slow"},
+       "--misbehave takes never-read, slow, reset or stop-after-probe, not \"Slow\""},
+      {{"--code-page", "1250"}, "--code-page takes 1252 only, not \"1250\""},
+      {{"--out", ""}, "--out takes a name, not an empty text"},
+      {{"--port-file="}, "--port-file takes a name, not an empty text"},
+      {{"--json", "--quiet"}, "--json and --quiet exclude each other"},
+  };
+  for (const auto& [arguments, error] : cases) {
+    SCOPED_TRACE(error);
+    std::string out;
+    std::string err;
+    EXPECT_EQ(RunProgram(arguments, AppendsTo(out), AppendsTo(err)), 2);
+    EXPECT_EQ(err, "addin_listener: " + error + "\nTry addin_listener --help.\n");
+    EXPECT_EQ(out, "");
+  }
 }
 
 TEST(Program, OutputThatCannotBeWrittenEndsWithThree) {

@@ -100,7 +100,7 @@ Library::Library(fs::path folder, const std::optional<std::string>& orders)
     client_->AddProblem(error);
     client_->Plan({.call = "MAPIInitialize", .from = true, .code = kUnconfigured});
   }
-  client_->SetHook(this);
+  client_->SetHook(*this);
   std::error_code ignored;
   fs::create_directories(folder_, ignored);
 }
