@@ -99,13 +99,15 @@ TEST(Accounting, EveryFaultIsAFinding) {
          EXPECT_FALSE(books.Free(part, "Free"));
          EXPECT_FALSE(books.Free(rows, "Free"));
          EXPECT_TRUE(books.Free(rows, "FreeRows", BlockUse::kRows));
+         EXPECT_FALSE(books.Free(part, "Free"));
          void* const block = books.Allocate(1, "F");
          EXPECT_FALSE(books.Free(block, "FreeRows", BlockUse::kRows));
          EXPECT_TRUE(books.Free(block, "Free"));
        },
        "Free of a block that is not the library's (7)\nFree of a part of rows of the table (7)\n"
-       "Free of rows of the table (7)\nFreeRows of block 1 (7)\n" +
-           Clean(", 4 wrong frees")},
+       "Free of rows of the table (7)\n"
+       "Free of a part of rows of the table, which is freed already (7)\n"
+       "FreeRows of block 1 (7)\nno leaks, 1 double free, no overruns, 4 wrong frees"},
       {"parts of what can have none",
        [](Accounting& books) {
          EXPECT_EQ(books.AllocatePart(4, &foreign), nullptr);

@@ -260,7 +260,11 @@ TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
     std::string out;
     std::string err;
   } cases[] = {
-      {{"--json", "--help", "--nonsense"}, 0, "Usage: addin_listener [options]\n", ""},
+      {{"--port", "65535", "--timeout=86400", "--connection", "1", "--count=4294967295", "--help",
+        "-"},
+       0,
+       "Usage: addin_listener [options]\n",
+       ""},
       {{"--version"}, 0, "addin_listener ", ""},
       {{"--out", nowhere}, 3, "", "addin_listener: no such folder: \"" + nowhere + "\"\n"},
       {{"--port-file", nowhere + "/port.txt"}, 3, "", "addin_listener: cannot write \""},
