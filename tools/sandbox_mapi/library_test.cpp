@@ -71,8 +71,8 @@ TEST_F(LibraryTest, ClientIsAsOrdered) {
       {R"({"DefaultProfile": false})", S_OK, "MAPILogonEx(0, \"\", null, 0x80000023) = 0x00000000"},
       {R"({"ClientShutdown": false})", S_OK,
        "IMAPISession::QueryInterface(IMAPIClientShutdown) = 0x80004002"},
-      {R"({"Garbage": true, "Fail": [{"Call": "HrQueryAllRows", "At": 2, "Code": "0x80040123"}]})",
-       Code(0x80040123), "= 0x80040123"},
+      {R"({"Fail": [{"Call": "HrQueryAllRows", "At": 2, "Code": "0x80040123"}]})", Code(0x80040123),
+       "= 0x80040123"},
       {Failing("IMessage::SaveChanges"), Code(0x80040123), "IMessage::SaveChanges("},
   };
   for (const auto& one : cases) {
@@ -87,6 +87,19 @@ TEST_F(LibraryTest, ClientIsAsOrdered) {
               one.orders.find("ProfileName") != one.orders.npos);
   }
   EXPECT_TRUE(fs::is_empty(folder_ / "Store" / "Outbox")) << "a message that was never saved";
+}
+
+TEST_F(LibraryTest, WhatFailsLeavesGarbageWhereThatIsOrdered) {
+  for (const bool is_ordered : {false, true}) {
+    const Library library(
+        folder_, R"({"Fail": [{"Call": "MAPIAllocateBuffer", "Code": "0x80040123"}], "Garbage": )" +
+                     std::string(is_ordered ? "true}" : "false}"));
+    PrepareMachine();
+    void* buffer = this;
+    EXPECT_EQ(MAPIAllocateBuffer(24, &buffer), Code(0x80040123));
+    EXPECT_EQ(buffer != nullptr, is_ordered);
+    ForgetMapiLoading();
+  }
 }
 
 TEST_F(LibraryTest, OrdersComeFromAFileInTheFolderOrFromOneThatIsNamed) {
