@@ -112,7 +112,7 @@ TEST_F(Registration, PathThatTheToolCannotReadIsRefused) {
   const std::size_t base = support::Utf16(PathText(folder_.Path())).size() + 1;
   ASSERT_LT(base, kLongestLibraryPath);
   const fs::path longest = folder_.Path() / std::string(kLongestLibraryPath - base, 'x');
-  const fs::path too_long = PathText(longest) + "x";
+  const fs::path too_long = fs::path(longest) += "x";
   for (const fs::path& library : {longest, too_long}) {
     support::WriteBytes(library, "library");
   }
