@@ -263,52 +263,46 @@ class JobModel::Run {
   // --- the routes ---
 
   bool AddinRoute() {
-    const std::string tag = "ProcessToOutlookClient(): ";
-    Log("INFO", tag + "Processing job to Ambrolux.OutlookClient.");
+    LogLines(kAddinStartLog);
     const std::string payload = Payload().value_or("");
     if (payload.empty() || !Works("BytesToWide")) {
-      return NoPayload();
+      return Fail(kNoPayload);
     }
     const std::string widened = EncodedTwice(payload);
-    Log("INFO", tag + "Created JSON:\r\n" + widened + "\r\n");
+    Log("INFO", "ProcessToOutlookClient(): Created JSON:\r\n" + widened + "\r\n");
     if (fields_.contains("O")) {
-      return WritePayload(fields_["O"]) ? Outcome(0, 0, "") : NoPayload();
+      return WritePayload(fields_["O"]) ? Outcome(0, 0, "") : Fail(kNoPayload);
     }
     if (!AddinPort()) {
-      Log("ERROR", tag + "The communication port is not valid.");
-      return Outcome(1, 1002, "OutlookClient: Unknown destination.");
+      return Fail(kNoPort);
     }
     if (!Connect()) {
-      Log("ERROR", tag + "The client connection to 127.0.0.1:5000 cannot be established.");
-      return Outcome(1, 1004, "OutlookClient: Connection cannot be established.");
+      return Fail(kNotConnected);
     }
     // A conversion that fails leaves nothing to send; one without memory is a failed send.
     if (!Works("AllocateBlock") || !Send(Works("WideToBytes") ? widened : "")) {
-      Log("ERROR", tag + "The sending failed.");
-      return Outcome(1, 1003, "OutlookClient: Transmission failure.");
+      return Fail(kNotSent);
     }
-    Log("INFO", tag + "The JSON payload successfully sent.");
+    LogLines(kAddinSentLog);
     return Outcome(0, 0, "");
   }
 
-  bool NoPayload() {
-    Log("ERROR", "ProcessToOutlookClient(): The JSON creation failed.");
-    return Outcome(1, 1000, "Outlook: Data encoding failure.");
+  bool Fail(const AddinFailure& failure) {
+    LogLines(failure.log);
+    return Outcome(1, failure.code, failure.text);
   }
 
   bool MapiRoute() {
-    for (const std::string& line : MapiJobLines({.receiver = Field("+FAX"),
-                                   .recipient = Field("E"),
-                                   .sender = Field("U"),
-                                   .comment = Field("K"),
-                                   .subject = Field("S"),
-                                   .send_time = Field("Z"),
-                                   .attachment = file_name_,
-                                   .attachment_name = attachment_name_,
-                                   .ecm = !IsOn("C"),
-                                   .preview = IsOn("P")})) {
-      Log("INFO", line);
-    }
+    LogLines(MapiJobLog({.receiver = Field("+FAX"),
+                         .recipient = Field("E"),
+                         .sender = Field("U"),
+                         .comment = Field("K"),
+                         .subject = Field("S"),
+                         .send_time = Field("Z"),
+                         .attachment = file_name_,
+                         .attachment_name = attachment_name_,
+                         .ecm = !IsOn("C"),
+                         .preview = IsOn("P")}));
     HRESULT result = S_OK;
     if (fields_.contains("O")) {
       result = WritePayload(fields_["O"]) ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
@@ -439,11 +433,13 @@ class JobModel::Run {
       return false;
     }
     if (!NameIsNarrowed()) {
-      return NoDocument("Filename");
+      LogLines(kNoFilePathLog);
+      return true;
     }
     const std::string path_in_file = FromUtf8(Readable(kDocumentPath));
     if (!NameIsNarrowed()) {
-      return NoDocument("JobName");
+      LogLines(kNoSourceFileNameLog);
+      return true;
     }
     const std::string source_name = FromUtf8(situation_.source_name);
     attachment_name_ = source_name + (source_name.find(".pdf") == std::string::npos ? ".pdf" : "");
@@ -461,12 +457,6 @@ class JobModel::Run {
     ReadField("U", {}, kSender);
     ReadField("Z", {}, {});
     fields_["+FAX"] = FromUtf8(situation_.receiver);
-    return true;
-  }
-
-  bool NoDocument(const std::string& what) {
-    Log("ERROR", "GetDocumentFromJson(): " + what + " not found");
-    Log("ERROR", "ReadFromFile(): Read document failed");
     return true;
   }
 
@@ -1040,9 +1030,7 @@ class JobModel::Run {
     if (has_memory && Works("WideToBytes")) {
       return text;
     }
-    LogWithCode("ERROR", static_cast<HRESULT>(kFault),
-                has_memory ? "_utf8(): The utf-8 forward conversion failed."
-                           : "_utf8(): A memory error occurred.");
+    LogWithCode("ERROR", static_cast<HRESULT>(kFault), has_memory ? kUtf8Failed : kUtf8NoMemory);
     return has_memory ? std::optional<std::string>("") : std::nullopt;
   }
 
@@ -1063,6 +1051,15 @@ class JobModel::Run {
       return 0;
     }
     return Works("OpenKey") && Works("QueryValue") ? machine : 0;
+  }
+
+  // Lines as the table of expected texts has them: level, colon and message.
+  void LogLines(const std::string& lines) {
+    for (std::size_t at = 0, end = 0; at < lines.size(); at = end + 1) {
+      end = lines.find('\n', at);
+      const std::size_t colon = lines.find(": ", at);
+      Log(lines.substr(at, colon - at), lines.substr(colon + 2, end - colon - 2));
+    }
   }
 
   void LogParseError(const std::string& message, const Document& document) {
