@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -13,6 +12,7 @@
 #include "testing/expected_texts.h"
 #include "testing/log_lines.h"
 #include "testing/text_printers.h"
+#include "tools/support/text.h"
 
 namespace zentpost::test {
 
@@ -129,17 +129,11 @@ std::string Escaped(const std::string& text) {
 // UTF-8 whose bytes were read as characters of their number and encoded once more. Below 0xA0 the
 // ANSI code page has characters of its own; no text here has these bytes.
 std::string EncodedTwice(const std::string& utf8) {
-  std::string twice;
+  std::u16string characters;
   for (const char unit : utf8) {
-    const auto byte = static_cast<unsigned char>(unit);
-    if (byte >= 0x80) {
-      twice += static_cast<char>(0xC0 | byte >> 6);
-      twice += static_cast<char>(0x80 | (byte & 0x3F));
-    } else {
-      twice += unit;
-    }
+    characters += static_cast<unsigned char>(unit);
   }
-  return twice;
+  return support::Utf8(characters);
 }
 
 }  // namespace
@@ -1105,10 +1099,7 @@ class JobModel::Run {
     const std::string text = known != std::end(kTexts) ? known->second
                              : Works("SystemMessage")  ? "A device failed."
                                                        : "Unknown Error.";
-    char number[16];
-    static_cast<void>(
-        std::snprintf(number, sizeof number, "0x%.8x", static_cast<std::uint32_t>(code)));
-    Log(level, std::string("Code ") + number + " --> " + text);
+    Log(level, "Code " + support::LowerHex(static_cast<std::uint32_t>(code), 8) + " --> " + text);
   }
 
   JobModel& model_;
