@@ -1,39 +1,34 @@
-// A registry as text, in the format that the Windows registry editor exports. Reads what it is
-// asked for in one pass and keeps no tables; writes nothing. Throws std::bad_alloc when memory runs
-// out.
+// A registry as text, in the format that the Windows registry editor exports.
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <map>
 #include <string>
 #include <string_view>
 
 namespace platform {
+
+// Orders texts whatever the case of their ASCII letters.
+struct IgnoringCase {
+  using is_transparent = void;
+  bool operator()(std::string_view left, std::string_view right) const;
+};
 
 struct RegValue {
   std::uint32_t type;  // REG_...
   std::string data;    // As the registry stores it: texts are UTF-16LE and have their terminator.
 };
 
-class RegFile {
- public:
-  // Takes a file's content: UTF-16LE with a byte order mark or UTF-8 with or without one, below the
-  // header "Windows Registry Editor Version 5.00"; or Windows-1252 below the header "REGEDIT4".
-  // With another header there are no keys. Lines that are neither a key nor a well-formed value are
-  // skipped; what is said later about a key or value overrides what was said before.
-  explicit RegFile(std::string bytes);
+// By name, in UTF-8; the default value's is empty.
+using RegValues = std::map<std::string, RegValue, IgnoringCase>;
 
-  // `key` is the whole path in UTF-8, from HKEY_... on, without a separator at its end; case does
-  // not matter (in ASCII). A key also exists when one below it is mentioned.
-  [[nodiscard]] bool HasKey(std::string_view key) const;
+// By whole path in UTF-8, from HKEY_... on, without a separator at its end.
+using RegKeys = std::map<std::string, RegValues, IgnoringCase>;
 
-  // The value `name` of `key`, both in UTF-8; an empty name means the default value.
-  [[nodiscard]] std::optional<RegValue> FindValue(std::string_view key,
-                                                  std::string_view name) const;
-
- private:
-  std::string text_;  // UTF-8, what follows the header's line.
-  bool ansi_ = false;
-};
+// Takes a file's content: UTF-16LE with a byte order mark or UTF-8 with or without one, below the
+// header "Windows Registry Editor Version 5.00"; with another header there are no keys. A key's
+// parents exist with it. Lines that are neither a key nor a well-formed value are skipped, and the
+// last line about a value counts. Throws std::bad_alloc when memory runs out.
+[[nodiscard]] RegKeys ParseRegFile(std::string bytes);
 
 }  // namespace platform

@@ -21,10 +21,10 @@
 namespace platform {
 namespace {
 
-// A key knows the registry as it stood when it was opened.
+// A key knows its values as they stood when it was opened.
 struct OpenedKey {
   std::string path;  // From HKEY_... on, in UTF-8.
-  RegFile file;
+  RegValues values;
 };
 
 OpenedKey* Get(RawKey key) {
@@ -90,11 +90,15 @@ Status Open(std::string path, const char16_t* below, RegistryKey& key) {
   if (const Status status = ReadRegistry(bytes); status != kSuccess) {
     return status;
   }
-  auto opened = std::make_unique<OpenedKey>(OpenedKey{std::move(path), RegFile(std::move(bytes))});
-  // The roots are always there.
-  if (!(is_root && is_same) && !opened->file.HasKey(opened->path)) {
+  RegKeys keys = ParseRegFile(std::move(bytes));
+  if (is_root && is_same) {
+    keys.try_emplace(path);  // The roots are always there.
+  }
+  const auto found = keys.find(path);
+  if (found == keys.end()) {
     return kFileNotFound;
   }
+  auto opened = std::make_unique<OpenedKey>(OpenedKey{std::move(path), std::move(found->second)});
   key.Reset(RawKey{reinterpret_cast<std::uintptr_t>(opened.release())});
   return kSuccess;
 }
@@ -127,24 +131,24 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
     return kInvalidHandle;
   }
   return UnlessMemoryRunsOut([&] {
-    const OpenedKey& opened = *Get(key.Get());
-    const std::optional<RegValue> value =
-        opened.file.FindValue(opened.path, name != nullptr ? ToUtf8(name) : std::string());
-    if (!value) {
+    const RegValues& values = Get(key.Get())->values;
+    const auto found = values.find(name != nullptr ? ToUtf8(name) : std::string());
+    if (found == values.end()) {
       return kFileNotFound;
     }
+    const RegValue& value = found->second;
     const std::size_t capacity = size;
-    size = static_cast<std::uint32_t>(value->data.size());
+    size = static_cast<std::uint32_t>(value.data.size());
     if (type != nullptr) {
-      *type = value->type;
+      *type = value.type;
     }
     if (data == nullptr) {
       return kSuccess;  // Only the size is asked for.
     }
-    if (capacity < value->data.size()) {
+    if (capacity < value.data.size()) {
       return kMoreData;
     }
-    std::memcpy(data, value->data.data(), value->data.size());
+    std::memcpy(data, value.data.data(), value.data.size());
     return kSuccess;
   });
 }
