@@ -123,10 +123,11 @@ std::optional<RegValue> ParseBytes(std::string_view text) {
   }
   while (!text.empty()) {
     const std::optional<std::uint32_t> byte = TakeHex(text, 0xFF);
-    if (!byte || (!text.empty() && !Take(text, ","))) {
+    if (!byte) {
       return std::nullopt;
     }
     value.data.push_back(static_cast<char>(*byte));
+    Take(text, ",");
   }
   return value;
 }

@@ -12,15 +12,9 @@ namespace {
 using fake::Hex;
 using fake::LockedMachine;
 
-// What the system's file times can tell.
-constexpr int kFirstYear = 1601;
-constexpr int kLastYear = 30827;
-
-constexpr std::int64_t SecondsAtStartOf(int year) {
-  const std::chrono::sys_seconds start =
-      std::chrono::sys_days(std::chrono::year(year) / std::chrono::January / 1);
-  return start.time_since_epoch().count();
-}
+// The years 1601 to 30827: what the system's file times can tell.
+constexpr std::int64_t kFirstSecond = -11644473600;
+constexpr std::int64_t kLastSecond = 910670515199;
 
 }  // namespace
 
@@ -62,8 +56,7 @@ Status BreakIntoLocalTime(std::int64_t seconds_since_epoch, LocalTime& local) {
   if (const Status fault = machine.RecordFallible("BreakIntoLocalTime", seconds_since_epoch)) {
     return fault;
   }
-  if (seconds_since_epoch < SecondsAtStartOf(kFirstYear) ||
-      seconds_since_epoch >= SecondsAtStartOf(kLastYear + 1)) {
+  if (seconds_since_epoch < kFirstSecond || seconds_since_epoch > kLastSecond) {
     return kInvalidParameter;
   }
   const std::chrono::sys_seconds instant{std::chrono::seconds(seconds_since_epoch)};
