@@ -80,40 +80,8 @@ class MemoryFailure : public testing::Test {
     std::filesystem::remove_all(folder_);
   }
 
-  std::u16string Path() const { return (folder_ / kName).u16string(); }
-
-  // Calls `function` with no memory left from its first, second ... allocation on, until there is
-  // enough. It gives `failure` each time and `success` at last, and never throws.
-  static void ExpectFailure(std::uint32_t success, std::uint32_t failure,
-                            const std::function<std::uint32_t()>& function) {
-    constexpr int kMost = 100;
-    for (int allowed = 0; allowed < kMost; ++allowed) {
-      SCOPED_TRACE(allowed);
-      allocations_left = allowed;
-      std::uint32_t result = 0;
-      bool threw = false;
-      try {
-        result = function();
-      } catch (...) {
-        threw = true;
-      }
-      const bool met = allocations_left == 0;
-      allocations_left = -1;
-      ASSERT_FALSE(threw);
-      if (result == success) {
-        EXPECT_GT(allowed, 0) << "there was nothing that could fail";
-        return;
-      }
-      ASSERT_TRUE(met);
-      ASSERT_EQ(result, failure);
-    }
-    FAIL() << "never succeeded";
-  }
-  static void ExpectFailure(const std::function<Status()>& function) {
-    ExpectFailure(kSuccess, kNotEnoughMemory, function);
-  }
-
   static constexpr char kName[] = "a document whose name needs memory.txt";
+  const std::filesystem::path folder_ = zentpost::e2e::MakeTestFolder();
 
  private:
   void Set(const char* name, const std::filesystem::path& value) {
@@ -121,115 +89,120 @@ class MemoryFailure : public testing::Test {
     names_.emplace_back(name);
   }
 
-  const std::filesystem::path folder_ = zentpost::e2e::MakeTestFolder();
   std::vector<std::string> names_;
 };
 
-TEST_F(MemoryFailure, OfFilesHasItsNumber) {
-  const std::u16string path = Path();
+struct LittleMemory {
+  explicit LittleMemory(int allocations) { allocations_left = allocations; }
+  LittleMemory(const LittleMemory&) = delete;
+  LittleMemory& operator=(const LittleMemory&) = delete;
+  ~LittleMemory() { allocations_left = -1; }
+};
+
+struct Case {
+  const char* name;
+  std::function<Status()> call;
+  std::function<bool()> has_given = nullptr;  // Whether there is what a call gives that succeeds.
+  Status success = kSuccess;
+  Status failure = kNotEnoughMemory;
+};
+
+// Calls the function with no memory left from its first, second ... allocation on, until there is
+// enough. It fails each time, succeeds at last, and never throws.
+void ExpectFailures(const Case& test) {
+  constexpr int kMost = 100;
+  for (int allowed = 0; allowed < kMost; ++allowed) {
+    SCOPED_TRACE(allowed);
+    Status status = kSuccess;
+    bool met = false;
+    {
+      const LittleMemory memory(allowed);
+      status = test.call();
+      met = allocations_left == 0;
+    }
+    if (test.has_given) {
+      ASSERT_EQ(test.has_given(), status == test.success);
+    }
+    if (status == test.success) {
+      EXPECT_GT(allowed, 0) << "there was nothing that could fail";
+      return;
+    }
+    ASSERT_TRUE(met);
+    ASSERT_EQ(status, test.failure);
+  }
+  FAIL() << "never succeeded";
+}
+
+TEST_F(MemoryFailure, HasItsNumberInEveryFunction) {
+  const std::u16string path = (folder_ / kName).u16string();
   const std::u16string other = path + u".log";
   const std::u16string missing = path + u".none";
-  ExpectFailure([&] {
-    File file;
-    const Status status = OpenFileAt(path, OpenMode::kRead, file);
-    EXPECT_EQ(static_cast<bool>(file), status == kSuccess);
-    return status;
-  });
-  ExpectFailure([&] {
-    File file;
-    return OpenFileAt(other, OpenMode::kRewrite, file);
-  });
-  ExpectFailure(kFileNotFound, kNotEnoughMemory, [&]() -> Status {
-    File file;
-    return OpenFileAt(missing, OpenMode::kRead, file);
-  });
-  ExpectFailure([&] { return AppendToFile(other, "x", 1); });
-  ExpectFailure([&] {
-    FileIdentity identity;
-    const Status status = IdentifyFile(path, identity);
-    EXPECT_EQ(identity == FileIdentity(), status != kSuccess);
-    return status;
-  });
-  ExpectFailure([&] { return RemoveFile(other); });
-  EXPECT_FALSE(std::filesystem::exists(other));
-}
-
-TEST_F(MemoryFailure, OfFoldersHasItsNumberAndGivesNoFolder) {
-  using Fill = std::function<Status(std::uint32_t, char16_t*, std::uint32_t&)>;
-  const auto expand = [](std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
-    return ExpandEnvironment(u"%TMPDIR%\\a name", buffer, capacity, length);
-  };
-  for (const Fill& fill : {Fill(TemporaryFolder), Fill(SystemDirectory), Fill(expand)}) {
-    char16_t buffer[4096] = {};
-    ExpectFailure([&] {
-      std::uint32_t length = 99;
-      const Status status = fill(4096, buffer, length);
-      EXPECT_EQ(length != 0, status == kSuccess);
-      return status;
-    });
-  }
-  std::u16string folder;
-  ExpectFailure(0, 0x8007000E, [&] {
-    const std::int32_t result = LocalApplicationDataFolder(folder);
-    EXPECT_EQ(folder.empty(), result < 0);
-    return static_cast<std::uint32_t>(result);
-  });
-}
-
-TEST_F(MemoryFailure, OfTheRegistryHasItsNumber) {
-  RegistryKey root;
-  ExpectFailure([&] {
-    const Status status = OpenKey(Hive::kCurrentUser, u"Software", kKeyRead, root);
-    EXPECT_EQ(static_cast<bool>(root), status == kSuccess);
-    return status;
-  });
-  RegistryKey key;
-  ExpectFailure([&] {
-    const Status status = OpenSubKey(root, u"Sollvex", kKeyRead, key);
-    EXPECT_EQ(static_cast<bool>(key), status == kSuccess);
-    return status;
-  });
-  ExpectFailure([&] {
-    std::uint32_t size = 0;
-    return QueryValue(key, u"A value of some length", nullptr, nullptr, size);
-  });
-}
-
-TEST_F(MemoryFailure, OfLibrariesHasItsNumber) {
-  Module module;
-  ExpectFailure([&] {
-    const Status status = LoadModule(u"libBrokenLocale.so.1", module);
-    EXPECT_EQ(static_cast<bool>(module), status == kSuccess);
-    return status;
-  });
-  ExpectFailure([&] {
-    RawModule found{1};
-    const Status status = FindLoadedModule(u"libBrokenLocale.so.1", found);
-    EXPECT_EQ(found != RawModule{}, status == kSuccess);
-    return status;
-  });
-}
-
-TEST_F(MemoryFailure, OfSocketsAndWorkersHasItsNumber) {
-  ASSERT_EQ(StartSockets(0x0202), kSuccess);
-  CSocket socket;
-  ExpectFailure([&] { return socket.Create(); });
-  // Port 9 of a host that is no address: no name of that length can be asked for.
+  const char16_t* const library = u"libBrokenLocale.so.1";
+  // No name of that length can be asked for.
   const std::u16string host(300, u'.');
-  Status refused = socket.Connect(host, 9);
-  EXPECT_NE(refused, kSuccess);
-  ExpectFailure(refused, kNotEnoughMemory, [&] { return socket.Connect(host, 9); });
+  File file;
+  FileIdentity identity;
+  char16_t buffer[4096];
+  std::uint32_t length = 99;
+  std::u16string text = u"before";
+  RegistryKey root;
+  RegistryKey key;
+  Module module;
+  RawModule found{1};
+  CSocket socket;
+  Worker worker;
+  ASSERT_EQ(StartSockets(0x0202), kSuccess);
+  ASSERT_EQ(socket.Create(), kSuccess);
+  const Status refused = socket.Connect(host, 9);
+  ASSERT_NE(refused, kSuccess);
+  socket.Close();
+  const auto has_file = [&] { return static_cast<bool>(file); };
+  const auto has_text = [&] { return length != 0; };
+
+  const Case cases[] = {
+      {"open", [&] { return OpenFileAt(path, OpenMode::kRead, file); }, has_file},
+      {"rewrite", [&] { return OpenFileAt(other, OpenMode::kRewrite, file); }, has_file},
+      {"find no file", [&] { return OpenFileAt(missing, OpenMode::kRead, file); }, nullptr,
+       kFileNotFound},
+      {"append", [&] { return AppendToFile(other, "x", 1); }},
+      {"identify", [&] { return IdentifyFile(path, identity); },
+       [&] { return identity != FileIdentity(); }},
+      {"remove", [&] { return RemoveFile(other); },
+       [&] { return !std::filesystem::exists(other); }},
+      {"temporary folder", [&] { return TemporaryFolder(4096, buffer, length); }, has_text},
+      {"system directory", [&] { return SystemDirectory(4096, buffer, length); }, has_text},
+      {"environment", [&] { return ExpandEnvironment(u"%TMPDIR%\\a name", buffer, 4096, length); },
+       has_text},
+      {"application data", [&] { return static_cast<Status>(LocalApplicationDataFolder(text)); },
+       [&] { return !text.empty(); }, 0, 0x8007000E},
+      {"key", [&] { return OpenKey(Hive::kCurrentUser, u"Software", kKeyRead, root); },
+       [&] { return static_cast<bool>(root); }},
+      {"key below", [&] { return OpenSubKey(root, u"Sollvex", kKeyRead, key); },
+       [&] { return static_cast<bool>(key); }},
+      {"value",
+       [&] { return QueryValue(key, u"A value of some length", nullptr, nullptr, length); }},
+      {"load", [&] { return LoadModule(library, module); },
+       [&] { return static_cast<bool>(module); }},
+      {"find library", [&] { return FindLoadedModule(library, found); },
+       [&] { return found != RawModule{}; }},
+      {"socket", [&] { return socket.Create(); }},
+      {"connect", [&] { return socket.Connect(host, 9); }, nullptr, refused},
+      {"worker",
+       [&] { return StartWorker([](void*) -> std::uint32_t { return 0; }, nullptr, worker); }},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.name);
+    ExpectFailures(test);
+  }
   socket.Close();
   EndSockets();
-  Worker worker;
-  ExpectFailure(
-      [&] { return StartWorker([](void*) -> std::uint32_t { return 0; }, nullptr, worker); });
 }
 
 TEST_F(MemoryFailure, DropsATextForTheDebugger) {
-  allocations_left = 0;
-  EXPECT_NO_THROW(WriteDebugOutput(u"a text that needs memory to be written at all"));
-  allocations_left = -1;
+  {
+    const LittleMemory memory(0);
+    WriteDebugOutput(u"a text that needs memory to be written at all");
+  }
   WriteDebugOutput(u"another");
   std::ifstream file(std::getenv("ZENTPOST_DEBUG_OUTPUT"));
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "another");
