@@ -20,6 +20,7 @@
 
 namespace platform::fake {
 
+class LockedState;
 struct MachineState;
 
 // What the peer behind a listening port does with the bytes that are sent to it.
@@ -111,7 +112,6 @@ class Machine {
   // on this machine (and counts as one of its fallible calls).
   using Exports = std::map<std::string, Procedure>;
   void AddModule(std::u16string_view path, Exports exports);
-  void RemoveModule(std::u16string_view path);
   void SetSystemDirectory(std::u16string_view directory);
   // How many references the library at `path` has; 0: it is not loaded. Without a path, those of
   // all libraries. They do not count as open handles.
@@ -132,27 +132,10 @@ class Machine {
   // The bytes that the system took for each connection, in the order of connecting.
   const std::vector<std::string>& Connections() const;
 
-  // Every seam call of the main thread in order, as "Name(arguments)" in UTF-8. Paths, names and
-  // texts stand as they were passed, numbers are decimal, masks and codes hexadecimal:
-  //   OpenKey(HKCU, Software\Sollvex, 0x20019)         OpenSubKey(HKCU\Software, Sollvex, 0x1)
-  //   QueryValue(LogLevel, 4)                          CloseKey(HKCU\Software\Sollvex)
-  //   OpenFileAt(C:\a.txt, kRead)                      QueryFileSize(C:\a.txt)
-  //   ReadBytes(C:\a.txt, 512)                         WriteBytes(C:\a.txt, 57)
-  //   AppendToFile(C:\a.txt, 57)                       RemoveFile(C:\a.txt)
-  //   IdentifyFile(C:\a.txt)
-  //   TemporaryFolder(260)                             LocalApplicationDataFolder()
-  //   AllocateBlock(40)                                InitializeCommonControls(0xff)
-  //   WriteDebugOutput(text)                           SystemMessage(0x5)
-  //   SecondsSinceEpoch()                              BreakIntoLocalTime(1795219087)
-  //   SleepMilliseconds(1)                             StartWorker()
-  //   WaitForWorker()                                  StartSockets(0x202)
-  //   EndSockets()                                     Create()
-  //   Connect(127.0.0.1, 5000)                         Send(123)
-  //   CancelBlockingCall()                             Close()
-  //   LoadModule(mapi32.dll)                           FindLoadedModule(mapi32.dll)
-  //   FindProcedure(C:\a.dll, MAPIInitialize)          GetModuleHandleExW(0x0, mapi32.dll)
-  //   SystemDirectory(260)                             ExpandEnvironment(%A%, 260)
-  //   WideToBytes(65001, length, capacity)             BytesToWide(3, length, capacity)
+  // Every platform call of the main thread in order, as "Name(arguments)" in UTF-8; this folder's
+  // test has one of each. Paths, names and texts stand as they were passed, numbers are decimal,
+  // masks and codes hexadecimal. An open key or file stands as its path:
+  //   OpenSubKey(HKCU\Software, Sollvex, 0x1)          WriteBytes(C:\a.txt, 57)
   // What the end of an owner closes is not a call.
   std::vector<std::string> Calls() const;
   // The calls of one function out of that list.
@@ -205,27 +188,33 @@ class Machine {
   MachineState& State() { return *state_; }
 
  private:
+  [[nodiscard]] LockedState Locked() const;
+
   std::unique_ptr<MachineState> state_;
 };
 
 Machine& TheMachine();
 
-// One call of a function that a library of the test's own exports, for as long as this lives: what
-// happens meanwhile is the machine's doing, as in a seam call.
-class LibraryCall {
+// Tells the call hook that a call begins and, at its own end, that the call ends.
+class HookedCall {
  public:
-  LibraryCall();
-  LibraryCall(const LibraryCall&) = delete;
-  LibraryCall& operator=(const LibraryCall&) = delete;
-  ~LibraryCall();
+  HookedCall();
+  HookedCall(const HookedCall&) = delete;
+  HookedCall& operator=(const HookedCall&) = delete;
+  ~HookedCall();
 
+ private:
+  const Machine::CallHook hook_;
+};
+
+// One call of a function that a library of the test's own exports, for as long as this lives: what
+// happens meanwhile is the machine's doing, as in a platform call.
+class LibraryCall : HookedCall {
+ public:
   // Records the call among the machine's own. One that can fail counts among the fallible calls and
   // is told the number that it must fail with now; 0: none.
   void Record(std::string call);
   [[nodiscard]] Status RecordFallible(std::string call);
-
- private:
-  Machine::CallHook hook_;
 };
 
 }  // namespace platform::fake

@@ -178,46 +178,39 @@ void AddSystemModules(MachineContents& contents) {
 }
 
 void Machine::AddModule(std::u16string_view path, Exports exports) {
-  const std::lock_guard lock(state_->mutex);
-  StoredModule& module = state_->modules[NormalPath(path)];
+  const LockedState state = Locked();
+  StoredModule& module = state->modules[NormalPath(path)];
   module.path = path;
   module.exports = std::move(exports);
 }
 
-void Machine::RemoveModule(std::u16string_view path) {
-  const std::lock_guard lock(state_->mutex);
-  state_->modules.erase(NormalPath(path));
-}
-
 void Machine::SetSystemDirectory(std::u16string_view directory) {
-  const std::lock_guard lock(state_->mutex);
-  state_->system_directory = directory;
+  Locked()->system_directory = directory;
 }
 
 std::size_t Machine::ModuleReferences(std::u16string_view path) const {
-  const std::lock_guard lock(state_->mutex);
-  const auto module = state_->modules.find(NormalPath(path));
-  return module == state_->modules.end() ? 0 : module->second.references;
+  const LockedState state = Locked();
+  const auto module = state->modules.find(NormalPath(path));
+  return module == state->modules.end() ? 0 : module->second.references;
 }
 
 std::size_t Machine::ModuleReferences() const {
-  const std::lock_guard lock(state_->mutex);
+  const LockedState state = Locked();
   std::size_t references = 0;
-  for (const auto& [key, module] : state_->modules) {
+  for (const auto& [key, module] : state->modules) {
     references += module.references;
   }
   return references;
 }
 
 std::u16string Machine::ModulePath(RawModule module) const {
-  const std::lock_guard lock(state_->mutex);
-  const StoredModule* const found = Find(*state_, module);
+  const LockedState state = Locked();
+  const StoredModule* const found = Find(*state, module);
   return found == nullptr ? std::u16string() : found->path;
 }
 
 void Machine::SetVariable(std::u16string_view name, std::u16string_view value) {
-  const std::lock_guard lock(state_->mutex);
-  state_->environment[std::u16string(name)] = value;
+  Locked()->environment[std::u16string(name)] = value;
 }
 
 }  // namespace fake

@@ -93,14 +93,30 @@ void MachineState::MakeFolder(std::u16string_view normal_path) {
   }
 }
 
+RegistryValues& MachineState::MakeKey(const std::u16string& path) {
+  for (std::size_t end = path.find(u'\\'); end != path.npos; end = path.find(u'\\', end + 1)) {
+    keys.try_emplace(path.substr(0, end));
+  }
+  return keys[path];
+}
+
+void MachineState::Store(std::u16string_view path, std::shared_ptr<StoredFile> file) {
+  const std::u16string normal = NormalPath(path);
+  const std::size_t separator = normal.rfind(u'\\');
+  if (separator != normal.npos) {
+    MakeFolder(normal.substr(0, separator));
+  }
+  files[normal] = std::move(file);
+}
+
 void LockedMachine::RecordText(std::string call) {
-  if (!state_.records) {
+  if (!(*this)->records) {
     return;
   }
   if (OnMainThread()) {
-    state_.calls.push_back(std::move(call));
+    (*this)->calls.push_back(std::move(call));
   } else {
-    state_.worker_calls.push_back("worker: " + call);
+    (*this)->worker_calls.push_back("worker: " + call);
   }
 }
 
@@ -108,8 +124,8 @@ Status LockedMachine::TakeFault(std::string_view name) {
   if (!OnMainThread()) {
     return kSuccess;
   }
-  ++state_.fallible_calls;
-  std::optional<Fault>& fault = state_.fault;
+  ++(*this)->fallible_calls;
+  std::optional<Fault>& fault = (*this)->fault;
   if (!fault || (!fault->name.empty() && fault->name != name)) {
     return kSuccess;
   }
@@ -117,8 +133,8 @@ Status LockedMachine::TakeFault(std::string_view name) {
     --fault->calls_before;
     return kSuccess;
   }
-  if (state_.faulted_call.empty()) {
-    state_.faulted_call = state_.records ? state_.calls.back() : std::string(name);
+  if ((*this)->faulted_call.empty()) {
+    (*this)->faulted_call = (*this)->records ? (*this)->calls.back() : std::string(name);
   }
   const Status status = fault->status;
   if (fault->mode == FaultMode::kOnce) {

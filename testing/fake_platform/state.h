@@ -140,8 +140,10 @@ struct MachineState : MachineContents {
   bool IsFolder(std::u16string_view normal_path) const;
   // True when a file can be in this path's folder.
   bool HasParent(std::u16string_view normal_path) const;
-  // Makes a folder and its parents.
+  // These make the parents, too.
   void MakeFolder(std::u16string_view normal_path);
+  void Store(std::u16string_view path, std::shared_ptr<StoredFile> file);
+  RegistryValues& MakeKey(const std::u16string& path);
 
   // Numbers are never given twice, so that a stale one cannot be taken for another's.
   std::uintptr_t NewHandle() { return ++last_handle; }
@@ -157,24 +159,18 @@ struct MachineState : MachineContents {
   std::atomic<Machine::BlockHook> block_hook = nullptr;
 };
 
-// Tells the hook of one seam call's beginning and end.
-class HookedCall {
+// The state, locked for the caller as long as this lives.
+class LockedState {
  public:
-  explicit HookedCall(const MachineState& state) : hook_(state.call_hook) {
-    if (hook_ != nullptr) {
-      hook_(true);
-    }
-  }
-  HookedCall(const HookedCall&) = delete;
-  HookedCall& operator=(const HookedCall&) = delete;
-  ~HookedCall() {
-    if (hook_ != nullptr) {
-      hook_(false);
-    }
-  }
+  explicit LockedState(MachineState& state) : state_(state), lock_(state.mutex) {}
+
+  MachineState& operator*() const { return state_; }
+  MachineState* operator->() const { return &state_; }
+  std::unique_lock<std::mutex>& Lock() { return lock_; }
 
  private:
-  const Machine::CallHook hook_;
+  MachineState& state_;
+  std::unique_lock<std::mutex> lock_;
 };
 
 // An argument of a recorded call that is told in hexadecimal.
@@ -186,9 +182,6 @@ std::string ArgumentText(std::u16string_view text);
 std::string ArgumentText(Hex number);
 inline std::string ArgumentText(const char16_t* text) {
   return text == nullptr ? std::string() : ArgumentText(std::u16string_view(text));
-}
-inline std::string ArgumentText(const std::u16string& text) {
-  return ArgumentText(std::u16string_view(text));
 }
 inline std::string ArgumentText(const char* name) {
   return name;
@@ -206,20 +199,15 @@ std::string CallText(std::string_view name, const Arguments&... arguments) {
   return text.append(sizeof...(arguments) == 0 ? "()" : ")");
 }
 
-// The machine, locked for the caller as long as this lives. An owner must not be closed meanwhile:
-// that locks, too.
-class LockedMachine {
+// The same for one platform call. An owner must not be closed meanwhile: that locks, too.
+class LockedMachine : HookedCall, public LockedState {
  public:
-  LockedMachine() : state_(TheMachine().State()), hooked_(state_), lock_(state_.mutex) {}
-
-  MachineState& operator*() { return state_; }
-  MachineState* operator->() { return &state_; }
-  std::unique_lock<std::mutex>& Lock() { return lock_; }
+  LockedMachine() : LockedState(TheMachine().State()) {}
 
   // Records a call that cannot fail.
   template <class... Arguments>
   void Record(std::string_view name, const Arguments&... arguments) {
-    if (state_.records) {
+    if ((*this)->records) {
       RecordText(CallText(name, arguments...));
     }
   }
@@ -234,11 +222,7 @@ class LockedMachine {
   [[nodiscard]] Status TakeFault(std::string_view name);
 
  private:
-  bool OnMainThread() const { return std::this_thread::get_id() == state_.main_thread; }
-
-  MachineState& state_;
-  HookedCall hooked_;
-  std::unique_lock<std::mutex> lock_;
+  bool OnMainThread() const { return std::this_thread::get_id() == (*this)->main_thread; }
 };
 
 }  // namespace platform::fake
