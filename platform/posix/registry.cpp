@@ -31,16 +31,9 @@ OpenedKey* Get(RawKey key) {
   return reinterpret_cast<OpenedKey*>(static_cast<std::uintptr_t>(key));
 }
 
-std::string_view RootName(Hive hive) {
-  switch (hive) {
-    case Hive::kCurrentUser:
-      return "HKEY_CURRENT_USER";
-    case Hive::kLocalMachine:
-      return "HKEY_LOCAL_MACHINE";
-    case Hive::kClassesRoot:
-      return "HKEY_CLASSES_ROOT";
-  }
-  return {};
+std::string RootName(Hive hive) {
+  constexpr const char* kNames[] = {"HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_CLASSES_ROOT"};
+  return kNames[static_cast<std::size_t>(hive)];
 }
 
 // The file that stands for the registry; empty when the user has nowhere to put one.
@@ -111,7 +104,7 @@ void RegistryKeyTraits::Close(RawKey key) noexcept {
 
 Status OpenKey(Hive hive, const char16_t* path, std::uint32_t, RegistryKey& key) {
   key.Reset();
-  return UnlessMemoryRunsOut([&] { return Open(std::string(RootName(hive)), path, key); });
+  return UnlessMemoryRunsOut([&] { return Open(RootName(hive), path, key); });
 }
 
 Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t,

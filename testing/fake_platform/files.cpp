@@ -12,13 +12,9 @@ namespace {
 
 using fake::LockedMachine;
 
-std::uintptr_t Number(const File& file) {
-  return static_cast<std::uintptr_t>(file.Get());
-}
-
 // The open file, or null.
 fake::OpenFile* Find(LockedMachine& machine, const File& file) {
-  const auto found = machine->open_files.find(Number(file));
+  const auto found = machine->open_files.find(static_cast<std::uintptr_t>(file.Get()));
   return found == machine->open_files.end() ? nullptr : &found->second;
 }
 
@@ -55,15 +51,12 @@ Status FindStored(LockedMachine& machine, const std::u16string& path,
 Status FindForWriting(LockedMachine& machine, const std::u16string& path,
                       std::shared_ptr<fake::StoredFile>& file) {
   const Status status = FindStored(machine, path, file);
-  if (status == kFileNotFound) {
-    file = std::make_shared<fake::StoredFile>();
-    machine->files[fake::NormalPath(path)] = file;
-    return kSuccess;
+  if (status != kFileNotFound) {
+    return status == kSuccess && file->read_only ? kAccessDenied : status;
   }
-  if (status == kSuccess && file->read_only) {
-    return kAccessDenied;
-  }
-  return status;
+  file = std::make_shared<fake::StoredFile>();
+  machine->files[fake::NormalPath(path)] = file;
+  return kSuccess;
 }
 
 // Reads on in an open file; gives the number of bytes.
@@ -79,9 +72,7 @@ std::size_t Read(fake::OpenFile& open, void* buffer, std::size_t capacity) {
 // Writes on in an open file.
 void Write(fake::OpenFile& open, const void* data, std::size_t size) {
   std::string& bytes = open.file->bytes;
-  if (bytes.size() < open.position + size) {
-    bytes.resize(open.position + size);
-  }
+  bytes.resize(std::max(bytes.size(), open.position + size));
   std::copy_n(static_cast<const char*>(data), size, bytes.data() + open.position);
   open.position += size;
 }
@@ -133,11 +124,8 @@ Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size
   LockedMachine machine;
   fake::OpenFile* const open = Find(machine, file);
   const Status fault = machine.RecordFallible("ReadBytes", PathOf(open), capacity);
-  if (open == nullptr) {
-    return fault != kSuccess ? fault : kInvalidHandle;
-  }
-  if (open->mode != OpenMode::kRead) {
-    return fault != kSuccess ? fault : kAccessDenied;
+  if (open == nullptr || open->mode != OpenMode::kRead) {
+    return fault != kSuccess ? fault : open == nullptr ? kInvalidHandle : kAccessDenied;
   }
   count = Read(*open, buffer,
                fault == kSuccess ? capacity : std::min(capacity, machine->bytes_before_fault));
@@ -148,11 +136,8 @@ Status WriteBytes(const File& file, const void* bytes, std::size_t size) {
   LockedMachine machine;
   fake::OpenFile* const open = Find(machine, file);
   const Status fault = machine.RecordFallible("WriteBytes", PathOf(open), size);
-  if (open == nullptr) {
-    return fault != kSuccess ? fault : kInvalidHandle;
-  }
-  if (open->mode == OpenMode::kRead) {
-    return fault != kSuccess ? fault : kAccessDenied;
+  if (open == nullptr || open->mode != OpenMode::kRewrite) {
+    return fault != kSuccess ? fault : open == nullptr ? kInvalidHandle : kAccessDenied;
   }
   Write(*open, bytes, fault == kSuccess ? size : std::min(size, machine->bytes_before_fault));
   return fault;

@@ -87,23 +87,18 @@ void ModuleTraits::Close(RawModule module) noexcept {
 }
 
 Status LoadModule(const char16_t* path, Module& module) {
-  RawModule loaded{};
-  Status status = kSuccess;
-  {
-    LockedMachine machine;
-    status = machine.RecordFallible("LoadModule", path);
-    if (status == kSuccess) {
-      StoredModule* const found =
-          path != nullptr && NamesAFile(path) ? FindLoadable(*machine, path) : nullptr;
-      if (found != nullptr) {
-        loaded = AddReference(*machine, *found);
-      } else {
-        status = kModuleNotFound;
-      }
-    }
+  module.Reset();
+  LockedMachine machine;
+  if (const Status fault = machine.RecordFallible("LoadModule", path)) {
+    return fault;
   }
-  module.Reset(loaded);
-  return status;
+  StoredModule* const found =
+      path != nullptr && NamesAFile(path) ? FindLoadable(*machine, path) : nullptr;
+  if (found == nullptr) {
+    return kModuleNotFound;
+  }
+  module.Reset(AddReference(*machine, *found));
+  return kSuccess;
 }
 
 Status FindLoadedModule(const char16_t* name, RawModule& module) {

@@ -18,15 +18,8 @@ bool IgnoringCase::operator()(std::u16string_view left, std::u16string_view righ
 }
 
 std::u16string_view HiveName(Hive hive) {
-  switch (hive) {
-    case Hive::kCurrentUser:
-      return u"HKCU";
-    case Hive::kLocalMachine:
-      return u"HKLM";
-    case Hive::kClassesRoot:
-      return u"HKCR";
-  }
-  return u"";
+  constexpr std::u16string_view kNames[] = {u"HKCU", u"HKLM", u"HKCR"};
+  return kNames[static_cast<std::size_t>(hive)];
 }
 
 std::u16string NormalKeyPath(std::u16string path) {

@@ -15,19 +15,6 @@ constexpr char16_t kSystemDirectory[] = u"C:\\Contract system";
 
 std::uint16_t next_port = kFirstPort;
 
-fake::Peer FakePeer(Peer peer) {
-  switch (peer) {
-    case Peer::kReads:
-    case Peer::kReadsSlow:  // nothing takes time in this machine
-      return fake::Peer::kAccept;
-    case Peer::kNeverReads:
-      return fake::Peer::kNeverRead;
-    case Peer::kResets:
-      return fake::Peer::kReset;
-  }
-  return fake::Peer::kAccept;
-}
-
 }  // namespace
 
 void PrepareMachine() {
@@ -135,7 +122,10 @@ void SetVariable(const std::u16string& name, const std::u16string& value) {
 }
 
 std::uint16_t Listen(Peer peer) {
-  fake::TheMachine().Listen(next_port, FakePeer(peer));
+  // Nothing takes time on this machine: the slow one reads as any other.
+  fake::TheMachine().Listen(next_port, peer == Peer::kNeverReads ? fake::Peer::kNeverRead
+                                       : peer == Peer::kResets   ? fake::Peer::kReset
+                                                                 : fake::Peer::kAccept);
   return next_port++;
 }
 
@@ -171,12 +161,11 @@ std::u16string StoredMessage(std::uint32_t code) {
 }
 
 std::int64_t InstantOf(const LocalTime& local) {
-  const std::chrono::year_month_day date{std::chrono::year(local.year),
-                                         std::chrono::month(static_cast<unsigned>(local.month)),
-                                         std::chrono::day(static_cast<unsigned>(local.day))};
-  return (std::chrono::sys_days(date).time_since_epoch() + std::chrono::hours(local.hour) +
-          std::chrono::minutes(local.minute) + std::chrono::seconds(local.second)) /
-         std::chrono::seconds(1);
+  const std::chrono::sys_seconds instant =
+      std::chrono::sys_days(std::chrono::year(local.year) / local.month / local.day) +
+      std::chrono::hours(local.hour) + std::chrono::minutes(local.minute) +
+      std::chrono::seconds(local.second);
+  return instant.time_since_epoch().count();
 }
 
 // There is but one process in this machine.

@@ -36,16 +36,9 @@ void ReplaceVariable(const std::string& name, const std::filesystem::path& value
   setenv(name.c_str(), value.c_str(), 1);
 }
 
-std::string_view RootName(Hive hive) {
-  switch (hive) {
-    case Hive::kCurrentUser:
-      return "HKEY_CURRENT_USER";
-    case Hive::kLocalMachine:
-      return "HKEY_LOCAL_MACHINE";
-    case Hive::kClassesRoot:
-      return "HKEY_CLASSES_ROOT";
-  }
-  return {};
+std::string RootName(Hive hive) {
+  constexpr const char* kNames[] = {"HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_CLASSES_ROOT"};
+  return kNames[static_cast<std::size_t>(hive)];
 }
 
 // As the registry editor writes it: UTF-16LE with a byte order mark.
@@ -108,7 +101,7 @@ std::u16string KeyPath(std::u16string_view below) {
 }
 
 bool AddKey(Hive hive, const std::u16string& path) {
-  registry_text.append("\r\n[").append(RootName(hive)).append("\\" + e2e::Utf8(path) + "]\r\n");
+  registry_text += "\r\n[" + RootName(hive) + "\\" + e2e::Utf8(path) + "]\r\n";
   WriteRegistry();
   return true;
 }
