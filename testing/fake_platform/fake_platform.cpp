@@ -20,10 +20,6 @@ std::string LittleEndian(std::uint32_t number, int size) {
   return bytes;
 }
 
-std::u16string KeyPath(Hive hive, std::u16string_view path) {
-  return NormalKeyPath(std::u16string(HiveName(hive)).append(u"\\").append(path));
-}
-
 }  // namespace
 
 Machine::Machine() : state_(std::make_unique<MachineState>()) {
@@ -55,12 +51,12 @@ void Machine::Reset() {
 }
 
 void Machine::AddKey(Hive hive, std::u16string_view path) {
-  Locked()->MakeKey(KeyPath(hive, path));
+  Locked()->MakeKey(hive, path);
 }
 
 void Machine::SetValue(Hive hive, std::u16string_view path, std::u16string_view name,
                        std::uint32_t type, std::string_view raw_bytes) {
-  Locked()->MakeKey(KeyPath(hive, path))[std::u16string(name)] = {type, std::string(raw_bytes)};
+  Locked()->MakeKey(hive, path)[std::u16string(name)] = {type, std::string(raw_bytes)};
 }
 
 void Machine::SetString(Hive hive, std::u16string_view path, std::u16string_view name,

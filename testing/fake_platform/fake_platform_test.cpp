@@ -334,16 +334,5 @@ TEST_F(Machine, AnOpenFileCannotBeRemoved) {
   EXPECT_EQ(RemoveFile(kIn), kSuccess);
 }
 
-TEST_F(Machine, AFileIsTheSameUnderEverySpellingOfItsPath) {
-  for (const char16_t* const path :
-       {u"C:/Temp//\u00E4.txt", u"C:\\Temp\\.\\\u00E4.txt", u"C:\\..\\Temp/../Temp/\u00E4.txt",
-        u"C:\\None\\..\\Temp\\\u00E4.txt"}) {
-    EXPECT_EQ(machine_.FileBytes(path), "abcd");
-  }
-  EXPECT_EQ(machine_.FileBytes(u"C\\..\\.\\out.txt"), "");
-  EXPECT_EQ(machine_.FileBytes(u"...\\out.txt"), std::nullopt);
-  EXPECT_EQ(machine_.FileBytes(u"OUT.txt"), std::nullopt);
-}
-
 }  // namespace
 }  // namespace platform

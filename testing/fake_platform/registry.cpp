@@ -15,6 +15,12 @@ std::uintptr_t Number(RawKey key) {
   return static_cast<std::uintptr_t>(key);
 }
 
+// The path of an open key; empty for any other one.
+std::u16string PathOf(LockedMachine& machine, RawKey key) {
+  const auto found = machine->open_keys.find(Number(key));
+  return found == machine->open_keys.end() ? std::u16string() : found->second;
+}
+
 // `path` below `parent`; both from the hive's name on. No path means the parent itself.
 std::u16string Below(std::u16string_view parent, const char16_t* path) {
   return fake::NormalKeyPath(
@@ -55,12 +61,11 @@ Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t
   Status status = kSuccess;
   {
     LockedMachine machine;
-    const auto open_parent = machine->open_keys.find(Number(parent.Get()));
-    const bool parent_is_open = open_parent != machine->open_keys.end();
-    const std::u16string parent_path = parent_is_open ? open_parent->second : std::u16string();
+    const std::u16string parent_path = PathOf(machine, parent.Get());
     status = machine.RecordFallible("OpenSubKey", parent_path, path, Hex{access});
     if (status == kSuccess) {
-      status = parent_is_open ? Open(machine, Below(parent_path, path), opened) : kInvalidHandle;
+      status =
+          parent_path.empty() ? kInvalidHandle : Open(machine, Below(parent_path, path), opened);
     }
   }
   key = std::move(opened);
@@ -73,11 +78,11 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
   if (const Status fault = machine.RecordFallible("QueryValue", name, size)) {
     return fault;
   }
-  const auto open_key = machine->open_keys.find(Number(key.Get()));
-  if (open_key == machine->open_keys.end()) {
+  const std::u16string path = PathOf(machine, key.Get());
+  if (path.empty()) {
     return kInvalidHandle;
   }
-  const fake::RegistryValues& values = machine->keys.find(open_key->second)->second;
+  const fake::RegistryValues& values = machine->keys.find(path)->second;
   const auto found = values.find(name == nullptr ? std::u16string_view() : name);
   if (found == values.end()) {
     return kFileNotFound;
@@ -101,15 +106,9 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
 Status CloseKey(RegistryKey& key) {
   const RawKey raw = key.Detach();
   LockedMachine machine;
-  const auto open_key = machine->open_keys.find(Number(raw));
-  const bool is_open = open_key != machine->open_keys.end();
-  const Status fault =
-      machine.RecordFallible("CloseKey", is_open ? open_key->second : std::u16string());
-  if (!is_open) {
-    return fault != kSuccess ? fault : kInvalidHandle;
-  }
-  machine->open_keys.erase(open_key);
-  return fault;
+  const Status fault = machine.RecordFallible("CloseKey", PathOf(machine, raw));
+  const bool was_open = machine->open_keys.erase(Number(raw)) != 0;
+  return was_open || fault != kSuccess ? fault : kInvalidHandle;
 }
 
 }  // namespace platform

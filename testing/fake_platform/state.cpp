@@ -86,7 +86,9 @@ void MachineState::MakeFolder(std::u16string_view normal_path) {
   }
 }
 
-RegistryValues& MachineState::MakeKey(const std::u16string& path) {
+RegistryValues& MachineState::MakeKey(Hive hive, std::u16string_view below) {
+  const std::u16string path =
+      NormalKeyPath(std::u16string(HiveName(hive)).append(u"\\").append(below));
   for (std::size_t end = path.find(u'\\'); end != path.npos; end = path.find(u'\\', end + 1)) {
     keys.try_emplace(path.substr(0, end));
   }

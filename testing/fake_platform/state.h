@@ -143,7 +143,7 @@ struct MachineState : MachineContents {
   // These make the parents, too.
   void MakeFolder(std::u16string_view normal_path);
   void Store(std::u16string_view path, std::shared_ptr<StoredFile> file);
-  RegistryValues& MakeKey(const std::u16string& path);
+  RegistryValues& MakeKey(Hive hive, std::u16string_view below);
 
   // Numbers are never given twice, so that a stale one cannot be taken for another's.
   std::uintptr_t NewHandle() { return ++last_handle; }
@@ -199,7 +199,7 @@ std::string CallText(std::string_view name, const Arguments&... arguments) {
   return text.append(sizeof...(arguments) == 0 ? "()" : ")");
 }
 
-// The same for one platform call. An owner must not be closed meanwhile: that locks, too.
+// The state, locked for one platform call. An owner must not be closed meanwhile: that locks, too.
 class LockedMachine : HookedCall, public LockedState {
  public:
   LockedMachine() : LockedState(TheMachine().State()) {}

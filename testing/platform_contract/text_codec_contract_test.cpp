@@ -143,17 +143,12 @@ TEST_F(TextCodecContract, EveryByteOfTheAnsiCodePageHasItsCharacter) {
 TEST_F(TextCodecContract, ACharacterWithoutAnAnsiByteBecomesItsBestFitOrAQuestionMark) {
   const Case cases[] = {
       {"letters with foreign marks", u"\u0100\u0107\u0142\u017C\u0131", "Aclzi"},
-      {"full-width letters", u"\uFF21\uFF42\uFF10", "Ab0"},
       {"Greek letters that have a fit", u"\u03B1\u03B2\u03A3", "a\xDFS"},
-      {"Greek letters that have none", u"\u03B3\u03BB", "??"},
-      {"Chinese", u"\u4E2D\u6587", "??"},
       {"signs", u"\u2212\u221E\u2264\u2032", "-8='"},
-      {"blanks", u"\u2000\u3000\u2003", "   "},
       {"combining mark, not combined", u"a\u0308", "a\xA8"},
       {"control characters that are none here", u"\u0080\u009F", "??"},
       {"pair of surrogates, unit by unit", u"\U0001F600 !", "?? !"},
       {"lone surrogate", {0xD800, u'A'}, "?A"},
-      {"byte order mark", u"\uFEFF", "?"},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.name);

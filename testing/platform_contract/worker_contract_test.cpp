@@ -1,7 +1,6 @@
 #include "platform/worker.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
 #include <thread>
 #include <utility>
 
@@ -10,34 +9,16 @@
 namespace platform::contract {
 namespace {
 
-// Something that one thread waits for and another one lets happen.
-class Event {
- public:
-  void Happen() {
-    const std::lock_guard lock(mutex_);
-    happened_ = true;
-    changed_.notify_all();
-  }
-  void Await() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return happened_; });
-  }
-  bool HasHappened() {
-    const std::lock_guard lock(mutex_);
-    return happened_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool happened_ = false;
-};
-
 // A worker that cannot end before it is let go.
 struct Held {
-  Event go;
-  Event end;
+  std::atomic<bool> may_go = false;
+  std::atomic<bool> has_ended = false;
   std::thread::id thread;
+
+  void Go() {
+    may_go = true;
+    may_go.notify_all();
+  }
 
   Worker Start() {
     Worker worker;
@@ -47,9 +28,10 @@ struct Held {
   void Start(Worker& worker) {
     const auto procedure = [](void* parameter) -> std::uint32_t {
       auto* const held = static_cast<Held*>(parameter);
-      held->go.Await();
+      held->may_go.wait(false);
       held->thread = std::this_thread::get_id();
-      held->end.Happen();
+      held->has_ended = true;
+      held->has_ended.notify_all();
       return 7;
     };
     EXPECT_EQ(StartWorker(procedure, this, worker), kSuccess);
@@ -62,17 +44,17 @@ class WorkerContract : public ContractTest {};
 TEST_F(WorkerContract, RunsBesideItsOwnerAndCanBeAwaited) {
   Held held;
   const Worker worker = held.Start();
-  held.go.Happen();
+  held.Go();
   EXPECT_EQ(WaitForWorker(worker), kSuccess);
-  EXPECT_TRUE(held.end.HasHappened());
+  EXPECT_TRUE(held.has_ended);
   EXPECT_NE(held.thread, std::this_thread::get_id());
 }
 
 TEST_F(WorkerContract, CanBeAwaitedAfterItsEndAndAgain) {
   Held held;
   const Worker worker = held.Start();
-  held.go.Happen();
-  held.end.Await();
+  held.Go();
+  held.has_ended.wait(false);
   EXPECT_EQ(WaitForWorker(worker), kSuccess);
   EXPECT_EQ(WaitForWorker(worker), kSuccess);
 }
@@ -81,25 +63,25 @@ TEST_F(WorkerContract, LettingGoWaitsForTheEnd) {
   Held ended;
   {
     const Worker worker = ended.Start();
-    ended.go.Happen();
+    ended.Go();
   }
-  EXPECT_TRUE(ended.end.HasHappened());
+  EXPECT_TRUE(ended.has_ended);
 
   Held replaced;
   Held other;
   Worker worker = replaced.Start();
-  replaced.go.Happen();
+  replaced.Go();
   worker = other.Start();
-  EXPECT_TRUE(replaced.end.HasHappened());
-  EXPECT_FALSE(other.end.HasHappened());
+  EXPECT_TRUE(replaced.has_ended);
+  EXPECT_FALSE(other.has_ended);
 
   Held last;
-  other.go.Happen();
-  last.go.Happen();
+  other.Go();
+  last.Go();
   last.Start(worker);
-  EXPECT_TRUE(other.end.HasHappened());
+  EXPECT_TRUE(other.has_ended);
   EXPECT_EQ(WaitForWorker(worker), kSuccess);
-  EXPECT_TRUE(last.end.HasHappened());
+  EXPECT_TRUE(last.has_ended);
 }
 
 TEST_F(WorkerContract, AnEmptyOwnerCannotBeAwaited) {
