@@ -132,11 +132,15 @@ std::optional<RegValue> ParseBytes(std::string_view text) {
   return value;
 }
 
-// Adds what a line of the form NAME=DATA says; any other line says nothing.
+// Does what a line of the form NAME=DATA says, or NAME=-, which takes the value away; any other
+// line says nothing.
 void AddValue(std::string_view line, RegValues& values) {
   const std::optional<std::string> name = Take(line, "@") ? std::string() : TakeQuoted(line);
   if (!name || !Take(line, "=")) {
     return;
+  }
+  if (line == "-") {
+    values.erase(*name);
   }
   std::optional<RegValue> value = Take(line, "dword:") ? ParseNumber(line)
                                   : Take(line, "hex")  ? ParseBytes(line)

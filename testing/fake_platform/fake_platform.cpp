@@ -1,7 +1,6 @@
 #include "testing/fake_platform/fake_platform.h"
 
 #include <chrono>
-#include <ranges>
 #include <utility>
 
 #include "testing/fake_platform/state.h"
@@ -112,8 +111,11 @@ std::optional<std::string> Machine::FileBytes(std::u16string_view path) const {
 
 std::vector<std::u16string> Machine::FilePaths() const {
   const LockedState state = Locked();
-  const auto paths = std::views::keys(state->files);
-  return {paths.begin(), paths.end()};
+  std::vector<std::u16string> paths;
+  for (const auto& [path, file] : state->files) {
+    paths.push_back(path);
+  }
+  return paths;
 }
 
 void Machine::SetReadOnly(std::u16string_view path, bool read_only) {
