@@ -58,6 +58,8 @@ TEST(RegFile, ReadsWhatALineSays) {
       {"\"v\"=hex:01,\\\n02", "3:\1\2"},
       {R"("v"=hex(1234):01)", "4660:\1"},
       {"\"v\"=hex:01\r\n\"V\"=hex:02", "3:\2"},
+      {"\"v\"=hex:01\r\n\"V\"=-", "none"},
+      {"\"v\"=-\r\n\"v\"=hex:02", "3:\2"},
       {"\"v\"=hex:01\r\n" + kSection + "\"w\"=hex:02", "3:\1"},
   };
   for (const Case& test : cases) {
@@ -94,6 +96,7 @@ TEST(RegFile, SkipsAMalformedLine) {
                                  R"("v"=hex:100)",
                                  R"("v"=hex():01)",
                                  R"("v"=hex(1:01)",
+                                 R"("v"=- x)",
                                  R"(;"v"="abc")",
                                  R"(@"v"="abc")"}) {
     SCOPED_TRACE(line);
