@@ -13,9 +13,8 @@ Client* latest = nullptr;
 
 bool CanHaveBehaviour(std::string_view call) {
   static constexpr std::string_view kCalls =
-      " MAPIInitialize MAPILogonEx MAPIOpenFormMgr MAPIAdminProfiles HrQueryAllRows "
-      "MAPIAllocateBuffer MAPIAllocateMore MAPIFreeBuffer "
-      "IProfAdmin::QueryInterface IProfAdmin::GetProfileTable "
+      " " FAKE_MAPI_FUNCTIONS_THAT_FAIL
+      " IProfAdmin::QueryInterface IProfAdmin::GetProfileTable "
       "IMAPITable::QueryInterface "
       "IMAPIFormMgr::QueryInterface "
       "IMAPISession::QueryInterface IMAPISession::GetMsgStoresTable IMAPISession::OpenMsgStore "

@@ -92,8 +92,8 @@ struct Behaviour {
   std::int32_t code = 0;
 };
 
-// Whether there is such a call that can have a behaviour: all but AddRef, Release, FreeProws and
-// FreePadrlist can.
+// Whether there is such a call that can have a behaviour: all but AddRef, Release, and functions
+// that give nothing.
 [[nodiscard]] bool CanHaveBehaviour(std::string_view call);
 
 class Client {

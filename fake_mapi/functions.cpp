@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "fake_mapi/call.h"
 #include "fake_mapi/interfaces.h"
@@ -168,17 +169,26 @@ ULONG PLATFORM_STDCALL MAPIFreeBuffer(void* buffer) {
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 std::map<std::string, Procedure> Functions() {
-  return {
-      {"MAPIInitialize", reinterpret_cast<Procedure>(MAPIInitialize)},
-      {"MAPILogonEx", reinterpret_cast<Procedure>(MAPILogonEx)},
-      {"MAPIOpenFormMgr", reinterpret_cast<Procedure>(MAPIOpenFormMgr)},
-      {"MAPIAdminProfiles", reinterpret_cast<Procedure>(MAPIAdminProfiles)},
-      {"HrQueryAllRows", reinterpret_cast<Procedure>(HrQueryAllRows)},
-      {"FreeProws", reinterpret_cast<Procedure>(FreeProws)},
-      {"FreePadrlist", reinterpret_cast<Procedure>(FreePadrlist)},
-      {"MAPIAllocateBuffer", reinterpret_cast<Procedure>(MAPIAllocateBuffer)},
-      {"MAPIFreeBuffer", reinterpret_cast<Procedure>(MAPIFreeBuffer)},
+  // CMakeLists.txt reads here what a library exports: the names as the linker decorates them in
+  // 32 bits.
+  const std::pair<std::string, Procedure> table[] = {
+      {"MAPIInitialize@4", reinterpret_cast<Procedure>(MAPIInitialize)},
+      {"MAPILogonEx@20", reinterpret_cast<Procedure>(MAPILogonEx)},
+      {"MAPIOpenFormMgr@8", reinterpret_cast<Procedure>(MAPIOpenFormMgr)},
+      {"MAPIAdminProfiles@8", reinterpret_cast<Procedure>(MAPIAdminProfiles)},
+      {"HrQueryAllRows@24", reinterpret_cast<Procedure>(HrQueryAllRows)},
+      {"FreeProws@4", reinterpret_cast<Procedure>(FreeProws)},
+      {"FreePadrlist@4", reinterpret_cast<Procedure>(FreePadrlist)},
+      {"MAPIAllocateBuffer@8", reinterpret_cast<Procedure>(MAPIAllocateBuffer)},
+      {"MAPIAllocateMore@12", reinterpret_cast<Procedure>(MAPIAllocateMore)},
+      {"MAPIFreeBuffer@4", reinterpret_cast<Procedure>(MAPIFreeBuffer)},
+      {"MAPIUninitialize@0", reinterpret_cast<Procedure>(MAPIUninitialize)},
   };
+  std::map<std::string, Procedure> functions;
+  for (const auto& [name, function] : table) {
+    functions[name.substr(0, name.find('@'))] = function;
+  }
+  return functions;
 }
 
 }  // namespace zentpost::fake_mapi

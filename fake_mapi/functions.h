@@ -8,7 +8,7 @@ namespace zentpost::fake_mapi {
 
 using Procedure = void (*)();  // to be cast to its own type
 
-// The nine that the tool calls.
+// All that such a library exports, by their names.
 [[nodiscard]] std::map<std::string, Procedure> Functions();
 
 }  // namespace zentpost::fake_mapi
