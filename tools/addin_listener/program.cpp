@@ -286,6 +286,8 @@ int RunProgram(const std::vector<std::string>& arguments, const Writer& out, con
 
 }  // namespace zentpost::addin_listener
 
+const bool zentpost::kToolWritesLineFeeds = true;
+
 int zentpost::RunTool(const std::vector<std::string>& arguments) {
   const auto writer = [](std::FILE* file) {
     return [file](std::string_view text) {

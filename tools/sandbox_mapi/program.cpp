@@ -99,6 +99,8 @@ int RunProgram(const std::vector<std::string>& arguments, const fs::path& librar
 
 }  // namespace zentpost::fake_mapi::sandbox
 
+const bool zentpost::kToolWritesLineFeeds = false;
+
 int zentpost::RunTool(const std::vector<std::string>& arguments) {
   const auto to = [](std::FILE* file) {
     return [file](std::string_view text) {

@@ -10,4 +10,7 @@ namespace zentpost {
 // take UTF-8.
 [[nodiscard]] int RunTool(const std::vector<std::string>& arguments);
 
+// Whether its lines end with a line feed alone on Windows too, where others end as the system's do.
+extern const bool kToolWritesLineFeeds;
+
 }  // namespace zentpost

@@ -19,7 +19,9 @@ int main() {
   }
   LocalFree(words);
   for (std::FILE* const file : {stdout, stderr}) {
-    _setmode(_fileno(file), _O_BINARY);
+    if (zentpost::kToolWritesLineFeeds) {
+      _setmode(_fileno(file), _O_BINARY);
+    }
     // Else a console is given one byte at a time, which tears characters apart. Every message is
     // flushed.
     std::setvbuf(file, nullptr, _IOFBF, 1 << 16);
