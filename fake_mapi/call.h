@@ -75,13 +75,6 @@ class Call {
   void Breach(std::string_view what, std::int32_t code = kInvalidParameter,
               FindingKind kind = FindingKind::kOther);
   void AllowFlags(std::uint32_t flags, std::uint32_t allowed);
-  template <class... Place>
-  void NeedPlaces(Place*... places) {
-    const bool is_one_missing = (... || (places == nullptr));
-    if (is_one_missing) {
-      Breach("without a place for its result");
-    }
-  }
   // The argument that must not be null.
   void Need(const void* argument, const char* what);
   // So many bytes at `bytes`.
@@ -90,11 +83,11 @@ class Call {
   Object* NeedObject(const void* address, std::string_view interface_name);
 
   // Hands out what `make` gives to a call that works: `make` gives null when memory runs out. Any
-  // other gets null or garbage.
+  // other gets null or garbage. Without a place the caller broke the contract.
   template <class Type, class Make>
   void Give(Type** place, const Make& make) {
     if (place == nullptr) {
-      return;
+      return Breach(kNoPlace);
     }
     const bool leaves_garbage = LeavesGarbage();
     *place = nullptr;
@@ -111,7 +104,7 @@ class Call {
   void GiveNumber(void* place, Number number) {
     constexpr int kGarbageByte = 0xDD;
     if (place == nullptr) {
-      return;
+      return Breach(kNoPlace);
     }
     if (Works() && gives_) {
       std::memcpy(place, &number, sizeof number);
@@ -131,6 +124,8 @@ class Call {
   [[nodiscard]] Accounting& Accounts() const { return client_.Inside().accounting; }
 
  private:
+  static constexpr char kNoPlace[] = "without a place for its result";
+
   struct HookScope {
     explicit HookScope(CallHook& of) : hook(of) { hook.CallBegins(); }
     HookScope(const HookScope&) = delete;

@@ -63,7 +63,6 @@ HRESULT PLATFORM_STDCALL MAPILogonEx(ULONG_PTR window, WideChar* profile, WideCh
     const bool is_wide = (flags & kUnicodeFlag) != 0;
     call.Record({std::to_string(window), TextOf(profile, is_wide), TextOf(password, is_wide),
                  LowerHex(flags)});
-    call.NeedPlaces(session);
     call.AllowFlags(flags, kLogonFlags);
     NeedInitialized(call);
     const std::u16string name = FromText(profile, is_wide);
@@ -77,7 +76,6 @@ HRESULT PLATFORM_STDCALL MAPILogonEx(ULONG_PTR window, WideChar* profile, WideCh
 HRESULT PLATFORM_STDCALL MAPIOpenFormMgr(IMAPISession* session, IMAPIFormMgr** manager) {
   return Do("MAPIOpenFormMgr", std::tuple(session, manager), [&](Call& call) {
     call.Record({call.Accounts().NameOfObject(session)});
-    call.NeedPlaces(manager);
     call.NeedObject(session, "IMAPISession");
     call.Give(manager, [&] { return NewFormManager(call.Of()); });
   });
@@ -86,7 +84,6 @@ HRESULT PLATFORM_STDCALL MAPIOpenFormMgr(IMAPISession* session, IMAPIFormMgr** m
 HRESULT PLATFORM_STDCALL MAPIAdminProfiles(ULONG flags, IProfAdmin** administration) {
   return Do("MAPIAdminProfiles", std::tuple(flags, administration), [&](Call& call) {
     call.Record({LowerHex(flags)});
-    call.NeedPlaces(administration);
     call.AllowFlags(flags, kUnicodeFlag);
     NeedInitialized(call);
     call.Give(administration, [&] { return NewProfileAdministration(call.Of()); });
@@ -100,7 +97,6 @@ HRESULT PLATFORM_STDCALL HrQueryAllRows(IMAPITable* table, SPropTagArray* tags,
             [&](Call& call) {
               call.Record({call.Accounts().NameOfObject(table), TagsOf(tags), NullOr(restriction),
                            NullOr(order), std::to_string(maximum)});
-              call.NeedPlaces(rows);
               const Object* const object = call.NeedObject(table, "IMAPITable");
               NeedTags(call, tags);
               if (maximum < 0) {
@@ -143,7 +139,6 @@ void PLATFORM_STDCALL FreePadrlist(ADRLIST* list) {
 SCODE PLATFORM_STDCALL MAPIAllocateBuffer(ULONG size, void** buffer) {
   return Do("MAPIAllocateBuffer", std::tuple(size, buffer), [&](Call& call) {
     call.Record({std::to_string(size)});
-    call.NeedPlaces(buffer);
     call.Give(buffer, [&] { return call.Accounts().Allocate(size, "MAPIAllocateBuffer"); });
   });
 }
@@ -151,7 +146,6 @@ SCODE PLATFORM_STDCALL MAPIAllocateBuffer(ULONG size, void** buffer) {
 SCODE PLATFORM_STDCALL MAPIAllocateMore(ULONG size, void* object, void** buffer) {
   return Do("MAPIAllocateMore", std::tuple(size, object, buffer), [&](Call& call) {
     call.Record({std::to_string(size), call.Accounts().NameOfBlock(object)});
-    call.NeedPlaces(buffer);
     call.Give(buffer, [&] { return call.Accounts().AllocatePart(size, object); });
   });
 }

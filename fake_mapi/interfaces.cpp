@@ -39,12 +39,13 @@ std::string_view AsBytes(const void* data, std::size_t size) {
 
 // --- values ---
 
+// With `bytes` in it, unless they are null.
 void* NewPart(Accounting& accounting, void* whole, const void* bytes, std::size_t size) {
   void* const part = accounting.AllocatePart(size, whole);
   if (part == nullptr) {
     std::abort();
   }
-  if (size > 0) {
+  if (bytes != nullptr) {
     std::memcpy(part, bytes, size);
   }
   return part;
@@ -165,19 +166,19 @@ class ObjectOf : public Base, public Object {
   HRESULT PLATFORM_STDCALL QueryInterface(const GUID& id, void** place) override {
     Call call(*this, "QueryInterface");
     call.Record({InterfaceOf(&id)});
-    call.NeedPlaces(place);
     const bool is_own =
         std::any_of(identifiers_.begin(), identifiers_.end(),
                     [&](std::uint32_t identifier) { return id == InterfaceId(identifier); });
     if (!is_own && !(IsClientShutdown(id) && HasShutdown(call.Of()))) {
       call.Refuse(kNoInterface);
     }
-    if (is_own && call.Works()) {
+    call.Give(place, [&]() -> void* {
+      if (!is_own || !call.Works()) {
+        return NewClientShutdown(call.Accounts());
+      }
       ++references;
-      *place = static_cast<Base*>(this);
-    } else {
-      call.Give(place, [&]() -> void* { return NewClientShutdown(call.Accounts()); });
-    }
+      return static_cast<Base*>(this);
+    });
     return call.Result();
   }
 
@@ -254,7 +255,6 @@ class PropertyObject : public ObjectOf<Base> {
                                     SPropValue** values) override {
     Call call(*this, "GetProps");
     call.Record({TagsOf(tags), LowerHex(flags)});
-    call.NeedPlaces(count, values);
     call.AllowFlags(flags, kUnicodeFlag);
     NeedTags(call, tags);
     Properties chosen;
@@ -316,7 +316,6 @@ class ProfileAdministration final : public ObjectOf<ProfAdminBase> {
   HRESULT PLATFORM_STDCALL GetProfileTable(ULONG flags, IMAPITable** table) override {
     Call call(*this, "GetProfileTable");
     call.Record({LowerHex(flags)});
-    call.NeedPlaces(table);
     call.AllowFlags(flags, kNoFlags);
     call.Give(table,
               [&] { return New<Table>(call.Accounts(), "profile table", call.Of().profiles); });
@@ -413,7 +412,6 @@ class MessageObject final : public PropertyObject<MessageBase> {
                                         IAttach** attachment) override {
     Call call(*this, "CreateAttach");
     call.Record({InterfaceOf(id), LowerHex(flags)});
-    call.NeedPlaces(number, attachment);
     call.AllowFlags(flags, kCreateAttachFlags);
     const std::size_t index = message->attachments.size();
     if (call.Works()) {
@@ -538,7 +536,6 @@ class Folder final : public PropertyObject<FolderBase> {
   HRESULT PLATFORM_STDCALL CreateMessage(const GUID* id, ULONG flags, IMessage** message) override {
     Call call(*this, "CreateMessage");
     call.Record({InterfaceOf(id), LowerHex(flags)});
-    call.NeedPlaces(message);
     call.AllowFlags(flags, kCreateMessageFlags);
     if (kind_ != FolderKind::kOutbox) {
       call.Refuse(kNoSupport);
@@ -559,7 +556,6 @@ class Folder final : public PropertyObject<FolderBase> {
                                             ULONG* status) override {
     Call call(*this, "GetMessageStatus");
     call.Record({BytesOf(size, entry_id), LowerHex(flags)});
-    call.NeedPlaces(status);
     call.NeedBytes(size, entry_id);
     call.AllowFlags(flags, kNoFlags);
     if (!HasMessage(call, AsBytes(entry_id, size))) {
@@ -589,7 +585,6 @@ class Store final : public PropertyObject<MsgStoreBase> {
                                      ULONG* type, IUnknown** entry) override {
     Call call(*this, "OpenEntry");
     call.Record({BytesOf(size, entry_id), InterfaceOf(id), LowerHex(flags)});
-    call.NeedPlaces(type, entry);
     call.NeedBytes(size, entry_id);
     call.AllowFlags(flags, kOpenEntryFlags);
     const std::optional<FolderKind> folder = FolderOf(call.Of(), AsBytes(entry_id, size));
@@ -620,7 +615,6 @@ class AddressBook final : public PropertyObject<AddrBookBase> {
     Call call(*this, "CreateOneOff");
     call.Record({TextOf(display_name, is_wide), TextOf(type, is_wide),
                  TextOf(mail_address, is_wide), LowerHex(flags)});
-    call.NeedPlaces(size, entry_id);
     call.Need(type, "a type");
     call.Need(mail_address, "an address");
     call.AllowFlags(flags, kOneOffFlags);
@@ -680,7 +674,6 @@ class Session final : public ObjectOf<SessionBase> {
   HRESULT PLATFORM_STDCALL GetMsgStoresTable(ULONG flags, IMAPITable** table) override {
     Call call(*this, "GetMsgStoresTable");
     Record(call, {LowerHex(flags)});
-    call.NeedPlaces(table);
     call.AllowFlags(flags, kUnicodeFlag);
     call.Give(table, [&] { return New<Table>(call.Accounts(), "store table", call.Of().stores); });
     return call.Result();
@@ -691,7 +684,6 @@ class Session final : public ObjectOf<SessionBase> {
     Call call(*this, "OpenMsgStore");
     Record(call,
            {std::to_string(window), BytesOf(size, entry_id), InterfaceOf(id), LowerHex(flags)});
-    call.NeedPlaces(store);
     call.NeedBytes(size, entry_id);
     call.AllowFlags(flags, kOpenStoreFlags);
     const auto& stores = call.Of().stores;
@@ -709,7 +701,6 @@ class Session final : public ObjectOf<SessionBase> {
                                            IAddrBook** book) override {
     Call call(*this, "OpenAddressBook");
     Record(call, {std::to_string(window), InterfaceOf(id), LowerHex(flags)});
-    call.NeedPlaces(book);
     call.AllowFlags(flags, kAddressBookFlags);
     call.Give(book, [&] { return New<AddressBook>(call.Accounts()); });
     return call.Result();
@@ -730,19 +721,19 @@ class Session final : public ObjectOf<SessionBase> {
                                        FormToken* token) override {
     Call call(*this, "PrepareForm");
     Record(call, {InterfaceOf(id), call.Accounts().NameOfObject(message)});
-    call.NeedPlaces(token);
     const Object* const object = call.NeedObject(message, "IMessage");
     const Client& client = call.Of();
     auto& forms = call.Inside().forms;
-    std::uintptr_t number = client.form_token + forms.size();
-    number = client.has_narrow_token ? static_cast<std::uint32_t>(number) : number;
+    const auto wide = static_cast<FormToken>(client.form_token + forms.size());
+    const auto narrow = static_cast<std::uint32_t>(wide);
     if (call.Works()) {
-      forms[static_cast<FormToken>(number)] = static_cast<const MessageObject*>(object)->message;
+      forms[client.has_narrow_token ? narrow : wide] =
+          static_cast<const MessageObject*>(object)->message;
     }
     if (client.has_narrow_token) {
-      call.GiveNumber(token, static_cast<std::uint32_t>(number));
+      call.GiveNumber(token, narrow);
     } else {
-      call.GiveNumber(token, static_cast<FormToken>(number));
+      call.GiveNumber(token, wide);
     }
     return call.Result();
   }
@@ -849,14 +840,10 @@ SRowSet* NewRows(Call& call, const Object* table, const SPropTagArray* tags, std
   for (std::size_t i = 0; i < count; ++i, ++row) {
     bool has_errors = false;  // told by the values alone
     const Properties chosen = ChosenBy(call.Of(), rows[i], tags, kUnicode, has_errors);
-    void* const values = accounting.AllocatePart(chosen.size() * sizeof(SPropValue), whole);
-    if (values == nullptr) {
-      std::abort();
-    }
-    Fill(accounting, whole, static_cast<SPropValue*>(values), chosen);
-    row->ulAdrEntryPad = 0;
-    row->cValues = static_cast<ULONG>(chosen.size());
-    row->lpProps = call.Of().rows_lack_values ? nullptr : static_cast<SPropValue*>(values);
+    auto* const values = static_cast<SPropValue*>(
+        NewPart(accounting, whole, nullptr, chosen.size() * sizeof(SPropValue)));
+    Fill(accounting, whole, values, chosen);
+    *row = {0, static_cast<ULONG>(chosen.size()), call.Of().rows_lack_values ? nullptr : values};
   }
   return set;
 }
