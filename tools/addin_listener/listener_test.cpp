@@ -6,9 +6,9 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tools/addin_listener/test_client.h"
@@ -26,8 +26,8 @@ class RunningListener {
   explicit RunningListener(const ListenerOptions& options = {}) {
     std::string error;
     EXPECT_TRUE(listener_.Open(options, error)) << error;
-    thread_ = std::thread([this] {
-      end_ = listener_.Run(
+    end_ = std::async(std::launch::async, [this] {
+      return listener_.Run(
           [this](Connection connection) {
             const std::lock_guard lock(mutex_);
             connections_.push_back(std::move(connection));
@@ -36,12 +36,7 @@ class RunningListener {
           error_);
     });
   }
-  ~RunningListener() {
-    if (thread_.joinable()) {
-      listener_.Stop();
-      thread_.join();
-    }
-  }
+  ~RunningListener() { listener_.Stop(); }
 
   std::uint16_t port() const { return listener_.port(); }
   void Stop() { listener_.Stop(); }
@@ -55,9 +50,8 @@ class RunningListener {
 
   // Waits until Run has returned, as expected, and gives the log.
   Lines Join(RunEnd expected = RunEnd::kCompleted) {
-    thread_.join();
+    EXPECT_EQ(end_.get(), expected);
     EXPECT_EQ(error_, "");
-    EXPECT_EQ(end_, expected);
     return Log();
   }
 
@@ -82,12 +76,11 @@ class RunningListener {
 
  private:
   Listener listener_;
-  std::thread thread_;
-  RunEnd end_ = RunEnd::kFailed;
   std::string error_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Connection> connections_;
+  std::future<RunEnd> end_;  // the last: what it waits for uses the others
 };
 
 TEST(Listener, DeliveryIsCompleteOnlyWhenItsSenderCloses) {

@@ -28,16 +28,10 @@ std::string InText(std::size_t offset) {
   return "byte " + std::to_string(offset) + " of the text: ";
 }
 
-struct Member {
-  const char* name;
-  bool boolean;
-};
-constexpr Member kMembers[] = {
-    {"Receiver", false}, {"RecipientName", false},  {"SenderName", false},
-    {"FileName", false}, {"AttachmentName", false}, {"Comment", false},
-    {"Subject", false},  {"SendTime", false},       {"ECM", true},
-    {"Preview", true},
-};
+constexpr std::string_view kMembers[] = {
+    "Receiver", "RecipientName", "SenderName", "FileName", "AttachmentName",
+    "Comment",  "Subject",       "SendTime",   "ECM",      "Preview"};
+constexpr std::size_t kFirstBoolean = 8;
 
 std::string TypeName(const cJSON* item) {
   static const std::map<int, const char*> names = {
@@ -113,35 +107,33 @@ void CheckMembers(const cJSON* parameters, PayloadReport& report) {
     const std::string name = item->string;
     const std::string quoted = Quoted(name);
     report.members.push_back({name, ValueText(item)});
-    const auto* known =
+    const auto* const known =
         std::find_if(std::begin(kMembers), std::end(kMembers),
-                     [&](const Member& member) { return EqualsButForCase(name, member.name); });
-    if (known == std::end(kMembers)) {
-      problems.push_back("unknown member " + quoted);
-      continue;
-    }
-    if (name != known->name) {
-      problems.push_back("unknown member " + quoted + ": the name is " + Quoted(known->name));
-      continue;
-    }
+                     [&](std::string_view member) { return EqualsButForCase(name, member); });
     const auto place = static_cast<std::size_t>(std::distance(std::begin(kMembers), known));
+    if (known == std::end(kMembers) || name != *known) {
+      problems.push_back("unknown member " + quoted +
+                         (known == std::end(kMembers) ? "" : ": the name is " + Quoted(*known)));
+      continue;
+    }
     if (std::exchange(seen[place], true)) {
       problems.push_back("member " + quoted + " stands more than once");
       continue;
     }
-    if ((known->boolean ? cJSON_IsBool(item) : cJSON_IsString(item)) == 0) {
+    const bool is_boolean = place >= kFirstBoolean;
+    if ((is_boolean ? cJSON_IsBool(item) : cJSON_IsString(item)) == 0) {
       problems.push_back("member " + quoted + " is " + TypeName(item) + ", not " +
-                         (known->boolean ? "a boolean" : "a string"));
+                         (is_boolean ? "a boolean" : "a string"));
     }
     if (place < last) {
-      problems.push_back("member " + quoted + " stands after " + Quoted(kMembers[last].name) +
+      problems.push_back("member " + quoted + " stands after " + Quoted(kMembers[last]) +
                          ", not before it");
     }
     last = std::max(last, place);
   }
   for (std::size_t place = 0; place < std::size(kMembers); ++place) {
     if (!seen[place]) {
-      problems.push_back("member " + Quoted(kMembers[place].name) + " is missing");
+      problems.push_back("member " + Quoted(kMembers[place]) + " is missing");
     }
   }
 }
@@ -204,14 +196,14 @@ std::string UndoConversion(std::string_view wire, std::string& problem) {
     bytes += *byte;
     i += character->size;
   }
-  for (std::string_view rest = bytes; !rest.empty();) {
-    const auto character = support::FirstCharacter(rest);
+  for (std::size_t i = 0; i < bytes.size();) {
+    const auto character = support::FirstCharacter(std::string_view(bytes).substr(i));
     if (!character) {
-      problem = InText(bytes.size() - rest.size()) + "not UTF-8 once the conversion is undone (" +
-                support::HexBytes(rest.substr(0, 1)) + ")" + kPlainUtf8Hint;
+      problem = InText(i) + "not UTF-8 once the conversion is undone (" +
+                support::HexBytes(bytes.substr(i, 1)) + ")" + kPlainUtf8Hint;
       return "";
     }
-    rest.remove_prefix(character->size);
+    i += character->size;
   }
   return bytes;
 }
@@ -231,27 +223,23 @@ PayloadReport CheckPayload(std::string_view wire) {
 }
 
 std::string FormatMembers(const std::vector<PayloadMember>& members) {
-  std::vector<std::string> names;
+  const auto lead_of = [](const PayloadMember& member) {
+    return "  " + WithoutControls(member.name, false) + ":";
+  };
   std::size_t width = 0;
   for (const PayloadMember& member : members) {
-    names.push_back("  " + WithoutControls(member.name, false) + ":");
-    width = std::max(width, names.back().size() + 1);
+    width = std::max(width, lead_of(member).size() + 1);
   }
   std::string result;
-  for (std::size_t i = 0; i < members.size(); ++i) {
-    std::string_view rest = members[i].value_utf8;
-    std::string lead = names[i];
-    for (bool more = true; more;) {
-      const std::size_t end = std::min(rest.find_first_of("\r\n"), rest.size());
-      result += lead;
-      if (end > 0) {  // No blanks at the end of a line that has no text.
-        result.append(width - lead.size(), ' ');
-        result += WithoutControls(rest.substr(0, end), true);
-      }
-      result += '\n';
-      lead.clear();
-      more = end < rest.size();
-      if (more) {
+  for (const PayloadMember& member : members) {
+    std::string lead = lead_of(member);
+    std::string_view rest = member.value_utf8;
+    for (std::size_t end = 0; end != rest.npos; lead.clear()) {
+      end = rest.find_first_of("\r\n");
+      const std::string_view line = rest.substr(0, end);
+      lead.resize(line.empty() ? lead.size() : width, ' ');  // no blanks at a line's end
+      result += lead + WithoutControls(line, true) + '\n';
+      if (end != rest.npos) {
         rest.remove_prefix(end + (rest.substr(end).starts_with("\r\n") ? 2 : 1));
       }
     }

@@ -6,10 +6,10 @@
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
+#include <future>
 #include <map>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tools/addin_listener/test_client.h"
@@ -32,15 +32,8 @@ const std::string kGood = PayloadOf("J\xC3\xBCrgen");
 const std::string kGoodWire = PayloadOf("J\xC3\x83\xC2\xBCrgen");
 constexpr char kProbe[] = "connection 1: probe, closed without a byte\n";
 constexpr char kGoodLines[] =
-    "  Receiver:       1\n"
-    "  RecipientName:  J\xC3\xBCrgen\n"
-    "  SenderName:\n"
-    "  FileName:\n"
-    "  AttachmentName:\n"
-    "  Comment:\n"
-    "  Subject:\n"
-    "  SendTime:\n"
-    "  ECM:            true\n"
+    "  Receiver:       1\n  RecipientName:  J\xC3\xBCrgen\n  SenderName:\n  FileName:\n"
+    "  AttachmentName:\n  Comment:\n  Subject:\n  SendTime:\n  ECM:            true\n"
     "  Preview:        false\n";
 
 // What `folder` holds, each file with its content, a folder without.
@@ -64,24 +57,10 @@ Writer AppendsTo(std::string& all) {
 // The program on a thread of its own.
 class RunningProgram {
  public:
-  explicit RunningProgram(const Arguments& arguments) {
-    const auto appends_to = [this](std::string& all) {
-      return [this, &all](std::string_view text) {
-        const std::lock_guard lock(mutex_);
-        all += text;
-        changed_.notify_all();
-        return true;
-      };
-    };
-    thread_ = std::thread([this, appends_to, arguments] {
-      exit_code_ = RunProgram(arguments, appends_to(out_), appends_to(err_));
-    });
-  }
-  ~RunningProgram() {
-    if (thread_.joinable()) {
-      thread_.join();
-    }
-  }
+  explicit RunningProgram(const Arguments& arguments)
+      : exit_code_(std::async(std::launch::async, [this, arguments] {
+          return RunProgram(arguments, Into(out_), Into(err_));
+        })) {}
 
   // Waits until `text` has been written to the standard output.
   bool AwaitOut(std::string_view text) {
@@ -99,22 +78,27 @@ class RunningProgram {
     first_line_ = static_cast<std::size_t>(length) + 1;
     return static_cast<std::uint16_t>(port);
   }
-  int Join() {
-    thread_.join();
-    return exit_code_;
-  }
+  int Join() { return exit_code_.get(); }
   // The output after the first line.
   std::string out() const { return out_.substr(std::min(out_.size(), first_line_)); }
   const std::string& err() const { return err_; }
 
  private:
-  std::thread thread_;
+  Writer Into(std::string& all) {
+    return [this, &all](std::string_view text) {
+      const std::lock_guard lock(mutex_);
+      all += text;
+      changed_.notify_all();
+      return true;
+    };
+  }
+
   std::mutex mutex_;
   std::condition_variable changed_;
   std::string out_;
   std::string err_;
   std::size_t first_line_ = 0;  // its size
-  int exit_code_ = -1;
+  std::future<int> exit_code_;  // the last: what it waits for uses the others
 };
 
 void Deliver(std::uint16_t port, std::string_view wire) {
@@ -292,20 +276,20 @@ TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
 }
 
 TEST(Program, SaysWhatIsWrongWithItsCommandLine) {
+  const std::string port = "--port takes a number from 0 to 65535, not ";
+  const std::string timeout = "--timeout takes a number from 1 to 86400, not ";
   const std::pair<Arguments, std::string> cases[] = {
       {{"5000"}, "unknown argument \"5000\""},
       {{"--json=1"}, "unknown argument \"--json=1\""},
       {{"--port"}, "--port needs a value"},
-      {{"--port", ""}, "--port takes a number from 0 to 65535, not \"\""},
-      {{"--port", "65536"}, "--port takes a number from 0 to 65535, not \"65536\""},
-      {{"--port", "-1"}, "--port takes a number from 0 to 65535, not \"-1\""},
-      {{"--port", "1x"}, "--port takes a number from 0 to 65535, not \"1x\""},
-      {{"--count", "4294967296"},
-       "--count takes a number from 0 to 4294967295, not \"4294967296\""},
-      {{"--timeout", "0"}, "--timeout takes a number from 1 to 86400, not \"0\""},
-      {{"--timeout", "86401"}, "--timeout takes a number from 1 to 86400, not \"86401\""},
-      {{"--connection", "0", "--misbehave", "slow"},
-       "--connection takes a number from 1 to 4294967295, not \"0\""},
+      {{"--port", ""}, port + "\"\""},
+      {{"--port", "65536"}, port + "\"65536\""},
+      {{"--port", "-1"}, port + "\"-1\""},
+      {{"--port", "1x"}, port + "\"1x\""},
+      {{"--count=4294967296"}, "--count takes a number from 0 to 4294967295, not \"4294967296\""},
+      {{"--timeout", "0"}, timeout + "\"0\""},
+      {{"--timeout", "86401"}, timeout + "\"86401\""},
+      {{"--connection", "0"}, "--connection takes a number from 1 to 4294967295, not \"0\""},
       {{"--connection", "2"}, "--connection needs --misbehave"},
       {{"--misbehave", "Slow"},
        "--misbehave takes never-read, slow, reset or stop-after-probe, not \"Slow\""},
