@@ -83,11 +83,12 @@ class Call {
   Object* NeedObject(const void* address, std::string_view interface_name);
 
   // Hands out what `make` gives to a call that works: `make` gives null when memory runs out. Any
-  // other gets null or garbage. Without a place the caller broke the contract.
+  // other gets null or garbage. Without a place the caller broke the contract. Both give Result().
   template <class Type, class Make>
-  void Give(Type** place, const Make& make) {
+  std::int32_t Give(Type** place, const Make& make) {
     if (place == nullptr) {
-      return Breach(kNoPlace);
+      Breach(kNoPlace);
+      return Result();
     }
     const bool leaves_garbage = LeavesGarbage();
     *place = nullptr;
@@ -99,24 +100,25 @@ class Call {
         Accounts().MakeGarbage(*place);
       }
     }
+    return Result();
   }
   template <class Number>
-  void GiveNumber(void* place, Number number) {
+  std::int32_t GiveNumber(void* place, Number number) {
     constexpr int kGarbageByte = 0xDD;
     if (place == nullptr) {
-      return Breach(kNoPlace);
-    }
-    if (Works() && gives_) {
+      Breach(kNoPlace);
+    } else if (Works() && gives_) {
       std::memcpy(place, &number, sizeof number);
     } else {
       std::memset(place, LeavesGarbage() ? kGarbageByte : 0, sizeof number);
     }
+    return Result();
   }
 
   // A success of its own.
   void Succeed(std::int32_t code) { own_success_ = code; }
-  // What the call gives. Once, at its end.
-  [[nodiscard]] std::int32_t Result();
+  // What the call gives.
+  std::int32_t Result();
   std::uint32_t Count(std::uint32_t count);
 
   [[nodiscard]] Client& Of() const { return client_; }

@@ -172,14 +172,13 @@ class ObjectOf : public Base, public Object {
     if (!is_own && !(IsClientShutdown(id) && HasShutdown(call.Of()))) {
       call.Refuse(kNoInterface);
     }
-    call.Give(place, [&]() -> void* {
+    return call.Give(place, [&]() -> void* {
       if (!is_own || !call.Works()) {
         return NewClientShutdown(call.Accounts());
       }
       ++references;
       return static_cast<Base*>(this);
     });
-    return call.Result();
   }
 
   ULONG PLATFORM_STDCALL AddRef() override {
@@ -265,10 +264,9 @@ class PropertyObject : public ObjectOf<Base> {
       call.Succeed(has_errors ? kErrorsReturned : kOk);
     }
     call.GiveNumber(count, static_cast<ULONG>(chosen.size()));
-    call.Give(values, [&] {
+    return call.Give(values, [&] {
       return NewValues(call.Accounts(), chosen, this->interface_name + "::GetProps");
     });
-    return call.Result();
   }
 
   HRESULT PLATFORM_STDCALL SetProps(ULONG count, SPropValue* values,
@@ -317,9 +315,8 @@ class ProfileAdministration final : public ObjectOf<ProfAdminBase> {
     Call call(*this, "GetProfileTable");
     call.Record({LowerHex(flags)});
     call.AllowFlags(flags, kNoFlags);
-    call.Give(table,
-              [&] { return New<Table>(call.Accounts(), "profile table", call.Of().profiles); });
-    return call.Result();
+    return call.Give(
+        table, [&] { return New<Table>(call.Accounts(), "profile table", call.Of().profiles); });
   }
 };
 
@@ -419,8 +416,8 @@ class MessageObject final : public PropertyObject<MessageBase> {
           {.number = static_cast<std::uint32_t>(index), .create_flags = flags});
     }
     call.GiveNumber(number, static_cast<ULONG>(index));
-    call.Give(attachment, [&] { return New<AttachmentObject>(call.Accounts(), message, index); });
-    return call.Result();
+    return call.Give(attachment,
+                     [&] { return New<AttachmentObject>(call.Accounts(), message, index); });
   }
 
   HRESULT PLATFORM_STDCALL ModifyRecipients(ULONG flags, ADRLIST* list) override {
@@ -548,8 +545,7 @@ class Folder final : public PropertyObject<FolderBase> {
       Note(*created, "IMAPIFolder::CreateMessage", flags);
       call.Inside().messages.push_back(created);
     }
-    call.Give(message, [&] { return New<MessageObject>(call.Accounts(), created); });
-    return call.Result();
+    return call.Give(message, [&] { return New<MessageObject>(call.Accounts(), created); });
   }
 
   HRESULT PLATFORM_STDCALL GetMessageStatus(ULONG size, ENTRYID* entry_id, ULONG flags,
@@ -561,8 +557,7 @@ class Folder final : public PropertyObject<FolderBase> {
     if (!HasMessage(call, AsBytes(entry_id, size))) {
       call.Refuse(kInvalidEntryId);
     }
-    call.GiveNumber(status, static_cast<ULONG>(call.Of().message_status));
-    return call.Result();
+    return call.GiveNumber(status, static_cast<ULONG>(call.Of().message_status));
   }
 
  private:
@@ -592,10 +587,9 @@ class Store final : public PropertyObject<MsgStoreBase> {
       call.Refuse(kInvalidEntryId);
     }
     call.GiveNumber(type, kFolderType);
-    call.Give(entry, [&]() -> IMAPIFolder* {
+    return call.Give(entry, [&]() -> IMAPIFolder* {
       return New<Folder>(call.Accounts(), folder.value_or(FolderKind::kOutbox));
     });
-    return call.Result();
   }
 
  private:
@@ -625,14 +619,13 @@ class AddressBook final : public PropertyObject<AddrBookBase> {
       call.Inside().one_offs.push_back(bytes);
     }
     call.GiveNumber(size, static_cast<ULONG>(bytes.size()));
-    call.Give(entry_id, [&] {
+    return call.Give(entry_id, [&] {
       void* const block = call.Accounts().Allocate(bytes.size(), "IAddrBook::CreateOneOff");
       if (block != nullptr) {
         std::memcpy(block, bytes.data(), bytes.size());
       }
       return static_cast<ENTRYID*>(block);
     });
-    return call.Result();
   }
 
   // The book is empty: it knows who comes with an entry that it has made, and nobody else.
@@ -675,8 +668,8 @@ class Session final : public ObjectOf<SessionBase> {
     Call call(*this, "GetMsgStoresTable");
     Record(call, {LowerHex(flags)});
     call.AllowFlags(flags, kUnicodeFlag);
-    call.Give(table, [&] { return New<Table>(call.Accounts(), "store table", call.Of().stores); });
-    return call.Result();
+    return call.Give(table,
+                     [&] { return New<Table>(call.Accounts(), "store table", call.Of().stores); });
   }
 
   HRESULT PLATFORM_STDCALL OpenMsgStore(ULONG_PTR window, ULONG size, ENTRYID* entry_id,
@@ -693,8 +686,7 @@ class Session final : public ObjectOf<SessionBase> {
         })) {
       call.Refuse(kInvalidEntryId);
     }
-    call.Give(store, [&] { return New<Store>(call.Accounts()); });
-    return call.Result();
+    return call.Give(store, [&] { return New<Store>(call.Accounts()); });
   }
 
   HRESULT PLATFORM_STDCALL OpenAddressBook(ULONG_PTR window, const GUID* id, ULONG flags,
@@ -702,8 +694,7 @@ class Session final : public ObjectOf<SessionBase> {
     Call call(*this, "OpenAddressBook");
     Record(call, {std::to_string(window), InterfaceOf(id), LowerHex(flags)});
     call.AllowFlags(flags, kAddressBookFlags);
-    call.Give(book, [&] { return New<AddressBook>(call.Accounts()); });
-    return call.Result();
+    return call.Give(book, [&] { return New<AddressBook>(call.Accounts()); });
   }
 
   HRESULT PLATFORM_STDCALL Logoff(ULONG_PTR window, ULONG flags, ULONG reserved) override {

@@ -43,18 +43,18 @@ bool IsAscii(std::string_view text) {
 void AppendBase64(std::string_view bytes, std::string& result) {
   static constexpr char kDigits[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    const std::size_t count = std::min<std::size_t>(3, bytes.size() - i);
-    std::uint32_t group = 0;
-    for (std::size_t k = 0; k < 3; ++k) {
-      group = group << 8 | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0u);
+  std::uint32_t bits = 0;
+  int count = 0;  // of those that wait
+  for (const char byte : bytes) {
+    bits = bits << 8 | static_cast<unsigned char>(byte);
+    for (count += 8; count >= 6; count -= 6) {
+      result += kDigits[bits >> (count - 6) & 63];
     }
-    char digits[4];
-    for (std::size_t k = 0; k < 4; ++k) {
-      digits[k] = k <= count ? kDigits[group >> (18 - 6 * k) & 63] : '=';
-    }
-    result.append(digits, 4);
   }
+  if (count > 0) {
+    result += kDigits[bits << (6 - count) & 63];
+  }
+  result.append((3 - bytes.size() % 3) % 3, '=');
 }
 
 std::string WithoutControls(std::u16string_view text) {
@@ -124,9 +124,6 @@ bool IsPlain(std::string_view text) {
 // A name before an address: in quotes where that will do.
 std::vector<std::string> DisplayName(std::u16string_view name) {
   const std::string text = WithoutControls(name);
-  if (text.empty()) {
-    return {};
-  }
   if (!IsPlain(text) || text.size() > 60) {
     return EncodedWords(text);
   }
@@ -188,12 +185,8 @@ std::string Parameter(std::string_view name, std::u16string_view value) {
   if (IsAscii(text) && text.size() <= 60 && text.find("=?") == std::string::npos) {
     return start + "=" + support::Quoted(text);
   }
-  constexpr std::string_view kCharset = "UTF-8''";
   constexpr std::size_t kPiece = 54;
   const std::string encoded = Percent(text, "-._");
-  if (encoded.size() <= kPiece) {
-    return start + "*=" + std::string(kCharset) + encoded;
-  }
   std::string result;
   std::string_view rest = encoded;
   for (int number = 0; !rest.empty(); ++number) {
@@ -203,8 +196,8 @@ std::string Parameter(std::string_view name, std::u16string_view value) {
         length < rest.size() && percent != rest.npos && percent + 2 >= length) {
       length = percent;
     }
-    result += start + '*' + std::to_string(number) +
-              "*=" + std::string(number == 0 ? kCharset : "") + std::string(rest.substr(0, length));
+    result += start + (encoded.size() > kPiece ? '*' + std::to_string(number) : "") +
+              (number == 0 ? "*=UTF-8''" : "*=") + std::string(rest.substr(0, length));
     rest.remove_prefix(length);
   }
   return result;
