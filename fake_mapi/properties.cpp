@@ -11,8 +11,8 @@ namespace {
 // Published: begins each entry identifier of an address that stands in no address book.
 constexpr std::string_view kOneOffStart(
     "\x00\x00\x00\x00\x81\x2B\x1F\xA4\xBE\xA3\x10\x19\x9D\x6E\x00\xDD\x01\x0F\x54\x02", 20);
-constexpr unsigned kOneOffIsUnicode = 0x8000;
-constexpr unsigned kOneOffWithoutRichText = 0x0001;
+// Version 0; Unicode, without rich text.
+constexpr std::string_view kOneOffHeader("\x00\x00\x01\x80", 4);
 
 bool IsText(std::uint32_t type) {
   return type == kUnicode || type == kString8;
@@ -143,10 +143,7 @@ Properties StoreRow(bool is_default, std::string entry_id) {
 
 std::string OneOffEntryId(const OneOff& one_off) {
   std::string bytes(kOneOffStart);
-  bytes.append(2, '\0');  // version
-  const unsigned flags = kOneOffIsUnicode | kOneOffWithoutRichText;
-  bytes += static_cast<char>(flags & 0xFF);
-  bytes += static_cast<char>(flags >> 8);
+  bytes += kOneOffHeader;
   AppendWide(bytes, one_off.name);
   AppendWide(bytes, one_off.address_type);
   AppendWide(bytes, one_off.address);
@@ -154,10 +151,11 @@ std::string OneOffEntryId(const OneOff& one_off) {
 }
 
 std::optional<OneOff> ReadOneOff(std::string_view entry_id) {
-  if (!entry_id.starts_with(kOneOffStart) || entry_id.size() < kOneOffStart.size() + 4) {
+  if (!entry_id.starts_with(kOneOffStart) ||
+      entry_id.size() < kOneOffStart.size() + kOneOffHeader.size()) {
     return std::nullopt;
   }
-  entry_id.remove_prefix(kOneOffStart.size() + 4);
+  entry_id.remove_prefix(kOneOffStart.size() + kOneOffHeader.size());
   OneOff one_off;
   if (!TakeWide(entry_id, one_off.name) || !TakeWide(entry_id, one_off.address_type) ||
       !TakeWide(entry_id, one_off.address)) {

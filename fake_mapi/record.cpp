@@ -48,13 +48,25 @@ std::string ValueOf(const SPropValue& value) {
   }
 }
 
+// "[first, second]" of what stands at `whole`; `of` gives the one of a number.
+template <class Of>
+std::string Listed(const void* whole, ULONG count, const Of& of) {
+  if (whole == nullptr) {
+    return "null";
+  }
+  std::string text = "[";
+  for (ULONG i = 0; i < count; ++i) {
+    text += (i == 0 ? "" : ", ") + of(i);
+  }
+  return text + "]";
+}
+
 }  // namespace
 
 std::u16string FromText(const WideChar* text, bool is_wide) {
-  if (is_wide || text == nullptr) {
-    return support::FromWide(text);
-  }
-  return support::FromWindows1252(static_cast<const char*>(static_cast<const void*>(text)));
+  return is_wide || text == nullptr
+             ? support::FromWide(text)
+             : support::FromWindows1252(static_cast<const char*>(static_cast<const void*>(text)));
 }
 
 std::string TextOf(const WideChar* text, bool is_wide) {
@@ -79,47 +91,27 @@ std::string BytesOf(ULONG size, const void* bytes) {
 }
 
 std::string ValuesOf(ULONG count, const SPropValue* values) {
-  if (values == nullptr) {
-    return "null";
-  }
-  std::string text = "[";
-  for (ULONG i = 0; i < count; ++i) {
-    text += (i == 0 ? "" : ", ") + ValueOf(values[i]);
-  }
-  return text + "]";
+  return Listed(values, count, [&](ULONG i) { return ValueOf(values[i]); });
 }
 
 std::string TagsOf(const SPropTagArray* tags) {
-  if (tags == nullptr) {
-    return "null";
-  }
   // More of them than the published type says stand behind the first.
-  const auto* const first = static_cast<const ULONG*>(tags->aulPropTag);
-  std::string text = "[";
-  for (ULONG i = 0; i < tags->cValues; ++i) {
-    text += (i == 0 ? "" : ", ") + LowerHex(first[i], 8);
-  }
-  return text + "]";
+  const auto* const first = tags == nullptr ? nullptr : static_cast<const ULONG*>(tags->aulPropTag);
+  return Listed(tags, tags == nullptr ? 0 : tags->cValues,
+                [&](ULONG i) { return LowerHex(first[i], 8); });
 }
 
 std::string ListOf(const ADRLIST* list) {
-  if (list == nullptr) {
-    return "null";
-  }
-  const auto* const entries = static_cast<const ADRENTRY*>(list->aEntries);
-  std::string text = "[";
-  for (ULONG i = 0; i < list->cEntries; ++i) {
-    text += (i == 0 ? "" : ", ") + std::to_string(entries[i].cValues) + " " +
-            ValuesOf(entries[i].cValues, entries[i].rgPropVals);
-  }
-  return text + "]";
+  return Listed(list, list == nullptr ? 0 : list->cEntries, [&](ULONG i) {
+    const ADRENTRY& entry = static_cast<const ADRENTRY*>(list->aEntries)[i];
+    return std::to_string(entry.cValues) + " " + ValuesOf(entry.cValues, entry.rgPropVals);
+  });
 }
 
 std::string InterfaceOf(const GUID* id) {
-  if (id == nullptr) {
-    return "null";
-  }
-  return IsClientShutdown(*id) ? "IMAPIClientShutdown" : "another interface";
+  return id == nullptr           ? "null"
+         : IsClientShutdown(*id) ? "IMAPIClientShutdown"
+                                 : "another interface";
 }
 
 std::string NullOr(const void* pointer) {

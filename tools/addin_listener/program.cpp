@@ -193,27 +193,23 @@ void Program::TakeDelivery(std::string text, const Connection& connection) {
 
 void Program::TakeConnection(const Connection& connection) {
   const std::string heading = "connection " + std::to_string(connection.number) + ": ";
-  switch (connection.end) {
-    case ConnectionEnd::kProbe:
-      return Tell(heading + "probe, closed without a byte\n");
-    case ConnectionEnd::kUnaccepted:
-      return Tell(heading + "closed unaccepted; listening no more, on purpose\n");
-    case ConnectionEnd::kDropped:
-      return Tell(heading + "dropped at the end, after " + CountOfBytes(connection.wire.size()) +
-                  "\n");
-    case ConnectionEnd::kDelivered:
-    case ConnectionEnd::kBroken:
-    case ConnectionEnd::kSpoiled:
-      break;
+  if (connection.end == ConnectionEnd::kProbe) {
+    return Tell(heading + "probe, closed without a byte\n");
+  }
+  if (connection.end == ConnectionEnd::kUnaccepted) {
+    return Tell(heading + "closed unaccepted; listening no more, on purpose\n");
+  }
+  if (connection.end == ConnectionEnd::kDropped) {
+    return Tell(heading + "dropped at the end, after " + CountOfBytes(connection.wire.size()) +
+                "\n");
   }
   const std::string delivery = heading + "delivery " + std::to_string(++deliveries_);
   if (connection.end != ConnectionEnd::kSpoiled) {
-    TakeDelivery(delivery, connection);
-  } else if (options_.listener.misbehaviour == Misbehaviour::kReset) {
-    Tell(delivery + ", reset on purpose\n");
-  } else {
-    Tell(delivery + ", left unread on purpose until the sender closed\n");
+    return TakeDelivery(delivery, connection);
   }
+  Tell(delivery + (options_.listener.misbehaviour == Misbehaviour::kReset
+                       ? ", reset on purpose\n"
+                       : ", left unread on purpose until the sender closed\n"));
 }
 
 int Program::Run() {
@@ -260,28 +256,25 @@ int Program::Run() {
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& arguments, const Writer& out, const Writer& err) {
-  Options options;
+  std::string ending = "\nTry addin_listener --help.\n";
+  int exit_code = kExitUsage;
   try {
-    options = ParseOptions(arguments);
+    const Options options = ParseOptions(arguments);
+    ending = "\n";
+    exit_code = kExitSystem;
+    if (options.action == Action::kListen) {
+      return Program(options, out, err).Run();
+    }
+    const bool is_help = options.action == Action::kShowHelp;
+    const bool is_told = out(is_help ? HelpText() : "addin_listener " ADDIN_LISTENER_VERSION "\n");
+    return is_told ? kExitGood : kExitSystem;
   } catch (const std::runtime_error& problem) {
-    err(std::string("addin_listener: ") + problem.what() + "\nTry addin_listener --help.\n");
-    return kExitUsage;
-  }
-  if (options.action == Action::kShowHelp) {
-    return out(HelpText()) ? kExitGood : kExitSystem;
-  }
-  if (options.action == Action::kShowVersion) {
-    return out("addin_listener " ADDIN_LISTENER_VERSION "\n") ? kExitGood : kExitSystem;
-  }
-  try {
-    return Program(options, out, err).Run();
-  } catch (const std::runtime_error& problem) {
-    err(std::string("addin_listener: ") + problem.what() + "\n");
+    err("addin_listener: " + std::string(problem.what()) + ending);
   } catch (const std::bad_alloc&) {
     // Only what others send is large enough to get here.
     err("addin_listener: out of memory\n");
   }
-  return kExitSystem;
+  return exit_code;
 }
 
 }  // namespace zentpost::addin_listener
