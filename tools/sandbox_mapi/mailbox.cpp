@@ -26,43 +26,57 @@ namespace fs = std::filesystem;
 // Longer binary values are told by their hash alone.
 constexpr std::size_t kLongestHex = 1024;
 
-void AddText(cJSON* object, const char* name, const std::string& text) {
-  cJSON_AddStringToObject(object, name, text.c_str());
+cJSON* Json(const std::string& text) {
+  return cJSON_CreateString(text.c_str());
 }
 
-cJSON* OneOffJson(const OneOff& one_off) {
-  cJSON* const json = cJSON_CreateObject();
-  AddText(json, "Name", support::Utf8(one_off.name));
-  AddText(json, "AddressType", support::Utf8(one_off.address_type));
-  AddText(json, "Address", support::Utf8(one_off.address));
-  return json;
+// Without the members that are null.
+cJSON* Json(std::initializer_list<std::pair<const char*, cJSON*>> members) {
+  cJSON* const object = cJSON_CreateObject();
+  for (const auto& [name, value] : members) {
+    cJSON_AddItemToObject(object, name, value);
+  }
+  return object;
+}
+
+template <class Items, class Of>
+cJSON* Array(const Items& items, const Of& of) {
+  cJSON* const array = cJSON_CreateArray();
+  for (const auto& item : items) {
+    cJSON_AddItemToArray(array, of(item));
+  }
+  return array;
+}
+
+cJSON* OneOffJson(const std::optional<OneOff>& one_off) {
+  return one_off ? Json({{"Name", Json(support::Utf8(one_off->name))},
+                         {"AddressType", Json(support::Utf8(one_off->address_type))},
+                         {"Address", Json(support::Utf8(one_off->address))}})
+                 : nullptr;
+}
+
+std::string EntryText(const Entry& entry) {
+  const char* const kind = entry.kind == 'F'   ? "folder "
+                           : entry.kind == 'M' ? "message "
+                                               : "store ";
+  return kind + entry.name;
 }
 
 cJSON* BinaryJson(const Property& property, const fs::path& file_folder) {
-  cJSON* const json = cJSON_CreateObject();
-  const std::uint64_t size = property.spool ? property.spool->size : property.bytes.size();
-  cJSON_AddNumberToObject(json, "Size", static_cast<double>(size));
-  if (property.spool) {
-    AddText(json, "Sha256", property.spool->sha256);
-    if (!file_folder.empty()) {
-      AddText(json, "File",
-              support::PathText(property.spool->file.lexically_relative(file_folder)));
-    }
-  } else if (property.bytes.size() <= kLongestHex) {
-    AddText(json, "Hex", support::HexBytes(property.bytes));
-  } else {
-    AddText(json, "Sha256", Sha256Of(property.bytes));
-  }
-  if (const std::optional<OneOff> one_off = ReadOneOff(property.bytes)) {
-    cJSON_AddItemToObject(json, "OneOff", OneOffJson(*one_off));
-  }
-  if (const std::optional<Entry> entry = ReadEntryId(property.bytes)) {
-    const char* const kind = entry->kind == 'F'   ? "folder "
-                             : entry->kind == 'M' ? "message "
-                                                  : "store ";
-    AddText(json, "Entry", kind + entry->name);
-  }
-  return json;
+  const std::optional<Spool>& spool = property.spool;
+  const std::string& bytes = property.bytes;
+  const std::uint64_t size = spool ? spool->size : bytes.size();
+  const std::optional<Entry> entry = ReadEntryId(bytes);
+  const bool has_hex = !spool && bytes.size() <= kLongestHex;
+  const bool has_file = spool && !file_folder.empty();
+  return Json(
+      {{"Size", cJSON_CreateNumber(static_cast<double>(size))},
+       {"Hex", has_hex ? Json(support::HexBytes(bytes)) : nullptr},
+       {"Sha256", has_hex ? nullptr : Json(spool ? spool->sha256 : Sha256Of(bytes))},
+       {"File",
+        has_file ? Json(support::PathText(spool->file.lexically_relative(file_folder))) : nullptr},
+       {"OneOff", OneOffJson(ReadOneOff(bytes))},
+       {"Entry", entry ? Json(EntryText(*entry)) : nullptr}});
 }
 
 cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
@@ -70,10 +84,10 @@ cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
     case kBoolean:
       return cJSON_CreateBool(property.number != 0);
     case kError:
-      return cJSON_CreateString(support::Hex(static_cast<std::uint32_t>(property.number)).c_str());
+      return Json(support::Hex(static_cast<std::uint32_t>(property.number)));
     case kString8:
     case kUnicode:
-      return cJSON_CreateString(support::Utf8(property.Text()).c_str());
+      return Json(support::Utf8(property.Text()));
     case kBinary:
       return BinaryJson(property, file_folder);
     default:
@@ -82,18 +96,29 @@ cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
 }
 
 cJSON* PropertiesJson(const Properties& properties, const fs::path& file_folder) {
-  cJSON* const array = cJSON_CreateArray();
-  for (const Property& property : properties) {
-    cJSON* const json = cJSON_CreateObject();
-    AddText(json, "Tag", support::Hex(property.tag));
-    if (const std::string name = TagName(property.tag); !name.empty()) {
-      AddText(json, "Name", name);
-    }
-    AddText(json, "Type", TypeName(property.tag));
-    cJSON_AddItemToObject(json, "Value", ValueJson(property, file_folder));
-    cJSON_AddItemToArray(array, json);
-  }
-  return array;
+  return Array(properties, [&](const Property& property) {
+    const std::string name = TagName(property.tag);
+    return Json({{"Tag", Json(support::Hex(property.tag))},
+                 {"Name", name.empty() ? nullptr : Json(name)},
+                 {"Type", Json(TypeName(property.tag))},
+                 {"Value", ValueJson(property, file_folder)}});
+  });
+}
+
+cJSON* RecipientJson(const Properties& recipient, const fs::path& file_folder) {
+  const std::u16string address = recipient.Text(kIdEmailAddress);
+  const Property* const entry_id = recipient.Find(kIdEntryId);
+  cJSON* const one_off = entry_id == nullptr ? nullptr : OneOffJson(ReadOneOff(entry_id->bytes));
+  return Json({{"AddressSpec", Json(AddressSpec(recipient.Text(kIdAddressType), address))},
+               {"OneOff", one_off == nullptr ? cJSON_CreateNull() : one_off},
+               {"Properties", PropertiesJson(recipient, file_folder)}});
+}
+
+cJSON* AttachmentJson(const Attachment& attachment, const fs::path& file_folder) {
+  return Json({{"Number", cJSON_CreateNumber(attachment.number)},
+               {"Flags", Json(support::Hex(attachment.create_flags))},
+               {"Saved", cJSON_CreateBool(attachment.saved)},
+               {"Properties", PropertiesJson(attachment.properties, file_folder)}});
 }
 
 // The largest number at the start of a file's name.
@@ -114,34 +139,16 @@ unsigned long LargestNumber(const fs::path& folder) {
 
 std::string MessageJson(const Message& message, std::string_view state,
                         const fs::path& file_folder) {
-  const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_CreateObject(), cJSON_Delete);
-  AddText(root.get(), "State", std::string(state));
-  cJSON* const flags = cJSON_AddArrayToObject(root.get(), "Calls");
-  for (const std::string& flag : message.flags) {
-    cJSON_AddItemToArray(flags, cJSON_CreateString(flag.c_str()));
-  }
-  cJSON_AddItemToObject(root.get(), "Properties", PropertiesJson(message.properties, file_folder));
-  cJSON* const recipients = cJSON_AddArrayToObject(root.get(), "Recipients");
-  for (const Properties& recipient : message.recipients) {
-    cJSON* const json = cJSON_CreateObject();
-    AddText(json, "AddressSpec",
-            AddressSpec(recipient.Text(kIdAddressType), recipient.Text(kIdEmailAddress)));
-    const Property* const entry_id = recipient.Find(kIdEntryId);
-    const std::optional<OneOff> one_off =
-        entry_id != nullptr ? ReadOneOff(entry_id->bytes) : std::nullopt;
-    cJSON_AddItemToObject(json, "OneOff", one_off ? OneOffJson(*one_off) : cJSON_CreateNull());
-    cJSON_AddItemToObject(json, "Properties", PropertiesJson(recipient, file_folder));
-    cJSON_AddItemToArray(recipients, json);
-  }
-  cJSON* const attachments = cJSON_AddArrayToObject(root.get(), "Attachments");
-  for (const Attachment& attachment : message.attachments) {
-    cJSON* const json = cJSON_CreateObject();
-    cJSON_AddNumberToObject(json, "Number", attachment.number);
-    AddText(json, "Flags", support::Hex(attachment.create_flags));
-    cJSON_AddBoolToObject(json, "Saved", attachment.saved);
-    cJSON_AddItemToObject(json, "Properties", PropertiesJson(attachment.properties, file_folder));
-    cJSON_AddItemToArray(attachments, json);
-  }
+  const auto with_folder = [&](auto* of) {
+    return [&file_folder, of](const auto& item) { return of(item, file_folder); };
+  };
+  const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(
+      Json({{"State", Json(std::string(state))},
+            {"Calls", Array(message.flags, [](const std::string& call) { return Json(call); })},
+            {"Properties", PropertiesJson(message.properties, file_folder)},
+            {"Recipients", Array(message.recipients, with_folder(RecipientJson))},
+            {"Attachments", Array(message.attachments, with_folder(AttachmentJson))}}),
+      cJSON_Delete);
   const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_Print(root.get()), cJSON_free);
   return text == nullptr ? std::string() : std::string(text.get()) + '\n';
 }
