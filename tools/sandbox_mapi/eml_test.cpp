@@ -158,6 +158,8 @@ TEST(Eml, DocumentsComeFromTheirFilesAndOnlySavedOnes) {
   other.saved = true;
   other.properties = {TextOf(kIdAttachFilename, u"x" + std::u16string(12, u'\u00E4')),
                       Bytes(Tag(kIdAttachData, kBinary), std::string(58, 'd'))};
+  message.attachments.push_back(
+      {.saved = true, .properties = {TextOf(kIdAttachFilename, std::u16string(9, u'\u00E4'))}});
   EXPECT_EQ(Written(message), "not written") << "the file is missing";
   support::WriteBytes(file, "short");
   EXPECT_EQ(Written(message), "not written");
@@ -178,6 +180,9 @@ TEST(Eml, DocumentsComeFromTheirFilesAndOnlySavedOnes) {
                 " filename*1*=%A4" +
                 Repeated("%C3%A4", 3) + "\r\n\r\n" + Repeated("ZGRk", 19) + "\r\nZA==\r\n--=_"),
       std::string::npos)
+      << text;
+  EXPECT_NE(text.find(";\r\n filename*=UTF-8''" + Repeated("%C3%A4", 9) + "\r\n\r\n--=_"),
+            std::string::npos)
       << text;
   EXPECT_EQ(text.find("b.pdf"), std::string::npos) << text;
 }
