@@ -20,13 +20,13 @@ using Calls = std::vector<std::string>;
 constexpr char16_t kKey[] = u"Software\\Sollvex\\OutlookAddin";
 constexpr char16_t kValue[] = u"TolvanAddinPort";
 
-class AddinPort : public platform::fake::MachineTest {
+class AddinPort : public platform::fake::FakePlatformTest {
  protected:
   void SetPort(std::u16string_view text) {
-    machine_.SetString(Hive::kCurrentUser, kKey, kValue, text);
+    fake_.SetString(Hive::kCurrentUser, kKey, kValue, text);
   }
   void SetRaw(std::uint32_t type, std::string_view bytes) {
-    machine_.SetValue(Hive::kCurrentUser, kKey, kValue, type, bytes);
+    fake_.SetValue(Hive::kCurrentUser, kKey, kValue, type, bytes);
   }
 
   void ExpectPort(std::uint16_t port, std::initializer_list<const char16_t*> texts) {
@@ -38,18 +38,18 @@ class AddinPort : public platform::fake::MachineTest {
 };
 
 TEST_F(AddinPort, WithoutTheUsersKeyOrValueThereIsNone) {
-  machine_.SetString(Hive::kLocalMachine, kKey, kValue, u"5000");
+  fake_.SetString(Hive::kLocalMachine, kKey, kValue, u"5000");
   EXPECT_EQ(ReadAddinPort(), 0);
-  EXPECT_EQ(machine_.Calls(), Calls{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)"});
-  machine_.AddKey(Hive::kCurrentUser, kKey);
+  EXPECT_EQ(fake_.Calls(), Calls{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)"});
+  fake_.AddKey(Hive::kCurrentUser, kKey);
   EXPECT_EQ(ReadAddinPort(), 0);
 }
 
 TEST_F(AddinPort, TheValueIsReadIntoTwentyCharactersEachTime) {
   SetPort(u"5000");
   EXPECT_EQ(ReadAddinPort(), 5000);
-  EXPECT_EQ(machine_.Calls(), (Calls{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
-                                     "QueryValue(TolvanAddinPort, 40)"}));
+  EXPECT_EQ(fake_.Calls(), (Calls{"OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20019)",
+                                  "QueryValue(TolvanAddinPort, 40)"}));
   SetPort(u"5001");
   EXPECT_EQ(ReadAddinPort(), 5001);
 }
@@ -123,9 +123,9 @@ TEST_F(AddinPort, AFailingRegistryMeansNone) {
   SetPort(u"5000");
   for (const char* call : {"OpenKey", "QueryValue"}) {
     SCOPED_TRACE(call);
-    machine_.FailCallOf(call, 0, platform::kAccessDenied);
+    fake_.FailCallOf(call, 0, platform::kAccessDenied);
     EXPECT_EQ(ReadAddinPort(), 0);
-    EXPECT_TRUE(machine_.FaultTaken());
+    EXPECT_TRUE(fake_.FaultTaken());
   }
   EXPECT_EQ(ReadAddinPort(), 5000);
 }

@@ -26,7 +26,7 @@ using Paths = std::vector<std::u16string>;
 constexpr char16_t kFile[] = u"C:\\Temp\\payload.json";
 constexpr char16_t kDocument[] = u"C:\\docs\\fax.pdf";
 
-class Payload : public platform::fake::MachineTest {};
+class Payload : public platform::fake::FakePlatformTest {};
 
 JobParameters JobOf(const Entries& arguments, const Entries& fields = {}) {
   JobParameters job;
@@ -92,7 +92,7 @@ TEST_F(Payload, AWholeJobFillsEveryMemberWhateverTheOrderOfItsFields) {
   const std::string payload = WholePayload().Bytes();
   EXPECT_EQ(CCommands::json(WholeJob()), payload);
   // Nothing but conversions is asked of the system.
-  const Calls calls = machine_.Calls();
+  const Calls calls = fake_.Calls();
   EXPECT_EQ(calls.size(), 16u);
   for (const std::string& call : calls) {
     EXPECT_TRUE(call.starts_with("AllocateBlock(") || call.starts_with("WideToBytes(65001, "))
@@ -181,12 +181,12 @@ TEST_F(Payload, EachValueFailsForItself) {
   };
   for (std::size_t i = 0; i < std::size(kInOrder); ++i) {
     SCOPED_TRACE(i);
-    machine_.Reset();
-    machine_.FailCallOf("WideToBytes", i, platform::kInvalidParameter);
+    fake_.Reset();
+    fake_.FailCallOf("WideToBytes", i, platform::kInvalidParameter);
     PayloadText payload = WholePayload();
     (payload.*kInOrder[i]).clear();
     EXPECT_EQ(CCommands::json(WholeJob()), payload.Bytes());
-    machine_.FailCallOf("AllocateBlock", i, platform::kNotEnoughMemory);
+    fake_.FailCallOf("AllocateBlock", i, platform::kNotEnoughMemory);
     EXPECT_EQ(CCommands::json(WholeJob()), "");
     EXPECT_EQ(LogText(), test::FailureLog(test::kUtf8Failed, "00000057") +
                              test::FailureLog(test::kUtf8NoMemory, "00000008"));
@@ -202,12 +202,12 @@ TEST_F(Payload, WithoutMemoryThereIsNoPayloadNorAFileOfIt) {
     EXPECT_EQ(payload, faults.Taken() ? "" : WholePayload().Bytes());
   });
   test::SweepAllocations("payload file", [&](test::AllocationFaults& faults) {
-    machine_.Reset();
+    fake_.Reset();
     PayloadFile result{};
     EXPECT_TRUE(faults.Run([&] { result = WriteAddinJsonFile(job, name); }));
     EXPECT_EQ(result, faults.Taken() ? PayloadFile::kNoMemory : PayloadFile::kWritten);
-    EXPECT_EQ(machine_.FileBytes(kFile).value_or(""), faults.Taken() ? "" : WholePayload().Bytes());
-    EXPECT_EQ(machine_.OpenHandles(), 0u);
+    EXPECT_EQ(fake_.FileBytes(kFile).value_or(""), faults.Taken() ? "" : WholePayload().Bytes());
+    EXPECT_EQ(fake_.OpenHandles(), 0u);
   });
 }
 
@@ -225,25 +225,25 @@ TEST_F(Payload, ABareNameIsWrittenToTheTemporaryFolderAndAPathTakenAsItIs) {
   };
   for (const auto& [path, file] : cases) {
     SCOPED_TRACE(test::Readable(path));
-    machine_.Reset();
-    machine_.AddFolder(u"C:\\out");
-    machine_.AddFolder(u"out");
-    machine_.AddFolder(u".");
+    fake_.Reset();
+    fake_.AddFolder(u"C:\\out");
+    fake_.AddFolder(u"out");
+    fake_.AddFolder(u".");
     EXPECT_EQ(WriteAddinJsonFile(WholeJob(), path), PayloadFile::kWritten);
-    EXPECT_EQ(machine_.FilePaths(), Paths{file});
-    EXPECT_EQ(machine_.FileBytes(file), WholePayload().Bytes());
-    EXPECT_EQ(machine_.CallsOf("TemporaryFolder").empty(), file != kFile);
+    EXPECT_EQ(fake_.FilePaths(), Paths{file});
+    EXPECT_EQ(fake_.FileBytes(file), WholePayload().Bytes());
+    EXPECT_EQ(fake_.CallsOf("TemporaryFolder").empty(), file != kFile);
     EXPECT_EQ(LogText(), "");
   }
 }
 
 TEST_F(Payload, TheFileIsOpenedBeforeThePayloadIsBuiltAndReplaced) {
-  machine_.SetFile(kFile, std::string(5000, 'x'));
+  fake_.SetFile(kFile, std::string(5000, 'x'));
   EXPECT_EQ(WriteAddinJsonFile(JobOf({}, {{u"S", u"\u00E4"}}), u"payload.json"),
             PayloadFile::kWritten);
   const std::string payload = PayloadText{.subject = "\xC3\xA4"}.Bytes();
-  EXPECT_EQ(machine_.FileBytes(kFile), payload);
-  EXPECT_EQ(machine_.Calls(),
+  EXPECT_EQ(fake_.FileBytes(kFile), payload);
+  EXPECT_EQ(fake_.Calls(),
             (Calls{"TemporaryFolder(260)", "IdentifyFile(C:\\Temp\\payload.json)",
                    "OpenFileAt(C:\\Temp\\payload.json, kRewrite)", "AllocateBlock(4)",
                    "WideToBytes(65001, 1, 4)",
@@ -251,15 +251,15 @@ TEST_F(Payload, TheFileIsOpenedBeforeThePayloadIsBuiltAndReplaced) {
 }
 
 TEST_F(Payload, AFileThatCannotBeOpenedIsGivenUpSilently) {
-  machine_.SetFile(u"C:\\Temp\\read-only.json", "before");
-  machine_.SetReadOnly(u"C:\\Temp\\read-only.json", true);
-  machine_.AddFolder(u"C:\\Temp\\folder");
+  fake_.SetFile(u"C:\\Temp\\read-only.json", "before");
+  fake_.SetReadOnly(u"C:\\Temp\\read-only.json", true);
+  fake_.AddFolder(u"C:\\Temp\\folder");
   for (const char16_t* path :
        {u"C:\\missing\\payload.json", u"read-only.json", u"folder", u"", u"C:\\Temp\\"}) {
     EXPECT_EQ(WriteAddinJsonFile(WholeJob(), path), PayloadFile::kNotOpened);
   }
-  EXPECT_EQ(machine_.FilePaths(), Paths{u"C:\\Temp\\read-only.json"});
-  EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\read-only.json"), "before");
+  EXPECT_EQ(fake_.FilePaths(), Paths{u"C:\\Temp\\read-only.json"});
+  EXPECT_EQ(fake_.FileBytes(u"C:\\Temp\\read-only.json"), "before");
   EXPECT_EQ(LogText(), "");
 }
 
@@ -269,16 +269,16 @@ TEST_F(Payload, TheJobsOwnFilesAreNotWrittenTo) {
   for (const char16_t* path : {kDocument, u"C:/docs//fax.pdf", u"C:\\docs\\link.pdf",
                                u"C:\\Temp\\link.json", u"job.json", u"link.json"}) {
     SCOPED_TRACE(test::Readable(path));
-    machine_.Reset();
-    machine_.SetFile(kDocument, "document");
-    machine_.SetFile(kJobFile, "job");
-    machine_.AddLink(kDocument, u"C:\\docs\\link.pdf");
-    machine_.AddLink(kJobFile, u"C:\\Temp\\link.json");
+    fake_.Reset();
+    fake_.SetFile(kDocument, "document");
+    fake_.SetFile(kJobFile, "job");
+    fake_.AddLink(kDocument, u"C:\\docs\\link.pdf");
+    fake_.AddLink(kJobFile, u"C:\\Temp\\link.json");
     EXPECT_EQ(WriteAddinJsonFile(JobOf({{u"filename", kDocument}, {u"jobname", kJobFile}}), path),
               PayloadFile::kNotOpened);
-    EXPECT_EQ(machine_.FileBytes(kDocument), "document");
-    EXPECT_EQ(machine_.FileBytes(kJobFile), "job");
-    EXPECT_EQ(machine_.CallsOf("OpenFileAt"), Calls());
+    EXPECT_EQ(fake_.FileBytes(kDocument), "document");
+    EXPECT_EQ(fake_.FileBytes(kJobFile), "job");
+    EXPECT_EQ(fake_.CallsOf("OpenFileAt"), Calls());
     EXPECT_EQ(LogText(), "");
   }
 }
@@ -303,51 +303,51 @@ TEST_F(Payload, WhatCannotBeIdentifiedMayBeTheDocument) {
       {kOther, 1, platform::kPathNotFound, PayloadFile::kWritten},
   };
   for (const Case& c : cases) {
-    machine_.Reset();
-    machine_.SetFile(kDocument, "document");
-    machine_.SetFile(kOther, "before");
-    machine_.FailCallOf("IdentifyFile", c.call, c.status);
+    fake_.Reset();
+    fake_.SetFile(kDocument, "document");
+    fake_.SetFile(kOther, "before");
+    fake_.FailCallOf("IdentifyFile", c.call, c.status);
     EXPECT_EQ(WriteAddinJsonFile(JobOf({{u"filename", kDocument}}), c.path), c.result);
-    EXPECT_EQ(machine_.FileBytes(kDocument), "document");
-    EXPECT_EQ(machine_.FileBytes(kOther) == "before", c.result == PayloadFile::kNotOpened);
+    EXPECT_EQ(fake_.FileBytes(kDocument), "document");
+    EXPECT_EQ(fake_.FileBytes(kOther) == "before", c.result == PayloadFile::kNotOpened);
   }
 }
 
 TEST_F(Payload, ASystemWithoutMemoryForTheFileIsNoFileThatCannotBeOpened) {
-  machine_.SetFile(kDocument, "document");
-  machine_.SetFile(kFile, "before");
+  fake_.SetFile(kDocument, "document");
+  fake_.SetFile(kFile, "before");
   const std::pair<const char*, std::size_t> calls[] = {
       {"TemporaryFolder", 0}, {"IdentifyFile", 0}, {"IdentifyFile", 1}, {"OpenFileAt", 0}};
   for (const auto& [name, index] : calls) {
-    machine_.FailCallOf(name, index, platform::kNotEnoughMemory);
+    fake_.FailCallOf(name, index, platform::kNotEnoughMemory);
     EXPECT_EQ(WriteAddinJsonFile(JobOf({{u"filename", kDocument}}), u"payload.json"),
               PayloadFile::kNoMemory)
         << name;
   }
-  EXPECT_EQ(machine_.FileBytes(kFile), "before");
+  EXPECT_EQ(fake_.FileBytes(kFile), "before");
 }
 
 TEST_F(Payload, WithoutATemporaryFolderABareNameIsWrittenToTheCurrentFolder) {
   // Of 259 characters, which still fit, and of one more.
   for (const std::size_t length : {255U, 256U}) {
     const std::u16string folder = u"C:\\" + std::u16string(length, u't') + u"\\";
-    machine_.Reset();
-    machine_.AddFolder(folder);
-    machine_.SetTemporaryFolder(folder);
+    fake_.Reset();
+    fake_.AddFolder(folder);
+    fake_.SetTemporaryFolder(folder);
     EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"payload.json"), PayloadFile::kWritten);
-    EXPECT_EQ(machine_.FilePaths(), Paths{(length == 255 ? folder : u"") + u"payload.json"});
+    EXPECT_EQ(fake_.FilePaths(), Paths{(length == 255 ? folder : u"") + u"payload.json"});
   }
-  machine_.FailCallOf("TemporaryFolder", 0, platform::kAccessDenied);
+  fake_.FailCallOf("TemporaryFolder", 0, platform::kAccessDenied);
   EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"failed.json"), PayloadFile::kWritten);
-  EXPECT_EQ(machine_.FilePaths(), (Paths{u"failed.json", u"payload.json"}));
+  EXPECT_EQ(fake_.FilePaths(), (Paths{u"failed.json", u"payload.json"}));
 }
 
 TEST_F(Payload, AFileThatCannotBeWrittenCountsAsWritten) {
-  machine_.SetFile(kFile, "before");
-  machine_.SetBytesBeforeFault(10);
-  machine_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
+  fake_.SetFile(kFile, "before");
+  fake_.SetBytesBeforeFault(10);
+  fake_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
   EXPECT_EQ(WriteAddinJsonFile(WholeJob(), u"payload.json"), PayloadFile::kWritten);
-  EXPECT_EQ(machine_.FileBytes(kFile), WholePayload().Bytes().substr(0, 10));
+  EXPECT_EQ(fake_.FileBytes(kFile), WholePayload().Bytes().substr(0, 10));
   EXPECT_EQ(LogText(), "");
 }
 

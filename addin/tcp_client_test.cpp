@@ -26,25 +26,25 @@ constexpr std::uint16_t kPort = 5000;
 constexpr char16_t kHost[] = u"127.0.0.1";
 constexpr std::uint16_t kWinsockVersion = 0x0202;
 
-class TcpClient : public platform::fake::MachineTest {
+class TcpClient : public platform::fake::FakePlatformTest {
  protected:
   void SetUp() override {
-    MachineTest::SetUp();
+    FakePlatformTest::SetUp();
     ASSERT_EQ(platform::StartSockets(kWinsockVersion), platform::kSuccess);
-    machine_.ClearCalls();
+    fake_.ClearCalls();
   }
 
   void TearDown() override {
     EXPECT_EQ(test::LogText(), "") << "nothing is logged";
-    MachineTest::TearDown();
+    FakePlatformTest::TearDown();
   }
 
   // A client that is connected to a peer of this kind, with the calls so far forgotten.
   std::unique_ptr<CTCPClient> Connected(Peer peer = Peer::kAccept) {
-    machine_.Listen(kPort, peer);
+    fake_.Listen(kPort, peer);
     auto client = std::make_unique<CTCPClient>();
     EXPECT_TRUE(client->ConnectToServer(kHost, kPort));
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     return client;
   }
 
@@ -67,14 +67,14 @@ TEST_F(TcpClient, ANewClientHoldsNothing) {
   EXPECT_FALSE(client.m_pWatchdogThread);
   EXPECT_EQ(client.m_nSendTimeout, 10000);
   EXPECT_EQ(client.m_bSending, 0);
-  EXPECT_EQ(machine_.OpenHandles(), 0u);
-  EXPECT_EQ(machine_.Calls(), Calls());
+  EXPECT_EQ(fake_.OpenHandles(), 0u);
+  EXPECT_EQ(fake_.Calls(), Calls());
 }
 
 // --- connecting ---
 
 TEST_F(TcpClient, ConnectToServerRemembersItsPeer) {
-  machine_.Listen(kPort);
+  fake_.Listen(kPort);
   {
     CTCPClient client;
     EXPECT_TRUE(client.ConnectToServer(kHost, kPort));
@@ -82,11 +82,11 @@ TEST_F(TcpClient, ConnectToServerRemembersItsPeer) {
     EXPECT_EQ(client.m_nPort, kPort);
     EXPECT_EQ(client.m_strError, u"");
     EXPECT_EQ(client.m_dwError, 0u);
-    EXPECT_EQ(machine_.Calls(), (Calls{"Create()", "Connect(127.0.0.1, 5000)"}));
-    EXPECT_EQ(machine_.Connections(), Sent{""});
-    EXPECT_EQ(machine_.OpenHandles(), 1u);
+    EXPECT_EQ(fake_.Calls(), (Calls{"Create()", "Connect(127.0.0.1, 5000)"}));
+    EXPECT_EQ(fake_.Connections(), Sent{""});
+    EXPECT_EQ(fake_.OpenHandles(), 1u);
   }
-  EXPECT_EQ(machine_.OpenHandles(), 0u) << "destruction closes the connection";
+  EXPECT_EQ(fake_.OpenHandles(), 0u) << "destruction closes the connection";
 }
 
 TEST_F(TcpClient, AConnectionThatCannotBeMadeIsTold) {
@@ -97,18 +97,18 @@ TEST_F(TcpClient, AConnectionThatCannotBeMadeIsTold) {
     std::size_t handles;  // that stay open: the socket is left to Close and destruction
   };
   const Case cases[] = {
-      {[this] { machine_.FailCallOf("Create", 0, platform::kSocketTooMany); },
+      {[this] { fake_.FailCallOf("Create", 0, platform::kSocketTooMany); },
        u"Socket cannot be created.", platform::kSocketTooMany, 0},
-      {[this] { machine_.StopListening(kPort); }, u"Socket connection failed.",
+      {[this] { fake_.StopListening(kPort); }, u"Socket connection failed.",
        platform::kSocketRefused, 1},
       {[] { platform::EndSockets(); }, u"Socket cannot be created.", platform::kSocketsNotStarted,
        0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.error);
-    machine_.Listen(kPort);
+    fake_.Listen(kPort);
     c.arrange();
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     {
       CTCPClient client;
       EXPECT_FALSE(client.ConnectToServer(kHost, kPort));
@@ -116,12 +116,12 @@ TEST_F(TcpClient, AConnectionThatCannotBeMadeIsTold) {
       EXPECT_EQ(client.m_dwError, c.error);
       EXPECT_EQ(client.m_strHost, u"");
       EXPECT_EQ(client.m_nPort, 0);
-      EXPECT_EQ(machine_.Calls().size(), 1 + c.handles) << "a socket that is there connects";
-      EXPECT_EQ(machine_.OpenHandles(), c.handles);
+      EXPECT_EQ(fake_.Calls().size(), 1 + c.handles) << "a socket that is there connects";
+      EXPECT_EQ(fake_.OpenHandles(), c.handles);
     }
-    EXPECT_EQ(machine_.OpenHandles(), 0u);
+    EXPECT_EQ(fake_.OpenHandles(), 0u);
   }
-  EXPECT_EQ(machine_.Connections(), Sent());
+  EXPECT_EQ(fake_.Connections(), Sent());
 }
 
 // --- sending ---
@@ -130,14 +130,14 @@ TEST_F(TcpClient, SendsUnderAWatchdogThatItWaitsFor) {
   const auto client = Connected();
   client->m_nSendTimeout = std::numeric_limits<std::int32_t>::max();
   ExpectSend(*client, "hello", 0);
-  EXPECT_EQ(machine_.Calls(), (Calls{"StartWorker()", "Send(5)", "WaitForWorker()"}));
+  EXPECT_EQ(fake_.Calls(), (Calls{"StartWorker()", "Send(5)", "WaitForWorker()"}));
   EXPECT_EQ(client->m_bSending, 0);
   EXPECT_TRUE(client->m_pWatchdogThread);
-  EXPECT_EQ(machine_.Connections(), Sent{"hello"});
+  EXPECT_EQ(fake_.Connections(), Sent{"hello"});
   // A watchdog whose send is over has waited at least once and cancelled nothing.
-  EXPECT_EQ(machine_.WorkerCalls(),
-            Calls(static_cast<std::size_t>(machine_.SleepCount()), "worker: SleepMilliseconds(1)"));
-  EXPECT_GE(machine_.SleepCount(), 1u);
+  EXPECT_EQ(fake_.WorkerCalls(),
+            Calls(static_cast<std::size_t>(fake_.SleepCount()), "worker: SleepMilliseconds(1)"));
+  EXPECT_GE(fake_.SleepCount(), 1u);
 }
 
 TEST_F(TcpClient, SendsTheExactBytesInOneCall) {
@@ -147,8 +147,8 @@ TEST_F(TcpClient, SendsTheExactBytesInOneCall) {
   }
   for (const std::string& sent : {bytes, std::string()}) {
     ExpectSend(*Connected(), sent, 0);
-    EXPECT_EQ(machine_.CallsOf("Send"), Calls{"Send(" + std::to_string(sent.size()) + ")"});
-    EXPECT_TRUE(machine_.Connections().back() == sent);
+    EXPECT_EQ(fake_.CallsOf("Send"), Calls{"Send(" + std::to_string(sent.size()) + ")"});
+    EXPECT_TRUE(fake_.Connections().back() == sent);
   }
 }
 
@@ -156,8 +156,8 @@ TEST_F(TcpClient, AFailedSendIsTold) {
   const auto client = Connected(Peer::kReset);
   ExpectSend(*client, "hello!", platform::kSocketReset);
   EXPECT_EQ(client->m_bSending, 0);
-  EXPECT_EQ(machine_.Calls(), (Calls{"StartWorker()", "Send(6)", "WaitForWorker()"}));
-  EXPECT_EQ(machine_.Connections(), Sent{"hel"});
+  EXPECT_EQ(fake_.Calls(), (Calls{"StartWorker()", "Send(6)", "WaitForWorker()"}));
+  EXPECT_EQ(fake_.Connections(), Sent{"hel"});
   CTCPClient unconnected;
   ASSERT_EQ(unconnected.Create(), platform::kSuccess);
   ExpectSend(unconnected, "hello", platform::kSocketNotConnected);
@@ -168,18 +168,18 @@ constexpr std::pair<std::int32_t, std::size_t> kWaitCases[] = {
     {std::numeric_limits<std::int32_t>::min(), 0}, {-1, 0}, {0, 0}, {1, 1}, {2, 2}, {10000, 10000}};
 
 TEST_F(TcpClient, ABlockedSendIsCancelledAfterAsManyWaitsAsTheTimeOutSays) {
-  machine_.SetSendWindow(4);
+  fake_.SetSendWindow(4);
   for (const auto& [timeout, waits] : kWaitCases) {
     SCOPED_TRACE(timeout);
     const auto client = Connected(Peer::kNeverRead);
     client->m_nSendTimeout = timeout;
     ExpectSend(*client, "hello", platform::kSocketInterrupted);
     EXPECT_EQ(client->m_bSending, 0);
-    EXPECT_EQ(machine_.Calls(), (Calls{"StartWorker()", "Send(5)", "WaitForWorker()"}));
+    EXPECT_EQ(fake_.Calls(), (Calls{"StartWorker()", "Send(5)", "WaitForWorker()"}));
     Calls worker_calls(waits, "worker: SleepMilliseconds(1)");
     worker_calls.emplace_back("worker: CancelBlockingCall()");
-    EXPECT_EQ(machine_.WorkerCalls(), worker_calls);
-    EXPECT_EQ(machine_.Connections().back(), "hell");
+    EXPECT_EQ(fake_.WorkerCalls(), worker_calls);
+    EXPECT_EQ(fake_.Connections().back(), "hell");
   }
 }
 
@@ -187,25 +187,25 @@ TEST_F(TcpClient, ABlockedSendIsCancelledAfterAsManyWaitsAsTheTimeOutSays) {
 TEST_F(TcpClient, DeliberateWithoutAWatchdogTheSendIsMadeAndTheFlagStaysSet) {
   for (const Peer peer : {Peer::kAccept, Peer::kReset}) {
     const auto client = Connected(peer);
-    machine_.FailCallOf("StartWorker", 0, platform::kNotEnoughMemory);
+    fake_.FailCallOf("StartWorker", 0, platform::kNotEnoughMemory);
     ExpectSend(*client, "hello!", peer == Peer::kAccept ? 0 : platform::kSocketReset);
-    EXPECT_EQ(machine_.Calls(), (Calls{"StartWorker()", "Send(6)"}));
+    EXPECT_EQ(fake_.Calls(), (Calls{"StartWorker()", "Send(6)"}));
     EXPECT_FALSE(client->m_pWatchdogThread);
     EXPECT_EQ(client->m_bSending, 1);
   }
-  EXPECT_EQ(machine_.Connections(), (Sent{"hello!", "hel"}));
+  EXPECT_EQ(fake_.Connections(), (Sent{"hello!", "hel"}));
 }
 
 TEST_F(TcpClient, AWaitThatFailsDoesNotChangeTheOutcome) {
   const auto client = Connected();
-  machine_.FailCallOf("WaitForWorker", 0, platform::kInvalidHandle);
+  fake_.FailCallOf("WaitForWorker", 0, platform::kInvalidHandle);
   ExpectSend(*client, "hello", 0);
   EXPECT_EQ(client->m_bSending, 0);
 }
 
 // Often, so that the thread sanitizer sees the two threads meet in every order.
 TEST_F(TcpClient, SenderAndWatchdogMeetInAnyOrder) {
-  machine_.SetSendWindow(4);
+  fake_.SetSendWindow(4);
   for (const Peer peer : {Peer::kAccept, Peer::kNeverRead, Peer::kReset}) {
     for (std::int32_t timeout = 0; timeout < 50; ++timeout) {
       const auto client = Connected(peer);
@@ -220,21 +220,21 @@ TEST_F(TcpClient, SenderAndWatchdogMeetInAnyOrder) {
 
 TEST_F(TcpClient, TheWatchdogOfNobodyEndsAtOnce) {
   EXPECT_EQ(CTCPClient::SendWatchdogProc(nullptr), 0u);
-  EXPECT_EQ(machine_.Calls(), Calls());
+  EXPECT_EQ(fake_.Calls(), Calls());
 }
 
 TEST_F(TcpClient, TheWatchdogCountsItsWaitsAndCancels) {
   for (const auto& [timeout, waits] : kWaitCases) {
     for (const std::int32_t flag : {1, -1, 2, std::numeric_limits<std::int32_t>::min()}) {
       SCOPED_TRACE(timeout);
-      machine_.ClearCalls();
+      fake_.ClearCalls();
       CTCPClient client;
       client.m_nSendTimeout = timeout;
       client.m_bSending = flag;
       EXPECT_EQ(CTCPClient::SendWatchdogProc(&client), 0u);
       Calls calls(waits, "SleepMilliseconds(1)");
       calls.emplace_back("CancelBlockingCall()");
-      EXPECT_EQ(machine_.Calls(), calls);
+      EXPECT_EQ(fake_.Calls(), calls);
       EXPECT_EQ(client.m_bSending, flag);
     }
   }
@@ -242,11 +242,11 @@ TEST_F(TcpClient, TheWatchdogCountsItsWaitsAndCancels) {
 
 TEST_F(TcpClient, TheWatchdogOfAFinishedSendWaitsOnceAndCancelsNothing) {
   for (const std::int32_t timeout : {-1, 0, 1, 10000}) {
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     CTCPClient client;
     client.m_nSendTimeout = timeout;
     EXPECT_EQ(CTCPClient::SendWatchdogProc(&client), 0u);
-    EXPECT_EQ(machine_.Calls(), Calls(timeout > 0 ? 1 : 0, "SleepMilliseconds(1)"));
+    EXPECT_EQ(fake_.Calls(), Calls(timeout > 0 ? 1 : 0, "SleepMilliseconds(1)"));
   }
 }
 
@@ -276,7 +276,7 @@ TEST_F(TcpClient, ConvertToUtf8KeepsItsFailureInTheClient) {
   for (const Case& c : cases) {
     SCOPED_TRACE(test::Readable(c.text) + c.failing_call);
     if (c.status != platform::kSuccess) {
-      machine_.FailCallOf(c.failing_call, 0, c.status);
+      fake_.FailCallOf(c.failing_call, 0, c.status);
     }
     CTCPClient client;
     client.m_strError = u"from before";

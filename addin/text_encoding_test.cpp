@@ -18,8 +18,8 @@
 #include "testing/text_printers.h"
 
 // How the system's own conversions treat ill-formed and unmappable text in general is the platform
-// contract's subject; here it is what the callers of this file get to see of it. The machine in
-// memory has Windows-1252 as its ANSI code page.
+// contract's subject; here it is what the callers of this file get to see of it. The fake
+// platform has Windows-1252 as its ANSI code page.
 
 namespace zentpost {
 namespace {
@@ -50,12 +50,12 @@ std::string Printed(const Tree& tree) {
   return copy;
 }
 
-class TextEncoding : public platform::fake::MachineTest {};
+class TextEncoding : public platform::fake::FakePlatformTest {};
 
 TEST_F(TextEncoding, NoTextAndAnEmptyTextGiveNoBytesAndNoCall) {
   EXPECT_EQ(_utf8(nullptr), "");
   EXPECT_EQ(_utf8(u""), "");
-  EXPECT_EQ(machine_.Calls(), Calls{});
+  EXPECT_EQ(fake_.Calls(), Calls{});
 }
 
 TEST_F(TextEncoding, TextBecomesUtf8) {
@@ -78,16 +78,16 @@ TEST_F(TextEncoding, TextBecomesUtf8) {
 
 TEST_F(TextEncoding, TheConversionIsAskedForWithItsLengthAndTwiceItsSize) {
   EXPECT_EQ(_utf8(u"\u20AC 5"), "\xE2\x82\xAC 5");
-  EXPECT_EQ(machine_.Calls(), (Calls{"AllocateBlock(8)", "WideToBytes(65001, 3, 8)"}));
+  EXPECT_EQ(fake_.Calls(), (Calls{"AllocateBlock(8)", "WideToBytes(65001, 3, 8)"}));
 }
 
 // Text is taken for widened UTF-8 when the low bytes of two neighbours look like the start of a
 // sequence of two or three bytes; it is then narrowed, not encoded.
 TEST_F(TextEncoding, DetectionLooksAtTheLowBytesOfNeighbours) {
   const auto is_narrowed = [this](const std::u16string& text) {
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     static_cast<void>(_utf8(text.c_str()));
-    const Calls calls = machine_.CallsOf("WideToBytes");
+    const Calls calls = fake_.CallsOf("WideToBytes");
     return !calls.empty() && calls.front().starts_with("WideToBytes(3, ");
   };
   const unsigned edges[] = {0x01, 0x7F, 0x80, 0x81, 0xA5, 0xBF, 0xC0, 0xC1, 0xD0,
@@ -122,11 +122,11 @@ TEST_F(TextEncoding, WidenedUtf8IsNarrowedBack) {
       {u"\u00E4\u00B8\u00AD", "\xE4\xB8\xAD"},
   };
   for (const auto& [text, bytes] : cases) {
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     EXPECT_EQ(_utf8(text.c_str()), bytes);
     // Asked for its size first, then made.
     const std::string start = "WideToBytes(3, " + std::to_string(text.size()) + ", ";
-    EXPECT_EQ(machine_.Calls(), (Calls{start + "0)", start + std::to_string(bytes.size()) + ")"}));
+    EXPECT_EQ(fake_.Calls(), (Calls{start + "0)", start + std::to_string(bytes.size()) + ")"}));
   }
   EXPECT_EQ(LogText(), "");
 }
@@ -171,7 +171,7 @@ TEST_F(TextEncoding, DeliberateTextThatNeedsMoreThanItsBufferFails) {
     for (std::size_t wide = 0; wide <= length; ++wide) {
       SCOPED_TRACE(std::to_string(length) + " characters, " + std::to_string(wide) +
                    " of them three bytes long");
-      machine_.Reset();
+      fake_.Reset();
       const std::u16string text =
           std::u16string(wide, u'\u4E2D') + std::u16string(length - wide, u'x');
       const std::string encoded = Readable(text);
@@ -196,9 +196,9 @@ TEST_F(TextEncoding, LongTextIsConvertedWhole) {
 // Only the encoding is watched over, not the way back through the code page.
 TEST_F(TextEncoding, DeliberateAFailedNarrowingIsSilent) {
   for (const std::size_t call : {0U, 1U}) {
-    machine_.FailCallOf("WideToBytes", call, platform::kInsufficientBuffer);
+    fake_.FailCallOf("WideToBytes", call, platform::kInsufficientBuffer);
     EXPECT_EQ(_utf8(u"\u00C3\u00A4"), "");
-    EXPECT_TRUE(machine_.FaultTaken());
+    EXPECT_TRUE(fake_.FaultTaken());
   }
   EXPECT_EQ(LogText(), "");
 }
@@ -220,7 +220,7 @@ TEST_F(TextEncoding, WideToUtf8TellsHowItEnded) {
   for (const Case& c : cases) {
     SCOPED_TRACE(Readable(c.text));
     if (c.outcome == Outcome::kNoMemory) {
-      machine_.FailCallOf("AllocateBlock", 0, c.status);
+      fake_.FailCallOf("AllocateBlock", 0, c.status);
     }
     std::string bytes = "old";
     const Utf8Result result = WideToUtf8(c.text, bytes);
@@ -237,7 +237,7 @@ TEST_F(TextEncoding, DeliberateWideToUtf8HasNoShortcutForAnEmptyText) {
   EXPECT_EQ(result.outcome, Outcome::kNotConverted);
   EXPECT_EQ(result.status, platform::kInvalidParameter);
   EXPECT_EQ(bytes, "");
-  EXPECT_EQ(machine_.Calls(), (Calls{"AllocateBlock(2)", "WideToBytes(65001, 0, 2)"}));
+  EXPECT_EQ(fake_.Calls(), (Calls{"AllocateBlock(2)", "WideToBytes(65001, 0, 2)"}));
 }
 
 TEST_F(TextEncoding, BytesBecomeText) {
@@ -258,7 +258,7 @@ TEST_F(TextEncoding, BytesBecomeText) {
 TEST_F(TextEncoding, BytesAreConvertedWithTheirTerminator) {
   EXPECT_EQ(FromUtf8(nullptr), u"");
   EXPECT_EQ(FromUtf8("abc"), u"abc");
-  EXPECT_EQ(machine_.Calls(), Calls{"BytesToWide(65001, -1, 4)"});
+  EXPECT_EQ(fake_.Calls(), Calls{"BytesToWide(65001, -1, 4)"});
 }
 
 // How many replacement characters there are is the system's business.
@@ -334,7 +334,7 @@ TEST_F(TextEncoding, JsonNamesAreLookedUpInTheCodePage) {
 }
 
 TEST_F(TextEncoding, AJsonTextThatCannotBeConvertedIsFoundAndEmpty) {
-  machine_.FailCallOf("BytesToWide", 0, platform::kInvalidParameter);
+  fake_.FailCallOf("BytesToWide", 0, platform::kInvalidParameter);
   ExpectJsonText(Parsed("{\"text\": \"t\"}"), u"text", u"");
   EXPECT_EQ(LogText(), "");
 }
@@ -344,9 +344,9 @@ TEST_F(TextEncoding, AJsonTextThatCannotBeConvertedIsFoundAndEmpty) {
 TEST_F(TextEncoding, AJsonNameThatCannotBeConvertedNamesNothing) {
   const Tree tree = Parsed("{\"\": \"nameless\"}");
   for (const std::size_t call : {0U, 1U}) {
-    machine_.FailCallOf("WideToBytes", call, platform::kInsufficientBuffer);
+    fake_.FailCallOf("WideToBytes", call, platform::kInsufficientBuffer);
     ExpectJsonText(tree, u"text", nullptr);
-    machine_.FailCallOf("WideToBytes", call, platform::kInsufficientBuffer);
+    fake_.FailCallOf("WideToBytes", call, platform::kInsufficientBuffer);
     EXPECT_TRUE(SetJsonItem(tree.get(), u"text", cJSON_CreateString("new")));
     EXPECT_EQ(Printed(tree), "{\"\":\"nameless\"}");
   }
@@ -430,7 +430,7 @@ const std::string kLongBytes(200, 'x');
 template <class Text, class Convert>
 void SweepConversion(const char* name, const Text& good, const std::string& log, Convert convert) {
   test::SweepAllocations(name, [&](AllocationFaults& faults) {
-    platform::fake::TheMachine().Reset();
+    platform::fake::TheFakePlatform().Reset();
     std::optional<Text> text;
     ASSERT_TRUE(faults.Run([&] { text = convert(); }));
     EXPECT_EQ(text, faults.Taken() ? std::nullopt : std::optional(good));
@@ -452,7 +452,7 @@ TEST_F(TextEncoding, EveryAllocationOfTheConversions) {
 TEST_F(TextEncoding, EveryAllocationOfAFailingConversion) {
   const std::u16string text(200, u'\u4E2D');
   test::SweepAllocations("_utf8 that fails", [&](AllocationFaults& faults) {
-    machine_.Reset();
+    fake_.Reset();
     std::optional<std::string> bytes = "old";
     ASSERT_TRUE(faults.Run([&] { bytes = _utf8(text.c_str()); }));
     const std::string log = LogText();
@@ -493,14 +493,14 @@ TEST_F(TextEncoding, WhatIsTooLongForTheSystemIsNotConverted) {
   for (const auto& [length, calls] :
        {std::pair((kLongest - 2) / 2, Calls{"AllocateBlock(2147483646)"}),
         std::pair(kLongest / 2, Calls{})}) {
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     EXPECT_EQ(WideToUtf8({u"", length}, bytes).outcome, Outcome::kNoMemory);
-    EXPECT_EQ(machine_.Calls(), calls);
+    EXPECT_EQ(fake_.Calls(), calls);
   }
-  machine_.FailCallOf("WideToBytes", 0, platform::kInvalidParameter);
+  fake_.FailCallOf("WideToBytes", 0, platform::kInvalidParameter);
   EXPECT_EQ(NarrowThroughAnsi({u"", kLongest}), "");
-  EXPECT_TRUE(machine_.FaultTaken());
-  machine_.ClearCalls();
+  EXPECT_TRUE(fake_.FaultTaken());
+  fake_.ClearCalls();
   EXPECT_EQ(NarrowThroughAnsi({u"", kLongest + 1}), "");
   const auto widened = [](std::size_t length) {
     std::optional<std::u16string> text;
@@ -510,7 +510,7 @@ TEST_F(TextEncoding, WhatIsTooLongForTheSystemIsNotConverted) {
   };
   EXPECT_EQ(widened(kLongest), std::nullopt);
   EXPECT_EQ(widened(kLongest + 1), u"");
-  EXPECT_EQ(machine_.Calls(), Calls{});
+  EXPECT_EQ(fake_.Calls(), Calls{});
 }
 
 TEST_F(TextEncoding, EveryAllocationOfSettingAJsonItem) {

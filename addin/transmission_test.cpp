@@ -36,7 +36,7 @@ class Transmission : public test::JobTest {
   std::string ExpectSent(const JobParameters& job, const PayloadText& payload) {
     StartAddin();
     EXPECT_TRUE(ProcessToOutlookClient(job));
-    EXPECT_EQ(machine_.Connections(), Sent{payload.Bytes()});
+    EXPECT_EQ(fake_.Connections(), Sent{payload.Bytes()});
     return LogText();
   }
 
@@ -51,7 +51,7 @@ TEST_F(Transmission, AJobThatIsTakenIsDelivered) {
   EXPECT_TRUE(ProcessToOutlookClient(Job()));
   const std::string payload = JobsPayload().Bytes();
   EXPECT_EQ(test::Steps(), test::AddinSteps(payload));
-  EXPECT_EQ(machine_.Connections(), Sent{payload});
+  EXPECT_EQ(fake_.Connections(), Sent{payload});
   EXPECT_EQ(LogText(), AddinLog(payload) + kAddinSentLog);
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
 }
@@ -65,11 +65,11 @@ TEST_F(Transmission, EachFailureHasItsLineAndItsResult) {
     Sent sent;
   };
   const auto fails = [this](const char* call, platform::Status status, std::size_t index = 0) {
-    return [=, this] { machine_.FailCallOf(call, index, status); };
+    return [=, this] { fake_.FailCallOf(call, index, status); };
   };
   const auto meets = [this](Peer peer) {
     return [=, this] {
-      machine_.SetSendWindow(100);
+      fake_.SetSendWindow(100);
       StartAddin(peer);
     };
   };
@@ -80,10 +80,7 @@ TEST_F(Transmission, EachFailureHasItsLineAndItsResult) {
       // Without the fax client's key the log asks for no value: the port's is the first query.
       {"no port", fails("QueryValue", platform::kAccessDenied), test::kNoPort, {}},
       {"no socket", fails("Create", platform::kSocketTooMany), test::kNotConnected, {}},
-      {"no listener",
-       [this] { machine_.StopListening(test::kAddinPort); },
-       test::kNotConnected,
-       {}},
+      {"no listener", [this] { fake_.StopListening(test::kAddinPort); }, test::kNotConnected, {}},
       {"none on the highest port",
        has_port(u"-1"),
        {"ERROR: ProcessToOutlookClient(): The client connection to 127.0.0.1:65535 cannot be "
@@ -108,18 +105,18 @@ TEST_F(Transmission, EachFailureHasItsLineAndItsResult) {
     EXPECT_EQ(LogText(),
               (c.failure.code == test::kNoPayload.code ? test::kAddinStartLog : AddinLog(payload)) +
                   c.failure.log);
-    EXPECT_EQ(machine_.Connections(), c.sent);
-    EXPECT_LE(machine_.CallsOf("Connect").size(), 1u) << "nothing is tried twice";
-    EXPECT_LE(machine_.CallsOf("Send").size(), 1u);
-    EXPECT_EQ(machine_.OpenHandles(), 0u);
+    EXPECT_EQ(fake_.Connections(), c.sent);
+    EXPECT_LE(fake_.CallsOf("Connect").size(), 1u) << "nothing is tried twice";
+    EXPECT_LE(fake_.CallsOf("Send").size(), 1u);
+    EXPECT_EQ(fake_.OpenHandles(), 0u);
   }
 }
 
 TEST_F(Transmission, APeerThatNeverReadsIsWaitedFor10000Times) {
-  machine_.SetSendWindow(100);
+  fake_.SetSendWindow(100);
   StartAddin(Peer::kNeverRead);
   ExpectFailed(test::kNotSent);
-  EXPECT_EQ(machine_.SleepCount(), 10000u);
+  EXPECT_EQ(fake_.SleepCount(), 10000u);
 }
 
 // --- diverted into a file ---
@@ -128,7 +125,7 @@ TEST_F(Transmission, ADivertedJobIsWrittenAndNotSent) {
   StartAddin();
   EXPECT_TRUE(ProcessToOutlookClient(JobWith(u"O", u"payload.json")));
   const std::string payload = JobsPayload().Bytes();
-  EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), payload);
+  EXPECT_EQ(fake_.FileBytes(u"C:\\Temp\\payload.json"), payload);
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
   EXPECT_EQ(LogText(), AddinLog(payload));
   Calls steps = test::AddinSteps(payload);
@@ -141,20 +138,19 @@ TEST_F(Transmission, ADivertedJobIsWrittenAndNotSent) {
 }
 
 TEST_F(Transmission, ADivertedJobMayNameAPathAndTheFirstOfTwoCounts) {
-  machine_.AddFolder(u"C:\\out");
+  fake_.AddFolder(u"C:\\out");
   JobParameters job = JobWith(u"O", u"C:/out/payload.json");
   job.faxFields.Add(u"O", u"second.json");
   EXPECT_TRUE(ProcessToOutlookClient(job));
-  EXPECT_EQ(machine_.FilePaths(),
-            (std::vector<std::u16string>{kJobName, u"C:\\out\\payload.json"}));
+  EXPECT_EQ(fake_.FilePaths(), (std::vector<std::u16string>{kJobName, u"C:\\out\\payload.json"}));
 }
 
 // The payload is built once more for the file; a file without it must not count as delivered.
 TEST_F(Transmission, ADivertedJobWithoutMemoryForItsFileHasFailed) {
   // The payload's four values that are not empty and O's come first.
-  machine_.FailCallOf("AllocateBlock", 4, platform::kNotEnoughMemory);
+  fake_.FailCallOf("AllocateBlock", 4, platform::kNotEnoughMemory);
   EXPECT_FALSE(ProcessToOutlookClient(JobWith(u"O", u"payload.json")));
-  EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), "");
+  EXPECT_EQ(fake_.FileBytes(u"C:\\Temp\\payload.json"), "");
   EXPECT_EQ(JobFile(), test::WithResult(kJobFile, 1, test::kNoPayload.code, test::kNoPayload.text));
   EXPECT_EQ(LogText(), AddinLog(JobsPayload().Bytes()) +
                            test::FailureLog(test::kUtf8NoMemory, "00000008") +
@@ -167,7 +163,7 @@ TEST_F(Transmission, DeliberateADivertedJobCountsAsDeliveredWhateverBecomesOfIts
     SCOPED_TRACE(testing::PrintToString(path));
     StartOver();
     EXPECT_TRUE(ProcessToOutlookClient(JobWith(u"O", path)));
-    EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{kJobName});
+    EXPECT_EQ(fake_.FilePaths(), std::vector<std::u16string>{kJobName});
     EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
     EXPECT_EQ(LogText(), AddinLog(JobsPayload().Bytes()));
   }
@@ -179,7 +175,7 @@ TEST_F(Transmission, ADivertedFileIsEncodedOnce) {
   EXPECT_TRUE(ProcessToOutlookClient(job));
   PayloadText payload = JobsPayload();
   payload.recipient_name = "J\xC3\xA4ger";
-  EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), payload.Bytes());
+  EXPECT_EQ(fake_.FileBytes(u"C:\\Temp\\payload.json"), payload.Bytes());
 }
 
 // --- text beyond ASCII ---
@@ -196,7 +192,7 @@ TEST_F(Transmission, EveryByteIsWidenedThroughTheAnsiCodePageAndEncodedAgain) {
             AddinLog(payload.Bytes()) + kAddinSentLog);
 }
 
-// The second encoding has room for two bytes a character; here it would take three a character for
+// The second encoding has space for two bytes a character; here it would take three a character for
 // a few hundred of them. Nothing notices, since clearing the error is the send's first step.
 TEST_F(Transmission, DeliberateAPayloadThatCannotBeConvertedIsSentAsNothing) {
   StartAddin();
@@ -207,8 +203,8 @@ TEST_F(Transmission, DeliberateAPayloadThatCannotBeConvertedIsSentAsNothing) {
     logged.comment += "a\xC3\xA2\xE2\x82\xAC\xE2\x82\xAC";
   }
   EXPECT_TRUE(ProcessToOutlookClient(JobWith(u"K", comment)));
-  EXPECT_EQ(machine_.Connections(), Sent{""});
-  EXPECT_EQ(machine_.CallsOf("Send"), Calls{"Send(0)"});
+  EXPECT_EQ(fake_.Connections(), Sent{""});
+  EXPECT_EQ(fake_.CallsOf("Send"), Calls{"Send(0)"});
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
   EXPECT_EQ(LogText(), AddinLog(logged.Bytes()) + kAddinSentLog);
 }
@@ -223,7 +219,7 @@ TEST_F(Transmission, AJobWithoutAJobFileIsDeliveredAllTheSame) {
 }
 
 TEST_F(Transmission, AJobFileThatCannotBeRewrittenChangesNoOutcome) {
-  machine_.SetReadOnly(kJobName, true);
+  fake_.SetReadOnly(kJobName, true);
   EXPECT_FALSE(ProcessToOutlookClient(Job()));
   ExpectSent(Job(), JobsPayload());
   EXPECT_EQ(JobFile(), kJobFile);

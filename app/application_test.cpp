@@ -28,8 +28,8 @@ const std::string kPayload =
 class Application : public test::JobTest {
  protected:
   Application() {
-    machine_.Reset();  // the sockets are the application's to start
-    machine_.SetFile(kJobName, kJobFile);
+    fake_.Reset();  // the sockets are the application's to start
+    fake_.SetFile(kJobName, kJobFile);
   }
 
   // A whole process on this machine; gives its exit code.
@@ -61,7 +61,7 @@ TEST_F(Application, AFailedJobEndsTheProcessWith1) {
 TEST_F(Application, ADeliveredJobEndsTheProcessWith0) {
   StartAddin();
   EXPECT_EQ(Run(kJobName), 0);
-  EXPECT_EQ(machine_.Connections(), (Sent{"", kPayload}));
+  EXPECT_EQ(fake_.Connections(), (Sent{"", kPayload}));
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
   EXPECT_EQ(LogText(), "INFO: StartZentpost(): C:\\jobs\\a.json\n" + test::AddinLog(kPayload) +
                            test::kAddinSentLog);
@@ -84,7 +84,7 @@ TEST_F(Application, ADeliveredJobEndsTheProcessWith0) {
 }
 
 TEST_F(Application, TheReadersLinesStandBeforeTheStart) {
-  machine_.SetFile(kJobName, "{}");
+  fake_.SetFile(kJobName, "{}");
   EXPECT_EQ(Run(kJobName), 1);
   EXPECT_EQ(LogText(),
             test::kNoFilePathLog + ("INFO: StartZentpost(): C:\\jobs\\a.json\n" + MapiLog("")));
@@ -106,49 +106,49 @@ TEST_F(Application, TheCommandLineIsLoggedAsItIs) {
 
 TEST_F(Application, ADocumentOnALongCommandLineIsDelivered) {
   StartAddin();
-  machine_.SetFile(kDocument, "%PDF-1.4\n");
+  fake_.SetFile(kDocument, "%PDF-1.4\n");
   const std::u16string start = std::u16string(kDocument) + u" 030;K";
   const std::size_t length = 32000 - start.size();
   EXPECT_EQ(Run((start + std::u16string(length, u'k')).c_str()), 0);
-  EXPECT_EQ(machine_.Connections(), (Sent{"", PayloadText{.receiver = "030",
-                                                          .file_name = "C:\\\\docs\\\\fax.pdf",
-                                                          .comment = std::string(length, 'k')}
-                                                  .Bytes()}));
-  EXPECT_EQ(machine_.FileBytes(kDocument), "%PDF-1.4\n");
+  EXPECT_EQ(fake_.Connections(), (Sent{"", PayloadText{.receiver = "030",
+                                                       .file_name = "C:\\\\docs\\\\fax.pdf",
+                                                       .comment = std::string(length, 'k')}
+                                               .Bytes()}));
+  EXPECT_EQ(fake_.FileBytes(kDocument), "%PDF-1.4\n");
 }
 
 TEST_F(Application, CommonControlsThatAreRefusedAreNotNeeded) {
   StartAddin();
-  machine_.FailCallOf("InitializeCommonControls", 0, platform::kGeneralFailure);
+  fake_.FailCallOf("InitializeCommonControls", 0, platform::kGeneralFailure);
   EXPECT_EQ(Run(u"a.pdf"), 0);
 }
 
 TEST_F(Application, WithoutTheSocketLibraryTheJobTakesTheOtherRoute) {
   StartAddin();
-  machine_.FailCallOf("StartSockets", 0, platform::kGeneralFailure);
+  fake_.FailCallOf("StartSockets", 0, platform::kGeneralFailure);
   EXPECT_EQ(Run(u"a.pdf"), 1);
-  EXPECT_EQ(machine_.Connections(), Sent());
+  EXPECT_EQ(fake_.Connections(), Sent());
   EXPECT_EQ(LogText(), test::NoJsonLog("ReadFromFile", "") + "INFO: StartZentpost(): a.pdf\n" +
                            MapiLog("a.pdf"));
   // What did not start is not ended.
-  EXPECT_EQ(machine_.CallsOf("EndSockets"), std::vector<std::string>());
+  EXPECT_EQ(fake_.CallsOf("EndSockets"), std::vector<std::string>());
 }
 
 // The first call behind the first line of the log throws: the one that asks for the add-in's port.
 void ThrowBehindTheFirstLine(bool begins) {
-  platform::fake::Machine& machine = platform::fake::TheMachine();
-  if (begins && !machine.DebugOutput().empty() && machine.DebugOutput().back() == u"\n") {
-    machine.SetCallHook(nullptr);
+  platform::fake::FakePlatform& fake = platform::fake::TheFakePlatform();
+  if (begins && !fake.DebugOutput().empty() && fake.DebugOutput().back() == u"\n") {
+    fake.SetCallHook(nullptr);
     throw std::runtime_error("nobody has thought of this");
   }
 }
 
 TEST_F(Application, WhateverIsThrownTheJobHasFailedAndTheSocketsAreEnded) {
   StartAddin();
-  machine_.SetCallHook(ThrowBehindTheFirstLine);
+  fake_.SetCallHook(ThrowBehindTheFirstLine);
   EXPECT_EQ(Run(kJobName), 1);
-  EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
-  EXPECT_EQ(machine_.OpenHandles(), 0u);
+  EXPECT_EQ(fake_.CallsOf("EndSockets").size(), 1u);
+  EXPECT_EQ(fake_.OpenHandles(), 0u);
   EXPECT_EQ(JobFile(), kJobFile);
   EXPECT_EQ(LogText(), "INFO: StartZentpost(): C:\\jobs\\a.json\n");
 }

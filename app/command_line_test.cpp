@@ -22,8 +22,8 @@ using Tokens = std::vector<std::u16string>;
 // The longest command line that the tool promises to take.
 constexpr std::size_t kLongLine = 32000;
 
-// On the machine in memory because the first token is offered to the job file reader.
-using CommandLine = platform::fake::MachineTest;
+// On the fake platform because the first token is offered to the job file reader.
+using CommandLine = platform::fake::FakePlatformTest;
 
 // Tokens and entries in brackets: "[a][b]" and "[filename=a.pdf][x=1]".
 std::string InBrackets(const Tokens& tokens) {
@@ -228,7 +228,7 @@ void ExpectParsed(const std::vector<Case>& cases) {
 
 TEST_F(CommandLine, AnEmptyCommandLineGivesNothing) {
   ExpectParsed({{u"", " / "}, {u"  ", " / "}, {u"\t\r\n", " / "}});
-  EXPECT_EQ(machine_.Calls(), Calls());
+  EXPECT_EQ(fake_.Calls(), Calls());
 }
 
 TEST_F(CommandLine, ArgumentsFromBeforeAreCleared) {
@@ -303,8 +303,8 @@ TEST_F(CommandLine, DeliberateTheFirstCharacterOfAnOptionGoesUnseen) {
 }
 
 TEST_F(CommandLine, AJobFileIsTheJobsNameBehindWhatItSays) {
-  machine_.SetFile(u"C:\\my jobs\\a.json",
-                   R"({"FilePath": "C:\\d\\fax.pdf", "SourceFileName": "Letter",
+  fake_.SetFile(u"C:\\my jobs\\a.json",
+                R"({"FilePath": "C:\\d\\fax.pdf", "SourceFileName": "Letter",
                        "Cmd": {"Receiver": ["0301"], "Parameters": {"Subject": "Hello"}}})");
   const std::u16string path = u"\"C:\\my jobs\\a.json\"";
   const std::string job =
@@ -320,13 +320,13 @@ TEST_F(CommandLine, AJobFileIsTheJobsNameBehindWhatItSays) {
 }
 
 TEST_F(CommandLine, OnlyTheFirstTokenIsOfferedToTheJobFileReader) {
-  machine_.SetFile(u"a.json", "{}");
-  machine_.SetFile(u"a.pdf", "%PDF-1.4\n");
+  fake_.SetFile(u"a.json", "{}");
+  fake_.SetFile(u"a.pdf", "%PDF-1.4\n");
   EXPECT_EQ(Parsed(u"a.json /preview"), "[jobname=a.json][preview=1] /  from a job file");
-  machine_.ClearCalls();
+  fake_.ClearCalls();
   EXPECT_EQ(Parsed(u"a.pdf a.json /a.json a.json"),
             "[filename=a.pdf][faxcommand=a.json][a.json=a.json] / [+FAX=a.json]");
-  EXPECT_EQ(machine_.CallsOf("OpenFileAt"), Calls{"OpenFileAt(a.pdf, kRead)"});
+  EXPECT_EQ(fake_.CallsOf("OpenFileAt"), Calls{"OpenFileAt(a.pdf, kRead)"});
 }
 
 TEST_F(CommandLine, ALineOf32000CharactersOfOptionsIsTakenWhole) {

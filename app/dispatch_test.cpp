@@ -45,7 +45,7 @@ class Dispatch : public test::JobTest {
 TEST_F(Dispatch, AListeningAddinIsProbedAndThenGetsTheJob) {
   StartAddin();
   EXPECT_TRUE(DispatchJob(Job()));
-  EXPECT_EQ(machine_.Connections(), (Sent{"", kPayload}));
+  EXPECT_EQ(fake_.Connections(), (Sent{"", kPayload}));
   EXPECT_EQ(LogText(), AddinLog(kPayload) + test::kAddinSentLog);
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
 }
@@ -54,10 +54,10 @@ TEST_F(Dispatch, AListeningAddinIsProbedAndThenGetsTheJob) {
 std::size_t open_behind_probe;
 
 void NoteWhatIsOpen(bool begins) {
-  const platform::fake::Machine& machine = platform::fake::TheMachine();
-  if (begins && machine.CallsOf("Connect").size() == 1 &&
-      machine.Calls().back().starts_with("Connect(")) {
-    open_behind_probe = machine.OpenHandles();
+  const platform::fake::FakePlatform& fake = platform::fake::TheFakePlatform();
+  if (begins && fake.CallsOf("Connect").size() == 1 &&
+      fake.Calls().back().starts_with("Connect(")) {
+    open_behind_probe = fake.OpenHandles();
   }
 }
 
@@ -66,11 +66,11 @@ TEST_F(Dispatch, TheProbeIsClosedAtOnce) {
   // So that the probe is the last connection in either case.
   for (const unsigned connections : {1U, 0U}) {
     StartAddin(Peer::kAccept, connections);
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     open_behind_probe = 1000;
-    machine_.SetCallHook(NoteWhatIsOpen);
+    fake_.SetCallHook(NoteWhatIsOpen);
     EXPECT_FALSE(DispatchJob(Job()));
-    machine_.SetCallHook(nullptr);
+    fake_.SetCallHook(nullptr);
     EXPECT_EQ(open_behind_probe, 0u) << connections;
   }
 }
@@ -83,13 +83,13 @@ TEST_F(Dispatch, WithoutAnAddinTheJobTakesTheOtherRouteAndTheLogTellsNothingOfIt
   };
   const Case cases[] = {
       {"no key", [] {}},
-      {"no value", [this] { machine_.AddKey(Hive::kCurrentUser, kPortKey); }},
+      {"no value", [this] { fake_.AddKey(Hive::kCurrentUser, kPortKey); }},
       {"0", [this] { SetPort(u"0"); }},
       {"no digits", [this] { SetPort(u"port"); }},
       {"a number instead of a text",
-       [this] { machine_.SetDword(Hive::kCurrentUser, kPortKey, kPortValue, test::kAddinPort); }},
+       [this] { fake_.SetDword(Hive::kCurrentUser, kPortKey, kPortValue, test::kAddinPort); }},
       {"the other hive",
-       [this] { machine_.SetString(Hive::kLocalMachine, kPortKey, kPortValue, u"5000"); }},
+       [this] { fake_.SetString(Hive::kLocalMachine, kPortKey, kPortValue, u"5000"); }},
       {"a port without a listener", [this] { SetPort(u"4999"); }, {"Create()"}},
       {"no socket library",
        [this] {
@@ -100,18 +100,18 @@ TEST_F(Dispatch, WithoutAnAddinTheJobTakesTheOtherRouteAndTheLogTellsNothingOfIt
       {"no socket",
        [this] {
          SetPort();
-         machine_.FailCallOf("Create", 0, platform::kSocketTooMany);
+         fake_.FailCallOf("Create", 0, platform::kSocketTooMany);
        },
        {"Create()"}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     StartOver();
-    machine_.Listen(test::kAddinPort);
+    fake_.Listen(test::kAddinPort);
     c.arrange();
     ExpectMapiRoute();
-    EXPECT_EQ(machine_.CallsOf("Create"), c.probe);
-    EXPECT_EQ(machine_.Connections(), Sent());
+    EXPECT_EQ(fake_.CallsOf("Create"), c.probe);
+    EXPECT_EQ(fake_.Connections(), Sent());
   }
 }
 
@@ -133,7 +133,7 @@ TEST_F(Dispatch, AnAddinThatFailsTheJobHandsItOn) {
        {"", kPayload.substr(0, kPayload.size() / 2)}},
       {"never reads",
        [this] {
-         machine_.SetSendWindow(50);
+         fake_.SetSendWindow(50);
          StartAddin(Peer::kNeverRead);
        },
        test::kNotSent,
@@ -142,7 +142,7 @@ TEST_F(Dispatch, AnAddinThatFailsTheJobHandsItOn) {
        [this] {
          StartAddin();
          // Without the fax client's key only the port is asked of this function.
-         machine_.FailCallOf("QueryValue", 1, platform::kFileNotFound);
+         fake_.FailCallOf("QueryValue", 1, platform::kFileNotFound);
        },
        test::kNoPort,
        {""}},
@@ -152,13 +152,13 @@ TEST_F(Dispatch, AnAddinThatFailsTheJobHandsItOn) {
     StartOver();
     c.arrange();
     ExpectMapiRoute(AddinLog(kPayload) + c.failure.log);
-    EXPECT_EQ(machine_.Connections(), c.sent);
+    EXPECT_EQ(fake_.Connections(), c.sent);
   }
 }
 
 TEST_F(Dispatch, TheRouteThatRunsLastDecides) {
   StartAddin(Peer::kAccept, 1);
-  machine_.SetDword(Hive::kCurrentUser, test::kClientKey, u"SkipExtendedMapi", 1);
+  fake_.SetDword(Hive::kCurrentUser, test::kClientKey, u"SkipExtendedMapi", 1);
   EXPECT_TRUE(DispatchJob(Job()));
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
 }
@@ -171,8 +171,8 @@ TEST_F(Dispatch, ADivertedJobIsWrittenByEitherRoute) {
     }
     EXPECT_TRUE(DispatchJob(test::JobWith(u"O", u"payload.json")));
     EXPECT_EQ(LogText(), has_addin ? AddinLog(kPayload) : kMapiLog);
-    EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), kPayload);
-    EXPECT_EQ(machine_.Connections(), has_addin ? Sent{""} : Sent());
+    EXPECT_EQ(fake_.FileBytes(u"C:\\Temp\\payload.json"), kPayload);
+    EXPECT_EQ(fake_.Connections(), has_addin ? Sent{""} : Sent());
     EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
   }
 }

@@ -21,9 +21,9 @@ std::uint32_t PLATFORM_STDCALL FreeBuffer(void* /*buffer*/) {
   return 0;
 }
 
-// Installs a library that exports FreeBuffer, on the machine in memory.
+// Installs a library that exports FreeBuffer, on the fake platform.
 bool InstallLibrary() {
-  platform::fake::TheMachine().AddModule(
+  platform::fake::TheFakePlatform().AddModule(
       u"C:\\mapi.dll", {{"MAPIFreeBuffer", reinterpret_cast<platform::Procedure>(FreeBuffer)}});
   platform::Module library;
   if (platform::LoadModule(u"C:\\mapi.dll", library) != platform::kSuccess) {

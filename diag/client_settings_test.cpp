@@ -13,7 +13,7 @@ namespace zentpost {
 namespace {
 
 using platform::Hive;
-using ClientSettings = platform::fake::MachineTest;
+using ClientSettings = platform::fake::FakePlatformTest;
 using Calls = std::vector<std::string>;
 
 constexpr char16_t kKey[] = u"Software\\Sollvex\\FaxClient";
@@ -41,14 +41,14 @@ TEST_F(ClientSettings, TheUsersNumberCountsUnlessItIsZeroOrAbsent) {
   // Nothing is remembered of the case before.
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
-    machine_.Reset();
+    fake_.Reset();
     // A key without the value says nothing, as one that is missing.
-    machine_.SetDword(Hive::kCurrentUser, kKey, u"Other", 1);
+    fake_.SetDword(Hive::kCurrentUser, kKey, u"Other", 1);
     if (c.user) {
-      machine_.SetDword(Hive::kCurrentUser, kKey, kName, *c.user);
+      fake_.SetDword(Hive::kCurrentUser, kKey, kName, *c.user);
     }
     if (c.machine) {
-      machine_.SetDword(Hive::kLocalMachine, kKey, kName, *c.machine);
+      fake_.SetDword(Hive::kLocalMachine, kKey, kName, *c.machine);
     }
     EXPECT_EQ(ReadClientNumber(kName), c.expected);
   }
@@ -59,20 +59,19 @@ TEST_F(ClientSettings, TheMachinesKeyIsReadWhenTheUsersDoesNotCountEachOpenOnlyF
                       "QueryValue(LogLevel, 4)"};
   const Calls machine = {"OpenKey(HKLM, Software\\Sollvex\\FaxClient, 0x20019)",
                          "QueryValue(LogLevel, 4)"};
-  machine_.SetDword(Hive::kLocalMachine, kKey, kName, 2);
+  fake_.SetDword(Hive::kLocalMachine, kKey, kName, 2);
   EXPECT_EQ(ReadClientNumber(kName), 2u);
   // A key that is not there needs no closing before the machine's is asked.
-  EXPECT_EQ(machine_.Calls(), (Calls{user[0], machine[0], machine[1]}));
-  machine_.ClearCalls();
-  machine_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
+  EXPECT_EQ(fake_.Calls(), (Calls{user[0], machine[0], machine[1]}));
+  fake_.ClearCalls();
+  fake_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
   EXPECT_EQ(ReadClientNumber(kName), 2u);
-  EXPECT_EQ(machine_.Calls(),
-            (Calls{user[0], user[1], "CloseKey(HKCU\\Software\\Sollvex\\FaxClient)", machine[0],
-                   machine[1]}));
-  machine_.ClearCalls();
-  machine_.SetDword(Hive::kCurrentUser, kKey, kName, 1);
+  EXPECT_EQ(fake_.Calls(), (Calls{user[0], user[1], "CloseKey(HKCU\\Software\\Sollvex\\FaxClient)",
+                                  machine[0], machine[1]}));
+  fake_.ClearCalls();
+  fake_.SetDword(Hive::kCurrentUser, kKey, kName, 1);
   EXPECT_EQ(ReadClientNumber(kName), 1u);
-  EXPECT_EQ(machine_.Calls(), user);
+  EXPECT_EQ(fake_.Calls(), user);
 }
 
 TEST_F(ClientSettings, DeliberateDataOfAnyTypeIsReadAsUpToFourBytes) {
@@ -93,11 +92,11 @@ TEST_F(ClientSettings, DeliberateDataOfAnyTypeIsReadAsUpToFourBytes) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    machine_.Reset();
-    machine_.SetValue(Hive::kCurrentUser, kKey, kName, c.type, c.bytes);
+    fake_.Reset();
+    fake_.SetValue(Hive::kCurrentUser, kKey, kName, c.type, c.bytes);
     EXPECT_EQ(ReadClientNumber(kName), c.expected);
     // Whatever counts as absent for the user is looked up for the machine.
-    machine_.SetDword(Hive::kLocalMachine, kKey, kName, 77);
+    fake_.SetDword(Hive::kLocalMachine, kKey, kName, 77);
     EXPECT_EQ(ReadClientNumber(kName), c.expected == 0 ? 77 : c.expected);
   }
 }
@@ -106,8 +105,8 @@ TEST_F(ClientSettings, EveryCallOfARead) {
   std::uint32_t number = 0;
   const platform::fake::FaultScenario scenario = {
       [this] {
-        machine_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
-        machine_.SetDword(Hive::kLocalMachine, kKey, kName, 9);
+        fake_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
+        fake_.SetDword(Hive::kLocalMachine, kKey, kName, 9);
       },
       [&number] { number = ReadClientNumber(kName); }};
   const std::size_t runs =
@@ -123,12 +122,12 @@ TEST_F(ClientSettings, EveryCallOfARead) {
 
 // The machine's value is asked for only once the user's key is properly closed.
 TEST_F(ClientSettings, DeliberateAUserKeyThatDoesNotCloseEndsTheSearch) {
-  machine_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
-  machine_.SetDword(Hive::kLocalMachine, kKey, kName, 9);
-  machine_.FailCallOf("CloseKey", 0, platform::kInvalidHandle);
+  fake_.SetDword(Hive::kCurrentUser, kKey, kName, 0);
+  fake_.SetDword(Hive::kLocalMachine, kKey, kName, 9);
+  fake_.FailCallOf("CloseKey", 0, platform::kInvalidHandle);
   EXPECT_EQ(ReadClientNumber(kName), 0u);
-  EXPECT_TRUE(machine_.FaultTaken());
-  EXPECT_EQ(machine_.CallsOf("OpenKey").size(), 1u);
+  EXPECT_TRUE(fake_.FaultTaken());
+  EXPECT_EQ(fake_.CallsOf("OpenKey").size(), 1u);
 }
 
 }  // namespace

@@ -14,7 +14,7 @@
 namespace zentpost {
 namespace {
 
-using ErrorTexts = platform::fake::MachineTest;
+using ErrorTexts = platform::fake::FakePlatformTest;
 
 // Written down from the published list of texts, not copied from the table under test.
 const std::map<std::uint32_t, std::u16string> kTexts = {
@@ -89,10 +89,10 @@ TEST_F(ErrorTexts, EveryRowOfTheTable) {
   ASSERT_EQ(kTexts.size(), 65u);
   for (const auto& [code, text] : kTexts) {
     // The table comes before the system.
-    machine_.SetSystemMessage(code, u"the system's own text");
+    fake_.SetSystemMessage(code, u"the system's own text");
     EXPECT_EQ(GetErrorText(code), text) << code;
   }
-  EXPECT_EQ(machine_.CallsOf("SystemMessage").size(), 0u);
+  EXPECT_EQ(fake_.CallsOf("SystemMessage").size(), 0u);
 }
 
 TEST_F(ErrorTexts, EveryOtherCodeIsTheSystems) {
@@ -108,10 +108,10 @@ TEST_F(ErrorTexts, EveryOtherCodeIsTheSystems) {
   }
   for (const std::uint32_t code : others) {
     if (!kTexts.contains(code)) {
-      machine_.Reset();
+      fake_.Reset();
       EXPECT_EQ(GetErrorText(code), u"Unknown Error.") << code;
-      EXPECT_EQ(machine_.CallsOf("SystemMessage").size(), 1u) << code;
-      machine_.SetSystemMessage(code, u"the system's own text");
+      EXPECT_EQ(fake_.CallsOf("SystemMessage").size(), 1u) << code;
+      fake_.SetSystemMessage(code, u"the system's own text");
       EXPECT_EQ(GetErrorText(code), u"the system's own text") << code;
     }
   }
@@ -119,7 +119,7 @@ TEST_F(ErrorTexts, EveryOtherCodeIsTheSystems) {
 
 TEST_F(ErrorTexts, TheSystemIsAskedForTheWholeCode) {
   static_cast<void>(GetErrorText(0x80070002));
-  EXPECT_EQ(machine_.Calls(), std::vector<std::string>{"SystemMessage(0x80070002)"});
+  EXPECT_EQ(fake_.Calls(), std::vector<std::string>{"SystemMessage(0x80070002)"});
 }
 
 TEST_F(ErrorTexts, TheSystemsTextIsPutOnOneLine) {
@@ -141,7 +141,7 @@ TEST_F(ErrorTexts, TheSystemsTextIsPutOnOneLine) {
       {u" \t\r\n ", u"Unknown Error."},
   };
   for (const auto& [message, text] : cases) {
-    machine_.SetSystemMessage(193, message);
+    fake_.SetSystemMessage(193, message);
     EXPECT_EQ(GetErrorText(193), text);
   }
 }
@@ -164,7 +164,7 @@ TEST_F(ErrorTexts, DeliberateOneTextHasNoPrefix) {
 TEST_F(ErrorTexts, ASystemThatFailsIsAnUnknownError) {
   std::u16string text;
   const std::size_t runs = platform::fake::SweepFaults(
-      {[this] { machine_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n"); },
+      {[this] { fake_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n"); },
        [&text] { text = GetErrorText(2); }},
       [&text](const platform::fake::FaultRun&) { EXPECT_EQ(text, u"Unknown Error."); });
   EXPECT_EQ(runs, 2u);

@@ -32,27 +32,27 @@ std::string Line(const std::string& tag_and_message) {
   return std::string(test::kLogTime) + tag_and_message + "\r\n";
 }
 
-class LogFile : public platform::fake::MachineTest {
+class LogFile : public platform::fake::FakePlatformTest {
  protected:
   LogFile() { StartOver(); }
 
   // A machine with the folder of the log.
   void StartOver() {
-    machine_.Reset();
-    machine_.AddFolder(kLogFolder);
+    fake_.Reset();
+    fake_.AddFolder(kLogFolder);
   }
 
-  void SwitchOn() { machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 1); }
+  void SwitchOn() { fake_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 1); }
 
   // What the log file holds; "(none)" when there is no such file.
   std::string Stored(std::u16string_view path = kLogPath) const {
-    return machine_.FileBytes(path).value_or("(none)");
+    return fake_.FileBytes(path).value_or("(none)");
   }
 
   // What was told the debugger, in UTF-8, with `line_end` where a line ends.
   std::string Debugged(const std::string& line_end) const {
     std::string lines;
-    for (const std::u16string& text : machine_.DebugOutput()) {
+    for (const std::u16string& text : fake_.DebugOutput()) {
       lines += text == u"\n" ? line_end : test::Readable(text);
     }
     return lines;
@@ -83,14 +83,14 @@ TEST_F(LogFile, TimeStampHasAllItsDigits) {
       {{2999, 12, 31, 23, 59, 59}, u"2999/12/31 23:59:59"},
   };
   for (const auto& [time, stamp] : cases) {
-    machine_.SetLocalTime(time);
+    fake_.SetLocalTime(time);
     EXPECT_EQ(FormatLogPrefix(kLevelInfo), stamp + u" - INFO   : ");
   }
 }
 
 TEST_F(LogFile, EveryEntryPoint) {
   SwitchOn();
-  machine_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n");
+  fake_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n");
   LogInfo(u"StartZentpost(): %s", u"a.json");
   LogWarning(u"w %d", -1);
   LogError(u"JSON error");
@@ -101,7 +101,7 @@ TEST_F(LogFile, EveryEntryPoint) {
   WriteLogEntry(kLevelWarning, u"%s|%d|%.8x", {u"a", -1, 5U});
   WriteLogEntry(7, u"100%%", {});
   // The number 0 adds no line.
-  machine_.SetSystemMessage(0, u"The operation completed successfully.\r\n");
+  fake_.SetSystemMessage(0, u"The operation completed successfully.\r\n");
   LogErrorWithCode(0, u"e0");
   LogWarningWithCode(0, u"w0");
   LogDebugWithCode(0, u"d0");
@@ -131,7 +131,7 @@ TEST_F(LogFile, EveryEntryPoint) {
 TEST_F(LogFile, LogLevelSwitchesTheFileAndNothingElse) {
   for (const std::uint32_t number : {0U, 1U, 2U, 3U, 0xFFFFFFFFU}) {
     StartOver();
-    machine_.SetDword(Hive::kLocalMachine, kClientKey, u"LogLevel", number);
+    fake_.SetDword(Hive::kLocalMachine, kClientKey, u"LogLevel", number);
     LogInfo(u"i");
     LogWarning(u"w");
     LogError(u"e");
@@ -142,24 +142,24 @@ TEST_F(LogFile, LogLevelSwitchesTheFileAndNothingElse) {
 }
 
 TEST_F(LogFile, CallsOfALineWithTheFile) {
-  machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 0);
-  machine_.SetDword(Hive::kLocalMachine, kClientKey, u"LogLevel", 1);
+  fake_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 0);
+  fake_.SetDword(Hive::kLocalMachine, kClientKey, u"LogLevel", 1);
   LogInfo(u"one");
-  EXPECT_EQ(machine_.Calls(), (Calls{
-                                  "OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)",
-                                  "QueryValue(LogLevel, 4)",
-                                  "CloseKey(HKCU\\Software\\Sollvex\\FaxClient)",
-                                  "OpenKey(HKLM, Software\\Sollvex\\FaxClient, 0x20019)",
-                                  "QueryValue(LogLevel, 4)",
-                                  "SecondsSinceEpoch()",
-                                  "BreakIntoLocalTime(1795219087)",
-                                  "WriteDebugOutput(2026/11/20 23:58:07 - INFO   : one)",
-                                  "WriteDebugOutput(\n)",
-                                  "WideToBytes(65001, 35, 35)",
-                                  "TemporaryFolder(260)",
-                                  "LocalApplicationDataFolder()",
-                                  "AppendToFile(C:\\AppData\\VORNA\\Client\\Log\\zentpost.log, 36)",
-                              }));
+  EXPECT_EQ(fake_.Calls(), (Calls{
+                               "OpenKey(HKCU, Software\\Sollvex\\FaxClient, 0x20019)",
+                               "QueryValue(LogLevel, 4)",
+                               "CloseKey(HKCU\\Software\\Sollvex\\FaxClient)",
+                               "OpenKey(HKLM, Software\\Sollvex\\FaxClient, 0x20019)",
+                               "QueryValue(LogLevel, 4)",
+                               "SecondsSinceEpoch()",
+                               "BreakIntoLocalTime(1795219087)",
+                               "WriteDebugOutput(2026/11/20 23:58:07 - INFO   : one)",
+                               "WriteDebugOutput(\n)",
+                               "WideToBytes(65001, 35, 35)",
+                               "TemporaryFolder(260)",
+                               "LocalApplicationDataFolder()",
+                               "AppendToFile(C:\\AppData\\VORNA\\Client\\Log\\zentpost.log, 36)",
+                           }));
 }
 
 // The whole line arrives in one append, so that processes do not cut into each other's lines.
@@ -167,14 +167,14 @@ TEST_F(LogFile, ALongLineIsOneAppend) {
   SwitchOn();
   const std::u16string text(1000000, u'\u20AC');
   LogInfo(u"%s", text);
-  EXPECT_EQ(machine_.CallsOf("AppendToFile"),
+  EXPECT_EQ(fake_.CallsOf("AppendToFile"),
             Calls{"AppendToFile(C:\\AppData\\VORNA\\Client\\Log\\zentpost.log, 3000033)"});
   EXPECT_EQ(Stored(), Line(" - INFO   : " + test::Readable(text)));
 }
 
 TEST_F(LogFile, LinesAreAddedBehindWhatIsThere) {
   SwitchOn();
-  machine_.SetFile(kLogPath, "an earlier run\r\n");
+  fake_.SetFile(kLogPath, "an earlier run\r\n");
   LogInfo(u"one");
   EXPECT_EQ(Stored(), "an earlier run\r\n" + Line(" - INFO   : one"));
 }
@@ -183,13 +183,13 @@ TEST_F(LogFile, NothingIsKeptFromLineToLine) {
   LogInfo(u"off");
   SwitchOn();
   LogInfo(u"on");
-  machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 0);
+  fake_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 0);
   LogInfo(u"off again");
   SwitchOn();
-  machine_.AddFolder(u"D:\\Data\\VORNA\\Client\\Log");
-  machine_.SetLocalApplicationData(0, u"D:\\Data");
+  fake_.AddFolder(u"D:\\Data\\VORNA\\Client\\Log");
+  fake_.SetLocalApplicationData(0, u"D:\\Data");
   LogInfo(u"elsewhere");
-  machine_.SetLocalTime({2027, 1, 1, 0, 0, 0});
+  fake_.SetLocalTime({2027, 1, 1, 0, 0, 0});
   LogInfo(u"later");
   EXPECT_EQ(Stored(), Line(" - INFO   : on"));
   EXPECT_EQ(Stored(u"D:\\Data\\VORNA\\Client\\Log\\zentpost.log"),
@@ -198,43 +198,43 @@ TEST_F(LogFile, NothingIsKeptFromLineToLine) {
 
 TEST_F(LogFile, ThePathLiesBelowTheLocalApplicationData) {
   EXPECT_EQ(GetLogFilePath(), kLogPath);
-  machine_.SetLocalApplicationData(0, u"C:\\Users\\M\u00FCller\\AppData\\Local");
+  fake_.SetLocalApplicationData(0, u"C:\\Users\\M\u00FCller\\AppData\\Local");
   EXPECT_EQ(GetLogFilePath(),
             u"C:\\Users\\M\u00FCller\\AppData\\Local\\VORNA\\Client\\Log\\zentpost.log");
   // S_FALSE: the folder does not exist, but this would be it.
-  machine_.SetLocalApplicationData(1, u"D:\\Missing");
+  fake_.SetLocalApplicationData(1, u"D:\\Missing");
   EXPECT_EQ(GetLogFilePath(), u"D:\\Missing\\VORNA\\Client\\Log\\zentpost.log");
 }
 
 TEST_F(LogFile, TheTemporaryFolderIsTakenAsItIsUpToItsLimit) {
-  machine_.SetLocalApplicationData(static_cast<std::int32_t>(0x80004005), u"");
+  fake_.SetLocalApplicationData(static_cast<std::int32_t>(0x80004005), u"");
   // With its terminator the longest no longer fits into 260 units.
   for (const std::size_t length : {1U, 259U, 260U}) {
     const std::u16string folder = std::u16string(length - 1, u't') + u"\\";
-    machine_.SetTemporaryFolder(folder);
+    fake_.SetTemporaryFolder(folder);
     EXPECT_EQ(GetLogFilePath(), (length < 260 ? folder : u"") + u"zentpost.log");
   }
-  machine_.SetTemporaryFolder(u"C:\\Temp\\");
-  machine_.FailCallOf("TemporaryFolder", 0, platform::kAccessDenied);
+  fake_.SetTemporaryFolder(u"C:\\Temp\\");
+  fake_.FailCallOf("TemporaryFolder", 0, platform::kAccessDenied);
   EXPECT_EQ(GetLogFilePath(), u"zentpost.log");
 }
 
 // The folder belongs to the fax client that installs the tool.
 TEST_F(LogFile, DeliberateAMissingFolderIsNotCreated) {
   SwitchOn();
-  machine_.Remove(u"C:\\AppData\\VORNA");
+  fake_.Remove(u"C:\\AppData\\VORNA");
   LogError(u"one");
   // Had it been created, this line would be stored.
   LogError(u"two");
   EXPECT_EQ(LogText(), "ERROR: one\nERROR: two\n");
-  EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{});
+  EXPECT_EQ(fake_.FilePaths(), std::vector<std::u16string>{});
 }
 
 TEST_F(LogFile, PercentSignsInAMessageStandAsTheyAre) {
   SwitchOn();
   LogInfo(u"%s", u"100% %s %d %n %");
   LogErrorWithCode(5, u"%s", u"%x%x");
-  machine_.SetSystemMessage(193, u"%1 is not a valid Win32 application.\r\n");
+  fake_.SetSystemMessage(193, u"%1 is not a valid Win32 application.\r\n");
   LogErrorWithCode(193, u"%%");
   ExpectLogged(
       "INFO: 100% %s %d %n %\n"
@@ -255,14 +255,13 @@ TEST_F(LogFile, TheFileIsUtf8) {
   SwitchOn();
   for (const auto& [message, bytes] : cases) {
     SCOPED_TRACE(bytes);
-    machine_.SetFile(kLogPath, "");
+    fake_.SetFile(kLogPath, "");
     LogInfo(u"%s", message);
     EXPECT_EQ(Stored(), Line(" - INFO   : " + bytes));
-    EXPECT_TRUE(machine_.DebugOutput().end()[-2].ends_with(u" : " + message));
+    EXPECT_TRUE(fake_.DebugOutput().end()[-2].ends_with(u" : " + message));
     // The buffer is what the line takes, and two bytes more for a pair of surrogates.
     const std::size_t size = Stored().size() - 1 + (message == u"\U0001F4E0" ? 2 : 0);
-    EXPECT_TRUE(
-        machine_.CallsOf("WideToBytes").back().ends_with(", " + std::to_string(size) + ")"));
+    EXPECT_TRUE(fake_.CallsOf("WideToBytes").back().ends_with(", " + std::to_string(size) + ")"));
   }
 }
 
@@ -315,10 +314,10 @@ struct ExpectedLog {
 TEST_F(LogFile, EveryCallOfAFailureWithItsCode) {
   const platform::fake::FaultScenario scenario = {
       [this] {
-        machine_.AddFolder(kLogFolder);
-        machine_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 0);
-        machine_.SetDword(Hive::kLocalMachine, kClientKey, u"LogLevel", 1);
-        machine_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n");
+        fake_.AddFolder(kLogFolder);
+        fake_.SetDword(Hive::kCurrentUser, kClientKey, u"LogLevel", 0);
+        fake_.SetDword(Hive::kLocalMachine, kClientKey, u"LogLevel", 1);
+        fake_.SetSystemMessage(2, u"The system cannot find the file specified.\r\n");
       },
       [] { LogErrorWithCode(2, u"AddAttachment(): '%s'", u"b.pdf"); }};
   const std::size_t runs = platform::fake::SweepFaults(scenario, [this](const FaultRun& run) {
@@ -328,9 +327,9 @@ TEST_F(LogFile, EveryCallOfAFailureWithItsCode) {
     expected.Line(std::string(" - ERROR  : Code 0x00000002 --> ") +
                   (is_unknown ? "Unknown Error." : "The system cannot find the file specified."));
     EXPECT_EQ(Debugged("\n"), expected.debugger);
-    EXPECT_EQ(machine_.FileBytes(kLogPath).value_or(""), expected.log);
-    EXPECT_EQ(machine_.FileBytes(kTemporaryLogPath).value_or(""), expected.temporary_log);
-    EXPECT_EQ(machine_.FileBytes(u"zentpost.log").value_or(""), expected.current_log);
+    EXPECT_EQ(fake_.FileBytes(kLogPath).value_or(""), expected.log);
+    EXPECT_EQ(fake_.FileBytes(kTemporaryLogPath).value_or(""), expected.temporary_log);
+    EXPECT_EQ(fake_.FileBytes(u"zentpost.log").value_or(""), expected.current_log);
   });
   constexpr std::size_t kCalls = 2 * 10 + 1;
   EXPECT_EQ(runs, 2 * kCalls);

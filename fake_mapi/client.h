@@ -1,4 +1,4 @@
-// A fake mail client, as it is behind Extended MAPI: what it is furnished with, how its calls
+// A fake mail client, as it is behind Extended MAPI: what it is prepares with, how its calls
 // behave, what was called, and what is wrong with what it handed out. Free of MAPI's types.
 //
 // Its functions (functions.h) and the objects that they hand out work on TheClient(). Any thread
@@ -105,7 +105,7 @@ class Client {
   ~Client();
   [[nodiscard]] static Client* Latest();
 
-  // --- what it is furnished with ---
+  // --- what it is prepares with ---
 
   std::vector<Properties> profiles = {ProfileRow(true, "Outlook")};
   std::vector<Properties> stores = {StoreRow(true, "\x01\x02\x03\x04")};
@@ -115,7 +115,7 @@ class Client {
                              Bytes(Tag(kIdSentItemsEntryId, kBinary), "sent")};
   // What messages have that nobody has set. Without PR_ENTRYID it is the storage's.
   Properties message_values = {};
-  // Whether tables and properties are handed out as they are furnished, whatever was asked for.
+  // Whether tables and properties are handed out as they are prepares, whatever was asked for.
   bool values_as_they_stand = false;
   bool rows_lack_values = false;  // whether rows tell how many they have, and have none
   std::int32_t message_status = 0;

@@ -334,8 +334,8 @@ void Note(Message& message, const char* call, ULONG flags) {
 }
 
 std::string EntryIdOf(const Client& client, const Message& message) {
-  const Property* const furnished = client.message_values.Find(kIdEntryId);
-  return furnished != nullptr ? furnished->bytes : message.entry_id;
+  const Property* const prepares = client.message_values.Find(kIdEntryId);
+  return prepares != nullptr ? prepares->bytes : message.entry_id;
 }
 
 enum class FolderKind { kOutbox, kSentItems };

@@ -69,10 +69,10 @@ void CheckFaxCommand(const std::u16string& text) {
 void CheckCommandLine(const std::u16string& line) {
   constexpr char kJob[] = R"({"FilePath": "d", "SourceFileName": "n"})";
   const FuzzedPlatform fuzzed;
-  platform::fake::TheMachine().SetFile(u"j", kJob);
+  platform::fake::TheFakePlatform().SetFile(u"j", kJob);
   JobParameters params;
   ParseCommandLine(params, line);
-  Require(platform::fake::TheMachine().OpenHandles() == 0);
+  Require(platform::fake::TheFakePlatform().OpenHandles() == 0);
 
   const std::vector<ParameterList::Entry>& entries = params.arguments.Entries();
   for (const auto& [name, value] : entries) {
@@ -89,7 +89,7 @@ void CheckCommandLine(const std::u16string& line) {
   Require(entries[first].first == (params.fromJobFile ? u"jobname" : u"filename"));
   if (params.fromJobFile) {
     // Whatever the spelling of its path, as in ".//j".
-    Require(platform::fake::TheMachine().FileBytes(entries[first].second) == kJob);
+    Require(platform::fake::TheFakePlatform().FileBytes(entries[first].second) == kJob);
   }
   const bool has_command = entries.size() > first + 1 &&
                            entries[first + 1].first == u"faxcommand" &&

@@ -79,13 +79,13 @@ void CheckOutcome(const Outcome& outcome) {
 
 void FuzzJobFile(std::string_view input) {
   const FuzzedPlatform fuzzed;
-  platform::fake::Machine& machine = platform::fake::TheMachine();
-  machine.SetFile(kPath, std::string(input));
+  platform::fake::FakePlatform& fake = platform::fake::TheFakePlatform();
+  fake.SetFile(kPath, std::string(input));
 
   bool is_job_file = false;
   const JobParameters before = Read(is_job_file);
   CheckParameters(before, is_job_file);
-  Require(machine.FileBytes(kPath) == input);
+  Require(fake.FileBytes(kPath) == input);
 
   JobParameters job;
   job.arguments.Add(u"jobname", kPath);
@@ -102,7 +102,7 @@ void FuzzJobFile(std::string_view input) {
     Require(after.faxFields.Entries() == before.faxFields.Entries());
   } else {
     // Whatever it is, it is not the tool's to rewrite.
-    Require(machine.FileBytes(kPath) == input);
+    Require(fake.FileBytes(kPath) == input);
   }
 }
 

@@ -1,5 +1,5 @@
-// The fuzz targets: each takes arbitrary bytes in memory, runs a part of the core on the machine in
-// memory, and ends the process when something that must hold for every input does not. They never
+// The fuzz targets: each takes arbitrary bytes in memory, runs a part of the core on the fake
+// platform, and ends the process when something that must hold for every input does not. They never
 // read files; entry.cpp hands them a fuzzer's inputs, replay_test.cpp the committed ones.
 #pragma once
 
@@ -35,12 +35,12 @@ inline void Require(bool holds, const char* file = __builtin_FILE(), int line = 
 // no leak. Nobody reads what it records, so it records nothing.
 class FuzzedPlatform {
  public:
-  FuzzedPlatform() { platform::fake::TheMachine().SetRecording(false); }
+  FuzzedPlatform() { platform::fake::TheFakePlatform().SetRecording(false); }
   FuzzedPlatform(const FuzzedPlatform&) = delete;
   FuzzedPlatform& operator=(const FuzzedPlatform&) = delete;
   ~FuzzedPlatform() {
-    Require(platform::fake::TheMachine().OpenHandles() == 0);
-    platform::fake::TheMachine().Reset();
+    Require(platform::fake::TheFakePlatform().OpenHandles() == 0);
+    platform::fake::TheFakePlatform().Reset();
   }
 };
 

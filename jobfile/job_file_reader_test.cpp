@@ -60,7 +60,7 @@ std::string EntriesText(const ParameterList& list) {
   return text;
 }
 
-class JobFileReader : public platform::fake::MachineTest {
+class JobFileReader : public platform::fake::FakePlatformTest {
  protected:
   // Reads the job file that is there and gives the arguments, "|", the fields and the log.
   std::string ReadFile() {
@@ -73,8 +73,8 @@ class JobFileReader : public platform::fake::MachineTest {
   }
 
   std::string Read(const std::string& bytes) {
-    machine_.Reset();
-    machine_.SetFile(kPath, bytes);
+    fake_.Reset();
+    fake_.SetFile(kPath, bytes);
     return ReadFile();
   }
 
@@ -304,7 +304,7 @@ TEST_F(JobFileReader, WhiteSpaceBehindTheFirstValueIsNothing) {
 }
 
 TEST_F(JobFileReader, EntriesAreAddedBehindThoseThatAreThere) {
-  machine_.SetFile(kPath, R"({"FilePath": "d", "SourceFileName": "n", "Cmd": {"Commands":
+  fake_.SetFile(kPath, R"({"FilePath": "d", "SourceFileName": "n", "Cmd": {"Commands":
                              {"S": "s"}, "Receiver": ["0301"]}})");
   JobParameters params;
   params.arguments.Add(u"filename", u"old");
@@ -393,7 +393,7 @@ TEST_F(JobFileReader, ATruncatedJobIsNone) {
 }
 
 TEST_F(JobFileReader, AFileThatCannotBeReadIsNoJob) {
-  machine_.AddFolder(u"C:\\Jobs\\folder.json");
+  fake_.AddFolder(u"C:\\Jobs\\folder.json");
   std::string log;
   for (const char16_t* path :
        {u"C:\\Jobs\\missing.json", u"C:\\Missing\\job.json", u"C:\\Jobs\\folder.json", u""}) {
@@ -406,15 +406,15 @@ TEST_F(JobFileReader, AFileThatCannotBeReadIsNoJob) {
 }
 
 TEST_F(JobFileReader, TheFileIsReadOnceIntoOneByteMoreThanItsSizeAndNothingLogged) {
-  machine_.SetFile(kPath, R"({"FilePath": "d"})");
+  fake_.SetFile(kPath, R"({"FilePath": "d"})");
   LoadedJson loaded = CCommands::LoadJsonFile(kPath);
   EXPECT_NE(loaded.tree, nullptr);
   EXPECT_STREQ(loaded.error_position, "");
-  EXPECT_EQ(machine_.Calls(),
+  EXPECT_EQ(fake_.Calls(),
             (Calls{"OpenFileAt(C:\\Jobs\\job.json, kRead)", "QueryFileSize(C:\\Jobs\\job.json)",
                    "AllocateBlock(18)", "ReadBytes(C:\\Jobs\\job.json, 17)"}));
-  EXPECT_EQ(machine_.OpenHandles(), 0u) << "the tree needs neither the file nor its text";
-  machine_.SetFile(kPath, "[x");
+  EXPECT_EQ(fake_.OpenHandles(), 0u) << "the tree needs neither the file nor its text";
+  fake_.SetFile(kPath, "[x");
   loaded = CCommands::LoadJsonFile(kPath);
   EXPECT_EQ(loaded.tree, nullptr);
   EXPECT_STREQ(loaded.error_position, "x");
@@ -430,9 +430,9 @@ TEST_F(JobFileReader, AFileThatChangesItsSizeMeanwhile) {
       {std::numeric_limits<std::uint64_t>::max(), NoJob("")},
   };
   for (const auto& [reported, job] : cases) {
-    machine_.Reset();
-    machine_.SetFile(kPath, kJob);
-    machine_.SetReportedSize(kPath, reported);
+    fake_.Reset();
+    fake_.SetFile(kPath, kJob);
+    fake_.SetReportedSize(kPath, reported);
     EXPECT_EQ(ReadFile(), job) << reported;
   }
 }
@@ -442,7 +442,7 @@ TEST_F(JobFileReader, AJobOf64MiB) {
       R"({"FilePath": "d", "SourceFileName": "n", "Cmd": {"Commands": {"K": ")";
   const std::string end = R"("}, "Receiver": ["0301"]}})";
   const std::size_t length = k64MiB - start.size() - end.size();
-  machine_.SetFile(kPath, start + std::string(length, 'x') + end);
+  fake_.SetFile(kPath, start + std::string(length, 'x') + end);
   JobParameters params;
   EXPECT_EQ(CCommands::ReadFromFile(params, kPath), JobFileReading::kJobFile);
   EXPECT_TRUE(params.faxFields.Entries() ==
@@ -555,10 +555,10 @@ std::string ExpectedJob(FaultReplay replay) {
 TEST_F(JobFileReader, EveryCallOfAReading) {
   std::string job;
   const std::size_t runs = platform::fake::SweepFaults(
-      {[this] { machine_.SetFile(kPath, kSweptJob); }, [&] { job = ReadFile(); }},
+      {[this] { fake_.SetFile(kPath, kSweptJob); }, [&] { job = ReadFile(); }},
       [&](const platform::fake::FaultRun& run) {
         EXPECT_EQ(job, ExpectedJob(FaultReplay(run)));
-        EXPECT_EQ(machine_.FileBytes(kPath), kSweptJob);
+        EXPECT_EQ(fake_.FileBytes(kPath), kSweptJob);
       });
   // Four to read the file; the names of two members, of eight fields under both names, of one under
   // the long one and of one under the letter; five values.
@@ -573,12 +573,12 @@ TEST_F(JobFileReader, EveryAllocationOfAReading) {
   std::size_t ended = 0;
   std::size_t refused = 0;
   const std::size_t runs = test::SweepAllocations("ReadFromFile", [&](AllocationFaults& faults) {
-    machine_.Reset();
-    machine_.SetFile(kPath, kSweptJob);
+    fake_.Reset();
+    fake_.SetFile(kPath, kSweptJob);
     JobParameters params;
     JobFileReading reading{};
     EXPECT_TRUE(faults.Run([&] { reading = CCommands::ReadFromFile(params, path); }));
-    EXPECT_EQ(machine_.FileBytes(kPath), kSweptJob);
+    EXPECT_EQ(fake_.FileBytes(kPath), kSweptJob);
     const std::string log = LogText();
     switch (reading) {
       case JobFileReading::kJobFile:
@@ -608,9 +608,9 @@ TEST_F(JobFileReader, EveryAllocationOfAReading) {
 TEST_F(JobFileReader, ASystemWithoutMemoryEndsTheJob) {
   for (const char* call : {"OpenFileAt", "QueryFileSize", "ReadBytes"}) {
     SCOPED_TRACE(call);
-    machine_.Reset();
-    machine_.SetFile(kPath, kSweptJob);
-    machine_.FailCallOf(call, 0, platform::kNotEnoughMemory);
+    fake_.Reset();
+    fake_.SetFile(kPath, kSweptJob);
+    fake_.FailCallOf(call, 0, platform::kNotEnoughMemory);
     JobParameters params;
     EXPECT_EQ(CCommands::ReadFromFile(params, kPath), JobFileReading::kNoMemory);
     EXPECT_EQ(LogText(), "");
@@ -622,8 +622,8 @@ TEST_F(JobFileReader, MemoryForTheLineAloneDecidesNothing) {
   const std::u16string path = kPath;
   std::size_t ended = 0;
   test::SweepAllocations("ReadFromFile, a document", [&](AllocationFaults& faults) {
-    machine_.Reset();
-    machine_.SetFile(kPath, "%PDF-1.4");
+    fake_.Reset();
+    fake_.SetFile(kPath, "%PDF-1.4");
     JobParameters params;
     JobFileReading reading{};
     EXPECT_TRUE(faults.Run([&] { reading = CCommands::ReadFromFile(params, path); }));

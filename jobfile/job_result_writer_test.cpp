@@ -39,7 +39,7 @@ std::string ResultAlone(std::int32_t status, std::int32_t code, const std::strin
   return "{\n" + ResultMember(status, code, text) + "\n}";
 }
 
-class JobResultWriter : public platform::fake::MachineTest {
+class JobResultWriter : public platform::fake::FakePlatformTest {
  protected:
   // Writes an outcome into the job file that is there.
   bool Write(std::int32_t status = 0, std::int32_t code = 0, const char16_t* text = u"") {
@@ -51,8 +51,8 @@ class JobResultWriter : public platform::fake::MachineTest {
   // Writes an outcome into a job file that holds `bytes` and gives what it holds then.
   std::string Update(const std::string& bytes, std::int32_t status = 0, std::int32_t code = 0,
                      const char16_t* text = u"") {
-    machine_.Reset();
-    machine_.SetFile(kPath, bytes);
+    fake_.Reset();
+    fake_.SetFile(kPath, bytes);
     EXPECT_TRUE(Write(status, code, text));
     EXPECT_EQ(LogText(), "");
     return JobFile();
@@ -61,15 +61,15 @@ class JobResultWriter : public platform::fake::MachineTest {
   // Expects that a file of these bytes is not written, with this log.
   void ExpectLeft(const std::string& bytes, const std::string& log) {
     SCOPED_TRACE(bytes);
-    machine_.Reset();
-    machine_.SetFile(kPath, bytes);
+    fake_.Reset();
+    fake_.SetFile(kPath, bytes);
     EXPECT_FALSE(Write(1, 2, u"t"));
     EXPECT_EQ(JobFile(), bytes);
-    EXPECT_EQ(machine_.CallsOf("OpenFileAt"), Calls{"OpenFileAt(C:\\Jobs\\job.json, kRead)"});
+    EXPECT_EQ(fake_.CallsOf("OpenFileAt"), Calls{"OpenFileAt(C:\\Jobs\\job.json, kRead)"});
     EXPECT_EQ(LogText(), log);
   }
 
-  std::string JobFile() const { return machine_.FileBytes(kPath).value_or("(none)"); }
+  std::string JobFile() const { return fake_.FileBytes(kPath).value_or("(none)"); }
 };
 
 TEST_F(JobResultWriter, AResultIsAddedBehindTheLastMember) {
@@ -154,7 +154,7 @@ TEST_F(JobResultWriter, TheErrorTextIsUtf8EscapedOnlyWhereItMustBe) {
 }
 
 TEST_F(JobResultWriter, AnErrorTextThatCannotBeConvertedIsEmpty) {
-  machine_.SetFile(kPath, "{}");
+  fake_.SetFile(kPath, "{}");
   EXPECT_TRUE(Write(1, 1002, u"\u4E2D\u6587\u5B57"));
   EXPECT_EQ(JobFile(), ResultAlone(1, 1002, ""));
   EXPECT_EQ(LogText(), FailureLog(test::kUtf8Failed, "0000007a"));
@@ -230,28 +230,28 @@ TEST_F(JobResultWriter, AFileThatIsNoJsonIsLeftAsItIs) {
 }
 
 TEST_F(JobResultWriter, TheFirstJobNameCountsAndWithoutOneNothingIsDone) {
-  machine_.SetFile(kPath, kShortJob);
+  fake_.SetFile(kPath, kShortJob);
   JobParameters params;
   params.arguments.Add(u"filename", kPath);
   params.arguments.Add(u"JobName", kPath);
   EXPECT_FALSE(CCommands::UpdateJobFile(params, 0, 0, u""));
   params.arguments.Add(u"jobname", u"");
   EXPECT_FALSE(CCommands::UpdateJobFile(params, 0, 0, u""));
-  EXPECT_EQ(machine_.Calls(), Calls{});
+  EXPECT_EQ(fake_.Calls(), Calls{});
   EXPECT_EQ(JobFile(), kShortJob);
-  machine_.SetFile(u"C:\\Jobs\\other.json", "{}");
+  fake_.SetFile(u"C:\\Jobs\\other.json", "{}");
   params.arguments.Clear();
   params.arguments.Add(u"jobname", kPath);
   params.arguments.Add(u"jobname", u"C:\\Jobs\\other.json");
   EXPECT_TRUE(CCommands::UpdateJobFile(params, 0, 0, u""));
   EXPECT_EQ(JobFile(), kWritten);
-  EXPECT_EQ(machine_.FileBytes(u"C:\\Jobs\\other.json"), "{}");
+  EXPECT_EQ(fake_.FileBytes(u"C:\\Jobs\\other.json"), "{}");
 }
 
 // No temporary file and no renaming: the file keeps its identity and its rights.
 TEST_F(JobResultWriter, DeliberateTheFileIsRewrittenInPlace) {
   Update(kShortJob);
-  Calls calls = machine_.Calls();
+  Calls calls = fake_.Calls();
   std::erase_if(calls, [](const std::string& call) {
     return call.starts_with("WideToBytes") || call.starts_with("AllocateBlock");
   });
@@ -259,32 +259,32 @@ TEST_F(JobResultWriter, DeliberateTheFileIsRewrittenInPlace) {
             (Calls{"OpenFileAt(C:\\Jobs\\job.json, kRead)", "QueryFileSize(C:\\Jobs\\job.json)",
                    "ReadBytes(C:\\Jobs\\job.json, 8)", "OpenFileAt(C:\\Jobs\\job.json, kRewrite)",
                    "WriteBytes(C:\\Jobs\\job.json, " + std::to_string(kWritten.size()) + ")"}));
-  EXPECT_EQ(machine_.FilePaths(), Paths{kPath});
+  EXPECT_EQ(fake_.FilePaths(), Paths{kPath});
 }
 
 // What vanishes when the job file has been read, until the hook is taken back.
 std::u16string_view vanishing;
 
 void Vanish(bool begins) {
-  platform::fake::Machine& machine = platform::fake::TheMachine();
-  if (begins && !machine.CallsOf("ReadBytes").empty()) {
-    machine.Remove(vanishing);
+  platform::fake::FakePlatform& fake = platform::fake::TheFakePlatform();
+  if (begins && !fake.CallsOf("ReadBytes").empty()) {
+    fake.Remove(vanishing);
   }
 }
 
 TEST_F(JobResultWriter, AFileThatVanishesMeanwhileIsMadeAnewButNoFolder) {
   for (const std::u16string_view path : {kPath, u"C:\\Jobs"}) {
-    machine_.Reset();
-    machine_.SetFile(kPath, kShortJob);
+    fake_.Reset();
+    fake_.SetFile(kPath, kShortJob);
     vanishing = path;
-    machine_.SetCallHook(Vanish);
+    fake_.SetCallHook(Vanish);
     EXPECT_EQ(Write(), path == kPath);
-    machine_.SetCallHook(nullptr);
+    fake_.SetCallHook(nullptr);
     // The hook took a file away once more when it was closed, so that what was written tells.
     const Calls written = {"WriteBytes(C:\\Jobs\\job.json, " + std::to_string(kWritten.size()) +
                            ")"};
-    EXPECT_EQ(machine_.CallsOf("WriteBytes"), path == kPath ? written : Calls());
-    EXPECT_EQ(machine_.FilePaths(), Paths{});
+    EXPECT_EQ(fake_.CallsOf("WriteBytes"), path == kPath ? written : Calls());
+    EXPECT_EQ(fake_.FilePaths(), Paths{});
     EXPECT_EQ(LogText(), "");
   }
 }
@@ -292,10 +292,10 @@ TEST_F(JobResultWriter, AFileThatVanishesMeanwhileIsMadeAnewButNoFolder) {
 // Opened for writing is written: the fax application finds what there is.
 TEST_F(JobResultWriter, DeliberateAWriteThatFailsLeavesWhatItLeaves) {
   for (const std::size_t written : {std::size_t{0}, std::size_t{1}, kWritten.size() - 1}) {
-    machine_.Reset();
-    machine_.SetFile(kPath, kShortJob);
-    machine_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
-    machine_.SetBytesBeforeFault(written);
+    fake_.Reset();
+    fake_.SetFile(kPath, kShortJob);
+    fake_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
+    fake_.SetBytesBeforeFault(written);
     EXPECT_TRUE(Write());
     EXPECT_EQ(JobFile(), kWritten.substr(0, written));
     EXPECT_EQ(LogText(), "");
@@ -358,13 +358,13 @@ TEST_F(JobResultWriter, EveryCallOfAnUpdate) {
     const std::size_t names = before == kBefore ? 3 : 4;  // of the members that are set
     bool result = false;
     const std::size_t runs = platform::fake::SweepFaults(
-        {[&] { machine_.SetFile(kPath, before); }, [&] { result = Write(1, 1004, kErrorText); }},
+        {[&] { fake_.SetFile(kPath, before); }, [&] { result = Write(1, 1004, kErrorText); }},
         [&](const FaultRun& run) {
           const Outcome expected = ExpectedOutcome(run, before, names);
           EXPECT_EQ(result, expected.result);
           EXPECT_EQ(JobFile(), expected.job_file);
           EXPECT_EQ(LogText(), expected.log);
-          EXPECT_EQ(machine_.FilePaths(), Paths{kPath});
+          EXPECT_EQ(fake_.FilePaths(), Paths{kPath});
         });
     EXPECT_EQ(runs, 2 * (4 + 2 + 2 * names + 2));
   }
@@ -381,8 +381,8 @@ TEST_F(JobResultWriter, EveryAllocationOfAnUpdate) {
     std::size_t emptied = 0;
     const std::size_t runs =
         test::SweepAllocations("UpdateJobFile", [&](test::AllocationFaults& faults) {
-          machine_.Reset();
-          machine_.SetFile(kPath, before);
+          fake_.Reset();
+          fake_.SetFile(kPath, before);
           bool result = false;
           EXPECT_TRUE(
               faults.Run([&] { result = CCommands::UpdateJobFile(params, 1, 1004, kErrorText); }));

@@ -19,7 +19,7 @@ namespace zentpost {
 namespace {
 
 constexpr HRESULT kNotFound = 1168;  // ERROR_NOT_FOUND (winerror.h), deliberately positive
-constexpr std::uint32_t kPropertyRoom = 12;
+constexpr std::uint32_t kPropertySpace = 12;
 
 struct MimeType {
   std::u16string_view extension;
@@ -198,7 +198,7 @@ HRESULT AddAttachment(IMessage* message, const char16_t* path, std::uint32_t /*r
   AttachmentFileData file_data;
   MapiBuffer<SPropValue> properties;
   void* block = nullptr;
-  result = AllocateZeroed(kPropertyRoom * sizeof(SPropValue), block);
+  result = AllocateZeroed(kPropertySpace * sizeof(SPropValue), block);
   properties.Reset(static_cast<SPropValue*>(block));
   if (Failed(result)) {
     LogErrorWithCode(CodeOf(result),

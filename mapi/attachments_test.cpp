@@ -27,7 +27,7 @@ constexpr char kReadOn[] = "ReadBytes(C:\\docs\\fax.pdf, 1)";
 
 // --- loading the document ---
 
-class AttachmentFile : public platform::fake::MachineTest {
+class AttachmentFile : public platform::fake::FakePlatformTest {
  protected:
   // What is loaded, or the code and the text of the failure.
   std::string Load(const char16_t* path = kPath) {
@@ -43,7 +43,7 @@ class AttachmentFile : public platform::fake::MachineTest {
   }
   void TearDown() override {
     data_ = {};
-    MachineTest::TearDown();
+    FakePlatformTest::TearDown();
   }
 
   AttachmentFileData data_;
@@ -55,30 +55,29 @@ constexpr char kUnread[] = "2147942430 The file cannot be read.";
 
 TEST_F(AttachmentFile, IsLoadedAsItIs) {
   const std::string bytes("%PDF\r\n\0\x1A\xFF", 9);
-  machine_.SetFile(kPath, bytes);
+  fake_.SetFile(kPath, bytes);
   EXPECT_EQ(Load(), bytes);
-  EXPECT_EQ(machine_.FileBytes(kPath), bytes);
-  EXPECT_EQ(machine_.Calls(),
-            (std::vector<std::string>{kOpen, kSize, "AllocateBlock(9)",
-                                      "ReadBytes(C:\\docs\\fax.pdf, 9)", kReadOn}));
-  machine_.SetFile(kPath, "");
+  EXPECT_EQ(fake_.FileBytes(kPath), bytes);
+  EXPECT_EQ(fake_.Calls(), (std::vector<std::string>{kOpen, kSize, "AllocateBlock(9)",
+                                                     "ReadBytes(C:\\docs\\fax.pdf, 9)", kReadOn}));
+  fake_.SetFile(kPath, "");
   EXPECT_EQ(Load(), "");
 }
 
 TEST_F(AttachmentFile, NeedsAPath) {
   EXPECT_EQ(Load(nullptr), kNull);
   EXPECT_EQ(Load(u""), "2147942487 The attachment path is empty.");
-  EXPECT_EQ(machine_.Calls(), std::vector<std::string>());
+  EXPECT_EQ(fake_.Calls(), std::vector<std::string>());
 }
 
 TEST_F(AttachmentFile, ThatCannotBeOpenedGivesTheSystemsNumber) {
-  machine_.AddFolder(u"C:\\docs");
+  fake_.AddFolder(u"C:\\docs");
   EXPECT_EQ(Load(), "2 The file cannot be loaded.");
   EXPECT_EQ(Load(u"C:\\missing\\fax.pdf"), "3 The file cannot be loaded.");
-  machine_.AddPipe(u"C:\\docs\\pipe");  // which is not waited for
+  fake_.AddPipe(u"C:\\docs\\pipe");  // which is not waited for
   EXPECT_EQ(Load(u"C:\\docs\\pipe"), "5 The file cannot be loaded.");
-  machine_.SetFile(kPath, "x");
-  machine_.FailCallOf("OpenFileAt", 0, platform::kSharingViolation);
+  fake_.SetFile(kPath, "x");
+  fake_.FailCallOf("OpenFileAt", 0, platform::kSharingViolation);
   EXPECT_EQ(Load(), "32 The file cannot be loaded.");
 }
 
@@ -106,31 +105,31 @@ TEST_F(AttachmentFile, HasToArriveWhole) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.failure);
-    machine_.Reset();
-    machine_.SetFile(kPath, "bytes");
-    machine_.SetReportedSize(kPath, test.reported_size);
-    machine_.SetBytesBeforeFault(3);
+    fake_.Reset();
+    fake_.SetFile(kPath, "bytes");
+    fake_.SetReportedSize(kPath, test.reported_size);
+    fake_.SetBytesBeforeFault(3);
     if (test.call != nullptr) {
-      machine_.FailCallOf(test.call, 0, test.status);
+      fake_.FailCallOf(test.call, 0, test.status);
     }
     EXPECT_EQ(Load(), test.failure);
   }
 }
 
 TEST_F(AttachmentFile, AnEarlierContentIsGoneInAnyCase) {
-  machine_.SetFile(kPath, "first");
-  machine_.SetFile(u"C:\\docs\\other", "second document");
+  fake_.SetFile(kPath, "first");
+  fake_.SetFile(u"C:\\docs\\other", "second document");
   EXPECT_EQ(Load(), "first");
   EXPECT_EQ(Load(u"C:\\docs\\other"), "second document");
-  EXPECT_EQ(machine_.OpenHandles(), 1u);
+  EXPECT_EQ(fake_.OpenHandles(), 1u);
   EXPECT_EQ(Load(nullptr), kNull);
-  EXPECT_EQ(machine_.OpenHandles(), 0u);
+  EXPECT_EQ(fake_.OpenHandles(), 0u);
   EXPECT_EQ(Load(), "first");
 }
 
 // --- the MIME type ---
 
-class MimeTag : public platform::fake::MachineTest {
+class MimeTag : public platform::fake::FakePlatformTest {
  protected:
   // The type of `extension` as "result type"; "untouched" where nothing was written.
   static std::string TagOf(const std::u16string& extension) {
@@ -142,7 +141,7 @@ class MimeTag : public platform::fake::MachineTest {
     return std::to_string(result) + " " + (untouched ? "untouched" : test::Readable(tag));
   }
   void Register(const char16_t* extension, const std::u16string& type) {
-    machine_.SetString(Hive::kClassesRoot, extension, u"Content Type", type);
+    fake_.SetString(Hive::kClassesRoot, extension, u"Content Type", type);
   }
 };
 
@@ -158,7 +157,7 @@ TEST_F(MimeTag, CommonTypesAreKnownWithoutAskingTheRegistry) {
   for (const auto& [extension, type] : kCases) {
     EXPECT_EQ(TagOf(extension), std::string("0 ") + type);
   }
-  EXPECT_EQ(machine_.Calls(), std::vector<std::string>());
+  EXPECT_EQ(fake_.Calls(), std::vector<std::string>());
 }
 
 TEST_F(MimeTag, AnUnknownTypeLeavesTheBufferAlone) {
@@ -166,8 +165,8 @@ TEST_F(MimeTag, AnUnknownTypeLeavesTheBufferAlone) {
        {u".pd", u".pdfx", u"..pdf", u"x.pdf", u".tifff", u".jpg", u"."}) {
     EXPECT_EQ(TagOf(extension), "0 untouched") << test::Readable(extension);
   }
-  machine_.AddKey(Hive::kClassesRoot, u".xyz");
-  machine_.FailCallOf("OpenKey", 0, platform::kAccessDenied);
+  fake_.AddKey(Hive::kClassesRoot, u".xyz");
+  fake_.FailCallOf("OpenKey", 0, platform::kAccessDenied);
   EXPECT_EQ(TagOf(u".xyz"), "0 untouched");
   EXPECT_EQ(test::LogText(), "");
 }
@@ -175,18 +174,18 @@ TEST_F(MimeTag, AnUnknownTypeLeavesTheBufferAlone) {
 TEST_F(MimeTag, TheRegistryKnowsMore) {
   Register(u".doc", u"application/msword");
   for (const char16_t* const extension : {u".doc", u"doc"}) {
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     EXPECT_EQ(TagOf(extension), "0 application/msword");
-    EXPECT_EQ(machine_.Calls(), (std::vector<std::string>{"OpenKey(HKCR, .doc, 0x1)",
-                                                          "QueryValue(Content Type, 2048)"}));
+    EXPECT_EQ(fake_.Calls(), (std::vector<std::string>{"OpenKey(HKCR, .doc, 0x1)",
+                                                       "QueryValue(Content Type, 2048)"}));
   }
 }
 
 TEST_F(MimeTag, ATypeWithoutItsMimeTypeIsMadeUp) {
-  machine_.AddKey(Hive::kClassesRoot, u".xyz");
+  fake_.AddKey(Hive::kClassesRoot, u".xyz");
   EXPECT_EQ(TagOf(u".xyz"), "1168 application/xyz");
   EXPECT_EQ(TagOf(u"xyz"), "1168 application/xyz");
-  machine_.AddKey(Hive::kClassesRoot, u"a.b");
+  fake_.AddKey(Hive::kClassesRoot, u"a.b");
   EXPECT_EQ(TagOf(u"a.b"), "1168 application/.b");
   // One that does not fit is none.
   Register(u".xyz", std::u16string(1023, u't'));
@@ -202,14 +201,14 @@ TEST_F(MimeTag, AMimeTypeMayLackItsTerminator) {
   }
   for (const auto& [bytes, type] : {std::pair(std::string("a\0/\0b\0", 6), std::string("a/b")),
                                     std::pair(longest, std::string(1023, 't'))}) {
-    machine_.SetValue(Hive::kClassesRoot, u".xyz", u"Content Type", platform::kRegSz, bytes);
+    fake_.SetValue(Hive::kClassesRoot, u".xyz", u"Content Type", platform::kRegSz, bytes);
     EXPECT_EQ(TagOf(u".xyz"), "0 " + type);
   }
 }
 
 TEST_F(MimeTag, LongExtensionsAreCutOff) {
   const std::u16string extension = u"." + std::u16string(1100, u'e');
-  machine_.AddKey(Hive::kClassesRoot, extension.substr(0, 1023));
+  fake_.AddKey(Hive::kClassesRoot, extension.substr(0, 1023));
   EXPECT_EQ(TagOf(extension), "1168 application/" + std::string(1011, 'e'));
 }
 
@@ -227,7 +226,7 @@ TEST_F(MimeTag, ArgumentsAreCheckedInTheirOrder) {
       {u"", tag, "The extension parameter is empty."},
   };
   for (const auto& test : kCases) {
-    machine_.Reset();
+    fake_.Reset();
     EXPECT_EQ(GetAttachmentMimeTag(test.extension, test.tag), E_INVALIDARG);
     EXPECT_EQ(test::LogText(), std::string("ERROR: GetAttachmentMimeTag(): ") + test.log + "\n");
   }
@@ -256,11 +255,11 @@ std::string SetProps(const std::string& extension, const std::string& name,
 
 class AttachmentOfMessage : public test::MapiTest {
  protected:
-  AttachmentOfMessage() { Furnish(); }
+  AttachmentOfMessage() { Prepare(); }
 
-  void Furnish(const std::string& bytes = "PDF") {
+  void Prepare(const std::string& bytes = "PDF") {
     StartOver();
-    machine_.SetFile(kPath, bytes);
+    fake_.SetFile(kPath, bytes);
   }
 
   HRESULT Add(const char16_t* name = u"Letter.pdf", const char16_t* path = kPath) {
@@ -269,10 +268,10 @@ class AttachmentOfMessage : public test::MapiTest {
 
   // How a document is attached whose name is `name`.
   std::string AttachedAs(const std::u16string& name, const std::string& bytes = "PDF") {
-    Furnish(bytes);
+    Prepare(bytes);
     EXPECT_EQ(Add(name.c_str()), S_OK);
     EXPECT_EQ(mapi_->SavedAttachments(), std::vector<std::string>{bytes});
-    EXPECT_FALSE(machine_.FileBytes(kPath));
+    EXPECT_FALSE(fake_.FileBytes(kPath));
     return CallOf("IAttach::SetProps");
   }
 };
@@ -288,7 +287,7 @@ TEST_F(AttachmentOfMessage, TakesTheDocumentAndDeletesIt) {
                    "log INFO: AddAttachment(): The attachment file was deleted successfully.",
                    "IAttach::Release()", kFree}));
   EXPECT_EQ(mapi_->SavedAttachments(), std::vector<std::string>{"PDF"});
-  EXPECT_FALSE(machine_.FileBytes(kPath));
+  EXPECT_FALSE(fake_.FileBytes(kPath));
 }
 
 TEST_F(AttachmentOfMessage, IsNamedByItsNameAndNeverByItsPath) {
@@ -326,13 +325,13 @@ TEST_F(AttachmentOfMessage, DeliberateADotInAFolderBeginsTheExtension) {
 
 TEST_F(AttachmentOfMessage, WithoutANameAllItsNamesAreEmpty) {
   for (const char16_t* const name : {u"", static_cast<const char16_t*>(nullptr)}) {
-    Furnish();
+    Prepare();
     EXPECT_EQ(Add(name), S_OK);
     EXPECT_TRUE(Trace().starts_with(Lines(
         {kStart, "log ERROR: GetAttachmentMimeTag(): The extension parameter is empty.", kNoMimeTag,
          kInvalid, kAllocate, kOpen, kSize, kRead, kReadOn, kCreate, SetProps("", ""), kIsSet})))
         << Trace();
-    EXPECT_FALSE(machine_.FileBytes(kPath));
+    EXPECT_FALSE(fake_.FileBytes(kPath));
   }
 }
 
@@ -355,11 +354,11 @@ TEST_F(AttachmentOfMessage, OfAnEmptyDocumentHasNoBytes) {
 
 TEST_F(AttachmentOfMessage, NeedsAMessage) {
   for (const char16_t* const path : {kPath, static_cast<const char16_t*>(nullptr)}) {
-    Furnish();
+    Prepare();
     EXPECT_EQ(AddAttachment(nullptr, path, 0, u"Letter.pdf"), E_INVALIDARG);
     EXPECT_EQ(Trace(), Lines({path != nullptr ? kStart : "log INFO: AddAttachment(): '(null)'",
                               "log ERROR: AddAttachment(): The message interface is NULL."}));
-    EXPECT_EQ(machine_.FileBytes(kPath), "PDF");
+    EXPECT_EQ(fake_.FileBytes(kPath), "PDF");
   }
 }
 

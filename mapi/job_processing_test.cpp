@@ -27,16 +27,16 @@ const std::string kJobFile =
     "{\n\t\"FilePath\":\t\"C:\\\\docs\\\\fax.pdf\",\n\t\"SourceFileName\":\t\"Letter\"\n}";
 
 // There is no MAPI.
-class JobProcessing : public platform::fake::MachineTest {
+class JobProcessing : public platform::fake::FakePlatformTest {
  protected:
-  JobProcessing() { Furnish(); }
+  JobProcessing() { Prepare(); }
 
-  void Furnish() {
-    machine_.Reset();
-    machine_.SetFile(kJobName, kJobFile);
+  void Prepare() {
+    fake_.Reset();
+    fake_.SetFile(kJobName, kJobFile);
   }
 
-  std::string JobFile() const { return machine_.FileBytes(kJobName).value_or("no job file"); }
+  std::string JobFile() const { return fake_.FileBytes(kJobName).value_or("no job file"); }
 };
 
 JobParameters JobWith(const std::vector<ParameterList::Entry>& fields) {
@@ -102,7 +102,7 @@ const std::pair<const char16_t*, bool> kSwitches[] = {
 
 TEST_F(JobProcessing, PreviewIsAnythingButAHyphen) {
   for (const auto& [value, is_on] : kSwitches) {
-    Furnish();
+    Prepare();
     EXPECT_FALSE(ProcessToExtendedMapi(JobWith({{u"P", value}})));
     EXPECT_EQ(LogText(), LogOf({.preview = is_on}));
   }
@@ -110,7 +110,7 @@ TEST_F(JobProcessing, PreviewIsAnythingButAHyphen) {
 
 TEST_F(JobProcessing, DeliberateTheEcmLineTellsTheOpposite) {
   for (const auto& [value, is_on] : kSwitches) {
-    Furnish();
+    Prepare();
     EXPECT_FALSE(ProcessToExtendedMapi(JobWith({{u"C", value}})));
     EXPECT_EQ(LogText(), LogOf({.ecm = !is_on}));
   }
@@ -143,12 +143,12 @@ TEST_F(JobProcessing, EitherHiveMayLeaveTheSendingOut) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(testing::PrintToString(test.user) + ", " + testing::PrintToString(test.machine));
-    Furnish();
+    Prepare();
     if (test.user) {
-      machine_.SetDword(Hive::kCurrentUser, kClientKey, kSkip, *test.user);
+      fake_.SetDword(Hive::kCurrentUser, kClientKey, kSkip, *test.user);
     }
     if (test.machine) {
-      machine_.SetDword(Hive::kLocalMachine, kClientKey, kSkip, *test.machine);
+      fake_.SetDword(Hive::kLocalMachine, kClientKey, kSkip, *test.machine);
     }
     EXPECT_EQ(ProcessToExtendedMapi(JobWith({})), test.skipped);
     EXPECT_EQ(JobFile(),
@@ -156,7 +156,7 @@ TEST_F(JobProcessing, EitherHiveMayLeaveTheSendingOut) {
     // Nothing in the log tells of the skipping.
     EXPECT_EQ(LogText(), LogOf({}, !test.skipped));
     // The machine's value is asked for only when the user's is zero.
-    const std::vector<std::string> queries = machine_.CallsOf("QueryValue");
+    const std::vector<std::string> queries = fake_.CallsOf("QueryValue");
     if (test.user && test.machine) {
       EXPECT_EQ(std::count(queries.begin(), queries.end(), "QueryValue(SkipExtendedMapi, 4)"),
                 *test.user == 0 ? 2 : 1);
@@ -170,14 +170,14 @@ TEST_F(JobProcessing, ADivertedJobIsWrittenAndNotSent) {
   EXPECT_TRUE(ProcessToExtendedMapi(JobWith({{u"+FAX", u"030"}, {u"O", u"payload.json"}})));
   const test::PayloadText payload = {
       .receiver = "030", .file_name = "C:\\\\docs\\\\fax.pdf", .attachment_name = "Letter.pdf"};
-  EXPECT_EQ(machine_.FileBytes(u"C:\\Temp\\payload.json"), payload.Bytes());
+  EXPECT_EQ(fake_.FileBytes(u"C:\\Temp\\payload.json"), payload.Bytes());
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
   EXPECT_EQ(LogText(), LogOf({.receiver = "030"}, false));
 }
 
 TEST_F(JobProcessing, DeliberateADivertedJobCountsAsDeliveredWhateverBecomesOfItsFile) {
   EXPECT_TRUE(ProcessToExtendedMapi(JobWith({{u"O", u"C:\\missing\\payload.json"}})));
-  EXPECT_EQ(machine_.FilePaths(), std::vector<std::u16string>{kJobName});
+  EXPECT_EQ(fake_.FilePaths(), std::vector<std::u16string>{kJobName});
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
 }
 

@@ -88,7 +88,7 @@ TEST_F(DefaultProfile, ItsNameMayBeWideOrInTheCodePageOfTheSystem) {
   EXPECT_EQ(NameOf(Text(PR_DISPLAY_NAME_W, u"J\u00E4ger \u4E2D")), "J\xC3\xA4ger \xE4\xB8\xAD");
   EXPECT_EQ(NameOf(Bytes(PR_DISPLAY_NAME_A, "J\xE4ger \x80")), "J\xC3\xA4ger \xE2\x82\xAC");
   // In the system's code page (0), whatever the thread's is.
-  EXPECT_EQ(machine_.CallsOf("BytesToWide"), std::vector<std::string>{"BytesToWide(0, 7, 256)"});
+  EXPECT_EQ(fake_.CallsOf("BytesToWide"), std::vector<std::string>{"BytesToWide(0, 7, 256)"});
   // Only the type of the name's tag counts.
   EXPECT_EQ(NameOf(Text(PR_SUBJECT_W, u"Other")), "Other");
   EXPECT_EQ(NameOf(Bytes(PR_DISPLAY_NAME_A, "")), "");
@@ -122,9 +122,9 @@ TEST_F(DefaultProfile, LongNamesAreCutOff) {
 }
 
 TEST_F(DefaultProfile, ANameThatCannotBeConvertedIsNoFailure) {
-  machine_.FailCallOf("BytesToWide", 0, platform::kGeneralFailure);
+  fake_.FailCallOf("BytesToWide", 0, platform::kGeneralFailure);
   EXPECT_EQ(Name(), kUntouched);
-  EXPECT_TRUE(machine_.FaultTaken());
+  EXPECT_TRUE(fake_.FaultTaken());
 }
 
 TEST_F(DefaultProfile, WithoutProfilesThereIsALineInTheLog) {

@@ -26,7 +26,7 @@ constexpr char kOpenKey[] = "OpenKey(HKCU, Software\\Sollvex\\OutlookAddin, 0x20
 class AddressAutomation : public test::MapiTest {
  protected:
   void Set(const char16_t* name, std::u16string_view text, std::uint32_t type = platform::kRegSz) {
-    machine_.SetString(Hive::kCurrentUser, kAddinKey, name, text, type);
+    fake_.SetString(Hive::kCurrentUser, kAddinKey, name, text, type);
   }
   void TurnOn(std::u16string_view prefix, std::u16string_view suffix,
               std::u16string_view enabled = u"1") {
@@ -46,7 +46,7 @@ class AddressAutomation : public test::MapiTest {
   // What was asked of the registry for the settings.
   std::vector<std::string> Asked(const std::string& function, const std::string& subject) const {
     std::vector<std::string> calls;
-    for (const std::string& call : machine_.CallsOf(function)) {
+    for (const std::string& call : fake_.CallsOf(function)) {
       if (call.find(subject) != std::string::npos) {
         calls.push_back(call);
       }
@@ -123,19 +123,19 @@ TEST_F(AddressAutomation, IsOnOnlyWithExactlyTheTextOne) {
   }
   Set(u"AddrExtFaxEnabled", u"1", platform::kRegExpandSz);
   EXPECT_EQ(AddressOf(u"030"), ":p030s");
-  machine_.SetDword(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxEnabled", 1);
+  fake_.SetDword(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxEnabled", 1);
   EXPECT_EQ(AddressOf(u"030"), "SMTP:030");
 }
 
 TEST_F(AddressAutomation, ReadsValuesOfEveryTypeAsTextWithAndWithoutTerminator) {
   TurnOn(u"", u"");
-  machine_.SetValue(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPrefix", platform::kRegBinary,
-                    std::string("p\0q\0", 4));
-  machine_.SetDword(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPostfix", '@');
+  fake_.SetValue(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPrefix", platform::kRegBinary,
+                 std::string("p\0q\0", 4));
+  fake_.SetDword(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPostfix", '@');
   EXPECT_EQ(AddressOf(u"030"), "SMTP:pq030@");
-  machine_.SetValue(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPrefix", platform::kRegSz, "");
-  machine_.SetValue(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPostfix", platform::kRegExpandSz,
-                    std::string("s\0t\0u", 5));  // half a unit does not count
+  fake_.SetValue(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPrefix", platform::kRegSz, "");
+  fake_.SetValue(Hive::kCurrentUser, kAddinKey, u"AddrExtFaxPostfix", platform::kRegExpandSz,
+                 std::string("s\0t\0u", 5));  // half a unit does not count
   EXPECT_EQ(AddressOf(u"030"), ":030st");
 }
 
@@ -145,7 +145,7 @@ TEST_F(AddressAutomation, ReadsTextsOfAnyLengthInGrowingSteps) {
     EXPECT_EQ(AddressOf(u"030"), ":" + std::string(length, 'p') + "030s");
   }
   TurnOn(std::u16string(600, u'p'), u"");
-  machine_.ClearCalls();
+  fake_.ClearCalls();
   AddressOf(u"030");
   EXPECT_EQ(Asked("QueryValue", "AddrExtFax"),
             (std::vector<std::string>{
@@ -155,8 +155,8 @@ TEST_F(AddressAutomation, ReadsTextsOfAnyLengthInGrowingSteps) {
 }
 
 TEST_F(AddressAutomation, IsReadAfreshFromTheUsersHiveAloneWithAKeyForEachValue) {
-  machine_.SetString(Hive::kLocalMachine, kAddinKey, u"AddrExtFaxEnabled", u"1");
-  machine_.ClearCalls();
+  fake_.SetString(Hive::kLocalMachine, kAddinKey, u"AddrExtFaxEnabled", u"1");
+  fake_.ClearCalls();
   EXPECT_EQ(AddressOf(u"030"), "SMTP:030");
   EXPECT_EQ(Asked("OpenKey", "OutlookAddin"), std::vector<std::string>(3, kOpenKey));
   TurnOn(u"p", u"s");
@@ -169,9 +169,9 @@ TEST_F(AddressAutomation, ASettingThatCannotBeReadIsEmpty) {
     for (const char* const address : {"SMTP:030", ":030s", ":p030"}) {
       StartOver();
       TurnOn(u"p", u"s");
-      machine_.FailCallOf(call, setting++, platform::kAccessDenied);
+      fake_.FailCallOf(call, setting++, platform::kAccessDenied);
       EXPECT_EQ(AddressOf(u"030"), address) << call;
-      EXPECT_TRUE(machine_.FaultTaken());
+      EXPECT_TRUE(fake_.FaultTaken());
     }
   }
 }
@@ -181,7 +181,7 @@ TEST_F(AddressAutomation, SettingsWithoutMemoryForThemAreAFailure) {
   TurnOn(u"[FAX:", u"]");
   for (const char* call : {"OpenKey", "QueryValue"}) {
     for (std::size_t setting = 0; setting < 3; ++setting) {
-      machine_.FailCallOf(call, setting, platform::kNotEnoughMemory);
+      fake_.FailCallOf(call, setting, platform::kNotEnoughMemory);
       EXPECT_EQ(ProcessClientAddressAutomation(u"030", address_, 0, type_),
                 MAPI_E_NOT_ENOUGH_MEMORY);
     }
@@ -312,7 +312,7 @@ TEST_F(RecipientAddress, ArgumentsAreCheckedInTheirOrder) {
 }
 
 TEST_F(RecipientAddress, DeliberateWithoutAListTheRecipientIsMissingAndNothingFails) {
-  machine_.SetSystemMessage(1, u"One.");
+  fake_.SetSystemMessage(1, u"One.");
   mapi_->Answer("IMAPISession::OpenAddressBook", 0, 1);
   mapi_->Answer("MAPIAllocateBuffer", 0, MAPI_E_NOT_ENOUGH_MEMORY);
   // The line's code is the result that is returned.

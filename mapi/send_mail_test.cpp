@@ -36,12 +36,12 @@ const Mail kShown = {.show_modal = 1, .submit = 0};
 
 class SendMailTest : public test::MapiTest {
  protected:
-  SendMailTest() { Furnish(); }
+  SendMailTest() { Prepare(); }
 
-  void Furnish() {
+  void Prepare() {
     StartOver();
     mapi_->needs_recipients = false;
-    machine_.SetFile(kPath, "PDF");
+    fake_.SetFile(kPath, "PDF");
   }
 
   static HRESULT Send(const Mail& mail = {}) {
@@ -120,7 +120,7 @@ TEST_F(SendMailTest, SubmitsAMessage) {
   EXPECT_EQ(Lines(mapi_->Calls()), Lines(plain));
 
   // Of the store's values the first of a tag counts. The last result is given back as it is.
-  Furnish();
+  Prepare();
   mapi_->store_values = {Bytes(PR_IPM_SENTMAIL_ENTRYID, "sent"),
                          Number(0x35E2000A, MAPI_E_NOT_FOUND), Bytes(PR_IPM_OUTBOX_ENTRYID, "out!"),
                          Bytes(PR_IPM_SENTMAIL_ENTRYID, "more"),
@@ -135,7 +135,7 @@ TEST_F(SendMailTest, SubmitsOnlyWhenAskedToAndNotToShow) {
        {std::tuple(0U, 1U, true), std::tuple(0U, 0x80000000U, true), std::tuple(0U, 0U, false),
         std::tuple(1U, 1U, false), std::tuple(1U, 0U, false), std::tuple(0x80000000U, 1U, false)}) {
     SCOPED_TRACE(std::to_string(show_modal) + " " + std::to_string(submit));
-    Furnish();
+    Prepare();
     EXPECT_EQ(Send({.show_modal = show_modal, .submit = submit}), S_OK);
     EXPECT_EQ(mapi_->CallsOf("IMessage::SubmitMessage").size(), submits ? 1u : 0u);
     EXPECT_EQ(mapi_->CallsOf("MAPIOpenFormMgr"),
@@ -158,13 +158,13 @@ TEST_F(SendMailTest, WhatIsEmptyIsLeftOut) {
       {{.subject = u"", .body = u""}, "3, [0x001a001f \"IPM.Note\", 0x0042001f \"J\xC3\xA4ger\", "},
   };
   for (const auto& test : kCases) {
-    Furnish();
+    Prepare();
     EXPECT_EQ(Send(test.mail), S_OK);
     EXPECT_EQ(CallOf("IMessage::SetProps"),
               "IMessage::SetProps(" + test.values + "0x0e0a0102 4 bytes 73656e74], null)");
   }
   // As is the link of a store without a folder for sent items.
-  Furnish();
+  Prepare();
   mapi_->store_values = {Bytes(PR_IPM_OUTBOX_ENTRYID, "out!")};
   EXPECT_EQ(Send({.subject = u"", .body = u"", .sender = u""}), S_OK);
   EXPECT_EQ(CallOf("IMessage::SetProps"), "IMessage::SetProps(1, [0x001a001f \"IPM.Note\"], null)");
@@ -173,15 +173,15 @@ TEST_F(SendMailTest, WhatIsEmptyIsLeftOut) {
 TEST_F(SendMailTest, NeedsADefaultStoreWithAnOutbox) {
   for (const Row& values : {Row{}, Row{Bytes(PR_IPM_SENTMAIL_ENTRYID, "sent")},
                             Row{Number(0x35E2000A, MAPI_E_NOT_FOUND)}}) {
-    Furnish();
+    Prepare();
     mapi_->store_values = values;
     EXPECT_EQ(Send(), MAPI_E_NOT_FOUND);
     ExpectError("SendMail(): The outbox folder cannot be opened.", kNotFoundCode);
     EXPECT_EQ(mapi_->CallsOf("IMsgStore::OpenEntry"), Calls{});
-    EXPECT_EQ(machine_.FileBytes(kPath), "PDF");
+    EXPECT_EQ(fake_.FileBytes(kPath), "PDF");
   }
   for (const std::vector<Row>& stores : {std::vector<Row>{StoreRow(false, "one!")}, {}}) {
-    Furnish();
+    Prepare();
     mapi_->stores = stores;
     EXPECT_EQ(Send(), MAPI_E_NOT_FOUND);
     ExpectError("SendMail(): The default message store cannot be found.", kNotFoundCode);
@@ -219,7 +219,7 @@ TEST_F(SendMailTest, LogsOnWithTheDefaultProfile) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.name);
-    Furnish();
+    Prepare();
     mapi_->profiles = test.profiles;
     for (std::size_t i = 0; i < test.answers.size(); ++i) {
       mapi_->Answer("MAPILogonEx", i, test.answers[i]);
@@ -232,7 +232,7 @@ TEST_F(SendMailTest, LogsOnWithTheDefaultProfile) {
     EXPECT_EQ(mapi_->CallsOf("MAPILogonEx"), logons);
     if (test.result != S_OK) {
       ExpectError("SendMail(): MAPILogonEx failed.", kCancelCode);
-      EXPECT_EQ(machine_.FileBytes(kPath), "PDF");
+      EXPECT_EQ(fake_.FileBytes(kPath), "PDF");
     }
   }
 }
@@ -257,7 +257,7 @@ TEST_F(SendMailTest, FailsAlsoAtASuccessThatHandsOutNothing) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.call);
-    Furnish();
+    Prepare();
     mapi_->GiveNothing(test.call, 0);
     mapi_->GiveNothing(test.call, 1);
     EXPECT_EQ(Send(kShown), test.result);
@@ -275,7 +275,7 @@ TEST_F(SendMailTest, DeliberateAMissingRecipientForLackOfMemoryIsNone) {
 
 // The code of a document that cannot be opened is the system's own, which is positive.
 TEST_F(SendMailTest, DeliberateAMissingDocumentIsNone) {
-  machine_.Remove(kPath);
+  fake_.Remove(kPath);
   EXPECT_EQ(Send(), S_OK);
   EXPECT_EQ(mapi_->CallsOf("IMessage::SubmitMessage").size(), 1u);
   EXPECT_EQ(mapi_->SavedAttachments(), Calls{});

@@ -72,20 +72,20 @@ class Discovery : public test::MapiSearchTest {
 TEST_F(Discovery, AttachNeverLoads) {
   AddEmptyLibrary(u"C:\\Windows\\system32\\olmapi32.dll");
   EXPECT_FALSE(AttachToMAPIDll(u"olmapi32.dll"));
-  EXPECT_EQ(machine_.ModuleReferences(u"C:\\Windows\\system32\\olmapi32.dll"), 0u);
-  EXPECT_EQ(machine_.CallsOf("GetModuleHandleExW"), Lines{"GetModuleHandleExW(0x0, olmapi32.dll)"});
+  EXPECT_EQ(fake_.ModuleReferences(u"C:\\Windows\\system32\\olmapi32.dll"), 0u);
+  EXPECT_EQ(fake_.CallsOf("GetModuleHandleExW"), Lines{"GetModuleHandleExW(0x0, olmapi32.dll)"});
   EXPECT_EQ(Trace().back(), R"(Exit AttachToMAPIDll: hinstPrivateMAPI = %p\n [null])");
 }
 
 TEST_F(Discovery, DeliberatelyAttachesWithoutAReferenceWhereTheKernelLacksTheFunction) {
-  machine_.AddModule(kKernel, {});
+  fake_.AddModule(kKernel, {});
   AddEmptyLibrary(u"D:\\Mail\\olmapi32.dll");
   platform::Module held;
   ASSERT_EQ(platform::LoadModule(u"D:\\Mail\\olmapi32.dll", held), platform::kSuccess);
   platform::Module found = AttachToMAPIDll(u"olmapi32.dll");
   EXPECT_EQ(found.Detach(), held.Get());
-  EXPECT_EQ(machine_.ModuleReferences(u"D:\\Mail\\olmapi32.dll"), 1u);
-  EXPECT_EQ(machine_.CallsOf("FindLoadedModule"), Lines{"FindLoadedModule(olmapi32.dll)"});
+  EXPECT_EQ(fake_.ModuleReferences(u"D:\\Mail\\olmapi32.dll"), 1u);
+  EXPECT_EQ(fake_.CallsOf("FindLoadedModule"), Lines{"FindLoadedModule(olmapi32.dll)"});
   EXPECT_FALSE(AttachToMAPIDll(u"msmapi32.dll"));
 }
 
@@ -107,11 +107,11 @@ TEST_F(Discovery, OpensTheKeyOfTheNamedClientOrOfTheDefaultOne) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(Readable(test.provider) + " " + test.failure);
-    machine_.Reset();
+    fake_.Reset();
     ClearTrace();
-    machine_.AddKey(Hive::kLocalMachine, test.has_key ? kClientKey : kMailKey);
+    fake_.AddKey(Hive::kLocalMachine, test.has_key ? kClientKey : kMailKey);
     if (test.default_client != nullptr) {
-      machine_.SetString(Hive::kLocalMachine, kMailKey, u"", test.default_client);
+      fake_.SetString(Hive::kLocalMachine, kMailKey, u"", test.default_client);
     }
     EXPECT_EQ(static_cast<bool>(GetHKeyMapiClient(test.provider)), test.is_found);
     Lines calls = {R"(OpenKey(HKLM, Software\Clients\Mail, 0x20019))"};
@@ -121,7 +121,7 @@ TEST_F(Discovery, OpensTheKeyOfTheNamedClientOrOfTheDefaultOne) {
     if (test.is_found || !test.has_key) {
       calls.emplace_back(R"(OpenSubKey(HKLM\Software\Clients\Mail, Some Client, 0x20019))");
     }
-    EXPECT_EQ(machine_.Calls(), calls);
+    EXPECT_EQ(fake_.Calls(), calls);
     EXPECT_EQ(
         TraceOf("%ws failed"),
         test.failure.empty() ? "" : "%ws failed with 0x%08X [GetHKeyMapiClient: " + test.failure);
@@ -129,37 +129,36 @@ TEST_F(Discovery, OpensTheKeyOfTheNamedClientOrOfTheDefaultOne) {
 }
 
 TEST_F(Discovery, FindsNoClientWithoutTheMailKey) {
-  machine_.SetString(Hive::kCurrentUser, kMailKey, u"", kClient);
-  machine_.AddKey(Hive::kCurrentUser, kClientKey);
+  fake_.SetString(Hive::kCurrentUser, kMailKey, u"", kClient);
+  fake_.AddKey(Hive::kCurrentUser, kClientKey);
   for (const char16_t* const provider : {u"", kClient}) {
     EXPECT_FALSE(GetHKeyMapiClient(provider));
     EXPECT_EQ(LastLines(2),
               (Lines{R"(%ws failed with 0x%08X [GetHKeyMapiClient: RegOpenKeyExW(HKLM), 2])",
                      R"(Exit GetHKeyMapiClient.hkeyMapiClient found (%ws)\n [false])"}));
   }
-  EXPECT_EQ(machine_.CallsOf("QueryValue"), Lines{});
+  EXPECT_EQ(fake_.CallsOf("QueryValue"), Lines{});
 }
 
 TEST_F(Discovery, DeliberatelyReadsNoClientNameOfMoreThan130Characters) {
   for (const std::size_t length : {129u, 130u}) {  // and a terminator
     const std::u16string name(length, u'c');
-    machine_.SetString(Hive::kLocalMachine, kMailKey, u"", name);
-    machine_.AddKey(Hive::kLocalMachine, std::u16string(kMailKey) + u"\\" + name);
+    fake_.SetString(Hive::kLocalMachine, kMailKey, u"", name);
+    fake_.AddKey(Hive::kLocalMachine, std::u16string(kMailKey) + u"\\" + name);
     EXPECT_EQ(static_cast<bool>(GetHKeyMapiClient(u"")), length == 129) << length;
   }
   EXPECT_EQ(TraceOf("%ws failed"),
             "%ws failed with 0x%08X [GetHKeyMapiClient: RegQueryValueExW(hMailKey), 234]");
-  // One may fill its room without a terminator.
-  machine_.SetValue(Hive::kLocalMachine, kMailKey, u"", platform::kRegSz, std::string(260, 'x'));
-  machine_.AddKey(Hive::kLocalMachine,
-                  std::u16string(kMailKey) + u"\\" + std::u16string(130, 0x7878));
+  // One may fill its space without a terminator.
+  fake_.SetValue(Hive::kLocalMachine, kMailKey, u"", platform::kRegSz, std::string(260, 'x'));
+  fake_.AddKey(Hive::kLocalMachine, std::u16string(kMailKey) + u"\\" + std::u16string(130, 0x7878));
   EXPECT_TRUE(GetHKeyMapiClient(u""));
 }
 
 TEST_F(Discovery, ClosesTheMailKeyOnlyAfterTheLastLine) {
   SetDefaultClient();
   std::vector<std::size_t> open;
-  WatchTrace(u"Exit GetHKeyMapiClient", [&] { open.push_back(machine_.OpenHandles()); });
+  WatchTrace(u"Exit GetHKeyMapiClient", [&] { open.push_back(fake_.OpenHandles()); });
   EXPECT_TRUE(GetHKeyMapiClient(u""));
   EXPECT_FALSE(GetHKeyMapiClient(u"Missing"));
   EXPECT_EQ(open, (std::vector<std::size_t>{2, 1}));
@@ -168,7 +167,7 @@ TEST_F(Discovery, ClosesTheMailKeyOnlyAfterTheLastLine) {
 // --- values of the client's key ---
 
 TEST_F(Discovery, ReadsTextsPaddedToTheFullWidthAndExpandsThemWhereTheyAreMeantToBe) {
-  machine_.SetVariable(u"a", u"D:\\Office");
+  fake_.SetVariable(u"a", u"D:\\Office");
   for (const auto& [type, value] : {std::pair(platform::kRegSz, Padded(u"%a%.dll")),
                                     std::pair(platform::kRegExpandSz, Padded(u"D:\\Office.dll")),
                                     std::pair(platform::kRegBinary, std::u16string()),
@@ -179,8 +178,8 @@ TEST_F(Discovery, ReadsTextsPaddedToTheFullWidthAndExpandsThemWhereTheyAreMeantT
     EXPECT_EQ(Value(), value) << type;
     EXPECT_EQ(LastLines(1), Lines{R"(Exit RegQueryWszExpand: dwErr = 0x%08X\n [0])"});
   }
-  EXPECT_EQ(machine_.CallsOf("QueryValue"), Lines(6, "QueryValue(DllPath, 260)"));
-  EXPECT_EQ(machine_.CallsOf("ExpandEnvironment"), Lines{"ExpandEnvironment(%a%.dll, 260)"});
+  EXPECT_EQ(fake_.CallsOf("QueryValue"), Lines(6, "QueryValue(DllPath, 260)"));
+  EXPECT_EQ(fake_.CallsOf("ExpandEnvironment"), Lines{"ExpandEnvironment(%a%.dll, 260)"});
 }
 
 TEST_F(Discovery, PadsAnExpansionWhateverTheSystemLeavesBehindIt) {
@@ -193,18 +192,18 @@ TEST_F(Discovery, PadsAnExpansionWhateverTheSystemLeavesBehindIt) {
 }
 
 TEST_F(Discovery, ExpandsAValueThatFillsItsRoomWithoutATerminator) {
-  machine_.SetVariable(u"\u7878", u"D:\\Office\\");
+  fake_.SetVariable(u"\u7878", u"D:\\Office\\");
   std::string bytes = std::string("%\0xx%\0", 6) + std::string(254, 'x');
-  machine_.SetValue(Hive::kLocalMachine, kClientKey, u"DllPath", platform::kRegExpandSz, bytes);
+  fake_.SetValue(Hive::kLocalMachine, kClientKey, u"DllPath", platform::kRegExpandSz, bytes);
   EXPECT_EQ(Value(), Padded(u"D:\\Office\\" + std::u16string(127, 0x7878)));
 }
 
 TEST_F(Discovery, UsesAnExpansionOfUpTo259UnitsWithItsTerminator) {
   SetClientText(u"DllPath", u"%long%", platform::kRegExpandSz);
-  machine_.SetVariable(u"long", std::u16string(258, u'x'));
+  fake_.SetVariable(u"long", std::u16string(258, u'x'));
   EXPECT_EQ(Value(), Padded(std::u16string(258, u'x')));
   for (const std::size_t length : {259u, 260u, 1000u}) {
-    machine_.SetVariable(u"long", std::u16string(length, u'x'));
+    fake_.SetVariable(u"long", std::u16string(length, u'x'));
     EXPECT_EQ(Value(), u"") << length;
     EXPECT_EQ(LastLines(2), (Lines{R"(RegQueryWszExpand: rgchValue = %ws\n [%long%])",
                                    R"(Exit RegQueryWszExpand: dwErr = 0x%08X\n [0])"}));
@@ -214,8 +213,8 @@ TEST_F(Discovery, UsesAnExpansionOfUpTo259UnitsWithItsTerminator) {
 TEST_F(Discovery, DeliberatelyReadsNoValueOfMoreThan130Characters) {
   // The bytes count, not the characters before the first zero unit.
   for (const std::size_t units : {130u, 131u}) {
-    machine_.SetValue(Hive::kLocalMachine, kClientKey, u"DllPath", platform::kRegSz,
-                      std::string(2 * units, 'x'));
+    fake_.SetValue(Hive::kLocalMachine, kClientKey, u"DllPath", platform::kRegSz,
+                   std::string(2 * units, 'x'));
     EXPECT_EQ(Value(), units == 130 ? Padded(std::u16string(130, 0x7878)) : u"");
   }
   EXPECT_EQ(Trace().back(), R"(Exit RegQueryWszExpand: dwErr = 0x%08X\n [234])");
@@ -225,7 +224,7 @@ TEST_F(Discovery, DeliberatelyTakesAnEmptyValueForACandidate) {
   SetDefaultClient();
   SetClientText(u"DllPathEx", u"");
   SetClientText(u"DllPath", u"%none%", platform::kRegExpandSz);
-  machine_.SetVariable(u"none", u"");
+  fake_.SetVariable(u"none", u"");
   EXPECT_EQ(GetMapiCandidatePaths(),
             (std::vector<std::u16string>{Padded(u""), Padded(u""), kSystemMapi}));
 }
@@ -238,10 +237,10 @@ TEST_F(Discovery, AsksTheStubForTheClientsComponent) {
   SetClientText(u"MSIApplicationLCID", u"1031", platform::kRegMultiSz);
   AddStub(kSystemMapi, std::string("D:\\Mail\\mapi.dll\0rest", 21));
   const RegistryKey key = ClientKey();
-  machine_.ClearCalls();
+  fake_.ClearCalls();
   EXPECT_EQ(GetMailClientFromMSIData(key), u"D:\\Mail\\mapi.dll");
   EXPECT_EQ(StubQuestions(), Lines{"{C}, 1031, 260, 0, zeroed"});
-  EXPECT_EQ(machine_.Calls(),
+  EXPECT_EQ(fake_.Calls(),
             (Lines{"QueryValue(MSIComponentID, 260)", "QueryValue(MSIApplicationLCID, 260)",
                    "LoadModule(mapi32.dll)",
                    R"(FindProcedure(C:\Windows\system32\mapi32.dll, FGetComponentPath))"}));
@@ -249,10 +248,10 @@ TEST_F(Discovery, AsksTheStubForTheClientsComponent) {
 
 TEST_F(Discovery, AsksNobodyWithoutAClientKeyOrOneOfItsTwoTexts) {
   EXPECT_EQ(GetMailClientFromMSIData(RegistryKey()), u"");
-  EXPECT_EQ(machine_.Calls(), Lines{});
+  EXPECT_EQ(fake_.Calls(), Lines{});
   EXPECT_EQ(Trace(), Lines{});
   for (const char16_t* const present : {u"MSIComponentID", u"MSIApplicationLCID"}) {
-    machine_.Reset();
+    fake_.Reset();
     ClearTrace();
     AddStub(kSystemMapi, "D:\\mapi.dll");
     SetClientText(present, u"1031");
@@ -266,9 +265,9 @@ TEST_F(Discovery, AsksNobodyWithoutAClientKeyOrOneOfItsTwoTexts) {
 TEST_F(Discovery, TakesTheOtherStubWhenTheFirstDoesNotLoad) {
   AddStub(u"C:\\Windows\\system32\\mapistub.dll", "D:\\mapi.dll");
   EXPECT_EQ(GetComponentPath(u"{C}", u"1", false), u"D:\\mapi.dll");
-  EXPECT_EQ(machine_.CallsOf("LoadModule"),
+  EXPECT_EQ(fake_.CallsOf("LoadModule"),
             (Lines{"LoadModule(mapi32.dll)", "LoadModule(mapistub.dll)"}));
-  EXPECT_EQ(machine_.ModuleReferences(), 0u);
+  EXPECT_EQ(fake_.ModuleReferences(), 0u);
 }
 
 TEST_F(Discovery, HasNoComponentPathWithoutAStubOrItsFunction) {
@@ -278,22 +277,22 @@ TEST_F(Discovery, HasNoComponentPathWithoutAStubOrItsFunction) {
   EXPECT_EQ(Trace(), nothing);
   // The other stub is not asked when the first is there.
   AddStub(u"C:\\Windows\\system32\\mapistub.dll", "D:\\mapi.dll");
-  for (const platform::fake::Machine::Exports& exports :
-       {platform::fake::Machine::Exports(), {{"FGetComponentPath", nullptr}}}) {
-    machine_.AddModule(kSystemMapi, exports);
-    machine_.ClearCalls();
+  for (const platform::fake::FakePlatform::Exports& exports :
+       {platform::fake::FakePlatform::Exports(), {{"FGetComponentPath", nullptr}}}) {
+    fake_.AddModule(kSystemMapi, exports);
+    fake_.ClearCalls();
     ClearTrace();
     EXPECT_EQ(GetComponentPath(u"{C}", u"1", true), u"");
-    EXPECT_EQ(machine_.CallsOf("LoadModule"), Lines{"LoadModule(mapi32.dll)"});
+    EXPECT_EQ(fake_.CallsOf("LoadModule"), Lines{"LoadModule(mapi32.dll)"});
     EXPECT_EQ(Trace(), nothing);
-    EXPECT_EQ(machine_.ModuleReferences(), 0u);
+    EXPECT_EQ(fake_.ModuleReferences(), 0u);
   }
 }
 
 TEST_F(Discovery, FreesTheStubBeforeTheLastLine) {
   AddStub(kSystemMapi, "D:\\mapi.dll");
   std::vector<std::size_t> references;
-  const auto look = [&] { references.push_back(machine_.ModuleReferences(kSystemMapi)); };
+  const auto look = [&] { references.push_back(fake_.ModuleReferences(kSystemMapi)); };
   for (const char16_t* const line : {u"GetComponentPath: path", u"Exit GetComponentPath"}) {
     WatchTrace(line, look);
     static_cast<void>(GetComponentPath(u"{C}", u"1", false));
@@ -332,7 +331,7 @@ TEST_F(Discovery, DeliberatelyWidensTheStubsPathWithTheSignOfEachByte) {
                                                        char16_t{0xFFFF});
 }
 
-TEST_F(Discovery, TakesAPathThatFillsTheStubsRoom) {
+TEST_F(Discovery, TakesAPathThatFillsTheStubsSpace) {
   AddStub(kSystemMapi, std::string(300, 'x'));
   EXPECT_EQ(GetComponentPath(u"{C}", u"1", false), std::u16string(260, u'x'));
 }
@@ -430,7 +429,7 @@ TEST_F(Discovery, ListsTheCandidatesInTheOrderOfTheSearch) {
   for (const auto& [name, text] :
        {std::pair(u"DllPathEx", u"C:\\ol_ex.dll"), std::pair(u"DllPath", u"C:\\ol.dll"),
         std::pair(u"MSIComponentID", u"{O}"), std::pair(u"MSIApplicationLCID", u"1033")}) {
-    machine_.SetString(Hive::kLocalMachine, kOutlookKey, name, text);
+    fake_.SetString(Hive::kLocalMachine, kOutlookKey, name, text);
   }
   AddStub(kSystemMapi, "C:\\msi.dll");
   AddComponent(OutlookComponentIds[1], u"outlook.exe", u"C:\\2\\o.exe");
@@ -447,9 +446,9 @@ TEST_F(Discovery, ListsTheCandidatesInTheOrderOfTheSearch) {
   UseSystemMapiOnly = true;
   for (const bool is_outlook_preferred : {false, true}) {
     PreferOutlookClient = is_outlook_preferred;
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     EXPECT_EQ(Texts(GetMapiCandidatePaths()), Lines{Readable(kSystemMapi)});
-    EXPECT_EQ(machine_.Calls(), Lines{"SystemDirectory(260)"});
+    EXPECT_EQ(fake_.Calls(), Lines{"SystemDirectory(260)"});
   }
 }
 
@@ -458,15 +457,15 @@ TEST_F(Discovery, ClosesTheClientsKeyWhenAllSourcesHaveBeenAsked) {
   // The system directory is asked for twice: on the way to the installer, and for the system's own
   // library, which is the last source.
   std::vector<std::size_t> open;
-  WatchTrace(u"Enter GetSystemDirectory", [&] { open.push_back(machine_.OpenHandles()); });
+  WatchTrace(u"Enter GetSystemDirectory", [&] { open.push_back(fake_.OpenHandles()); });
   static_cast<void>(GetMapiCandidatePaths());
   EXPECT_EQ(open, (std::vector<std::size_t>{1, 1}));
-  EXPECT_EQ(machine_.OpenHandles(), 0u);
+  EXPECT_EQ(fake_.OpenHandles(), 0u);
 }
 
 TEST_F(Discovery, AsksForTheSystemDirectoryAfreshForTheSystemsLibrary) {
   EXPECT_EQ(Readable(GetSystemMapiPath()), Readable(kSystemMapi));
-  machine_.SetSystemDirectory(u"D:\\sys");
+  fake_.SetSystemDirectory(u"D:\\sys");
   EXPECT_EQ(GetSystemMapiPath(), u"D:\\sys\\mapi32.dll");
 }
 
@@ -480,7 +479,7 @@ TEST_F(Discovery, TriesADuplicateAgain) {
   EXPECT_EQ(LastLines(4), (Lines{R"(Trying %ws\n [C:\same.dll])", R"(Trying %ws\n [C:\same.dll])",
                                  R"(Trying %ws\n [C:\Windows\system32\mapi32.dll])",
                                  R"(Exit GetDefaultMapiHandle: hinstMapi = %p\n [null])"}));
-  const Lines loads = machine_.CallsOf("LoadModule");
+  const Lines loads = fake_.CallsOf("LoadModule");
   EXPECT_EQ(std::count(loads.begin(), loads.end(), R"(LoadModule(C:\same.dll))"), 2);
 }
 
@@ -497,7 +496,7 @@ TEST_F(Discovery, DeliberatelyLoadsTheDriveAloneInsteadOfTheCompanion) {
   AddComponent(OutlookComponentIds[2], u"outlook.exe", u"D:\\Office\\o.exe");
   AddEmptyLibrary(u"D:\\Office\\pstprx32.dll");
   EXPECT_FALSE(LoadFromOLMAPIDir(u"pstprx32.dll"));
-  EXPECT_EQ(machine_.CallsOf("LoadModule").back(), "LoadModule(D:)");
+  EXPECT_EQ(fake_.CallsOf("LoadModule").back(), "LoadModule(D:)");
   EXPECT_EQ(Trace().front(), R"(load: LoadFromOLMAPIDir - loading "%ws"\n [pstprx32.dll])");
   EXPECT_EQ(TraceOf("load: LoadFromOLMAPIDir - loading from"),
             R"(load: LoadFromOLMAPIDir - loading from "%ws"\n [D:])");
@@ -505,7 +504,7 @@ TEST_F(Discovery, DeliberatelyLoadsTheDriveAloneInsteadOfTheCompanion) {
 
 TEST_F(Discovery, DeliberatelyLoadsNoPathAtAllForAnOutlookOnAServer) {
   EXPECT_FALSE(LoadBesideOutlookMapi(u"\\\\server\\Office\\olmapi32.dll", u"pstprx32.dll"));
-  EXPECT_EQ(machine_.Calls(), Lines{"LoadModule()"});
+  EXPECT_EQ(fake_.Calls(), Lines{"LoadModule()"});
 }
 
 TEST_F(Discovery, TriesAllOutlooksForTheCompanion) {
@@ -515,7 +514,7 @@ TEST_F(Discovery, TriesAllOutlooksForTheCompanion) {
   // Not even a library of this name is loaded: a drive alone names none.
   AddEmptyLibrary(u"C:\\Windows\\system32\\D:");
   EXPECT_FALSE(LoadFromOLMAPIDir(u"pstprx32.dll"));
-  const Lines loads = machine_.CallsOf("LoadModule");
+  const Lines loads = fake_.CallsOf("LoadModule");
   EXPECT_EQ(Lines(loads.end() - 3, loads.end()),
             (Lines{"LoadModule(C:)", "LoadModule(D:)", "LoadModule(E:)"}));
 }
@@ -523,7 +522,7 @@ TEST_F(Discovery, TriesAllOutlooksForTheCompanion) {
 TEST_F(Discovery, SkipsAnOutlookWhosePathCannotBeSplitForTheCompanion) {
   EXPECT_FALSE(
       LoadBesideOutlookMapi(u"C:\\" + std::u16string(300, u'd') + u"\\olmapi32.dll", u"p.dll"));
-  EXPECT_EQ(machine_.Calls(), Lines{});
+  EXPECT_EQ(fake_.Calls(), Lines{});
   EXPECT_EQ(Trace(), Lines{"%ws failed with 0x%08X [LoadFromOLMAPIDir: _wsplitpath_s, 34]"});
 }
 

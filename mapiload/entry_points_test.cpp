@@ -24,7 +24,7 @@ using test::CallEntryPoint;
 using test::EntryPoint;
 using test::kEntryPoints;
 using test::Pointer;
-using Exports = platform::fake::Machine::Exports;
+using Exports = platform::fake::FakePlatform::Exports;
 using Lines = std::vector<std::string>;
 
 constexpr char16_t kLibrary[] = u"C:\\Mail\\a.dll";
@@ -46,7 +46,7 @@ class EntryPoints : public test::MapiSearchTest {
   }
 
   void Install(const char16_t* path, Exports exports) {
-    machine_.AddModule(path, std::move(exports));
+    fake_.AddModule(path, std::move(exports));
     Module module;
     ASSERT_EQ(platform::LoadModule(path, module), platform::kSuccess);
     SetMAPIHandle(std::move(module));
@@ -55,7 +55,7 @@ class EntryPoints : public test::MapiSearchTest {
   void Register(Exports exports) {
     SetDefaultClient();
     SetClientText(u"DllPathEx", kLibrary);
-    machine_.AddModule(kLibrary, std::move(exports));
+    fake_.AddModule(kLibrary, std::move(exports));
   }
   // Calls all of them, of which `missing` does not reach the library; "all": none of them does.
   void ExpectAllWorkBut(const std::string& missing) {
@@ -78,25 +78,25 @@ class EntryPoints : public test::MapiSearchTest {
 TEST_F(EntryPoints, FindTheLibraryAndForwardWhatTheyTakeAndGive) {
   Register(test::MapiExports());
   ExpectAllWork();
-  EXPECT_EQ(test::Readable(machine_.ModulePath(GetMAPIHandle())), R"(C:\Mail\a.dll)");
+  EXPECT_EQ(test::Readable(fake_.ModulePath(GetMAPIHandle())), R"(C:\Mail\a.dll)");
   // Each has looked up its plain name once.
   Lines lookups = {R"(FindProcedure(C:\Windows\system32\kernel32.dll, GetModuleHandleExW))"};
   for (const EntryPoint& entry : kEntryPoints) {
     lookups.push_back(std::string(R"(FindProcedure(C:\Mail\a.dll, )") + entry.name + ")");
   }
-  EXPECT_EQ(machine_.CallsOf("FindProcedure"), lookups);
+  EXPECT_EQ(fake_.CallsOf("FindProcedure"), lookups);
   // Once bound they only forward.
-  machine_.ClearCalls();
+  fake_.ClearCalls();
   ClearTrace();
   ExpectAllWork();
-  EXPECT_EQ(machine_.Calls(), Lines{});
+  EXPECT_EQ(fake_.Calls(), Lines{});
   EXPECT_EQ(Trace(), Lines{});
 }
 
 TEST_F(EntryPoints, EachFindsTheLibraryByItself) {
   for (const EntryPoint& entry : kEntryPoints) {
     ForgetMapiLoading();
-    machine_.Reset();
+    fake_.Reset();
     Register(test::MapiExports());
     EXPECT_EQ(CallEntryPoint(entry.name), entry.result) << entry.name;
   }
@@ -110,10 +110,10 @@ TEST_F(EntryPoints, LookForTheLinkersNameIn32BitsAloneAndOnceWhereThePlainOneIsM
       lookups.push_back(std::string(R"(FindProcedure(C:\Mail\a.dll, )") + entry.decorated_name +
                         ")");
     }
-    machine_.ClearCalls();
+    fake_.ClearCalls();
     EXPECT_EQ(CallEntryPoint(entry.name), entry.unavailable) << entry.name;
     EXPECT_EQ(CallEntryPoint(entry.name), entry.unavailable) << entry.name;
-    EXPECT_EQ(machine_.Calls(), lookups);
+    EXPECT_EQ(fake_.Calls(), lookups);
   }
 }
 
@@ -140,14 +140,14 @@ TEST_F(EntryPoints, PreferThePlainNameToTheLinkers) {
 TEST_F(EntryPoints, WithoutALibraryGiveTheirFixedFailureAndSearchAgainEachTime) {
   for (int round = 0; round < 2; ++round) {
     for (const EntryPoint& entry : kEntryPoints) {
-      machine_.ClearCalls();
+      fake_.ClearCalls();
       ClearTrace();
       EXPECT_EQ(CallEntryPoint(entry.name), entry.unavailable) << entry.name;
-      EXPECT_EQ(machine_.CallsOf("GetModuleHandleExW"),
+      EXPECT_EQ(fake_.CallsOf("GetModuleHandleExW"),
                 (Lines{"GetModuleHandleExW(0x0, olmapi32.dll)",
                        "GetModuleHandleExW(0x0, msmapi32.dll)"}));
-      EXPECT_EQ(machine_.CallsOf("OpenKey").size(), 1u);
-      EXPECT_EQ(machine_.CallsOf("LoadModule").back(),
+      EXPECT_EQ(fake_.CallsOf("OpenKey").size(), 1u);
+      EXPECT_EQ(fake_.CallsOf("LoadModule").back(),
                 R"(LoadModule(C:\Windows\system32\mapi32.dll))");
       EXPECT_EQ(Trace().front(), R"(Enter GetPrivateMAPI\n)");
       EXPECT_EQ(Trace().back(), R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n [null])");
@@ -155,7 +155,7 @@ TEST_F(EntryPoints, WithoutALibraryGiveTheirFixedFailureAndSearchAgainEachTime) 
   }
   EXPECT_EQ(client_.Calls(), Lines{});
   EXPECT_EQ(MapiHandleGeneration, 1u);
-  machine_.AddModule(kSystemMapi, test::MapiExports());
+  fake_.AddModule(kSystemMapi, test::MapiExports());
   ExpectAllWork();
 }
 
@@ -180,12 +180,12 @@ TEST_F(EntryPoints, WithoutALibraryWriteNothingOut) {
 TEST_F(EntryPoints, FailAloneWhereTheLibraryLacksTheirExport) {
   for (const EntryPoint& missing : kEntryPoints) {
     ForgetMapiLoading();
-    machine_.Reset();
+    fake_.Reset();
     Register(test::MapiExports({missing.name}));
     ExpectAllWorkBut(missing.name);
     ExpectAllWorkBut(missing.name);
     // Looked for once: the library that is installed does not change.
-    const Lines lookups = machine_.CallsOf("FindProcedure");
+    const Lines lookups = fake_.CallsOf("FindProcedure");
     EXPECT_EQ(std::count(lookups.begin(), lookups.end(),
                          std::string(R"(FindProcedure(C:\Mail\a.dll, )") + missing.name + ")"),
               1);
@@ -195,13 +195,13 @@ TEST_F(EntryPoints, FailAloneWhereTheLibraryLacksTheirExport) {
 TEST_F(EntryPoints, LookTheirFunctionsUpAgainAfterALaterInstallation) {
   Install(kLibrary, {});
   ExpectNoneWorks();
-  machine_.AddModule(kLibrary, test::MapiExports());
+  fake_.AddModule(kLibrary, test::MapiExports());
   ExpectNoneWorks();
   Install(kOther, {});  // is refused
-  machine_.ClearCalls();
+  fake_.ClearCalls();
   ExpectAllWork();
   ExpectAllWork();
-  EXPECT_EQ(machine_.CallsOf("FindProcedure").size(), 9u);
+  EXPECT_EQ(fake_.CallsOf("FindProcedure").size(), 9u);
 }
 
 TEST_F(EntryPoints, BindToTheNextLibraryOnceTheFirstIsGone) {

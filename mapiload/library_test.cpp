@@ -30,7 +30,7 @@ class Library : public test::MapiSearchTest {
     EXPECT_EQ(platform::LoadModule(path, module), platform::kSuccess);
     return module;
   }
-  std::string InstalledPath() { return Readable(machine_.ModulePath(GetMAPIHandle())); }
+  std::string InstalledPath() { return Readable(fake_.ModulePath(GetMAPIHandle())); }
 };
 
 // --- installing ---
@@ -41,7 +41,7 @@ TEST_F(Library, IsNoneAtFirstAndInstalledWithItsReference) {
   EXPECT_EQ(storeProxyHandle, RawModule{});
   SetMAPIHandle(Load(kLibrary));
   EXPECT_EQ(InstalledPath(), Readable(kLibrary));
-  EXPECT_EQ(machine_.ModuleReferences(kLibrary), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(kLibrary), 1u);
   EXPECT_EQ(MapiHandleGeneration, 2u);
   EXPECT_EQ(Trace().front(), R"(Enter SetMAPIHandle: hinstMAPI = %p\n [a.dll])");
   EXPECT_EQ(Trace().back(), R"(Exit SetMAPIHandle\n)");
@@ -50,19 +50,19 @@ TEST_F(Library, IsNoneAtFirstAndInstalledWithItsReference) {
 TEST_F(Library, InstalledFirstStaysAndTheGenerationMovesAllTheSame) {
   SetMAPIHandle(Load(kLibrary));
   std::size_t references = 1;
-  WatchTrace(u"Exit SetMAPIHandle", [&] { references = machine_.ModuleReferences(kOther); });
+  WatchTrace(u"Exit SetMAPIHandle", [&] { references = fake_.ModuleReferences(kOther); });
   SetMAPIHandle(Load(kOther));
   EXPECT_EQ(references, 0u) << "not released before the last line";
   EXPECT_EQ(InstalledPath(), Readable(kLibrary));
-  EXPECT_EQ(machine_.ModuleReferences(kLibrary), 1u);
-  EXPECT_EQ(machine_.ModuleReferences(kOther), 0u);
+  EXPECT_EQ(fake_.ModuleReferences(kLibrary), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(kOther), 0u);
   EXPECT_EQ(MapiHandleGeneration, 3u);
 }
 
 TEST_F(Library, InstalledTwiceKeepsOneReference) {
   SetMAPIHandle(Load(kLibrary));
   SetMAPIHandle(Load(kLibrary));
-  EXPECT_EQ(machine_.ModuleReferences(kLibrary), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(kLibrary), 1u);
   EXPECT_EQ(MapiHandleGeneration, 3u);
 }
 
@@ -71,7 +71,7 @@ TEST_F(Library, IsReleasedWithoutMovingTheGeneration) {
   ClearTrace();
   SetMAPIHandle(Module());
   EXPECT_EQ(GetMAPIHandle(), RawModule{});
-  EXPECT_EQ(machine_.ModuleReferences(kLibrary), 0u);
+  EXPECT_EQ(fake_.ModuleReferences(kLibrary), 0u);
   EXPECT_EQ(MapiHandleGeneration, 2u);
   EXPECT_EQ(Trace(),
             (Lines{R"(Enter SetMAPIHandle: hinstMAPI = %p\n [null])", R"(Exit SetMAPIHandle\n)"}));
@@ -89,12 +89,12 @@ TEST_F(Library, LooksForTheCompanionOnlyWhileThereIsNone) {
   storeProxyHandle = Load(kOther).Detach();
   ClearTrace();
   SetMAPIHandle(Load(kLibrary));
-  EXPECT_EQ(machine_.ModuleReferences(kOther), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(kOther), 1u);
   EXPECT_EQ(Trace(),
             (Lines{R"(Enter SetMAPIHandle: hinstMAPI = %p\n [a.dll])", R"(Exit SetMAPIHandle\n)"}));
   SetMAPIHandle(Module());
   EXPECT_EQ(storeProxyHandle, RawModule{});
-  EXPECT_EQ(machine_.ModuleReferences(kOther), 0u);
+  EXPECT_EQ(fake_.ModuleReferences(kOther), 0u);
 }
 
 TEST_F(Library, IsInstalledOnlyWhenTheCompanionHasBeenLookedFor) {
@@ -113,7 +113,7 @@ TEST_F(Library, DeliberatelyNeverFindsTheCompanion) {
   AddEmptyLibrary(u"D:\\Office\\pstprx32.dll");
   SetMAPIHandle(Load(kLibrary));
   EXPECT_EQ(storeProxyHandle, RawModule{});
-  EXPECT_EQ(machine_.ModuleReferences(u"D:\\Office\\pstprx32.dll"), 0u);
+  EXPECT_EQ(fake_.ModuleReferences(u"D:\\Office\\pstprx32.dll"), 0u);
   // So that it is looked for again.
   ClearTrace();
   SetMAPIHandle(Load(kOther));
@@ -125,9 +125,9 @@ TEST_F(Library, DeliberatelyNeverFindsTheCompanion) {
 TEST_F(Library, IsNotSearchedForWhenItIsInstalled) {
   SetMAPIHandle(Load(kLibrary));
   ClearTrace();
-  machine_.ClearCalls();
+  fake_.ClearCalls();
   EXPECT_EQ(GetPrivateMAPI(), GetMAPIHandle());
-  EXPECT_EQ(machine_.Calls(), Lines{});
+  EXPECT_EQ(fake_.Calls(), Lines{});
   EXPECT_EQ(Trace(), (Lines{R"(Enter GetPrivateMAPI\n)",
                             R"(Exit GetPrivateMAPI, hinstPrivateMAPI = %p\n [a.dll])"}));
 }
@@ -137,17 +137,16 @@ TEST_F(Library, LoadedByOutlookAlreadyComesBeforeThatOfAnOlderClient) {
   {
     const Module olmapi = Load(u"D:\\Office\\olmapi32.dll");
     EXPECT_EQ(GetPrivateMAPI(), olmapi.Get());
-    EXPECT_EQ(machine_.ModuleReferences(u"D:\\Office\\olmapi32.dll"), 2u);
-    EXPECT_EQ(machine_.ModuleReferences(u"D:\\Old\\msmapi32.dll"), 1u);
+    EXPECT_EQ(fake_.ModuleReferences(u"D:\\Office\\olmapi32.dll"), 2u);
+    EXPECT_EQ(fake_.ModuleReferences(u"D:\\Old\\msmapi32.dll"), 1u);
     SetMAPIHandle(Module());
   }
-  machine_.ClearCalls();
+  fake_.ClearCalls();
   EXPECT_EQ(GetPrivateMAPI(), msmapi.Get());
-  EXPECT_EQ(
-      machine_.CallsOf("GetModuleHandleExW"),
-      (Lines{"GetModuleHandleExW(0x0, olmapi32.dll)", "GetModuleHandleExW(0x0, msmapi32.dll)"}));
-  EXPECT_EQ(machine_.ModuleReferences(u"D:\\Old\\msmapi32.dll"), 2u);
-  EXPECT_EQ(machine_.CallsOf("OpenKey"), Lines{});
+  EXPECT_EQ(fake_.CallsOf("GetModuleHandleExW"), (Lines{"GetModuleHandleExW(0x0, olmapi32.dll)",
+                                                        "GetModuleHandleExW(0x0, msmapi32.dll)"}));
+  EXPECT_EQ(fake_.ModuleReferences(u"D:\\Old\\msmapi32.dll"), 2u);
+  EXPECT_EQ(fake_.CallsOf("OpenKey"), Lines{});
   EXPECT_EQ(Trace().back(),
             R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n [msmapi32.dll])");
 }

@@ -327,12 +327,12 @@ const Scenario kScenarios[] = {
 
 class SearchFaults : public test::MapiSearchTest {
  protected:
-  void Furnish(const Scenario& scenario) {
+  void Prepare(const Scenario& scenario) {
     ForgetMapiLoading();
     ClearTrace();
     SetDefaultClient();
     SetClientText(u"DllPathEx", u"%Mail%\\ex.dll", platform::kRegExpandSz);
-    machine_.SetVariable(u"Mail", u"C:\\Mail");
+    fake_.SetVariable(u"Mail", u"C:\\Mail");
     SetClientText(u"DllPath", Wide(kPlainPath));
     SetClientText(u"MSIComponentID", u"{C}");
     SetClientText(u"MSIApplicationLCID", u"1031");
@@ -359,23 +359,23 @@ TEST_F(SearchFaults, LeadToTheNextSourceAndLeaveNothingOpen) {
     const auto expect = [&](const FaultRun& run) {
       const ExpectedSearch expected(scenario, run);
       EXPECT_EQ(Trace(), expected.trace);
-      EXPECT_EQ(Readable(machine_.ModulePath(found)), expected.found);
+      EXPECT_EQ(Readable(fake_.ModulePath(found)), expected.found);
       EXPECT_EQ(GetMAPIHandle(), found);
       EXPECT_EQ(MapiHandleGeneration, expected.found.empty() ? 1u : 2u);
       std::size_t kept = scenario.is_loaded_already ? 1 : 0;
       for (const auto& [path, references] : expected.references) {
         kept += references;
         const std::size_t own = path == kLoadedPath ? 1 : 0;
-        EXPECT_EQ(machine_.ModuleReferences(Wide(path)), references + own) << path;
+        EXPECT_EQ(fake_.ModuleReferences(Wide(path)), references + own) << path;
       }
-      EXPECT_EQ(machine_.ModuleReferences(), kept);
+      EXPECT_EQ(fake_.ModuleReferences(), kept);
     };
-    const platform::fake::FaultScenario search = {[&] { Furnish(scenario); },
+    const platform::fake::FaultScenario search = {[&] { Prepare(scenario); },
                                                   [&] { found = GetPrivateMAPI(); }};
     SweepFaults(search, expect);
 
     // The search in which nothing fails.
-    machine_.Reset();
+    fake_.Reset();
     search.prepare();
     search.act();
     expect({SIZE_MAX, "", "", FaultMode::kOnce, platform::kGeneralFailure});
@@ -387,7 +387,7 @@ TEST_F(SearchFaults, AreForgottenByTheNextSearch) {
   for (const Scenario& scenario : kScenarios) {
     SCOPED_TRACE(scenario.name);
     std::uint32_t result = 0;
-    SweepFaults({[&] { Furnish(scenario); },
+    SweepFaults({[&] { Prepare(scenario); },
                  [&] {
                    // Whatever is found exports nothing.
                    result = MAPIFreeBuffer(nullptr);
@@ -403,12 +403,12 @@ TEST_F(SearchFaults, AreForgottenByTheNextSearch) {
 TEST_F(SearchFaults, OfMemoryAreFailuresOfASourceAndLeakNothing) {
   for (const Scenario& scenario : kScenarios) {
     test::SweepAllocations(scenario.name, [&](test::AllocationFaults& faults) {
-      machine_.Reset();
-      Furnish(scenario);
+      fake_.Reset();
+      Prepare(scenario);
       RecordNothing();
       RawModule found{};
       EXPECT_TRUE(faults.Run([&] { found = GetPrivateMAPI(); }));
-      EXPECT_EQ(machine_.OpenHandles(), 0u);
+      EXPECT_EQ(fake_.OpenHandles(), 0u);
       // One allocation that fails takes one source away.
       using Mode = test::AllocationFaultMode;
       if (faults.Mode() == Mode::kNone ||
@@ -419,7 +419,7 @@ TEST_F(SearchFaults, OfMemoryAreFailuresOfASourceAndLeakNothing) {
       EXPECT_NE(GetPrivateMAPI(), RawModule{});
       loaded_.Reset();
       ForgetMapiLoading();
-      EXPECT_EQ(machine_.ModuleReferences(), 0u);
+      EXPECT_EQ(fake_.ModuleReferences(), 0u);
     });
   }
 }

@@ -82,7 +82,7 @@ class SearchThreads : public test::MapiSearchTest {
     }
   }
   static void AddLibrary() {
-    platform::fake::TheMachine().AddModule(kSystemMapi, test::MapiExports());
+    platform::fake::TheFakePlatform().AddModule(kSystemMapi, test::MapiExports());
   }
   // Calls `look` at every line of the search's trace whose format begins so.
   static void At(std::u16string_view start, std::function<void(TraceArguments)> look) {
@@ -108,7 +108,7 @@ TEST_F(SearchThreads, ThatFindALibraryAtTheSameTimeKeepOneReference) {
   EXPECT_NE(first, RawModule{});
   EXPECT_EQ(first, second);
   EXPECT_EQ(GetMAPIHandle(), first);
-  EXPECT_EQ(machine_.ModuleReferences(kSystemMapi), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(kSystemMapi), 1u);
   EXPECT_EQ(MapiHandleGeneration, 3u);
   EXPECT_TRUE(CallAll());
 }
@@ -125,8 +125,8 @@ TEST_F(SearchThreads, ThatInstallDifferentLibrariesKeepOne) {
     EXPECT_NE(GetMAPIHandle(), RawModule{});
   };
   DoBoth([&] { install(kSystemMapi); }, [&] { install(kOther); });
-  EXPECT_EQ(machine_.ModuleReferences(kSystemMapi) + machine_.ModuleReferences(kOther), 1u);
-  EXPECT_EQ(machine_.ModuleReferences(machine_.ModulePath(GetMAPIHandle())), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(kSystemMapi) + fake_.ModuleReferences(kOther), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(fake_.ModulePath(GetMAPIHandle())), 1u);
   EXPECT_EQ(MapiHandleGeneration, 3u);
 }
 
@@ -145,7 +145,7 @@ TEST_F(SearchThreads, ThatLoadASystemLibraryAtTheSameTimeKeepOneReference) {
     EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count), 1607u);
   };
   DoBoth(ask, ask);
-  EXPECT_EQ(machine_.ModuleReferences(kInstaller), 1u);
+  EXPECT_EQ(fake_.ModuleReferences(kInstaller), 1u);
 }
 
 TEST_F(SearchThreads, ThatAskForTheSystemDirectoryAtTheSameTimeKeepTheFirstAnswer) {
@@ -163,7 +163,7 @@ TEST_F(SearchThreads, ThatAskForTheSystemDirectoryAtTheSameTimeKeepTheFirstAnswe
   DoBoth([] { EXPECT_TRUE(LoadFromSystemDir(u"a.dll")); },
          [&] {
            answered.Join();
-           machine_.SetSystemDirectory(kFirst);
+           fake_.SetSystemDirectory(kFirst);
            EXPECT_TRUE(LoadFromSystemDir(u"a.dll"));
            kept.Join();
          });
@@ -192,7 +192,7 @@ TEST_F(SearchThreads, WhoseSearchFoundNothingDoNotUndoWhatAnotherHasBound) {
 TEST_F(SearchThreads, ReachAllFunctionsFromTheirFirstCallOn) {
   for (std::size_t round = 1; round <= 50; ++round) {
     ForgetMapiLoading();
-    machine_.Reset();
+    fake_.Reset();
     AddLibrary();
     Meeting start(2);
     const auto call_all = [&start] {
@@ -203,8 +203,8 @@ TEST_F(SearchThreads, ReachAllFunctionsFromTheirFirstCallOn) {
     for (const test::EntryPoint& entry : test::kEntryPoints) {
       EXPECT_EQ(client_.CallsOf(entry.name).size(), 2 * round) << entry.name;
     }
-    EXPECT_EQ(machine_.ModuleReferences(kSystemMapi), 1u);
-    EXPECT_EQ(machine_.ModuleReferences(kKernel), 1u);
+    EXPECT_EQ(fake_.ModuleReferences(kSystemMapi), 1u);
+    EXPECT_EQ(fake_.ModuleReferences(kKernel), 1u);
   }
 }
 

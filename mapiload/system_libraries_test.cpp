@@ -15,28 +15,28 @@ using Lines = std::vector<std::string>;
 using SystemLibraries = test::MapiSearchTest;
 
 TEST_F(SystemLibraries, AsksAgainWithMoreRoomForALongSystemDirectory) {
-  const Lines rooms = {"SystemDirectory(260)", "SystemDirectory(520)", "SystemDirectory(780)"};
+  const Lines questions = {"SystemDirectory(260)", "SystemDirectory(520)", "SystemDirectory(780)"};
   for (const auto& [length, asked] :
        {std::pair(19u, 1), std::pair(258u, 1), std::pair(259u, 1), std::pair(260u, 2),
         std::pair(261u, 2), std::pair(518u, 2), std::pair(519u, 2), std::pair(700u, 3)}) {
-    machine_.SetSystemDirectory(std::u16string(length, u'd'));
-    machine_.ClearCalls();
+    fake_.SetSystemDirectory(std::u16string(length, u'd'));
+    fake_.ClearCalls();
     EXPECT_EQ(GetSystemDirectory(), std::u16string(length, u'd'));
-    EXPECT_EQ(machine_.Calls(), Lines(rooms.begin(), rooms.begin() + asked)) << length;
+    EXPECT_EQ(fake_.Calls(), Lines(questions.begin(), questions.begin() + asked)) << length;
   }
 }
 
 TEST_F(SystemLibraries, LoadsNothingWithoutAName) {
   EXPECT_FALSE(LoadFromSystemDir(u""));
-  EXPECT_EQ(machine_.Calls(), Lines{});
+  EXPECT_EQ(fake_.Calls(), Lines{});
   EXPECT_EQ(Trace(), Lines{});
 }
 
 TEST_F(SystemLibraries, DeliberatelyKeepsASystemDirectoryThatCouldNotBeHad) {
-  machine_.FailCallOf("SystemDirectory", 0, platform::kAccessDenied);
+  fake_.FailCallOf("SystemDirectory", 0, platform::kAccessDenied);
   EXPECT_FALSE(LoadFromSystemDir(u"a.dll"));
   EXPECT_FALSE(LoadFromSystemDir(u"b.dll"));
-  EXPECT_EQ(machine_.Calls(),
+  EXPECT_EQ(fake_.Calls(),
             (Lines{"SystemDirectory(260)", "LoadModule(\\a.dll)", "LoadModule(\\b.dll)"}));
 }
 
@@ -72,7 +72,7 @@ TEST_F(SystemLibraries, TellsTheInstallerOnceToShowNothingBeforeItIsAsked) {
   static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count));
   EXPECT_EQ(InstallerSettings(), Lines{"2, no window, 0"});
   EXPECT_EQ(InstallerQuestions().size(), 2u);
-  EXPECT_EQ(machine_.Calls(),
+  EXPECT_EQ(fake_.Calls(),
             (Lines{"SystemDirectory(260)", "LoadModule(C:\\Windows\\system32\\msi.dll)",
                    "FindProcedure(C:\\Windows\\system32\\msi.dll, MsiProvideQualifiedComponentW)",
                    "FindProcedure(C:\\Windows\\system32\\msi.dll, MsiSetInternalUI)"}));

@@ -77,14 +77,14 @@ void OnMachineCall(bool begins) {
 class HooksInPlace {
  public:
   HooksInPlace() {
-    platform::fake::TheMachine().SetCallHook(OnMachineCall);
-    platform::fake::TheMachine().SetBlockHook(BlockFails);
+    platform::fake::TheFakePlatform().SetCallHook(OnMachineCall);
+    platform::fake::TheFakePlatform().SetBlockHook(BlockFails);
   }
   HooksInPlace(const HooksInPlace&) = delete;
   HooksInPlace& operator=(const HooksInPlace&) = delete;
   ~HooksInPlace() {
-    platform::fake::TheMachine().SetCallHook(nullptr);
-    platform::fake::TheMachine().SetBlockHook(nullptr);
+    platform::fake::TheFakePlatform().SetCallHook(nullptr);
+    platform::fake::TheFakePlatform().SetBlockHook(nullptr);
   }
 };
 

@@ -1,7 +1,7 @@
 // Makes single allocations of the code under test fail: its own, the JSON library's and the
 // platform layer's blocks. Linking allocation_faults.cpp replaces the executable's operator new and
 // delete, from which the JSON library's memory comes, too. Nothing fails outside
-// AllocationFaults::Run, on other threads, or in what the machine in memory does for itself.
+// AllocationFaults::Run, on other threads, or in what the fake platform does for itself.
 #pragma once
 
 #include <cstddef>

@@ -79,18 +79,18 @@ TEST(AllocationFaults, BlocksThatOutliveTheRunAreSeenUntilTheyAreFreed) {
   EXPECT_EQ(faults.Live(), 0u);
 }
 
-using AllocationFaultsOnTheMachine = platform::fake::MachineTest;
+using AllocationFaultsOnTheMachine = platform::fake::FakePlatformTest;
 
 TEST_F(AllocationFaultsOnTheMachine, TheMachinesOwnBookkeepingNeitherCountsNorFails) {
   const std::u16string text(1000, u'x');
   SweepAllocations("one line", [&](AllocationFaults& faults) {
-    machine_.Reset();
+    fake_.Reset();
     const bool has_ended = faults.Run([&text] {
       platform::WriteDebugOutput(text.c_str());
       AllocateThree();
     });
     EXPECT_EQ(has_ended, !faults.Taken());
-    EXPECT_EQ(machine_.DebugOutput(), std::vector<std::u16string>{text});
+    EXPECT_EQ(fake_.DebugOutput(), std::vector<std::u16string>{text});
     if (!faults.Taken()) {
       EXPECT_EQ(faults.Count(), 3u);
     }

@@ -24,8 +24,9 @@ using fake_mapi::Text;
 using Row = fake_mapi::Properties;
 
 // The exports of a library that has the client's functions, but for those named.
-inline platform::fake::Machine::Exports MapiExports(const std::vector<std::string>& without = {}) {
-  platform::fake::Machine::Exports exports = fake_mapi::Functions();
+inline platform::fake::FakePlatform::Exports MapiExports(
+    const std::vector<std::string>& without = {}) {
+  platform::fake::FakePlatform::Exports exports = fake_mapi::Functions();
   for (const std::string& name : without) {
     exports.erase(name);
   }
@@ -47,8 +48,8 @@ class FakeMapi : public fake_mapi::Client, private fake_mapi::CallHook {
 
   // Puts the library, without the exports named, to where it is looked for last.
   static void Install(const std::vector<std::string>& without = {}) {
-    platform::fake::TheMachine().AddModule(u"C:\\Windows\\system32\\mapi32.dll",
-                                           MapiExports(without));
+    platform::fake::TheFakePlatform().AddModule(u"C:\\Windows\\system32\\mapi32.dll",
+                                                MapiExports(without));
   }
 
   // The call of this name throws std::bad_alloc.

@@ -28,30 +28,30 @@ inline const std::string kJobFile =
 // The bytes of the connections to the add-in.
 using Sent = std::vector<std::string>;
 
-class JobTest : public platform::fake::MachineTest {
+class JobTest : public platform::fake::FakePlatformTest {
  protected:
   JobTest() { StartOver(); }
 
   // Makes everything new: the sockets are started, the job file is there, and nothing listens.
   void StartOver() {
-    machine_.Reset();
+    fake_.Reset();
     EXPECT_EQ(platform::StartSockets(0x0202), platform::kSuccess);
-    machine_.SetFile(kJobName, kJobFile);
-    machine_.ClearCalls();
+    fake_.SetFile(kJobName, kJobFile);
+    fake_.ClearCalls();
   }
 
   void SetPort(std::u16string_view text = u"5000") {
-    machine_.SetString(platform::Hive::kCurrentUser, kPortKey, kPortValue, text);
+    fake_.SetString(platform::Hive::kCurrentUser, kPortKey, kPortValue, text);
   }
 
   void StartAddin(platform::fake::Peer peer = platform::fake::Peer::kAccept,
-                  unsigned connections = platform::fake::Machine::kUnlimited) {
+                  unsigned connections = platform::fake::FakePlatform::kUnlimited) {
     SetPort();
-    machine_.Listen(kAddinPort, peer, connections);
+    fake_.Listen(kAddinPort, peer, connections);
   }
 
   [[nodiscard]] std::string JobFile() const {
-    return machine_.FileBytes(kJobName).value_or("no job file");
+    return fake_.FileBytes(kJobName).value_or("no job file");
   }
 };
 

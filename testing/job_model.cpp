@@ -17,8 +17,8 @@
 namespace zentpost::test {
 
 using platform::Hive;
+using platform::fake::FakePlatform;
 using platform::fake::FaultMode;
-using platform::fake::Machine;
 using platform::fake::Peer;
 
 namespace {
@@ -150,44 +150,44 @@ std::string JobFileOf(const Situation& situation) {
 }
 
 void SetUpMachine(const Situation& situation) {
-  Machine& machine = platform::fake::TheMachine();
-  machine.SetFile(kDocumentPath, kDocumentBytes);
+  FakePlatform& fake = platform::fake::TheFakePlatform();
+  fake.SetFile(kDocumentPath, kDocumentBytes);
   if (!situation.on_command_line) {
-    machine.SetFile(kJobPath, JobFileOf(situation));
+    fake.SetFile(kJobPath, JobFileOf(situation));
   }
-  machine.AddFolder(u"C:\\AppData\\VORNA\\Client\\Log");
+  fake.AddFolder(u"C:\\AppData\\VORNA\\Client\\Log");
   for (const auto& [hive, name, number] :
        {std::tuple{Hive::kCurrentUser, registry::kLogLevel, situation.user_log_level},
         std::tuple{Hive::kLocalMachine, registry::kLogLevel, situation.machine_log_level},
         std::tuple{Hive::kCurrentUser, registry::kSkipExtendedMapi, situation.user_skip}}) {
-    machine.SetDword(hive, registry::kFaxClientKey, name, number);
+    fake.SetDword(hive, registry::kFaxClientKey, name, number);
   }
   for (const std::uint32_t code : {std::uint32_t{kFault}, kFaultAsResult}) {
-    machine.SetSystemMessage(code, u"\tA device failed.\r\n");
+    fake.SetSystemMessage(code, u"\tA device failed.\r\n");
   }
-  machine.SetSendWindow(kSendWindow);
+  fake.SetSendWindow(kSendWindow);
   if (situation.has_port) {
-    machine.SetString(Hive::kCurrentUser, registry::kAddinKey, registry::kAddinPort, u"5000");
+    fake.SetString(Hive::kCurrentUser, registry::kAddinKey, registry::kAddinPort, u"5000");
   }
   if (situation.peer) {
-    machine.Listen(kPort, *situation.peer, situation.connections);
+    fake.Listen(kPort, *situation.peer, situation.connections);
   }
   if (situation.is_automatic) {
     for (const auto& [name, text] : {std::pair{registry::kAddressAutomation, u"1"},
                                      std::pair{registry::kAddressPrefix, u"[FAX:"},
                                      std::pair{registry::kAddressPostfix, u"] and so on"}}) {
-      machine.SetString(Hive::kCurrentUser, registry::kAddinKey, name, text);
+      fake.SetString(Hive::kCurrentUser, registry::kAddinKey, name, text);
     }
   }
   if (situation.has_file_type) {
-    machine.AddKey(Hive::kClassesRoot, u".xyz");
+    fake.AddKey(Hive::kClassesRoot, u".xyz");
   }
 }
 
 std::vector<std::string> StepsOfTheJob() {
   constexpr std::string_view kOutput = "WriteDebugOutput(";
   std::vector<std::string> steps;
-  for (const std::string& call : platform::fake::TheMachine().Calls()) {
+  for (const std::string& call : platform::fake::TheFakePlatform().Calls()) {
     if (call.starts_with(kOutput)) {
       if (call != "WriteDebugOutput(\n)") {
         steps.push_back("log " + LevelAndMessage(std::string_view(call).substr(

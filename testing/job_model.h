@@ -29,7 +29,7 @@ struct Situation {
   bool has_port = true;
   std::optional<platform::fake::Peer> peer =
       platform::fake::Peer::kAccept;  // none: nothing listens
-  unsigned connections = platform::fake::Machine::kUnlimited;
+  unsigned connections = platform::fake::FakePlatform::kUnlimited;
 
   std::uint32_t user_log_level = 0;
   std::uint32_t machine_log_level = 0;

@@ -49,8 +49,8 @@ std::string LevelAndMessage(std::string_view line) {
   return "MALFORMED: " + std::string(line);
 }
 
-std::string LogText(const platform::fake::Machine& machine) {
-  const std::vector<std::u16string>& output = machine.DebugOutput();
+std::string LogText(const platform::fake::FakePlatform& fake) {
+  const std::vector<std::u16string>& output = fake.DebugOutput();
   std::string text;
   for (std::size_t i = 0; i < output.size(); i += 2) {
     text += LevelAndMessage(Readable(output[i]));

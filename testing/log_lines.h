@@ -1,4 +1,4 @@
-// What the code under test has logged, taken from the debugger output of the machine in memory, in
+// What the code under test has logged, taken from the debugger output of the fake platform, in
 // a form that whole logs are compared in.
 #pragma once
 
@@ -23,6 +23,6 @@ std::string LevelAndMessage(std::string_view line);
 //   "INFO: StartZentpost(): a.json\nERROR: ReadFromFile(): Read document failed\n"
 // What is no whole log line (line and "\n" in turn; time, level tag, message) stands there as
 // "MALFORMED: ", so that no comparison takes it for one.
-std::string LogText(const platform::fake::Machine& machine = platform::fake::TheMachine());
+std::string LogText(const platform::fake::FakePlatform& fake = platform::fake::TheFakePlatform());
 
 }  // namespace zentpost::test

@@ -14,7 +14,7 @@
 namespace zentpost::test {
 namespace {
 
-using platform::fake::TheMachine;
+using platform::fake::TheFakePlatform;
 
 // What the doubles know. Searches of tests that look in here run on one thread.
 struct Doubles {
@@ -58,11 +58,12 @@ std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* cat
     return kUnknownComponent;
   }
   const Doubles::Component& component = found->second;
-  const std::uint32_t room = *count;
+  const std::uint32_t capacity = *count;
   if (component.careless_count) {
     *count = *component.careless_count;
     if (path != nullptr) {
-      std::copy_n(component.path.data(), std::min<std::size_t>(component.path.size(), room), path);
+      std::copy_n(component.path.data(), std::min<std::size_t>(component.path.size(), capacity),
+                  path);
     }
     return 0;
   }
@@ -73,7 +74,7 @@ std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* cat
   if (component.fetch_status != 0) {
     return component.fetch_status;
   }
-  if (*count >= room) {
+  if (*count >= capacity) {
     return platform::kMoreData;
   }
   std::copy_n(component.path.c_str(), component.path.size() + 1, path);
@@ -90,15 +91,15 @@ std::uint32_t PLATFORM_STDCALL MsiSetInternalUI(std::uint32_t level, void** wind
 }
 
 std::int32_t PLATFORM_STDCALL FGetComponentPath(const char* component, const char* qualifier,
-                                                char* path, std::uint32_t room,
+                                                char* path, std::uint32_t capacity,
                                                 std::int32_t install) {
   if (doubles.record) {
-    const bool zeroed = std::all_of(path, path + room, [](char byte) { return byte == '\0'; });
+    const bool zeroed = std::all_of(path, path + capacity, [](char byte) { return byte == '\0'; });
     doubles.stub_questions.push_back(std::string(component) + ", " + qualifier + ", " +
-                                     std::to_string(room) + ", " + std::to_string(install) +
+                                     std::to_string(capacity) + ", " + std::to_string(install) +
                                      (zeroed ? ", zeroed" : ", not zeroed"));
   }
-  std::copy_n(doubles.stub_path.data(), std::min<std::size_t>(doubles.stub_path.size(), room),
+  std::copy_n(doubles.stub_path.data(), std::min<std::size_t>(doubles.stub_path.size(), capacity),
               path);
   return doubles.stub_answer;
 }
@@ -107,7 +108,8 @@ std::string HandleText(TraceHandle handle) {
   if (handle == TraceHandle{}) {
     return "null";
   }
-  const std::u16string path = TheMachine().ModulePath(static_cast<platform::RawModule>(handle));
+  const std::u16string path =
+      TheFakePlatform().ModulePath(static_cast<platform::RawModule>(handle));
   return path.empty() ? "handle" : Readable(path.substr(path.rfind(u'\\') + 1));
 }
 
@@ -166,26 +168,26 @@ void MapiSearchTest::TearDown() {
   MapiLoadTraceSink = nullptr;
   doubles.look = nullptr;
   ForgetMapiLoading();
-  EXPECT_EQ(machine_.ModuleReferences(), 0u) << "a library kept a reference";
-  MachineTest::TearDown();
+  EXPECT_EQ(fake_.ModuleReferences(), 0u) << "a library kept a reference";
+  FakePlatformTest::TearDown();
 }
 
 void MapiSearchTest::SetDefaultClient() {
-  TheMachine().SetString(platform::Hive::kLocalMachine, kMailKey, u"", kClient);
-  TheMachine().AddKey(platform::Hive::kLocalMachine, kClientKey);
+  TheFakePlatform().SetString(platform::Hive::kLocalMachine, kMailKey, u"", kClient);
+  TheFakePlatform().AddKey(platform::Hive::kLocalMachine, kClientKey);
 }
 
 void MapiSearchTest::SetClientText(std::u16string_view name, std::u16string_view text,
                                    std::uint32_t type) {
-  TheMachine().SetString(platform::Hive::kLocalMachine, kClientKey, name, text, type);
+  TheFakePlatform().SetString(platform::Hive::kLocalMachine, kClientKey, name, text, type);
 }
 
 void MapiSearchTest::AddEmptyLibrary(std::u16string_view path) {
-  TheMachine().AddModule(path, {});
+  TheFakePlatform().AddModule(path, {});
 }
 
 void MapiSearchTest::AddInstaller() {
-  TheMachine().AddModule(
+  TheFakePlatform().AddModule(
       kInstaller, {{"MsiProvideQualifiedComponentW",
                     reinterpret_cast<platform::Procedure>(MsiProvideQualifiedComponentW)},
                    {"MsiSetInternalUI", reinterpret_cast<platform::Procedure>(MsiSetInternalUI)}});
@@ -208,7 +210,7 @@ std::vector<std::string> MapiSearchTest::InstallerSettings() {
 }
 
 void MapiSearchTest::AddStub(std::u16string_view library, std::string path, std::int32_t answer) {
-  TheMachine().AddModule(
+  TheFakePlatform().AddModule(
       library, {{"FGetComponentPath", reinterpret_cast<platform::Procedure>(FGetComponentPath)}});
   doubles.stub_path = std::move(path);
   doubles.stub_answer = answer;

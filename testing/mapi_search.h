@@ -1,4 +1,4 @@
-// The fixture of tests that search for a MAPI library on the machine in memory: a process as it was
+// The fixture of tests that search for a MAPI library on the fake platform: a process as it was
 // at its start, the trace as text, and doubles of what the search finds (an installer, the system's
 // stub, mail clients and their libraries).
 #pragma once
@@ -14,7 +14,7 @@
 
 namespace zentpost::test {
 
-class MapiSearchTest : public platform::fake::MachineTest {
+class MapiSearchTest : public platform::fake::FakePlatformTest {
  public:
   // Where the system has its own library and the installer's.
   static constexpr char16_t kSystemMapi[] = u"C:\\Windows\\system32\\mapi32.dll";
@@ -42,8 +42,8 @@ class MapiSearchTest : public platform::fake::MachineTest {
   // of one. It answers 1607 where it knows nothing, and a fetch that does not fit with 234.
   static void AddInstaller();
   // A component whose fetch, not its size, fails with `fetch_status`, unless that is 0. With a
-  // `careless_count` the installer heeds nothing but the size of the room: it says that count to
-  // both questions, and writes as many units of `path` as there is room for, with no terminator of
+  // `careless_count` the installer heeds nothing but the size of the space: it says that count to
+  // both questions, and writes as many units of `path` as there is space for, with no terminator of
   // its own.
   static void AddComponent(std::u16string_view category, std::u16string_view qualifier,
                            std::u16string_view path, std::uint32_t fetch_status = 0,
@@ -54,9 +54,9 @@ class MapiSearchTest : public platform::fake::MachineTest {
   static std::vector<std::string> InstallerSettings();
 
   // The system's stub: a mapi32.dll or mapistub.dll with an FGetComponentPath that gives `answer`
-  // and the bytes of `path`, with a terminator unless they fill all of the room.
+  // and the bytes of `path`, with a terminator unless they fill all of the space.
   static void AddStub(std::u16string_view library, std::string path, std::int32_t answer = 1);
-  // The questions so far: "COMPONENT, QUALIFIER, ROOM, INSTALL", and whether the room was zeroed.
+  // The questions so far: "COMPONENT, QUALIFIER, SPACE, INSTALL", and whether the space was zeroed.
   static std::vector<std::string> StubQuestions();
 
   // Records neither trace nor questions from now on: for a search on several threads, or one whose

@@ -1,4 +1,4 @@
-// The fixture of tests that reach Extended MAPI: a fresh machine in memory with the library of
+// The fixture of tests that reach Extended MAPI: a fresh fake platform with the library of
 // testing/fake_mapi.h on it, and books that are in order afterwards.
 #pragma once
 
@@ -29,7 +29,7 @@ inline std::string Lines(const std::vector<std::string>& steps) {
   return lines;
 }
 
-class MapiTest : public platform::fake::MachineTest {
+class MapiTest : public platform::fake::FakePlatformTest {
  protected:
   MapiTest() { StartOver(); }
 
@@ -40,14 +40,14 @@ class MapiTest : public platform::fake::MachineTest {
     FakeMapi::Install(without);
     // The search for the library is done with, so that only its calls are seen.
     GetPrivateMAPI();
-    machine_.ClearCalls();
+    fake_.ClearCalls();
   }
 
   // The same without any library.
   void StartOverWithoutLibrary() {
     SettleAccounts();
     ForgetMapiLoading();
-    machine_.Reset();
+    fake_.Reset();
     mapi_ = std::make_unique<FakeMapi>();
     mapi_->is_initialized = true;  // tests may begin below MAPIInitialize
   }
@@ -73,7 +73,7 @@ class MapiTest : public platform::fake::MachineTest {
   void TearDown() override {
     SettleAccounts();
     ForgetMapiLoading();
-    MachineTest::TearDown();
+    FakePlatformTest::TearDown();
   }
 
   // What happened so far, one line for each step: log lines, calls of the library, and what was

@@ -13,7 +13,7 @@ namespace zentpost::test {
 // The main thread's calls in order, but for memory, conversions, and what logging asks the system
 // for. A log line is one step: "log INFO: StartZentpost(): a.json".
 inline std::vector<std::string> Steps(
-    const platform::fake::Machine& machine = platform::fake::TheMachine()) {
+    const platform::fake::FakePlatform& fake = platform::fake::TheFakePlatform()) {
   constexpr std::string_view kUninteresting[] = {
       "AllocateBlock(",
       "WideToBytes(",
@@ -29,7 +29,7 @@ inline std::vector<std::string> Steps(
   constexpr std::string_view kLine = "WriteDebugOutput(";
   constexpr std::size_t kTagSize = 12;
   std::vector<std::string> steps;
-  for (const std::string& call : machine.Calls()) {
+  for (const std::string& call : fake.Calls()) {
     bool interesting = true;
     for (const std::string_view start : kUninteresting) {
       interesting = interesting && !call.starts_with(start);

@@ -25,7 +25,7 @@ TEST(TextPrinters, WhatComparisonsCouldOverlookIsSpelledOut) {
   EXPECT_EQ(Readable(std::u16string(lone_surrogates, 4)), "\\ud83dx\\udce0\\ud83d");
 }
 
-using LogLines = platform::fake::MachineTest;
+using LogLines = platform::fake::FakePlatformTest;
 
 TEST_F(LogLines, WholeLinesAreShownWithTheirLevel) {
   for (const char16_t* line :
@@ -56,7 +56,7 @@ TEST_F(LogLines, AnythingElseIsMalformed) {
       {u"2026/11/20 23:58:07 - INFO   : one", nullptr, "INFO: oneMALFORMED: no line end\n"},
   };
   for (const Case& c : cases) {
-    machine_.Reset();
+    fake_.Reset();
     platform::WriteDebugOutput(c.line);
     if (c.end != nullptr) {
       platform::WriteDebugOutput(c.end);

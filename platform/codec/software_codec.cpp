@@ -23,7 +23,7 @@ constexpr char16_t kUpperControls[] = {
 static_assert(std::size(kUpperControls) == 32);
 
 // A destination of `capacity` units that also counts when the capacity is 0. `Put` is false when
-// there is no room.
+// there is no space.
 template <class Unit>
 class Destination {
  public:

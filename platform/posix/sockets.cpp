@@ -77,7 +77,7 @@ Status WaitUntilWritable(const Endpoint& endpoint) {
       return StatusFromSocketErrno(errno);
     }
   }
-  // A cancelled call does not go on because there is room again.
+  // A cancelled call does not go on because there is space again.
   return wanted[0].revents != 0 ? kSocketInterrupted : kSuccess;
 }
 

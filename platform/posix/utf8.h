@@ -1,4 +1,4 @@
-// The host speaks UTF-8, the seam UTF-16. All of this throws std::bad_alloc when memory runs out.
+// The host speaks UTF-8, the layer UTF-16. All of this throws std::bad_alloc when memory runs out.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ namespace platform {
 // `bytes` is UTF-8; what is ill-formed becomes one or more U+FFFD.
 [[nodiscard]] std::u16string FromUtf8(std::string_view bytes);
 
-// A path of the seam as the host writes it: UTF-8, with each backslash as a slash.
+// A path of the layer as the host writes it: UTF-8, with each backslash as a slash.
 [[nodiscard]] std::string NativePath(std::u16string_view path);
 
 }  // namespace platform

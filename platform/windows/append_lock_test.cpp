@@ -1,4 +1,4 @@
-// The lock of those who append, on Wine as on Windows: what happens to the mutex behind the seam's
+// The lock of those who append, on Wine as on Windows: what happens to the mutex behind the layer's
 // back.
 #include "platform/windows/append_lock.h"
 

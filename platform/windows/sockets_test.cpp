@@ -89,7 +89,7 @@ int WSAAPI SelectEvents(SOCKET, HANDLE network, long events) {
 }
 
 int WSAAPI TakeEvents(SOCKET, HANDLE network, WSANETWORKEVENTS* events) {
-  winsock.calls.push_back("room");
+  winsock.calls.push_back("space");
   ResetEvent(network);
   *events = {};
   return 0;
@@ -180,7 +180,7 @@ TEST_F(WindowsSockets, WaitForRoomOnlyWhenThereIsNone) {
   winsock.answers = {{}, {.error = WSAEWOULDBLOCK, .makes_room = true}};
   EXPECT_EQ(Send(2 * kPiece), kSuccess);
   EXPECT_EQ(sent_, 2 * kPiece);
-  EXPECT_EQ(winsock.calls, (Calls{"send 65536", "send 65536", "room", "send 65536"}));
+  EXPECT_EQ(winsock.calls, (Calls{"send 65536", "send 65536", "space", "send 65536"}));
 }
 
 TEST_F(WindowsSockets, ACancelBetweenTwoPiecesEndsTheSendWhereItMustWait) {

@@ -112,7 +112,7 @@ TEST(TextCodec, MixedSequencesWidenAsInSoftware) {
     const auto capacity = static_cast<std::int32_t>(random.Below(3) != 0 ? 60 : random.Below(16));
     for (const CodePage code_page : kPages) {
       if (!SameWidening(code_page, bytes, capacity)) {
-        ADD_FAILURE() << Hex(bytes) << ", room for " << capacity;
+        ADD_FAILURE() << Hex(bytes) << ", space for " << capacity;
       }
     }
   }
@@ -142,7 +142,7 @@ TEST(TextCodec, MixedUnitsNarrowAsInSoftware) {
     const auto capacity = static_cast<std::int32_t>(random.Below(3) != 0 ? 60 : random.Below(40));
     for (const CodePage code_page : kPages) {
       EXPECT_TRUE(SameNarrowing(code_page, text, capacity))
-          << testing::PrintToString(text) << ", room for " << capacity;
+          << testing::PrintToString(text) << ", space for " << capacity;
     }
   }
 }

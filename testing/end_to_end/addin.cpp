@@ -73,7 +73,7 @@ void Addin::Serve() {
       },
       error);
   if (end == al::RunEnd::kFailed || end == al::RunEnd::kTimedOut) {
-    ADD_FAILURE() << "the stand-in for the add-in gave up: " << error;
+    ADD_FAILURE() << "the fake add-in gave up: " << error;
   }
 }
 

@@ -1,4 +1,4 @@
-// A stand-in for the mail client's add-in that listens for one test, on a free port and on a thread
+// A fake add-in that listens for one test, on a free port and on a thread
 // of its own.
 #pragma once
 

@@ -17,7 +17,7 @@ namespace {
 namespace al = addin_listener;
 
 constexpr std::size_t kTimeLength = 19;
-// From here on a sample would only take time and room.
+// From here on a sample would only take time and space.
 constexpr std::size_t kBigSample = std::size_t{1} << 20;
 
 struct JsonDeleter {

@@ -1,4 +1,4 @@
-// The machine as a test furnishes it: the registry that the tool reads, its folders, its files.
+// The machine as a test prepares it: the registry that the tool reads, its folders, its files.
 // Real ones: on Windows the user's own registry and application data, elsewhere what stands in for
 // them. What was there before is put aside for the whole run and put back at its end.
 #pragma once

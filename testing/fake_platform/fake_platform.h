@@ -1,4 +1,4 @@
-// A machine in memory behind the platform seam, for unit tests on every system. Tests furnish it,
+// A fake platform behind the platform layer, for unit tests on every system. Tests prepare it,
 // run the code under test on it, look at what was done to it, and make single calls fail. It never
 // touches the real machine's registry, files, clock or network.
 #pragma once
@@ -21,7 +21,7 @@
 namespace platform::fake {
 
 class LockedState;
-struct MachineState;
+struct PlatformState;
 
 // What the peer behind a listening port does with the bytes that are sent to it.
 enum class Peer {
@@ -35,19 +35,19 @@ enum class FaultMode {
   kFromThere,  // the call and every later one fails
 };
 
-// There is one machine, TheMachine(). It may be used from several threads; the thread that reset it
-// last is its main thread, and every other thread's calls count as a worker's.
-class Machine {
+// There is one machine, TheFakePlatform(). It may be used from several threads; the thread that
+// reset it last is its main thread, and every other thread's calls count as a worker's.
+class FakePlatform {
  public:
   using Peer = platform::fake::Peer;
   using FaultMode = platform::fake::FaultMode;
 
   static constexpr unsigned kUnlimited = std::numeric_limits<unsigned>::max();
 
-  Machine();
-  Machine(const Machine&) = delete;
-  Machine& operator=(const Machine&) = delete;
-  ~Machine();
+  FakePlatform();
+  FakePlatform(const FakePlatform&) = delete;
+  FakePlatform& operator=(const FakePlatform&) = delete;
+  ~FakePlatform();
 
   // Makes a fresh machine: no keys, no files, the default folders, nobody listening, nothing
   // recorded, no fault. Waits for workers that were never let go. A handle that is still open is
@@ -67,12 +67,12 @@ class Machine {
 
   // Files. '/' and '\' are the same in a path, repeated ones count once, "." and ".." are resolved
   // as they are read, case matters, and a name without a folder is in the current folder, which
-  // always exists. As on Windows, a file that is open cannot be removed through the seam
+  // always exists. As on Windows, a file that is open cannot be removed through the layer
   // (kSharingViolation). AddFolder and SetFile make the parents; SetFile replaces what is there.
   void AddFolder(std::u16string_view path);
   void SetFile(std::u16string_view path, std::string bytes);
   // Puts something there that is no file on a disk, as a named pipe is, and makes the parents. It
-  // has no bytes, and every use of it through the seam fails with kAccessDenied.
+  // has no bytes, and every use of it through the layer fails with kAccessDenied.
   void AddPipe(std::u16string_view path);
   // Makes `link` another path of the file at `path`, which must exist, and the parents of `link`.
   // What is written under one path is read under the other, and each goes away alone.
@@ -90,7 +90,7 @@ class Machine {
   // that call and the reading.
   void SetReportedSize(std::u16string_view path, std::uint64_t bytes);
 
-  // The folders that the seam tells. They are u"C:\\Temp\\" and u"C:\\AppData" (with 0, S_OK) at
+  // The folders that the layer tells. They are u"C:\\Temp\\" and u"C:\\AppData" (with 0, S_OK) at
   // first, and both exist; what is set here comes into being by AddFolder only.
   void SetTemporaryFolder(std::u16string_view folder);
   void SetLocalApplicationData(std::int32_t result, std::u16string_view folder);
@@ -153,7 +153,7 @@ class Machine {
 
   // Makes a call fail with `status`: the one at `index` (0 is the next) among the main thread's
   // fallible calls from now on. It fails before it does anything, except that CloseKey closes and
-  // WaitForWorker waits nevertheless. `status` is not 0; where the seam gives an HRESULT, a Win32
+  // WaitForWorker waits nevertheless. `status` is not 0; where the layer gives an HRESULT, a Win32
   // number becomes HRESULT_FROM_WIN32 of it. There is one fault at a time: a new one replaces it.
   void FailCall(std::size_t index, Status status, FaultMode mode = FaultMode::kOnce);
   // The same, counting only the calls of the function `name`.
@@ -171,9 +171,9 @@ class Machine {
   // Keys, files, blocks, workers and sockets that are open.
   std::size_t OpenHandles() const;
 
-  // Called with true when a seam call begins to use the machine and with false when it has done so,
-  // on the thread that calls. What happens in between is the machine's doing, not that of the code
-  // under test: it is for tests that tell the two apart. Null, as at first: nothing is called.
+  // Called with true when a layer call begins to use the machine and with false when it has done
+  // so, on the thread that calls. What happens in between is the machine's doing, not that of the
+  // code under test: it is for tests that tell the two apart. Null, as at first: nothing is called.
   // Reset keeps it.
   using CallHook = void (*)(bool begins);
   void SetCallHook(CallHook hook);
@@ -184,16 +184,16 @@ class Machine {
   using BlockHook = bool (*)();
   void SetBlockHook(BlockHook fails);
 
-  // For the seam's functions of this back-end only.
-  MachineState& State() { return *state_; }
+  // For the layer's functions of this back-end only.
+  PlatformState& State() { return *state_; }
 
  private:
   [[nodiscard]] LockedState Locked() const;
 
-  std::unique_ptr<MachineState> state_;
+  std::unique_ptr<PlatformState> state_;
 };
 
-Machine& TheMachine();
+FakePlatform& TheFakePlatform();
 
 // Tells the call hook that a call begins and, at its own end, that the call ends.
 class HookedCall {
@@ -204,7 +204,7 @@ class HookedCall {
   ~HookedCall();
 
  private:
-  const Machine::CallHook hook_;
+  const FakePlatform::CallHook hook_;
 };
 
 // One call of a function that a library of the test's own exports, for as long as this lives: what

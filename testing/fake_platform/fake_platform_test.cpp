@@ -108,25 +108,25 @@ const Call kFallibleCalls[] = {
 };
 
 // Furnished so that every one of them works.
-class Machine : public fake::MachineTest {
+class FakePlatform : public fake::FakePlatformTest {
  protected:
   void SetUp() override {
-    machine_.SetDword(kUser, kKey, u"Port", 5000);
-    machine_.AddKey(kUser, u"Software\\Sollvex\\Sub");
-    machine_.SetFile(kIn, "abcd");
-    machine_.SetSystemMessage(5, u"denied");
-    machine_.Listen(5000);
+    fake_.SetDword(kUser, kKey, u"Port", 5000);
+    fake_.AddKey(kUser, u"Software\\Sollvex\\Sub");
+    fake_.SetFile(kIn, "abcd");
+    fake_.SetSystemMessage(5, u"denied");
+    fake_.Listen(5000);
     Used& used = used_.emplace();
     ASSERT_EQ(OpenKey(kUser, kKey, kKeyRead, used.key), kSuccess);
     ASSERT_EQ(OpenFileAt(kIn, OpenMode::kRead, used.input), kSuccess);
     ASSERT_EQ(OpenFileAt(u"out.txt", OpenMode::kRewrite, used.output), kSuccess);
     ASSERT_EQ(StartWorker(DoNothing, nullptr, used.worker), kSuccess);
-    machine_.ClearCalls();
+    fake_.ClearCalls();
   }
 
   void TearDown() override {
     used_.reset();
-    MachineTest::TearDown();
+    FakePlatformTest::TearDown();
   }
 
   void ConnectSocket() {
@@ -138,65 +138,65 @@ class Machine : public fake::MachineTest {
   std::optional<Used> used_;
 };
 
-TEST_F(Machine, RecordsAndCountsEveryCallThatCanFail) {
+TEST_F(FakePlatform, RecordsAndCountsEveryCallThatCanFail) {
   Texts expected;
   for (const Call& call : kFallibleCalls) {
     SCOPED_TRACE(call.text);
     EXPECT_EQ(call.make(*used_), kSuccess);
     expected.push_back(call.text);
-    EXPECT_EQ(machine_.Calls(), expected);
-    EXPECT_EQ(machine_.FallibleCalls(), expected.size());
+    EXPECT_EQ(fake_.Calls(), expected);
+    EXPECT_EQ(fake_.FallibleCalls(), expected.size());
   }
-  machine_.ClearCalls();
-  EXPECT_EQ(machine_.Calls(), Texts());
-  EXPECT_EQ(machine_.FallibleCalls(), 0u);
+  fake_.ClearCalls();
+  EXPECT_EQ(fake_.Calls(), Texts());
+  EXPECT_EQ(fake_.FallibleCalls(), 0u);
 }
 
-TEST_F(Machine, RecordsAndDoesNotCountACallThatCannotFail) {
+TEST_F(FakePlatform, RecordsAndDoesNotCountACallThatCannotFail) {
   WriteDebugOutput(u"a\u20AC!");
   static_cast<void>(SecondsSinceEpoch());
   SleepMilliseconds(7);
   used_->socket.CancelBlockingCall();
   used_->socket.Close();
   EndSockets();
-  EXPECT_EQ(machine_.Calls(),
+  EXPECT_EQ(fake_.Calls(),
             (Texts{"WriteDebugOutput(a\xE2\x82\xAC!)", "SecondsSinceEpoch()",
                    "SleepMilliseconds(7)", "CancelBlockingCall()", "Close()", "EndSockets()"}));
-  EXPECT_EQ(machine_.FallibleCalls(), 0u);
+  EXPECT_EQ(fake_.FallibleCalls(), 0u);
 }
 
-TEST_F(Machine, MakesEveryCallFailThatIsToldTo) {
+TEST_F(FakePlatform, MakesEveryCallFailThatIsToldTo) {
   for (const Call& call : kFallibleCalls) {
     SCOPED_TRACE(call.text);
-    machine_.FailCall(0, kDiskFull);
-    EXPECT_FALSE(machine_.FaultTaken());
+    fake_.FailCall(0, kDiskFull);
+    EXPECT_FALSE(fake_.FaultTaken());
     // HRESULT_FROM_WIN32(ERROR_DISK_FULL) from the one function that gives an HRESULT.
     EXPECT_EQ(call.make(*used_),
               call.text == "LocalApplicationDataFolder()" ? 0x80070070u : kDiskFull);
-    EXPECT_EQ(machine_.FaultedCall(), call.text);
+    EXPECT_EQ(fake_.FaultedCall(), call.text);
   }
-  machine_.FailCall(0, 0x80004005);
+  fake_.FailCall(0, 0x80004005);
   EXPECT_EQ(static_cast<std::uint32_t>(LocalApplicationDataFolder(used_->text)), 0x80004005u);
   EXPECT_EQ(used_->text, u"");
 }
 
-TEST_F(Machine, DoesNothingInACallThatFails) {
-  machine_.FailCall(0, kDiskFull, FaultMode::kFromThere);
-  const std::size_t open_before = machine_.OpenHandles();
+TEST_F(FakePlatform, DoesNothingInACallThatFails) {
+  fake_.FailCall(0, kDiskFull, FaultMode::kFromThere);
+  const std::size_t open_before = fake_.OpenHandles();
   for (const Call& call : kFallibleCalls) {
     EXPECT_NE(call.make(*used_), kSuccess) << call.text;
   }
   // Closing the key is the exception.
   EXPECT_FALSE(used_->key);
-  EXPECT_EQ(machine_.OpenHandles(), open_before - 1);
-  EXPECT_EQ(machine_.FilePaths(), (std::vector<std::u16string>{kIn, u"out.txt"}));
-  EXPECT_EQ(machine_.FileBytes(u"out.txt"), "");
-  EXPECT_EQ(machine_.Connections(), Texts());
-  machine_.ClearFault();
+  EXPECT_EQ(fake_.OpenHandles(), open_before - 1);
+  EXPECT_EQ(fake_.FilePaths(), (std::vector<std::u16string>{kIn, u"out.txt"}));
+  EXPECT_EQ(fake_.FileBytes(u"out.txt"), "");
+  EXPECT_EQ(fake_.Connections(), Texts());
+  fake_.ClearFault();
   EXPECT_EQ(used_->socket.Create(), kSocketsNotStarted);
 }
 
-TEST_F(Machine, AFaultStrikesOnceOrFromThereOnAndAmongAllCallsOrThoseOfOneFunction) {
+TEST_F(FakePlatform, AFaultStrikesOnceOrFromThereOnAndAmongAllCallsOrThoseOfOneFunction) {
   constexpr char kAppend[] = "AppendToFile";
   struct Case {
     const char* name;
@@ -212,37 +212,37 @@ TEST_F(Machine, AFaultStrikesOnceOrFromThereOnAndAmongAllCallsOrThoseOfOneFuncti
         Case{kAppend, 1, FaultMode::kOnce, "++-+", "AppendToFile(a.txt, 2)"},
         Case{kAppend, 0, FaultMode::kFromThere, "-+-+", "AppendToFile(a.txt, 1)"}}) {
     SCOPED_TRACE(test.results);
-    machine_.FailCallOf(test.name, test.index, kGeneralFailure, test.mode);
+    fake_.FailCallOf(test.name, test.index, kGeneralFailure, test.mode);
     std::string results;
     results += AppendToFile(u"a.txt", "x", 1) == kSuccess ? '+' : '-';
     results += InitializeCommonControls(0) ? '+' : '-';
     results += AppendToFile(u"a.txt", "xy", 2) == kSuccess ? '+' : '-';
     results += InitializeCommonControls(1) ? '+' : '-';
     EXPECT_EQ(results, test.results);
-    EXPECT_EQ(machine_.FaultedCall(), test.faulted_call);
-    machine_.ClearFault();
+    EXPECT_EQ(fake_.FaultedCall(), test.faulted_call);
+    fake_.ClearFault();
     EXPECT_EQ(AppendToFile(u"a.txt", "x", 1), kSuccess);
-    EXPECT_TRUE(machine_.FaultTaken());
+    EXPECT_TRUE(fake_.FaultTaken());
   }
 }
 
-TEST_F(Machine, AFaultMayLeaveWorkHalfDone) {
+TEST_F(FakePlatform, AFaultMayLeaveWorkHalfDone) {
   Used& used = *used_;
   ConnectSocket();
-  machine_.SetBytesBeforeFault(2);
-  machine_.FailCall(0, kGeneralFailure, FaultMode::kFromThere);
+  fake_.SetBytesBeforeFault(2);
+  fake_.FailCall(0, kGeneralFailure, FaultMode::kFromThere);
   EXPECT_EQ(ReadBytes(used.input, used.bytes, 4, used.count), kGeneralFailure);
   EXPECT_EQ(std::string_view(used.bytes, used.count), "ab");
   EXPECT_EQ(WriteBytes(used.output, "wxyz", 4), kGeneralFailure);
-  EXPECT_EQ(machine_.FileBytes(u"out.txt"), "wx");
+  EXPECT_EQ(fake_.FileBytes(u"out.txt"), "wx");
   EXPECT_EQ(used.socket.Send("1234", 4, used.count), kGeneralFailure);
   EXPECT_EQ(used.count, 2u);
-  EXPECT_EQ(machine_.Connections(), Texts{"12"});
+  EXPECT_EQ(fake_.Connections(), Texts{"12"});
 }
 
-TEST_F(Machine, AWorkersCallsAreNeitherCountedNorMadeToFail) {
+TEST_F(FakePlatform, AWorkersCallsAreNeitherCountedNorMadeToFail) {
   bool worked = false;
-  machine_.FailCall(1, kGeneralFailure);
+  fake_.FailCall(1, kGeneralFailure);
   ASSERT_EQ(StartWorker(
                 [](void* parameter) -> std::uint32_t {
                   *static_cast<bool*>(parameter) = InitializeCommonControls(1);
@@ -253,16 +253,16 @@ TEST_F(Machine, AWorkersCallsAreNeitherCountedNorMadeToFail) {
   // The wait is the call that fails; it has waited all the same.
   EXPECT_EQ(WaitForWorker(used_->started), kGeneralFailure);
   EXPECT_TRUE(worked);
-  EXPECT_EQ(machine_.WorkerCalls(), Texts{"worker: InitializeCommonControls(0x1)"});
-  EXPECT_EQ(machine_.Calls(), (Texts{"StartWorker()", "WaitForWorker()"}));
-  EXPECT_EQ(machine_.FallibleCalls(), 2u);
+  EXPECT_EQ(fake_.WorkerCalls(), Texts{"worker: InitializeCommonControls(0x1)"});
+  EXPECT_EQ(fake_.Calls(), (Texts{"StartWorker()", "WaitForWorker()"}));
+  EXPECT_EQ(fake_.FallibleCalls(), 2u);
 }
 
-TEST_F(Machine, ALibrarysCallsStandAmongTheMachinesAndFailWithThem) {
+TEST_F(FakePlatform, ALibrarysCallsStandAmongTheMachinesAndFailWithThem) {
   static int depth = 0;
   depth = 0;
-  machine_.SetCallHook([](bool begins) { depth += begins ? 1 : -1; });
-  machine_.FailCallOf("Take", 1, kAccessDenied);
+  fake_.SetCallHook([](bool begins) { depth += begins ? 1 : -1; });
+  fake_.FailCallOf("Take", 1, kAccessDenied);
   {
     fake::LibraryCall call;
     EXPECT_EQ(depth, 1);
@@ -272,55 +272,55 @@ TEST_F(Machine, ALibrarysCallsStandAmongTheMachinesAndFailWithThem) {
     EXPECT_EQ(depth, 1);
   }
   EXPECT_EQ(depth, 0);
-  machine_.SetCallHook(nullptr);
+  fake_.SetCallHook(nullptr);
   SleepMilliseconds(2);
-  EXPECT_EQ(machine_.Calls(), (Texts{"Free(1)", "Take(2)", "Take(3)", "SleepMilliseconds(2)"}));
-  EXPECT_EQ(machine_.FallibleCalls(), 2u);
-  EXPECT_EQ(machine_.FaultedCall(), "Take(3)");
+  EXPECT_EQ(fake_.Calls(), (Texts{"Free(1)", "Take(2)", "Take(3)", "SleepMilliseconds(2)"}));
+  EXPECT_EQ(fake_.FallibleCalls(), 2u);
+  EXPECT_EQ(fake_.FaultedCall(), "Take(3)");
 }
 
-TEST_F(Machine, WithoutRecordingCallsAreStillCountedAndMadeToFail) {
-  machine_.SetRecording(false);
-  machine_.FailCallOf("AppendToFile", 1, kDiskFull);
+TEST_F(FakePlatform, WithoutRecordingCallsAreStillCountedAndMadeToFail) {
+  fake_.SetRecording(false);
+  fake_.FailCallOf("AppendToFile", 1, kDiskFull);
   EXPECT_EQ(AppendToFile(u"a.txt", "a", 1), kSuccess);
   EXPECT_EQ(AppendToFile(u"a.txt", "b", 1), kDiskFull);
   WriteDebugOutput(u"text");
-  machine_.SetRecording(true);
-  EXPECT_EQ(machine_.FallibleCalls(), 2u);
-  EXPECT_EQ(machine_.FaultedCall(), "AppendToFile");
-  EXPECT_EQ(machine_.Calls(), Texts());
-  EXPECT_EQ(machine_.DebugOutput(), std::vector<std::u16string>());
+  fake_.SetRecording(true);
+  EXPECT_EQ(fake_.FallibleCalls(), 2u);
+  EXPECT_EQ(fake_.FaultedCall(), "AppendToFile");
+  EXPECT_EQ(fake_.Calls(), Texts());
+  EXPECT_EQ(fake_.DebugOutput(), std::vector<std::u16string>());
 }
 
-TEST_F(Machine, EachKindOfHandleCountsUntilItIsClosedOrTheMachineReset) {
+TEST_F(FakePlatform, EachKindOfHandleCountsUntilItIsClosedOrTheMachineReset) {
   Used& used = *used_;
   ConnectSocket();
   ASSERT_EQ(AllocateBlock(1, used.block), kSuccess);
   std::size_t open = 6;
-  EXPECT_EQ(machine_.OpenHandles(), open);
+  EXPECT_EQ(fake_.OpenHandles(), open);
   const std::function<void()> closes[] = {[&] { used.worker.Reset(); },
                                           [&] { used.socket.Close(); }, [&] { used.block.Reset(); },
                                           [&] { used.output.Reset(); }};
   for (const auto& close : closes) {
     close();
-    EXPECT_EQ(machine_.OpenHandles(), --open);
+    EXPECT_EQ(fake_.OpenHandles(), --open);
   }
-  machine_.Reset();
-  machine_.AddKey(kUser, kKey);
-  EXPECT_EQ(machine_.OpenHandles(), 0u);
+  fake_.Reset();
+  fake_.AddKey(kUser, kKey);
+  EXPECT_EQ(fake_.OpenHandles(), 0u);
   ASSERT_EQ(OpenKey(kUser, kKey, kKeyRead, used.opened_key), kSuccess);
   EXPECT_EQ(QueryValue(used.key, u"Port", nullptr, nullptr, used.capacity), kInvalidHandle);
   EXPECT_EQ(CloseKey(used.key), kInvalidHandle);
   EXPECT_EQ(ReadBytes(used.input, nullptr, 0, used.count), kInvalidHandle);
   used.input.Reset();
-  EXPECT_EQ(machine_.OpenHandles(), 1u);
+  EXPECT_EQ(fake_.OpenHandles(), 1u);
 }
 
-TEST_F(Machine, TheFixtureReportsWhatATestLeavesOpen) {
-  class Leaver : public fake::MachineTest {
+TEST_F(FakePlatform, TheFixtureReportsWhatATestLeavesOpen) {
+  class Leaver : public fake::FakePlatformTest {
    public:
     void TestBody() override {}
-    using MachineTest::TearDown;
+    using FakePlatformTest::TearDown;
   };
   Leaver leaver;
   HeapBlock block;
@@ -328,7 +328,7 @@ TEST_F(Machine, TheFixtureReportsWhatATestLeavesOpen) {
   EXPECT_NONFATAL_FAILURE(leaver.TearDown(), "handles left open");
 }
 
-TEST_F(Machine, AnOpenFileCannotBeRemoved) {
+TEST_F(FakePlatform, AnOpenFileCannotBeRemoved) {
   EXPECT_EQ(RemoveFile(kIn), kSharingViolation);
   used_->input.Reset();
   EXPECT_EQ(RemoveFile(kIn), kSuccess);

@@ -14,29 +14,29 @@ const char* ModeText(FaultMode mode) {
 // Gives the number of calls that could have failed.
 std::size_t RunWithoutFault(const FaultScenario& scenario) {
   SCOPED_TRACE("the run without a fault");
-  Machine& machine = TheMachine();
-  machine.Reset();
+  FakePlatform& fake = TheFakePlatform();
+  fake.Reset();
   scenario.prepare();
-  machine.ClearCalls();
+  fake.ClearCalls();
   scenario.act();
-  EXPECT_EQ(machine.OpenHandles(), 0u) << "handles left open";
-  return machine.FallibleCalls();
+  EXPECT_EQ(fake.OpenHandles(), 0u) << "handles left open";
+  return fake.FallibleCalls();
 }
 
 void RunWithFault(const FaultScenario& scenario, const std::function<void(const FaultRun&)>& check,
                   std::size_t index, FaultMode mode, Status status) {
-  Machine& machine = TheMachine();
-  machine.Reset();
+  FakePlatform& fake = TheFakePlatform();
+  fake.Reset();
   scenario.prepare();
-  machine.ClearCalls();
-  machine.FailCall(index, status, mode);
+  fake.ClearCalls();
+  fake.FailCall(index, status, mode);
   scenario.act();
-  machine.ClearFault();
+  fake.ClearFault();
 
-  const std::string call = machine.FaultedCall();
+  const std::string call = fake.FaultedCall();
   SCOPED_TRACE("fallible call " + std::to_string(index) + ", " + call + ", " + ModeText(mode));
-  EXPECT_TRUE(machine.FaultTaken()) << "this run had fewer fallible calls than the first one";
-  EXPECT_EQ(machine.OpenHandles(), 0u) << "handles left open";
+  EXPECT_TRUE(fake.FaultTaken()) << "this run had fewer fallible calls than the first one";
+  EXPECT_EQ(fake.OpenHandles(), 0u) << "handles left open";
   check({index, call.substr(0, call.find('(')), call, mode, status});
 }
 

@@ -18,7 +18,7 @@ namespace platform::fake {
 struct FaultRun {
   std::size_t index;  // which of the scenario's fallible calls fails, from 0
   std::string name;   // that call's function: "OpenKey"
-  std::string call;   // the whole call, as Machine::Calls tells it
+  std::string call;   // the whole call, as FakePlatform::Calls tells it
   FaultMode mode;
   Status status;  // what it fails with
 };
@@ -42,7 +42,7 @@ class FaultReplay {
   std::size_t calls_ = 0;
 };
 
-// What is run. `prepare` starts from a fresh machine, furnishes it and sets back whatever `act`
+// What is run. `prepare` starts from a fresh machine, prepares it and sets back whatever `act`
 // leaves behind in the test; its own platform calls do not fail. `act` runs the code under test and
 // has let go of every handle when it returns. Each is called once per run.
 struct FaultScenario {

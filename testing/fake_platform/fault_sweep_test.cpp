@@ -22,7 +22,7 @@ using fake::SweepFaults;
 
 constexpr char16_t kPath[] = u"C:\\Temp\\a.txt";
 
-class FaultSweep : public fake::MachineTest {};
+class FaultSweep : public fake::FakePlatformTest {};
 
 // Code that is swept: copies the key's number into a file, behind what is there.
 bool CopyNumber() {
@@ -34,8 +34,8 @@ bool CopyNumber() {
          AppendToFile(kPath, number, size) == kSuccess;
 }
 
-void Furnish() {
-  fake::TheMachine().SetValue(Hive::kCurrentUser, u"Software", u"Number", kRegDword, "1234");
+void Prepare() {
+  fake::TheFakePlatform().SetValue(Hive::kCurrentUser, u"Software", u"Number", kRegDword, "1234");
 }
 
 TEST_F(FaultSweep, EveryCallFailsOnceAloneAndOnceWithAllThatFollow) {
@@ -49,7 +49,7 @@ TEST_F(FaultSweep, EveryCallFailsOnceAloneAndOnceWithAllThatFollow) {
   std::optional<bool> result;
   const std::size_t runs = SweepFaults(
       {[&] {
-         Furnish();
+         Prepare();
          result.reset();
        },
        [&] { result = CopyNumber(); }},
@@ -57,7 +57,7 @@ TEST_F(FaultSweep, EveryCallFailsOnceAloneAndOnceWithAllThatFollow) {
         EXPECT_EQ(result, false);
         EXPECT_EQ(run.status, kDiskFull);
         EXPECT_EQ(run.index, seen.size() / 2);
-        EXPECT_EQ(machine_.FileBytes(kPath), std::nullopt);
+        EXPECT_EQ(fake_.FileBytes(kPath), std::nullopt);
         seen.push_back({run.name, run.call, run.mode});
       },
       kDiskFull);
@@ -90,8 +90,8 @@ TEST_F(FaultSweep, PreparingIsNotPartOfTheScenario) {
   const auto prepare = [] { ASSERT_EQ(AppendToFile(kPath, "before", 6), kSuccess); };
   const std::size_t runs = SweepFaults(
       {prepare, [] { static_cast<void>(AppendToFile(kPath, "a", 1)); }}, [&](const FaultRun& run) {
-        EXPECT_EQ(machine_.Calls(), std::vector<std::string>{run.call});
-        EXPECT_EQ(machine_.FileBytes(kPath), "before");
+        EXPECT_EQ(fake_.Calls(), std::vector<std::string>{run.call});
+        EXPECT_EQ(fake_.FileBytes(kPath), "before");
         // The fault is over.
         EXPECT_EQ(AppendToFile(kPath, "b", 1), kSuccess);
       });
@@ -107,7 +107,7 @@ TEST_F(FaultSweep, WorkersAreSweptLikeAnythingElse) {
     }
   };
   const std::size_t runs = SweepFaults({[] {}, act}, [&](const FaultRun& run) {
-    EXPECT_EQ(machine_.FileBytes(kPath).has_value(), run.name == "WaitForWorker");
+    EXPECT_EQ(fake_.FileBytes(kPath).has_value(), run.name == "WaitForWorker");
   });
   EXPECT_EQ(runs, 4u);
 }
@@ -131,9 +131,9 @@ TEST_F(FaultSweep, HandleThatAFaultLeavesOpenIsAFailure) {
       leaked.Reset();
     }
   };
-  EXPECT_NONFATAL_FAILURE(SweepFaults({Furnish, act}, [](const FaultRun&) {}),
+  EXPECT_NONFATAL_FAILURE(SweepFaults({Prepare, act}, [](const FaultRun&) {}),
                           "fallible call 1, QueryValue(Number, 0), fails once");
-  machine_.Reset();
+  fake_.Reset();
 }
 
 TEST_F(FaultSweep, ScenarioThatIsShorterTheSecondTimeIsAFailure) {

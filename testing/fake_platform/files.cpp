@@ -10,12 +10,12 @@
 namespace platform {
 namespace {
 
-using fake::LockedMachine;
+using fake::LockedPlatform;
 
 // The open file, or null.
-fake::OpenFile* Find(LockedMachine& machine, const File& file) {
-  const auto found = machine->open_files.find(static_cast<std::uintptr_t>(file.Get()));
-  return found == machine->open_files.end() ? nullptr : &found->second;
+fake::OpenFile* Find(LockedPlatform& locked, const File& file) {
+  const auto found = locked->open_files.find(static_cast<std::uintptr_t>(file.Get()));
+  return found == locked->open_files.end() ? nullptr : &found->second;
 }
 
 std::u16string_view PathOf(const fake::OpenFile* open) {
@@ -24,20 +24,20 @@ std::u16string_view PathOf(const fake::OpenFile* open) {
 
 // Finds the file at `path`. Gives kFileNotFound when only the file itself is missing, kAccessDenied
 // when something else is there.
-Status FindStored(LockedMachine& machine, const std::u16string& path,
+Status FindStored(LockedPlatform& locked, const std::u16string& path,
                   std::shared_ptr<fake::StoredFile>& file) {
   const std::u16string normal = fake::NormalPath(path);
-  if (path.empty() || !machine->HasParent(normal)) {
+  if (path.empty() || !locked->HasParent(normal)) {
     return kPathNotFound;
   }
-  if (machine->IsFolder(normal)) {
+  if (locked->IsFolder(normal)) {
     return kAccessDenied;
   }
   if (path.back() == u'\\' || path.back() == u'/') {
     return kPathNotFound;  // a folder is meant
   }
-  const auto found = machine->files.find(normal);
-  if (found == machine->files.end()) {
+  const auto found = locked->files.find(normal);
+  if (found == locked->files.end()) {
     return kFileNotFound;
   }
   if (found->second->is_pipe) {
@@ -48,14 +48,14 @@ Status FindStored(LockedMachine& machine, const std::u16string& path,
 }
 
 // The same for writing: makes the file when it is missing.
-Status FindForWriting(LockedMachine& machine, const std::u16string& path,
+Status FindForWriting(LockedPlatform& locked, const std::u16string& path,
                       std::shared_ptr<fake::StoredFile>& file) {
-  const Status status = FindStored(machine, path, file);
+  const Status status = FindStored(locked, path, file);
   if (status != kFileNotFound) {
     return status == kSuccess && file->read_only ? kAccessDenied : status;
   }
   file = std::make_shared<fake::StoredFile>();
-  machine->files[fake::NormalPath(path)] = file;
+  locked->files[fake::NormalPath(path)] = file;
   return kSuccess;
 }
 
@@ -80,36 +80,36 @@ void Write(fake::OpenFile& open, const void* data, std::size_t size) {
 }  // namespace
 
 void FileTraits::Close(RawFile file) noexcept {
-  LockedMachine machine;
-  machine->open_files.erase(static_cast<std::uintptr_t>(file));
+  LockedPlatform locked;
+  locked->open_files.erase(static_cast<std::uintptr_t>(file));
 }
 
 Status OpenFileAt(const std::u16string& path, OpenMode mode, File& file) {
   file.Reset();
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible(
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible(
           "OpenFileAt", path, mode == OpenMode::kRead ? u"kRead" : u"kRewrite")) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
-  const Status status = mode == OpenMode::kRead ? FindStored(machine, path, stored)
-                                                : FindForWriting(machine, path, stored);
+  const Status status = mode == OpenMode::kRead ? FindStored(locked, path, stored)
+                                                : FindForWriting(locked, path, stored);
   if (status != kSuccess) {
     return status;
   }
   if (mode == OpenMode::kRewrite) {
     stored->bytes.clear();
   }
-  const std::uintptr_t handle = machine->NewHandle();
-  machine->open_files[handle] = {stored, path, mode};
+  const std::uintptr_t handle = locked->NewHandle();
+  locked->open_files[handle] = {stored, path, mode};
   file.Reset(RawFile{handle});
   return kSuccess;
 }
 
 Status QueryFileSize(const File& file, std::uint64_t& bytes) {
-  LockedMachine machine;
-  const fake::OpenFile* const open = Find(machine, file);
-  if (const Status fault = machine.RecordFallible("QueryFileSize", PathOf(open))) {
+  LockedPlatform locked;
+  const fake::OpenFile* const open = Find(locked, file);
+  if (const Status fault = locked.RecordFallible("QueryFileSize", PathOf(open))) {
     return fault;
   }
   if (open == nullptr) {
@@ -121,35 +121,35 @@ Status QueryFileSize(const File& file, std::uint64_t& bytes) {
 
 Status ReadBytes(const File& file, void* buffer, std::size_t capacity, std::size_t& count) {
   count = 0;
-  LockedMachine machine;
-  fake::OpenFile* const open = Find(machine, file);
-  const Status fault = machine.RecordFallible("ReadBytes", PathOf(open), capacity);
+  LockedPlatform locked;
+  fake::OpenFile* const open = Find(locked, file);
+  const Status fault = locked.RecordFallible("ReadBytes", PathOf(open), capacity);
   if (open == nullptr || open->mode != OpenMode::kRead) {
     return fault != kSuccess ? fault : open == nullptr ? kInvalidHandle : kAccessDenied;
   }
   count = Read(*open, buffer,
-               fault == kSuccess ? capacity : std::min(capacity, machine->bytes_before_fault));
+               fault == kSuccess ? capacity : std::min(capacity, locked->bytes_before_fault));
   return fault;
 }
 
 Status WriteBytes(const File& file, const void* bytes, std::size_t size) {
-  LockedMachine machine;
-  fake::OpenFile* const open = Find(machine, file);
-  const Status fault = machine.RecordFallible("WriteBytes", PathOf(open), size);
+  LockedPlatform locked;
+  fake::OpenFile* const open = Find(locked, file);
+  const Status fault = locked.RecordFallible("WriteBytes", PathOf(open), size);
   if (open == nullptr || open->mode != OpenMode::kRewrite) {
     return fault != kSuccess ? fault : open == nullptr ? kInvalidHandle : kAccessDenied;
   }
-  Write(*open, bytes, fault == kSuccess ? size : std::min(size, machine->bytes_before_fault));
+  Write(*open, bytes, fault == kSuccess ? size : std::min(size, locked->bytes_before_fault));
   return fault;
 }
 
 Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t size) {
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("AppendToFile", path, size)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("AppendToFile", path, size)) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
-  const Status status = FindForWriting(machine, path, stored);
+  const Status status = FindForWriting(locked, path, stored);
   if (status == kSuccess) {
     stored->bytes.append(static_cast<const char*>(bytes), size);
   }
@@ -157,33 +157,33 @@ Status AppendToFile(const std::u16string& path, const void* bytes, std::size_t s
 }
 
 Status RemoveFile(const std::u16string& path) {
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("RemoveFile", path)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("RemoveFile", path)) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
-  if (const Status status = FindStored(machine, path, stored)) {
+  if (const Status status = FindStored(locked, path, stored)) {
     return status;
   }
   if (stored->read_only) {
     return kAccessDenied;
   }
-  const bool is_open = std::any_of(machine->open_files.begin(), machine->open_files.end(),
+  const bool is_open = std::any_of(locked->open_files.begin(), locked->open_files.end(),
                                    [&](const auto& open) { return open.second.file == stored; });
   if (is_open) {
     return kSharingViolation;
   }
-  machine->files.erase(fake::NormalPath(path));
+  locked->files.erase(fake::NormalPath(path));
   return kSuccess;
 }
 
 Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("IdentifyFile", path)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("IdentifyFile", path)) {
     return fault;
   }
   std::shared_ptr<fake::StoredFile> stored;
-  if (const Status status = FindStored(machine, path, stored)) {
+  if (const Status status = FindStored(locked, path, stored)) {
     return status;
   }
   identity = {1, {}};
@@ -194,27 +194,27 @@ Status IdentifyFile(const std::u16string& path, FileIdentity& identity) {
 
 Status TemporaryFolder(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
   length = 0;
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("TemporaryFolder", capacity)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("TemporaryFolder", capacity)) {
     return fault;
   }
-  length = software::CopyIfItFits(machine->temporary_folder, buffer, capacity);
+  length = software::CopyIfItFits(locked->temporary_folder, buffer, capacity);
   return kSuccess;
 }
 
 std::int32_t LocalApplicationDataFolder(std::u16string& folder) {
   folder.clear();
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("LocalApplicationDataFolder")) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("LocalApplicationDataFolder")) {
     constexpr std::uint32_t kFailureBit = 0x80000000;
     constexpr std::uint32_t kFromWin32 = 0x80070000;
     const bool is_hresult = (fault & kFailureBit) != 0;
     return static_cast<std::int32_t>(is_hresult ? fault : kFromWin32 | (fault & 0xffff));
   }
-  if (machine->local_application_data_result >= 0) {
-    folder = machine->local_application_data;
+  if (locked->local_application_data_result >= 0) {
+    folder = locked->local_application_data;
   }
-  return machine->local_application_data_result;
+  return locked->local_application_data_result;
 }
 
 }  // namespace platform

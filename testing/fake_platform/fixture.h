@@ -1,4 +1,4 @@
-// The fixture of every test that runs on the machine in memory: a fresh machine for each test, and
+// The fixture of every test that runs on the fake platform: a fresh machine for each test, and
 // nothing left open on it afterwards.
 #pragma once
 
@@ -8,19 +8,20 @@
 
 namespace platform::fake {
 
-// Name the suite with an alias (`using LogFile = platform::fake::MachineTest;`) or a derived class.
-class MachineTest : public ::testing::Test {
+// Name the suite with an alias (`using LogFile = platform::fake::FakePlatformTest;`) or a derived
+// class.
+class FakePlatformTest : public ::testing::Test {
  protected:
-  // Here rather than in SetUp, so that a derived fixture can furnish the machine in its
+  // Here rather than in SetUp, so that a derived fixture can prepare the machine in its
   // constructor.
-  MachineTest() { machine_.Reset(); }
+  FakePlatformTest() { fake_.Reset(); }
 
   void TearDown() override {
-    EXPECT_EQ(machine_.OpenHandles(), 0u) << "handles left open";
-    machine_.Reset();
+    EXPECT_EQ(fake_.OpenHandles(), 0u) << "handles left open";
+    fake_.Reset();
   }
 
-  Machine& machine_ = TheMachine();
+  FakePlatform& fake_ = TheFakePlatform();
 };
 
 }  // namespace platform::fake

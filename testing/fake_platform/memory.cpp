@@ -17,8 +17,8 @@ constexpr std::size_t kLargestBlock = std::size_t{1} << 30;
 void HeapBlockTraits::Close(RawBlock block) noexcept {
   const auto address = static_cast<std::uintptr_t>(block);
   {
-    fake::LockedMachine machine;
-    machine->blocks.erase(address);
+    fake::LockedPlatform locked;
+    locked->blocks.erase(address);
   }
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the number is the address
   std::free(reinterpret_cast<void*>(address));
@@ -26,10 +26,10 @@ void HeapBlockTraits::Close(RawBlock block) noexcept {
 
 Status AllocateBlock(std::size_t size, HeapBlock& block) {
   block.Reset();
-  const fake::Machine::BlockHook fails = fake::TheMachine().State().block_hook;
+  const fake::FakePlatform::BlockHook fails = fake::TheFakePlatform().State().block_hook;
   const bool is_refused = fails != nullptr && fails();
-  fake::LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("AllocateBlock", size)) {
+  fake::LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("AllocateBlock", size)) {
     return fault;
   }
   // From the C library, so that checking allocators see overruns and leaks of a single block.
@@ -39,7 +39,7 @@ Status AllocateBlock(std::size_t size, HeapBlock& block) {
     return kNotEnoughMemory;
   }
   const auto address = reinterpret_cast<std::uintptr_t>(memory);
-  machine->blocks.insert(address);
+  locked->blocks.insert(address);
   block.Reset(RawBlock{address});
   return kSuccess;
 }

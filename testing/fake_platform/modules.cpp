@@ -14,12 +14,12 @@
 namespace platform {
 namespace {
 
-using fake::LockedMachine;
+using fake::LockedPlatform;
 using fake::StoredModule;
 
 // The library with that handle, or null.
-StoredModule* Find(fake::MachineState& machine, RawModule raw) {
-  for (auto& [key, module] : machine.modules) {
+StoredModule* Find(fake::PlatformState& locked, RawModule raw) {
+  for (auto& [key, module] : locked.modules) {
     if (raw != RawModule{} && module.handle == static_cast<std::uintptr_t>(raw)) {
       return &module;
     }
@@ -28,13 +28,13 @@ StoredModule* Find(fake::MachineState& machine, RawModule raw) {
 }
 
 // A library that is loaded already, by file name or path, or null.
-StoredModule* FindLoaded(fake::MachineState& machine, std::u16string_view name) {
+StoredModule* FindLoaded(fake::PlatformState& locked, std::u16string_view name) {
   const std::u16string wanted = fake::NormalPath(name);
   const auto is_wanted = [&](std::u16string_view other) {
     const fake::IgnoringCase less;
     return !less(other, wanted) && !less(wanted, other);
   };
-  for (auto& [key, module] : machine.modules) {
+  for (auto& [key, module] : locked.modules) {
     // npos + 1 is 0.
     if (module.references > 0 && (is_wanted(key) || is_wanted(key.substr(key.rfind(u'\\') + 1)))) {
       return &module;
@@ -43,21 +43,21 @@ StoredModule* FindLoaded(fake::MachineState& machine, std::u16string_view name) 
   return nullptr;
 }
 
-StoredModule* FindLoadable(fake::MachineState& machine, std::u16string_view path) {
-  if (StoredModule* const loaded = FindLoaded(machine, path)) {
+StoredModule* FindLoadable(fake::PlatformState& locked, std::u16string_view path) {
+  if (StoredModule* const loaded = FindLoaded(locked, path)) {
     return loaded;
   }
   std::u16string wanted(path);
   if (wanted.find_first_of(u"\\/") == std::u16string::npos) {
-    wanted.insert(0, machine.system_directory + u"\\");
+    wanted.insert(0, locked.system_directory + u"\\");
   }
-  const auto found = machine.modules.find(fake::NormalPath(wanted));
-  return found == machine.modules.end() ? nullptr : &found->second;
+  const auto found = locked.modules.find(fake::NormalPath(wanted));
+  return found == locked.modules.end() ? nullptr : &found->second;
 }
 
-RawModule AddReference(fake::MachineState& machine, StoredModule& module) {
+RawModule AddReference(fake::PlatformState& locked, StoredModule& module) {
   if (module.references++ == 0) {
-    module.handle = machine.NewHandle();
+    module.handle = locked.NewHandle();
   }
   return RawModule{module.handle};
 }
@@ -66,21 +66,21 @@ RawModule AddReference(fake::MachineState& machine, StoredModule& module) {
 std::int32_t PLATFORM_STDCALL ModuleHandleEx(std::uint32_t flags, const char16_t* name,
                                              RawModule* module) {
   *module = RawModule{};
-  LockedMachine machine;
-  const Status fault = machine.RecordFallible("GetModuleHandleExW", fake::Hex{flags}, name);
-  StoredModule* const found = FindLoaded(*machine, name);
+  LockedPlatform locked;
+  const Status fault = locked.RecordFallible("GetModuleHandleExW", fake::Hex{flags}, name);
+  StoredModule* const found = FindLoaded(*locked, name);
   if (fault != kSuccess || found == nullptr) {
     return 0;
   }
-  *module = AddReference(*machine, *found);
+  *module = AddReference(*locked, *found);
   return 1;
 }
 
 }  // namespace
 
 void ModuleTraits::Close(RawModule module) noexcept {
-  LockedMachine machine;
-  StoredModule* const found = Find(*machine, module);
+  LockedPlatform locked;
+  StoredModule* const found = Find(*locked, module);
   if (found != nullptr && --found->references == 0) {
     found->handle = 0;
   }
@@ -88,26 +88,26 @@ void ModuleTraits::Close(RawModule module) noexcept {
 
 Status LoadModule(const char16_t* path, Module& module) {
   module.Reset();
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("LoadModule", path)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("LoadModule", path)) {
     return fault;
   }
   StoredModule* const found =
-      path != nullptr && NamesAFile(path) ? FindLoadable(*machine, path) : nullptr;
+      path != nullptr && NamesAFile(path) ? FindLoadable(*locked, path) : nullptr;
   if (found == nullptr) {
     return kModuleNotFound;
   }
-  module.Reset(AddReference(*machine, *found));
+  module.Reset(AddReference(*locked, *found));
   return kSuccess;
 }
 
 Status FindLoadedModule(const char16_t* name, RawModule& module) {
   module = RawModule{};
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("FindLoadedModule", name)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("FindLoadedModule", name)) {
     return fault;
   }
-  const StoredModule* const found = FindLoaded(*machine, name);
+  const StoredModule* const found = FindLoaded(*locked, name);
   if (found == nullptr) {
     return kModuleNotFound;
   }
@@ -117,10 +117,10 @@ Status FindLoadedModule(const char16_t* name, RawModule& module) {
 
 Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
   procedure = nullptr;
-  LockedMachine machine;
-  const StoredModule* const found = Find(*machine, module);
+  LockedPlatform locked;
+  const StoredModule* const found = Find(*locked, module);
   const std::u16string path = found == nullptr ? std::u16string() : found->path;
-  if (const Status fault = machine.RecordFallible("FindProcedure", path, name)) {
+  if (const Status fault = locked.RecordFallible("FindProcedure", path, name)) {
     return fault;
   }
   if (found == nullptr) {
@@ -136,24 +136,24 @@ Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
 
 Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
   length = 0;
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("SystemDirectory", capacity)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("SystemDirectory", capacity)) {
     return fault;
   }
-  length = software::CopyIfItFits(machine->system_directory, buffer, capacity);
+  length = software::CopyIfItFits(locked->system_directory, buffer, capacity);
   return kSuccess;
 }
 
 Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t capacity,
                          std::uint32_t& length) {
   length = 0;
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("ExpandEnvironment", source, capacity)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("ExpandEnvironment", source, capacity)) {
     return fault;
   }
   const auto value_of = [&](std::u16string_view name) -> std::optional<std::u16string> {
-    const auto variable = machine->environment.find(name);
-    return variable == machine->environment.end() ? std::nullopt : std::optional(variable->second);
+    const auto variable = locked->environment.find(name);
+    return variable == locked->environment.end() ? std::nullopt : std::optional(variable->second);
   };
   length = software::CopyIfItFits(software::ExpandVariables(source, value_of), buffer, capacity);
   if (length < capacity) {
@@ -166,30 +166,30 @@ Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t
 
 namespace fake {
 
-void AddSystemModules(MachineContents& contents) {
+void AddSystemModules(PlatformContents& contents) {
   const std::u16string path = contents.system_directory + u"\\kernel32.dll";
   contents.modules[NormalPath(path)] = {
       path, {{"GetModuleHandleExW", reinterpret_cast<Procedure>(ModuleHandleEx)}}};
 }
 
-void Machine::AddModule(std::u16string_view path, Exports exports) {
+void FakePlatform::AddModule(std::u16string_view path, Exports exports) {
   const LockedState state = Locked();
   StoredModule& module = state->modules[NormalPath(path)];
   module.path = path;
   module.exports = std::move(exports);
 }
 
-void Machine::SetSystemDirectory(std::u16string_view directory) {
+void FakePlatform::SetSystemDirectory(std::u16string_view directory) {
   Locked()->system_directory = directory;
 }
 
-std::size_t Machine::ModuleReferences(std::u16string_view path) const {
+std::size_t FakePlatform::ModuleReferences(std::u16string_view path) const {
   const LockedState state = Locked();
   const auto module = state->modules.find(NormalPath(path));
   return module == state->modules.end() ? 0 : module->second.references;
 }
 
-std::size_t Machine::ModuleReferences() const {
+std::size_t FakePlatform::ModuleReferences() const {
   const LockedState state = Locked();
   std::size_t references = 0;
   for (const auto& [key, module] : state->modules) {
@@ -198,13 +198,13 @@ std::size_t Machine::ModuleReferences() const {
   return references;
 }
 
-std::u16string Machine::ModulePath(RawModule module) const {
+std::u16string FakePlatform::ModulePath(RawModule module) const {
   const LockedState state = Locked();
   const StoredModule* const found = Find(*state, module);
   return found == nullptr ? std::u16string() : found->path;
 }
 
-void Machine::SetVariable(std::u16string_view name, std::u16string_view value) {
+void FakePlatform::SetVariable(std::u16string_view name, std::u16string_view value) {
   Locked()->environment[std::u16string(name)] = value;
 }
 

@@ -9,16 +9,16 @@ namespace platform {
 namespace {
 
 using fake::Hex;
-using fake::LockedMachine;
+using fake::LockedPlatform;
 
 std::uintptr_t Number(RawKey key) {
   return static_cast<std::uintptr_t>(key);
 }
 
 // The path of an open key; empty for any other one.
-std::u16string PathOf(LockedMachine& machine, RawKey key) {
-  const auto found = machine->open_keys.find(Number(key));
-  return found == machine->open_keys.end() ? std::u16string() : found->second;
+std::u16string PathOf(LockedPlatform& locked, RawKey key) {
+  const auto found = locked->open_keys.find(Number(key));
+  return found == locked->open_keys.end() ? std::u16string() : found->second;
 }
 
 // `path` below `parent`; both from the hive's name on. No path means the parent itself.
@@ -27,12 +27,12 @@ std::u16string Below(std::u16string_view parent, const char16_t* path) {
       std::u16string(parent).append(u"\\").append(path == nullptr ? u"" : path));
 }
 
-Status Open(LockedMachine& machine, const std::u16string& path, RegistryKey& key) {
-  if (!machine->keys.contains(path)) {
+Status Open(LockedPlatform& locked, const std::u16string& path, RegistryKey& key) {
+  if (!locked->keys.contains(path)) {
     return kFileNotFound;
   }
-  const std::uintptr_t handle = machine->NewHandle();
-  machine->open_keys[handle] = path;
+  const std::uintptr_t handle = locked->NewHandle();
+  locked->open_keys[handle] = path;
   key.Reset(RawKey{handle});
   return kSuccess;
 }
@@ -40,18 +40,18 @@ Status Open(LockedMachine& machine, const std::u16string& path, RegistryKey& key
 }  // namespace
 
 void RegistryKeyTraits::Close(RawKey key) noexcept {
-  LockedMachine machine;
-  machine->open_keys.erase(Number(key));
+  LockedPlatform locked;
+  locked->open_keys.erase(Number(key));
 }
 
 Status OpenKey(Hive hive, const char16_t* path, std::uint32_t access, RegistryKey& key) {
   key.Reset();
-  LockedMachine machine;
+  LockedPlatform locked;
   const std::u16string_view hive_name = fake::HiveName(hive);
-  if (const Status fault = machine.RecordFallible("OpenKey", hive_name, path, Hex{access})) {
+  if (const Status fault = locked.RecordFallible("OpenKey", hive_name, path, Hex{access})) {
     return fault;
   }
-  return Open(machine, Below(hive_name, path), key);
+  return Open(locked, Below(hive_name, path), key);
 }
 
 Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t access,
@@ -60,12 +60,12 @@ Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t
   RegistryKey opened;
   Status status = kSuccess;
   {
-    LockedMachine machine;
-    const std::u16string parent_path = PathOf(machine, parent.Get());
-    status = machine.RecordFallible("OpenSubKey", parent_path, path, Hex{access});
+    LockedPlatform locked;
+    const std::u16string parent_path = PathOf(locked, parent.Get());
+    status = locked.RecordFallible("OpenSubKey", parent_path, path, Hex{access});
     if (status == kSuccess) {
       status =
-          parent_path.empty() ? kInvalidHandle : Open(machine, Below(parent_path, path), opened);
+          parent_path.empty() ? kInvalidHandle : Open(locked, Below(parent_path, path), opened);
     }
   }
   key = std::move(opened);
@@ -74,15 +74,15 @@ Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t
 
 Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type, void* data,
                   std::uint32_t& size) {
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("QueryValue", name, size)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("QueryValue", name, size)) {
     return fault;
   }
-  const std::u16string path = PathOf(machine, key.Get());
+  const std::u16string path = PathOf(locked, key.Get());
   if (path.empty()) {
     return kInvalidHandle;
   }
-  const fake::RegistryValues& values = machine->keys.find(path)->second;
+  const fake::RegistryValues& values = locked->keys.find(path)->second;
   const auto found = values.find(name == nullptr ? std::u16string_view() : name);
   if (found == values.end()) {
     return kFileNotFound;
@@ -105,9 +105,9 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
 
 Status CloseKey(RegistryKey& key) {
   const RawKey raw = key.Detach();
-  LockedMachine machine;
-  const Status fault = machine.RecordFallible("CloseKey", PathOf(machine, raw));
-  const bool was_open = machine->open_keys.erase(Number(raw)) != 0;
+  LockedPlatform locked;
+  const Status fault = locked.RecordFallible("CloseKey", PathOf(locked, raw));
+  const bool was_open = locked->open_keys.erase(Number(raw)) != 0;
   return was_open || fault != kSuccess ? fault : kInvalidHandle;
 }
 

@@ -61,7 +61,7 @@ std::u16string NormalPath(std::u16string_view path) {
   return normal;
 }
 
-MachineContents::MachineContents() {
+PlatformContents::PlatformContents() {
   for (const Hive hive : {Hive::kCurrentUser, Hive::kLocalMachine, Hive::kClassesRoot}) {
     keys.try_emplace(std::u16string(HiveName(hive)));
   }
@@ -69,16 +69,16 @@ MachineContents::MachineContents() {
   AddSystemModules(*this);
 }
 
-bool MachineState::IsFolder(std::u16string_view normal_path) const {
+bool PlatformState::IsFolder(std::u16string_view normal_path) const {
   return normal_path.empty() || folders.contains(normal_path);
 }
 
-bool MachineState::HasParent(std::u16string_view normal_path) const {
+bool PlatformState::HasParent(std::u16string_view normal_path) const {
   const std::size_t separator = normal_path.rfind(u'\\');
   return separator == std::u16string_view::npos || IsFolder(normal_path.substr(0, separator));
 }
 
-void MachineState::MakeFolder(std::u16string_view normal_path) {
+void PlatformState::MakeFolder(std::u16string_view normal_path) {
   while (!normal_path.empty()) {
     folders.emplace(normal_path);
     const std::size_t separator = normal_path.rfind(u'\\');
@@ -86,7 +86,7 @@ void MachineState::MakeFolder(std::u16string_view normal_path) {
   }
 }
 
-RegistryValues& MachineState::MakeKey(Hive hive, std::u16string_view below) {
+RegistryValues& PlatformState::MakeKey(Hive hive, std::u16string_view below) {
   const std::u16string path =
       NormalKeyPath(std::u16string(HiveName(hive)).append(u"\\").append(below));
   for (std::size_t end = path.find(u'\\'); end != path.npos; end = path.find(u'\\', end + 1)) {
@@ -95,7 +95,7 @@ RegistryValues& MachineState::MakeKey(Hive hive, std::u16string_view below) {
   return keys[path];
 }
 
-void MachineState::Store(std::u16string_view path, std::shared_ptr<StoredFile> file) {
+void PlatformState::Store(std::u16string_view path, std::shared_ptr<StoredFile> file) {
   const std::u16string normal = NormalPath(path);
   const std::size_t separator = normal.rfind(u'\\');
   if (separator != normal.npos) {
@@ -104,7 +104,7 @@ void MachineState::Store(std::u16string_view path, std::shared_ptr<StoredFile> f
   files[normal] = std::move(file);
 }
 
-void LockedMachine::RecordText(std::string call) {
+void LockedPlatform::RecordText(std::string call) {
   if (!(*this)->records) {
     return;
   }
@@ -115,7 +115,7 @@ void LockedMachine::RecordText(std::string call) {
   }
 }
 
-Status LockedMachine::TakeFault(std::string_view name) {
+Status LockedPlatform::TakeFault(std::string_view name) {
   if (!OnMainThread()) {
     return kSuccess;
   }

@@ -1,4 +1,4 @@
-// What the machine in memory consists of. Only this folder's own files look in here.
+// What the fake platform consists of. Only this folder's own files look in here.
 #pragma once
 
 #include <atomic>
@@ -29,10 +29,10 @@ struct IgnoringCase {
   bool operator()(std::u16string_view left, std::u16string_view right) const;
 };
 
-struct MachineContents;
+struct PlatformContents;
 
 // Puts the libraries that every machine has into its system directory.
-void AddSystemModules(MachineContents& contents);
+void AddSystemModules(PlatformContents& contents);
 
 // The name of a hive as it starts the paths of keys.
 std::u16string_view HiveName(Hive hive);
@@ -65,7 +65,7 @@ struct OpenFile {
 
 struct StoredModule {
   std::u16string path;  // as it was told
-  Machine::Exports exports;
+  FakePlatform::Exports exports;
   std::uintptr_t handle = 0;  // while there are references
   std::size_t references = 0;
 };
@@ -95,8 +95,8 @@ struct Fault {
 };
 
 // Everything that Reset makes anew.
-struct MachineContents {
-  MachineContents();
+struct PlatformContents {
+  PlatformContents();
 
   // By path from the hive's name on.
   std::map<std::u16string, RegistryValues, IgnoringCase> keys;
@@ -134,7 +134,7 @@ struct MachineContents {
   std::size_t bytes_before_fault = 0;
 };
 
-struct MachineState : MachineContents {
+struct PlatformState : PlatformContents {
   // True for a folder that exists, the current one ("") included. `normal_path` is as NormalPath
   // gives it.
   bool IsFolder(std::u16string_view normal_path) const;
@@ -155,21 +155,21 @@ struct MachineState : MachineContents {
   std::map<std::uintptr_t, std::thread> workers;  // by the number that its owner holds
 
   bool records = true;
-  std::atomic<Machine::CallHook> call_hook = nullptr;
-  std::atomic<Machine::BlockHook> block_hook = nullptr;
+  std::atomic<FakePlatform::CallHook> call_hook = nullptr;
+  std::atomic<FakePlatform::BlockHook> block_hook = nullptr;
 };
 
 // The state, locked for the caller as long as this lives.
 class LockedState {
  public:
-  explicit LockedState(MachineState& state) : state_(state), lock_(state.mutex) {}
+  explicit LockedState(PlatformState& state) : state_(state), lock_(state.mutex) {}
 
-  MachineState& operator*() const { return state_; }
-  MachineState* operator->() const { return &state_; }
+  PlatformState& operator*() const { return state_; }
+  PlatformState* operator->() const { return &state_; }
   std::unique_lock<std::mutex>& Lock() { return lock_; }
 
  private:
-  MachineState& state_;
+  PlatformState& state_;
   std::unique_lock<std::mutex> lock_;
 };
 
@@ -200,9 +200,9 @@ std::string CallText(std::string_view name, const Arguments&... arguments) {
 }
 
 // The state, locked for one platform call. An owner must not be closed meanwhile: that locks, too.
-class LockedMachine : HookedCall, public LockedState {
+class LockedPlatform : HookedCall, public LockedState {
  public:
-  LockedMachine() : LockedState(TheMachine().State()) {}
+  LockedPlatform() : LockedState(TheFakePlatform().State()) {}
 
   // Records a call that cannot fail.
   template <class... Arguments>

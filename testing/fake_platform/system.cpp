@@ -10,7 +10,7 @@ namespace platform {
 namespace {
 
 using fake::Hex;
-using fake::LockedMachine;
+using fake::LockedPlatform;
 
 // The years 1601 to 30827: what the system's file times can tell.
 constexpr std::int64_t kFirstSecond = -11644473600;
@@ -19,26 +19,26 @@ constexpr std::int64_t kLastSecond = 910670515199;
 }  // namespace
 
 bool InitializeCommonControls(std::uint32_t classes) {
-  LockedMachine machine;
-  return machine.RecordFallible("InitializeCommonControls", Hex{classes}) == kSuccess;
+  LockedPlatform locked;
+  return locked.RecordFallible("InitializeCommonControls", Hex{classes}) == kSuccess;
 }
 
 void WriteDebugOutput(const char16_t* text) {
-  LockedMachine machine;
-  machine.Record("WriteDebugOutput", text);
-  if (machine->records) {
-    machine->debug_output.emplace_back(text);
+  LockedPlatform locked;
+  locked.Record("WriteDebugOutput", text);
+  if (locked->records) {
+    locked->debug_output.emplace_back(text);
   }
 }
 
 Status SystemMessage(std::uint32_t code, std::u16string& text) {
   text.clear();
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("SystemMessage", Hex{code})) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("SystemMessage", Hex{code})) {
     return fault;
   }
-  const auto message = machine->messages.find(code);
-  if (message == machine->messages.end()) {
+  const auto message = locked->messages.find(code);
+  if (message == locked->messages.end()) {
     return kMessageNotFound;
   }
   text = message->second;
@@ -46,14 +46,14 @@ Status SystemMessage(std::uint32_t code, std::u16string& text) {
 }
 
 std::int64_t SecondsSinceEpoch() {
-  LockedMachine machine;
-  machine.Record("SecondsSinceEpoch");
-  return machine->seconds_since_epoch;
+  LockedPlatform locked;
+  locked.Record("SecondsSinceEpoch");
+  return locked->seconds_since_epoch;
 }
 
 Status BreakIntoLocalTime(std::int64_t seconds_since_epoch, LocalTime& local) {
-  LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("BreakIntoLocalTime", seconds_since_epoch)) {
+  LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("BreakIntoLocalTime", seconds_since_epoch)) {
     return fault;
   }
   if (seconds_since_epoch < kFirstSecond || seconds_since_epoch > kLastSecond) {
@@ -78,9 +78,9 @@ void SleepMilliseconds(std::uint32_t milliseconds) {
   constexpr std::uint64_t kSleepsPerTurn = 1024;
   std::uint64_t sleeps = 0;
   {
-    LockedMachine machine;
-    machine.Record("SleepMilliseconds", milliseconds);
-    sleeps = ++machine->sleeps;
+    LockedPlatform locked;
+    locked.Record("SleepMilliseconds", milliseconds);
+    sleeps = ++locked->sleeps;
   }
   if (sleeps % kSleepsPerTurn == 0) {
     std::this_thread::yield();

@@ -7,8 +7,8 @@ namespace platform {
 namespace {
 
 Status Begin(const char* name, CodePage code_page, std::int32_t length, std::int32_t capacity) {
-  fake::LockedMachine machine;
-  return machine.RecordFallible(name, static_cast<std::uint32_t>(code_page), length, capacity);
+  fake::LockedPlatform locked;
+  return locked.RecordFallible(name, static_cast<std::uint32_t>(code_page), length, capacity);
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ void JoinIfRunning(std::thread worker) {
 void WorkerTraits::Close(RawWorker worker) noexcept {
   std::thread thread;
   {
-    fake::LockedMachine machine;
-    auto node = machine->workers.extract(static_cast<std::uintptr_t>(worker));
+    fake::LockedPlatform locked;
+    auto node = locked->workers.extract(static_cast<std::uintptr_t>(worker));
     if (!node.empty()) {
       thread = std::move(node.mapped());
     }
@@ -31,8 +31,8 @@ void WorkerTraits::Close(RawWorker worker) noexcept {
 
 Status StartWorker(WorkerProcedure procedure, void* parameter, Worker& worker) {
   worker.Reset();
-  fake::LockedMachine machine;
-  if (const Status fault = machine.RecordFallible("StartWorker")) {
+  fake::LockedPlatform locked;
+  if (const Status fault = locked.RecordFallible("StartWorker")) {
     return fault;
   }
   std::thread thread;
@@ -41,8 +41,8 @@ Status StartWorker(WorkerProcedure procedure, void* parameter, Worker& worker) {
   } catch (const std::system_error&) {
     return kNotEnoughMemory;
   }
-  const std::uintptr_t handle = machine->NewHandle();
-  machine->workers[handle] = std::move(thread);
+  const std::uintptr_t handle = locked->NewHandle();
+  locked->workers[handle] = std::move(thread);
   worker.Reset(RawWorker{handle});
   return kSuccess;
 }
@@ -51,10 +51,10 @@ Status WaitForWorker(const Worker& worker) {
   std::thread thread;
   Status status = kSuccess;
   {
-    fake::LockedMachine machine;
-    status = machine.RecordFallible("WaitForWorker");
-    const auto found = machine->workers.find(static_cast<std::uintptr_t>(worker.Get()));
-    if (found != machine->workers.end()) {
+    fake::LockedPlatform locked;
+    status = locked.RecordFallible("WaitForWorker");
+    const auto found = locked->workers.find(static_cast<std::uintptr_t>(worker.Get()));
+    if (found != locked->workers.end()) {
       // The owner keeps its number; later waits find a thread that has ended.
       thread = std::move(found->second);
     } else if (status == kSuccess) {

@@ -6,7 +6,7 @@ kill_sweep.py --self-test: shows the judge states that no kill may leave.
 For each scenario the calls of an undisturbed run are counted, and the run is repeated once for each
 of them. SIGKILL is injected at the call's entry, so that the call has no effect. Calls that change
 something are met a second time, with SIGTERM at the entry: nobody handles it, so the process ends as
-soon as the call has had its effect. The calls of the stand-in for the mail client, which is a library
+soon as the call has had its effect. The calls of the fake mail client, which is a library
 in the same process, and those of the dynamic linker before main are among them.
 
 After each kill the document is there byte for byte, or the mail client has all of it; and the job
@@ -15,7 +15,7 @@ empty or cut between its truncation and its last write, and between the document
 publication of the message the document is with the mail client, in a message that is not sent. Both
 are recognised by the calls that were made, not by what is left alone.
 
---quick leaves out what opens files for reading, what writes the log and the stand-in's report, and
+--quick leaves out what opens files for reading, what writes the log and the mail client's report, and
 what repeats itself. Exit code 0: no other state was found; 1: one was; 2: wrong usage; 77: this
 machine has no strace, or does not let it trace.
 """
@@ -301,7 +301,7 @@ class Machine:
         deadline = time.monotonic() + PATIENCE
         while not port_file.exists():
             if self.addin.poll() is not None or time.monotonic() > deadline:
-                sys.exit("the stand-in for the add-in does not listen")
+                sys.exit("the fake add-in does not listen")
             time.sleep(0.01)
         self.port = int(port_file.read_text())
         return self

@@ -40,8 +40,8 @@ void ExpectCalls(const std::string& library, bool (*is_reached)(const std::strin
 // both, calling the linker's ends the process.
 TEST(EntryPoints, CallTheClientsLibrary) {
   for (const std::string& library : PLATFORM_STDCALL_IS_DECORATED != 0
-                                        ? Texts{"stand_in", "decorated", "both_names"}
-                                        : Texts{"stand_in"}) {
+                                        ? Texts{"fake_library", "decorated", "both_names"}
+                                        : Texts{"fake_library"}) {
     ExpectCalls(library, [](const std::string&) { return true; });
   }
 }

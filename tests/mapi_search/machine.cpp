@@ -11,14 +11,14 @@
 
 namespace zentpost::mapi_search {
 
-std::filesystem::path StandIn(std::string_view name) {
+std::filesystem::path FakeLibrary(std::string_view name) {
   return e2e::Setting("libraries") / (std::string(name) + ".dll");
 }
 
-std::string Machine::Put(std::string_view stand_in, const std::filesystem::path& below) {
+std::string Machine::Put(std::string_view fake_library, const std::filesystem::path& below) {
   const std::filesystem::path path = (Folder() / below).make_preferred();
   std::filesystem::create_directories(path.parent_path());
-  std::filesystem::copy_file(StandIn(stand_in), path,
+  std::filesystem::copy_file(FakeLibrary(fake_library), path,
                              std::filesystem::copy_options::overwrite_existing);
   return path.string();
 }

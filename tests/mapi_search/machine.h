@@ -1,5 +1,5 @@
 // The machine as a test of the search sets it up: the mail client's registration, folders with
-// stand-in libraries, the program that searches.
+// fake libraries, the program that searches.
 #pragma once
 
 #include <filesystem>
@@ -11,9 +11,9 @@
 
 namespace zentpost::mapi_search {
 
-// Names of the stand-in libraries, without an extension: "stand_in", "lacks_two" functions and
+// Names of the fake libraries, without an extension: "fake_library", "lacks_two" functions and
 // "stub"; in 32 bits on Windows also "decorated" and "both_names".
-[[nodiscard]] std::filesystem::path StandIn(std::string_view name);
+[[nodiscard]] std::filesystem::path FakeLibrary(std::string_view name);
 
 // One test's machine: no mail client is registered, and the folder is empty.
 class Machine : public e2e::Machine {
@@ -23,9 +23,9 @@ class Machine : public e2e::Machine {
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
-  // Copies a stand-in library to this path below the folder, or puts a text there that is no
+  // Copies a fake library to this path below the folder, or puts a text there that is no
   // library, or takes away what is there. The first two give the full path.
-  std::string Put(std::string_view stand_in, const std::filesystem::path& below);
+  std::string Put(std::string_view fake_library, const std::filesystem::path& below);
   std::string PutBroken(const std::filesystem::path& below);
   void Remove(const std::filesystem::path& below);
 

@@ -10,7 +10,7 @@
 //   installer-ui   what the installer      "installer-ui: LEVEL" (INSTALLUILEVEL of msi.h)
 //                  would show
 //   call=NAME      one entry point         "call: RESULT <- NAME(ARGUMENT, ...)", the latter as
-//                                          the stand-in library saw it
+//                                          the fake library saw it
 // "yes" may be "no", and a path or what was seen "nothing". Paths are ASCII. A line of a trace is
 // "trace: FORMAT [ARGUMENT, ...]" or "load trace: ...", that of a path that the search tries
 // "tried: PATH".
@@ -26,8 +26,8 @@
 #include "platform/modules.h"
 #include "testing/end_to_end/text.h"
 #include "testing/entry_points.h"
+#include "tests/mapi_search/fake_library.h"
 #include "tests/mapi_search/module_path.h"
-#include "tests/mapi_search/stand_in.h"
 
 namespace zentpost::mapi_search {
 namespace {
@@ -74,7 +74,7 @@ TraceSink SinkFor(const char* name) {
 
 std::string SeenByTheLibrary() {
   platform::Procedure procedure = nullptr;
-  if (platform::FindProcedure(GetMAPIHandle(), "StandInLastCall", procedure) !=
+  if (platform::FindProcedure(GetMAPIHandle(), "FakeLibraryLastCall", procedure) !=
       platform::kSuccess) {
     return "nothing";
   }

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/mapi_search/fake_library.h"
 #include "tests/mapi_search/machine.h"
-#include "tests/mapi_search/stand_in.h"
 
 namespace zentpost::mapi_search {
 namespace {
@@ -24,9 +24,9 @@ TEST(Search, FindsTheDefaultClientsLibraries) {
   Machine machine;
   machine.SetDefaultMailClient(kClient);
   machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                            machine.Put("stand_in", "extended.dll"));
+                            machine.Put("fake_library", "extended.dll"));
   machine.SetMailClientText("Another client", registry::kExtendedLibrary,
-                            machine.Put("stand_in", "another.dll"));
+                            machine.Put("fake_library", "another.dll"));
   const Texts lines = machine.Search({"search"});
   const std::string path = (machine.Folder() / "extended.dll").string();
   EXPECT_EQ(Lines(lines, "search"), Texts{path});
@@ -43,11 +43,11 @@ TEST(Search, PrefersTheSourcesInTheirOrder) {
     machine.Put("stub", "mapi32.dll");
     machine.SetDefaultMailClient(kClient);
     machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                              machine.Put("stand_in", "1.dll"));
-    machine.SetMailClientText(kClient, registry::kLibrary, machine.Put("stand_in", "2.dll"));
+                              machine.Put("fake_library", "1.dll"));
+    machine.SetMailClientText(kClient, registry::kLibrary, machine.Put("fake_library", "2.dll"));
     machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
     machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
-    machine.SetVariable(kAnswerVariable, machine.Put("stand_in", "3.dll"));
+    machine.SetVariable(kAnswerVariable, machine.Put("fake_library", "3.dll"));
     Texts tried;
     for (const char* const name : {"1.dll", "2.dll", "3.dll"}) {
       const std::string path = (machine.Folder() / name).string();
@@ -84,7 +84,7 @@ TEST(Search, EndsAtTheSystemsOwnLibraryWhenNoClientIsRegistered) {
 TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
   for (const char16_t* const name : {registry::kExtendedLibrary, registry::kLibrary}) {
     Machine machine;
-    const std::string path = machine.Put("stand_in", "expanded.dll");
+    const std::string path = machine.Put("fake_library", "expanded.dll");
     machine.SetVariable("ZENTPOST_TEST_FOLDER", machine.Folder());
     machine.SetDefaultMailClient(kClient);
     const std::filesystem::path text =
@@ -104,7 +104,7 @@ TEST(Search, DeliberateLimitOf260BytesForATextOfTheRegistry) {
   ASSERT_LT(begin, 100u);
   for (const std::size_t length : {129u, 130u}) {
     const std::string name = std::string(length - begin - 4, 'a') + ".dll";
-    const std::string path = machine.Put("stand_in", name);
+    const std::string path = machine.Put("fake_library", name);
     ASSERT_EQ(path.size(), length);
     machine.SetMailClientText(kClient, registry::kExtendedLibrary, path);
     const Texts lines = machine.Search({"search"});
@@ -137,8 +137,8 @@ TEST(Search, TakesALibraryThatIsLoadedAlreadyWithoutLookingFurther) {
     Machine machine;
     machine.SetDefaultMailClient(kClient);
     machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                              machine.Put("stand_in", "extended.dll"));
-    const std::string path = machine.Put("stand_in", name);
+                              machine.Put("fake_library", "extended.dll"));
+    const std::string path = machine.Put("fake_library", name);
     const Texts lines =
         machine.Search({"load=" + path, "search", "unload=" + path, std::string("loaded=") + name});
     EXPECT_EQ(Lines(lines, "load"), Texts{"yes"});
@@ -164,7 +164,7 @@ TEST(Search, AsksEitherStubForTheClientsComponent) {
     machine.SetDefaultMailClient(kClient);
     machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
     machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
-    const std::string path = machine.Put("stand_in", "component.dll");
+    const std::string path = machine.Put("fake_library", "component.dll");
     machine.SetVariable(kAnswerVariable, path);
     const Texts lines = machine.Search({"search", std::string("loaded=") + stub});
     EXPECT_EQ(Lines(lines, "search"), Texts{path}) << stub;
@@ -176,8 +176,8 @@ TEST(Search, AsksEitherStubForTheClientsComponent) {
 
 TEST(Installation, TheFirstLibraryStaysUntilItIsTakenAway) {
   Machine machine;
-  const std::string first = machine.Put("stand_in", "first.dll");
-  const std::string second = machine.Put("stand_in", "second.dll");
+  const std::string first = machine.Put("fake_library", "first.dll");
+  const std::string second = machine.Put("fake_library", "second.dll");
   const Texts lines = machine.Search({"install=" + first, "install=" + second, "loaded=second.dll",
                                       "loaded=first.dll", "clear", "loaded=first.dll"});
   EXPECT_EQ(Lines(lines, "install"), (Texts{first, first}));

@@ -1,11 +1,11 @@
-// A stand-in for the system's MAPI stub, see stand_in.h.
+// A fake of the system's MAPI stub, see fake_library.h.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/call.h"
-#include "tests/mapi_search/stand_in.h"
+#include "tests/mapi_search/fake_library.h"
 
 namespace zentpost::mapi_search {
 

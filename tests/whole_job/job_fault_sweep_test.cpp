@@ -50,20 +50,20 @@ class JobFaultSweep : public test::WholeJobTest {
     EXPECT_EQ(exit_code_, expected.exit_code);
     EXPECT_EQ(Lines(test::StepsOfTheJob()), Lines(expected.steps));
     std::string debug_output;
-    for (const std::u16string& text : machine_.DebugOutput()) {
+    for (const std::u16string& text : fake_.DebugOutput()) {
       debug_output += test::Readable(text);
     }
     EXPECT_EQ(debug_output, expected.debug_output);
     std::map<std::string, std::string> files;
-    for (const std::u16string& path : machine_.FilePaths()) {
-      files[test::Readable(path)] = machine_.FileBytes(path).value_or("");
+    for (const std::u16string& path : fake_.FilePaths()) {
+      files[test::Readable(path)] = fake_.FileBytes(path).value_or("");
     }
     EXPECT_EQ(files, expected.files);
-    EXPECT_EQ(machine_.Connections(), expected.connections);
+    EXPECT_EQ(fake_.Connections(), expected.connections);
     EXPECT_EQ(mapi_->SavedAttachments(), expected.attachments);
     EXPECT_EQ(mapi_->Accounts(), expected.accounts);
     if (expected.waits) {
-      EXPECT_EQ(machine_.SleepCount(), *expected.waits);
+      EXPECT_EQ(fake_.SleepCount(), *expected.waits);
     }
   }
 
@@ -73,15 +73,15 @@ class JobFaultSweep : public test::WholeJobTest {
     const JobModel faultless(situation);
     // Without its watchdog a send to a peer that never reads lasts as long as that peer lives. In
     // the run in which the watchdog alone cannot be started, the peer therefore dies.
-    const bool has_deaf_peer = situation.peer == Peer::kNeverRead && faultless.watchdog;
-    const std::size_t unwatched_run = has_deaf_peer ? 1 + 2 * *faultless.watchdog : 0;
+    const bool has_silent_peer = situation.peer == Peer::kNeverRead && faultless.watchdog;
+    const std::size_t unwatched_run = has_silent_peer ? 1 + 2 * *faultless.watchdog : 0;
     std::size_t run = 0;
     const platform::fake::FaultScenario in_sweep = {
         .prepare =
             [&] {
               SetUpJob(situation);
-              if (has_deaf_peer && run == unwatched_run) {
-                machine_.Listen(5000, Peer::kReset);
+              if (has_silent_peer && run == unwatched_run) {
+                fake_.Listen(5000, Peer::kReset);
               }
               ++run;
             },
@@ -90,7 +90,7 @@ class JobFaultSweep : public test::WholeJobTest {
               RunJob(situation);
               if (run == 1) {
                 ExpectOutcome(faultless);
-                EXPECT_EQ(machine_.FallibleCalls(), faultless.fallible_calls);
+                EXPECT_EQ(fake_.FallibleCalls(), faultless.fallible_calls);
               }
             },
     };
@@ -130,11 +130,11 @@ TEST_F(JobFaultSweep, AJobFileIsNeverAMixtureOfOldAndNew) {
   const std::string whole = JobModel(situation).files.at(test::Readable(test::kJobPath));
   for (const std::size_t written : {std::size_t{1}, whole.size() / 2, whole.size() - 1}) {
     StartOver(situation);
-    machine_.SetBytesBeforeFault(written);
-    machine_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
+    fake_.SetBytesBeforeFault(written);
+    fake_.FailCallOf("WriteBytes", 0, platform::kDiskFull);
     RunJob(situation);
     EXPECT_EQ(exit_code_, 0);
-    EXPECT_EQ(machine_.FileBytes(test::kJobPath), whole.substr(0, written));
+    EXPECT_EQ(fake_.FileBytes(test::kJobPath), whole.substr(0, written));
   }
 }
 

@@ -71,16 +71,16 @@ class JobMemory : public test::WholeJobTest {
   Outcome Run(const Situation& situation, AllocationFaults& faults) {
     StartOver(situation);
     EXPECT_TRUE(faults.Run([&] { RunJob(situation); })) << "an exception came out";
-    EXPECT_EQ(machine_.CallsOf("EndSockets").size(), 1u);
-    EXPECT_EQ(machine_.OpenHandles(), 0u);
+    EXPECT_EQ(fake_.CallsOf("EndSockets").size(), 1u);
+    EXPECT_EQ(fake_.OpenHandles(), 0u);
     ForgetMapiLoading();
     EXPECT_EQ(mapi_->Accounts(), "");
 
     Outcome outcome = {.exit_code = exit_code_,
-                       .job_file = machine_.FileBytes(test::kJobPath),
-                       .document = machine_.FileBytes(test::kDocumentPath),
-                       .diverted = machine_.FileBytes(test::kDivertedPath),
-                       .payloads = machine_.Connections(),
+                       .job_file = fake_.FileBytes(test::kJobPath),
+                       .document = fake_.FileBytes(test::kDocumentPath),
+                       .diverted = fake_.FileBytes(test::kDivertedPath),
+                       .payloads = fake_.Connections(),
                        .attachments = mapi_->SavedAttachments(),
                        .messages = mapi_->CallsOf("IMessage::SubmitMessage").size() +
                                    mapi_->CallsOf("IMAPISession::ShowForm").size(),
@@ -96,7 +96,7 @@ class JobMemory : public test::WholeJobTest {
   // As when there is no memory for the job file's bytes.
   std::vector<std::string> LogOfTheJobFileAsDocument(const Situation& situation) {
     StartOver(situation);
-    machine_.FailCallOf("AllocateBlock", 0, platform::kNotEnoughMemory);
+    fake_.FailCallOf("AllocateBlock", 0, platform::kNotEnoughMemory);
     RunJob(situation);
     ForgetMapiLoading();
     return LogLines();
@@ -200,7 +200,7 @@ TEST_F(JobMemory, EveryAllocationOfAJobHasAnOutcome) {
                   faults.Mode() == test::AllocationFaultMode::kFromThere);
 
       // The file of the log holds no half lines.
-      const std::string log_file = machine_.FileBytes(kLog).value_or("");
+      const std::string log_file = fake_.FileBytes(kLog).value_or("");
       EXPECT_TRUE(log_file.empty() || log_file.ends_with("\r\n"));
 
       if (!situation.on_command_line && IsTakenForDocument(outcome)) {

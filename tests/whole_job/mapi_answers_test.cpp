@@ -27,7 +27,7 @@ class MapiAnswers : public test::WholeJobTest {
     EXPECT_EQ(exit_code_, is_delivered ? 0 : 1);
     EXPECT_EQ(mapi_->Accounts(), "");
     if (!situation.on_command_line) {
-      const std::string job_file = machine_.FileBytes(test::kJobPath).value_or("no job file");
+      const std::string job_file = fake_.FileBytes(test::kJobPath).value_or("no job file");
       EXPECT_EQ(job_file == test::WithSuccess(test::JobFileOf(situation)), is_delivered);
       EXPECT_EQ(job_file.find("\"MAPI Error\"") != std::string::npos, !is_delivered);
     }
@@ -186,7 +186,7 @@ TEST_F(MapiAnswers, WithoutMemoryTheSendFlowCleansUpAndSaysSo) {
           })) << "an exception came out";
           ForgetMapiLoading();  // also what the process would keep
           EXPECT_EQ(mapi_->Accounts(), "");
-          EXPECT_EQ(machine_.OpenHandles(), 0u);
+          EXPECT_EQ(fake_.OpenHandles(), 0u);
           ExpectDocumentIsKept();
           const std::vector<std::string>& calls = mapi_->Calls();
           if (result == MAPI_E_CALL_FAILED) {

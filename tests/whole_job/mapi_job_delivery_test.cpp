@@ -21,8 +21,8 @@ class JobDelivery : public test::MapiTest {
  protected:
   bool Process(const Fields& fields) {
     StartOver();
-    machine_.SetFile(u"C:\\jobs\\a.json", kJobFile);
-    machine_.SetFile(u"C:\\docs\\fax.pdf", "PDF");
+    fake_.SetFile(u"C:\\jobs\\a.json", kJobFile);
+    fake_.SetFile(u"C:\\docs\\fax.pdf", "PDF");
     JobParameters params;
     params.fromJobFile = true;
     params.arguments.Add(u"jobname", u"C:\\jobs\\a.json");
@@ -58,7 +58,7 @@ TEST_F(JobDelivery, EachFieldHasItsPlaceInTheMessage) {
                 "IAttach::SetProps(9, [0x37050003 1, 0x370b0003 -1, 0x37010102 3 bytes 504446, "
                 "0x3703001f \".pdf\", 0x3704001f \"Letter.pdf\", 0x3707001f \"Letter.pdf\", "
                 "0x37140003 0, 0x3001001f \"Letter.pdf\", 0x7ffa0003 0], null)"});
-  EXPECT_EQ(machine_.FileBytes(u"C:\\jobs\\a.json"), test::WithSuccess(kJobFile));
+  EXPECT_EQ(fake_.FileBytes(u"C:\\jobs\\a.json"), test::WithSuccess(kJobFile));
 }
 
 TEST_F(JobDelivery, APreviewOrAMessageWithoutANumberIsShown) {

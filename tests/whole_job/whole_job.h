@@ -44,7 +44,7 @@ inline const Situation kWithMailClient[] = {
     {.name = "submitted when the add-in refuses", .connections = 1, .has_mail_client = true},
 };
 
-class WholeJobTest : public platform::fake::MachineTest {
+class WholeJobTest : public platform::fake::FakePlatformTest {
  protected:
   ~WholeJobTest() override { ForgetMapiLoading(); }
 
@@ -64,7 +64,7 @@ class WholeJobTest : public platform::fake::MachineTest {
   }
 
   void StartOver(const Situation& situation) {
-    machine_.Reset();
+    fake_.Reset();
     SetUpJob(situation);
   }
 
@@ -78,7 +78,7 @@ class WholeJobTest : public platform::fake::MachineTest {
   // Whatever happened, the document is there byte for byte, or an attachment that was saved holds
   // it.
   void ExpectDocumentIsKept() const {
-    const std::optional<std::string> bytes = machine_.FileBytes(kDocumentPath);
+    const std::optional<std::string> bytes = fake_.FileBytes(kDocumentPath);
     EXPECT_EQ(bytes ? std::vector{*bytes} : mapi_->SavedAttachments(),
               std::vector<std::string>{kDocumentBytes});
   }

@@ -1,4 +1,4 @@
-// What the stand-in mail client is told to be and do. Pure: takes a JSON text.
+// What the fake mail client is told to be and do. Pure: takes a JSON text.
 #pragma once
 
 #include <cstdint>

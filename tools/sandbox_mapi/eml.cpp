@@ -84,7 +84,7 @@ std::vector<std::string> EncodedWords(std::string_view utf8) {
   return words;
 }
 
-// A header of words, each on the line before as long as there is room.
+// A header of words, each on the line before as long as there is space.
 std::string Fold(std::string_view name, const std::vector<std::string>& words) {
   std::string result = std::string(name) + ":";
   std::size_t column = result.size();
@@ -302,7 +302,7 @@ std::string QuotedPrintable(std::u16string_view text) {
   std::string result;
   std::size_t column = 0;
   const auto append = [&result, &column](std::string_view characters) {
-    // Room for the "=" of a soft line break.
+    // Space for the "=" of a soft line break.
     if (column + characters.size() > 75) {
       result += "=\r\n";
       column = 0;

@@ -51,7 +51,7 @@ Config ReadOrders(const fs::path& folder, const std::optional<std::string>& orde
 }
 
 // What the client is, as `config` has it.
-void Furnish(Client& client, const Config& config) {
+void Prepare(Client& client, const Config& config) {
   const auto flag = [](std::uint32_t id, bool is_set) {
     return Number(Tag(id, kBoolean), is_set ? 1 : 0);
   };
@@ -95,7 +95,7 @@ Library::Library(fs::path folder, const std::optional<std::string>& orders)
     error = problem.what();
   }
   client_ = std::make_unique<Client>(std::make_unique<Mailbox>(folder_, config.profile_name));
-  Furnish(*client_, config);
+  Prepare(*client_, config);
   if (!error.empty()) {
     client_->AddProblem(error);
     client_->Plan({.call = "MAPIInitialize", .from = true, .code = kUnconfigured});

@@ -28,13 +28,13 @@ std::string Failing(const std::string& call) {
   return R"({"Fail": [{"Call": ")" + call + R"(", "Code": "0x80040123", "From": true}]})";
 }
 
-class LibraryTest : public platform::fake::MachineTest {
+class LibraryTest : public platform::fake::FakePlatformTest {
  protected:
   void PrepareMachine() {
     ForgetMapiLoading();
-    machine_.Reset();
-    machine_.AddModule(u"C:\\Windows\\system32\\mapi32.dll", test::MapiExports());
-    machine_.SetFile(u"C:\\a.pdf", "PDF");
+    fake_.Reset();
+    fake_.AddModule(u"C:\\Windows\\system32\\mapi32.dll", test::MapiExports());
+    fake_.SetFile(u"C:\\a.pdf", "PDF");
   }
   // One process: sends a mail, with the sandbox that has these orders.
   HRESULT Send(const std::optional<std::string>& orders) {

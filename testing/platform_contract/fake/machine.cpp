@@ -18,7 +18,7 @@ std::uint16_t next_port = kFirstPort;
 }  // namespace
 
 void PrepareMachine() {
-  fake::Machine& machine = fake::TheMachine();
+  fake::FakePlatform& machine = fake::TheFakePlatform();
   machine.Reset();
   machine.AddFolder(kFolder);
   machine.SetSystemMessage(kAccessDenied, u"Nobody may do that.\r\n");
@@ -32,7 +32,7 @@ void PrepareMachine() {
 }
 
 void ClearMachine() {
-  fake::TheMachine().Reset();
+  fake::TheFakePlatform().Reset();
 }
 
 bool MayChangeRegistry() {
@@ -44,13 +44,13 @@ std::u16string KeyPath(std::u16string_view below) {
 }
 
 bool AddKey(Hive hive, const std::u16string& path) {
-  fake::TheMachine().AddKey(hive, path);
+  fake::TheFakePlatform().AddKey(hive, path);
   return true;
 }
 
 bool SetValue(Hive hive, const std::u16string& path, const std::u16string& name, std::uint32_t type,
               std::string_view bytes) {
-  fake::TheMachine().SetValue(hive, path, name, type, bytes);
+  fake::TheFakePlatform().SetValue(hive, path, name, type, bytes);
   return true;
 }
 
@@ -59,25 +59,25 @@ std::u16string Folder() {
 }
 
 void AddFolder(const std::u16string& path) {
-  fake::TheMachine().AddFolder(path);
+  fake::TheFakePlatform().AddFolder(path);
 }
 
 void SetFile(const std::u16string& path, std::string_view bytes) {
-  fake::TheMachine().SetFile(path, std::string(bytes));
+  fake::TheFakePlatform().SetFile(path, std::string(bytes));
 }
 
 bool MakeReadOnly(const std::u16string& path) {
-  fake::TheMachine().SetReadOnly(path, true);
+  fake::TheFakePlatform().SetReadOnly(path, true);
   return true;
 }
 
 void AddLink(const std::u16string& path, const std::u16string& link) {
-  fake::TheMachine().AddLink(path, link);
+  fake::TheFakePlatform().AddLink(path, link);
 }
 
 std::u16string Pipe() {
   std::u16string path = Folder() + u"\\pipe";
-  fake::TheMachine().AddPipe(path);
+  fake::TheFakePlatform().AddPipe(path);
   return path;
 }
 
@@ -91,11 +91,11 @@ std::shared_ptr<void> HoldFile(const std::u16string& /*path*/, Hold /*how*/) {
 }
 
 std::optional<std::string> FileBytes(const std::u16string& path) {
-  return fake::TheMachine().FileBytes(path);
+  return fake::TheFakePlatform().FileBytes(path);
 }
 
 bool FolderExists(const std::u16string& path) {
-  fake::LockedMachine machine;
+  fake::LockedPlatform machine;
   return machine->IsFolder(fake::NormalPath(path));
 }
 
@@ -109,8 +109,8 @@ std::u16string LibraryOfTheSystem() {
 
 bool IsLoaded(const std::u16string& path) {
   const std::u16string name = u"\\" + path.substr(path.rfind(u'\\') + 1);
-  return fake::TheMachine().ModuleReferences(LibraryFolder() + name) != 0 ||
-         fake::TheMachine().ModuleReferences(TheSystemDirectory() + name) != 0;
+  return fake::TheFakePlatform().ModuleReferences(LibraryFolder() + name) != 0 ||
+         fake::TheFakePlatform().ModuleReferences(TheSystemDirectory() + name) != 0;
 }
 
 std::u16string TheSystemDirectory() {
@@ -118,14 +118,14 @@ std::u16string TheSystemDirectory() {
 }
 
 void SetVariable(const std::u16string& name, const std::u16string& value) {
-  fake::TheMachine().SetVariable(name, value);
+  fake::TheFakePlatform().SetVariable(name, value);
 }
 
 std::uint16_t Listen(Peer peer) {
   // Nothing takes time on this machine: the slow one reads as any other.
-  fake::TheMachine().Listen(next_port, peer == Peer::kNeverReads ? fake::Peer::kNeverRead
-                                       : peer == Peer::kResets   ? fake::Peer::kReset
-                                                                 : fake::Peer::kAccept);
+  fake::TheFakePlatform().Listen(next_port, peer == Peer::kNeverReads ? fake::Peer::kNeverRead
+                                            : peer == Peer::kResets   ? fake::Peer::kReset
+                                                                      : fake::Peer::kAccept);
   return next_port++;
 }
 
@@ -134,7 +134,7 @@ std::uint16_t PortWithoutListener() {
 }
 
 std::string Received(std::uint16_t port) {
-  fake::LockedMachine machine;
+  fake::LockedPlatform machine;
   std::size_t index = 0;
   machine->changed.wait(machine.Lock(), [&] {
     const auto first = std::find_if(
@@ -148,14 +148,14 @@ std::string Received(std::uint16_t port) {
 
 std::u16string DebugOutput() {
   std::u16string all;
-  for (const std::u16string& text : fake::TheMachine().DebugOutput()) {
+  for (const std::u16string& text : fake::TheFakePlatform().DebugOutput()) {
     all += text;
   }
   return all;
 }
 
 std::u16string StoredMessage(std::uint32_t code) {
-  fake::LockedMachine machine;
+  fake::LockedPlatform machine;
   const auto message = machine->messages.find(code);
   return message == machine->messages.end() ? std::u16string() : message->second;
 }

@@ -5,7 +5,7 @@
 namespace zentpost::mapi_search {
 
 Machine::Machine() : program_(e2e::Setting("mapi-search")) {
-  Put("stand_in", "system/mapi32.dll");
+  Put("fake_library", "system/mapi32.dll");
   SetVariable("ZENTPOST_SYSTEM_DIRECTORY", Folder() / "system");
 }
 Machine::~Machine() = default;

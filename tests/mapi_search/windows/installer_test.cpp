@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "testing/end_to_end/files.h"
+#include "tests/mapi_search/fake_library.h"
 #include "tests/mapi_search/machine.h"
-#include "tests/mapi_search/stand_in.h"
 #include "tests/mapi_search/windows/installer.h"
 
 namespace zentpost::mapi_search {
@@ -39,7 +39,7 @@ class InstallerSearch : public testing::Test {
   // Installs an Outlook into a folder of its own and gives the path of its MAPI library.
   std::string InstallOutlook(const std::string& category, const std::string& executable,
                              const std::string& folder) {
-    const std::string library = machine_.Put("stand_in", folder + "/olmapi32.dll");
+    const std::string library = machine_.Put("fake_library", folder + "/olmapi32.dll");
     const std::filesystem::path path = (machine_.Folder() / folder / executable).make_preferred();
     e2e::WriteBytes(path, "");
     installer_.Register(category, executable, path);
@@ -65,16 +65,16 @@ TEST_F(InstallerSearch, FindsTheLibraryOfAnOutlook) {
 
 TEST_F(InstallerSearch, TriesTheCategoriesInTheirOrderAmongTheOtherSources) {
   machine_.SetDefaultMailClient(kClient);
-  Texts expected = {machine_.Put("stand_in", "extended.dll")};
+  Texts expected = {machine_.Put("fake_library", "extended.dll")};
   machine_.SetMailClientText(kClient, registry::kExtendedLibrary, expected[0]);
   for (std::size_t i = 0; i < kCategories.size(); ++i) {
     expected.push_back(InstallOutlook(kCategories[i],
                                       i % 2 == 0 ? "outlook.x64.exe" : "outlook.exe",
                                       "office" + std::to_string(i)));
   }
-  expected.push_back(machine_.Put("stand_in", "plain.dll"));
+  expected.push_back(machine_.Put("fake_library", "plain.dll"));
   machine_.SetMailClientText(kClient, registry::kLibrary, expected.back());
-  expected.push_back(machine_.Put("stand_in", "component.dll"));
+  expected.push_back(machine_.Put("fake_library", "component.dll"));
   installer_.Register(kComponent, kQualifier, expected.back());
   machine_.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
   machine_.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
@@ -99,7 +99,7 @@ TEST_F(InstallerSearch, DoesWithoutAnOutlookThatIsGone) {
 }
 
 TEST_F(InstallerSearch, TheSystemsOwnStubKnowsTheClientsComponent) {
-  const std::string library = machine_.Put("stand_in", "component.dll");
+  const std::string library = machine_.Put("fake_library", "component.dll");
   installer_.Register(kComponent, kQualifier, library);
   machine_.SetDefaultMailClient(kClient);
   machine_.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
@@ -120,7 +120,7 @@ TEST_F(InstallerSearch, IsToldToShowNothingBeforeTheSearchAsks) {
 // Only the drive is loaded, which is no library; see LoadBesideOutlookMapi.
 TEST_F(InstallerSearch, DeliberateFailureToLoadTheCompanionBesideOutlooksLibrary) {
   const std::string library = InstallOutlook(kCategories[0], "outlook.exe", "office");
-  machine_.Put("stand_in", "office/pstprx32.dll");
+  machine_.Put("fake_library", "office/pstprx32.dll");
   const Texts lines = machine_.Search({"search", "loaded=pstprx32.dll"});
   EXPECT_EQ(Lines(lines, "search"), Texts{library});
   EXPECT_EQ(Lines(lines, "loaded"), Texts{"no"});

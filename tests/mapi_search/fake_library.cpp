@@ -1,4 +1,4 @@
-// A stand-in for a mail client's MAPI library, see stand_in.h: a fake mail client that looks into
+// A fake of a mail client's MAPI library, see fake_library.h: a fake mail client that looks into
 // nothing.
 #include <string>
 
@@ -20,7 +20,7 @@ fake_mapi::Client& fake_mapi::TheClient() {
   return client;
 }
 
-extern "C" const char* StandInLastCall() {
+extern "C" const char* FakeLibraryLastCall() {
   static std::string told;
   static std::size_t seen = 0;
   const std::vector<std::string> calls = fake_mapi::TheClient().Calls();
