@@ -201,7 +201,7 @@ TEST_F(EntryPoints, LookTheirFunctionsUpAgainAfterALaterInstallation) {
   fake_.ClearCalls();
   ExpectAllWork();
   ExpectAllWork();
-  EXPECT_EQ(fake_.CallsOf("FindProcedure").size(), 9u);
+  EXPECT_EQ(fake_.CallsOf("FindProcedure").size(), std::size(kEntryPoints));
 }
 
 TEST_F(EntryPoints, BindToTheNextLibraryOnceTheFirstIsGone) {
