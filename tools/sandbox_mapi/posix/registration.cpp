@@ -14,7 +14,6 @@ namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 constexpr std::string_view kHeader = "Windows Registry Editor Version 5.00";
-constexpr std::string_view kAnsiHeader = "REGEDIT4";
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 constexpr std::string_view kBegin =
@@ -52,8 +51,7 @@ class RegistryFile {
     }
     bytes_ = *read;
     if (!bytes_.starts_with(std::string(kUtf16Mark) + InUtf16(kHeader)) &&
-        !bytes_.starts_with(kAnsiHeader) && !bytes_.starts_with(kHeader) &&
-        !bytes_.starts_with(std::string(kUtf8Mark) += kHeader)) {
+        !bytes_.starts_with(kHeader) && !bytes_.starts_with(std::string(kUtf8Mark) += kHeader)) {
       throw std::runtime_error(support::PathText(path_) + " does not begin with \"" +
                                std::string(kHeader) + '"');
     }
@@ -85,12 +83,7 @@ class RegistryFile {
     }
   }
   void AddBlock(const std::string& keys) {
-    const std::string block = std::string(kBegin) + keys + std::string(kEnd);
-    if (Decoded(Encoded(block)) != block) {
-      throw std::runtime_error(
-          "the registry's file cannot hold the characters of these paths: it is no Unicode file");
-    }
-    bytes_ += Encoded(block);
+    bytes_ += Encoded(std::string(kBegin) + keys + std::string(kEnd));
   }
 
   void Write() const {
@@ -108,20 +101,18 @@ class RegistryFile {
  private:
   // Of `utf8`, in the file's encoding.
   [[nodiscard]] std::string Encoded(std::string_view utf8) const {
-    return bytes_.starts_with(kUtf16Mark)    ? InUtf16(utf8)
-           : bytes_.starts_with(kAnsiHeader) ? support::Windows1252(support::Utf16(utf8))
-                                             : std::string(utf8);
+    return bytes_.starts_with(kUtf16Mark) ? InUtf16(utf8) : std::string(utf8);
   }
   [[nodiscard]] std::string Decoded(const std::string& bytes) const {
-    if (bytes_.starts_with(kUtf16Mark)) {
-      std::u16string text;
-      for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-        text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
-                                      static_cast<unsigned char>(bytes[i + 1]) << 8);
-      }
-      return support::Utf8(text);
+    if (!bytes_.starts_with(kUtf16Mark)) {
+      return bytes;
     }
-    return bytes_.starts_with(kAnsiHeader) ? support::Utf8(support::FromWindows1252(bytes)) : bytes;
+    std::u16string text;
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+      text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
+                                    static_cast<unsigned char>(bytes[i + 1]) << 8);
+    }
+    return support::Utf8(text);
   }
 
   std::filesystem::path path_;

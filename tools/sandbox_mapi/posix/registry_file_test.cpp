@@ -43,7 +43,7 @@ class RegistryFileTest : public testing::Test {
 TEST_F(RegistryFileTest, FileIsAsItWasToTheByte) {
   for (const std::string& text :
        {kHeader + "\n", kHeader, kHeader + "\r\n\r\n[HKEY_LOCAL_MACHINE\\X]\r\n@=\"\xC3\xBC\"",
-        "\xEF\xBB\xBF" + kHeader + "\r\n", std::string("REGEDIT4\r\n; \xFC\x80\r\n"),
+        "\xEF\xBB\xBF" + kHeader + "\r\n",
         InUtf16(kHeader + "\r\n\r\n[HKEY_LOCAL_MACHINE\\X]\r\n")}) {
     SCOPED_TRACE(text);
     support::WriteBytes(path_, text);
@@ -69,12 +69,10 @@ TEST_F(RegistryFileTest, LinesBehindTheBlockStay) {
 }
 
 TEST_F(RegistryFileTest, WhatCannotBeChangedIsLeftAlone) {
-  support::WriteBytes(path_, "[HKEY_LOCAL_MACHINE\\X]\n");
-  EXPECT_NE(Registered().find("does not begin with"), std::string::npos);
   support::WriteBytes(path_, "REGEDIT4\r\n");
-  EXPECT_EQ(Registered("\xE4\xB8\xAD"),
-            "the registry's file cannot hold the characters of these paths: it is no Unicode file");
+  EXPECT_NE(Registered().find("does not begin with"), std::string::npos);
   EXPECT_EQ(support::ReadBytes(path_), "REGEDIT4\r\n");
+  support::WriteBytes(path_, kHeader);
   std::filesystem::create_directories(path_.string() + ".new");
   EXPECT_EQ(Registered(), "cannot write " + path_.string());
   std::filesystem::remove(path_);
