@@ -66,6 +66,13 @@ TEST_F(SendMailTest, SubmitsAMessage) {
   const std::string entry =
       "[5 [0x3001001f \"Smith\", 0x3002001f \"SMTP\", 0x3003001f \"030\", 0x0c150003 1, "
       "0x0fff0102 7 bytes 6f6e652d6f6666]])";
+  const std::string contents =
+      "IMessage::SetProps(5, [0x001a001f \"IPM.Note\", 0x0037001f \"Hello\", 0x1000001f \"A "
+      "note\", 0x0042001f \"J\xC3\xA4ger\", 0x0e0a0102 4 bytes 73656e74], null)";
+  const std::string attachment =
+      "IAttach::SetProps(9, [0x37050003 1, 0x370b0003 -1, 0x37010102 3 bytes 504446, 0x3703001f "
+      "\".pdf\", 0x3704001f \"Letter.pdf\", 0x3707001f \"Letter.pdf\", 0x37140003 0, 0x3001001f "
+      "\"Letter.pdf\", 0x7ffa0003 0], null)";
   const Calls plain = {
       "MAPIInitialize(null)",
       "MAPIAdminProfiles(0x0)",
@@ -93,14 +100,11 @@ TEST_F(SendMailTest, SubmitsAMessage) {
       "FreePadrlist(block 2)",
       "MAPIFreeBuffer(block 4)",
       "IAddrBook::Release()",
-      "IMessage::SetProps(5, [0x001a001f \"IPM.Note\", 0x0037001f \"Hello\", 0x1000001f \"A "
-      "note\", 0x0042001f \"J\xC3\xA4ger\", 0x0e0a0102 4 bytes 73656e74], null)",
+      contents,
       "IMessage::SaveChanges(0x2)",
       "MAPIAllocateBuffer(" + std::to_string(12 * sizeof(SPropValue)) + ")",
       "IMessage::CreateAttach(null, 0x8)",
-      "IAttach::SetProps(9, [0x37050003 1, 0x370b0003 -1, 0x37010102 3 bytes 504446, 0x3703001f "
-      "\".pdf\", 0x3704001f \"Letter.pdf\", 0x3707001f \"Letter.pdf\", 0x37140003 0, 0x3001001f "
-      "\"Letter.pdf\", 0x7ffa0003 0], null)",
+      attachment,
       "IAttach::SaveChanges(0x0)",
       "IAttach::Release()",
       "MAPIFreeBuffer(block 5)",
