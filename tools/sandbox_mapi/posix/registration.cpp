@@ -1,6 +1,6 @@
 // The text file that stands for the registry: this tool's keys are one block of lines at its end.
 // What stands before it is overridden and not touched, so that taking the block away puts
-// everything back, to the byte and in whatever encoding the file has.
+// everything back to the byte. The file is in UTF-8.
 #include "tools/sandbox_mapi/registration.h"
 
 #include <stdexcept>
@@ -15,19 +15,10 @@ namespace {
 
 constexpr std::string_view kHeader = "Windows Registry Editor Version 5.00";
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
-constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 constexpr std::string_view kBegin =
     "\n; sandbox_mapi begins here: unregister takes these lines away\n";
 constexpr std::string_view kEnd = "; sandbox_mapi ends here\n";
 constexpr std::string_view kFolder = "\"Folder\"=\"";
-
-std::string InUtf16(std::string_view utf8) {
-  std::string bytes;
-  for (const char16_t unit : support::Utf16(utf8)) {
-    bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
-  }
-  return bytes;
-}
 
 class RegistryFile {
  public:
@@ -50,23 +41,22 @@ class RegistryFile {
       throw std::runtime_error("cannot read " + support::PathText(path_));
     }
     bytes_ = *read;
-    if (!bytes_.starts_with(std::string(kUtf16Mark) + InUtf16(kHeader)) &&
-        !bytes_.starts_with(kHeader) && !bytes_.starts_with(std::string(kUtf8Mark) += kHeader)) {
+    if (!bytes_.starts_with(kHeader) && !bytes_.starts_with(std::string(kUtf8Mark) += kHeader)) {
       throw std::runtime_error(support::PathText(path_) + " does not begin with \"" +
                                std::string(kHeader) + '"');
     }
-    begin_ = bytes_.find(Encoded(kBegin));
+    begin_ = bytes_.find(kBegin);
   }
 
   [[nodiscard]] bool HasBlock() const { return begin_ != std::string::npos; }
 
   // The block's "Folder".
   [[nodiscard]] std::optional<std::string> Folder() const {
-    const std::size_t start = bytes_.find(Encoded(kFolder), begin_);
+    const std::size_t start = bytes_.find(kFolder, begin_);
     if (!HasBlock() || start == std::string::npos) {
       return std::nullopt;
     }
-    std::string text = Decoded(bytes_.substr(start)).substr(kFolder.size());
+    const std::string text = bytes_.substr(start + kFolder.size());
     std::string folder;
     for (std::size_t i = 0; i < text.size() && text[i] != '"'; ++i) {
       i += text[i] == '\\' ? 1 : 0;
@@ -77,14 +67,11 @@ class RegistryFile {
 
   void RemoveBlock() {
     if (HasBlock()) {
-      const std::string end = Encoded(kEnd);
-      const std::size_t last = bytes_.find(end, begin_);
-      bytes_.erase(begin_, last == std::string::npos ? last : last + end.size() - begin_);
+      const std::size_t last = bytes_.find(kEnd, begin_);
+      bytes_.erase(begin_, last == std::string::npos ? last : last + kEnd.size() - begin_);
     }
   }
-  void AddBlock(const std::string& keys) {
-    bytes_ += Encoded(std::string(kBegin) + keys + std::string(kEnd));
-  }
+  void AddBlock(const std::string& keys) { bytes_.append(kBegin).append(keys).append(kEnd); }
 
   void Write() const {
     std::error_code problem;
@@ -99,22 +86,6 @@ class RegistryFile {
   }
 
  private:
-  // Of `utf8`, in the file's encoding.
-  [[nodiscard]] std::string Encoded(std::string_view utf8) const {
-    return bytes_.starts_with(kUtf16Mark) ? InUtf16(utf8) : std::string(utf8);
-  }
-  [[nodiscard]] std::string Decoded(const std::string& bytes) const {
-    if (!bytes_.starts_with(kUtf16Mark)) {
-      return bytes;
-    }
-    std::u16string text;
-    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-      text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
-                                    static_cast<unsigned char>(bytes[i + 1]) << 8);
-    }
-    return support::Utf8(text);
-  }
-
   std::filesystem::path path_;
   std::string bytes_;
   std::size_t begin_ = std::string::npos;
