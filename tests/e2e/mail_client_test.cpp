@@ -383,18 +383,8 @@ TEST_F(MailClient, AddressesFollowTheUsersSettings) {
   }
 }
 
-TEST_F(MailClient, AStoreThatCannotBeOpenedOnlineIsOpenedOtherwise) {
-  Prepare(job_);
-
-  const ToolRun run =
-      RunWithClient(R"({"Fail": [{"Call": "IMAPISession::OpenMsgStore", "Code": "0x8004011D"}]})");
-
-  ExpectDelivered(job_, run,
-                  LoggedOn() + FailedToConnect(kNotOnline) + Composed(job_) + Submitted());
-  ExpectAccountsInOrder();
-}
-
-TEST_F(MailClient, WhatAFirstLogonAndAFirstOpeningLeaveBehindIsNotUsed) {
+// What first failures leave behind is not used.
+TEST_F(MailClient, AFailedLogonAndAFailedOpeningAreTriedOtherwise) {
   Prepare(job_);
 
   const ToolRun run = RunWithClient(
