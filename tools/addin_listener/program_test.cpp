@@ -129,7 +129,7 @@ TEST(Program, TellsOfWhatCameAndEndsWithItsExitCode) {
       {{"--count", "3", "--quiet"}, {kGoodWire, kGood, kGoodWire}, 1, ""},
       {{"--json"}, {kGoodWire}, 0, kGood + "\n", good},
       {{"--json", "--misbehave", "slow"}, {"\xFF"}, 1, "", bad},
-      {{"--timeout", "2", "--count", "2", "--quiet"},
+      {{"--timeout", "5", "--count", "2", "--quiet"},
        {"{}"},
        1,
        "",
