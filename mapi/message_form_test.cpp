@@ -90,10 +90,9 @@ TEST_F(MessageForm, FactsThatTheMessageDoesNotHaveAreZero) {
   StartOver();
   mapi_->GiveNothing("IMessage::GetProps");
   EXPECT_EQ(Open(), MakeResult(0x80040107));
-  EXPECT_EQ(Trace(), Lines({kGetProps, kPrepare, kPrepared, GetStatus("0 bytes at null"),
-                            "log ERROR: OpenMessageModal(): Dialog message status retrieval "
-                            "failed.",
-                            "log ERROR: Code 0x80040107 --> (CDO) The entryID is invalid."}));
+  EXPECT_EQ(Trace(), Lines({kGetProps, kPrepare, kPrepared, GetStatus("0 bytes at null")}) +
+                         "log ERROR: OpenMessageModal(): Dialog message status retrieval failed.\n"
+                         "log ERROR: Code 0x80040107 --> (CDO) The entryID is invalid.\n");
 }
 
 }  // namespace
