@@ -42,7 +42,7 @@ class MapiSearchTest : public platform::fake::FakePlatformTest {
   // of one. It answers 1607 where it knows nothing, and a fetch that does not fit with 234.
   static void AddInstaller();
   // A component whose fetch, not its size, fails with `fetch_status`, unless that is 0. With a
-  // `careless_count` the installer heeds nothing but the size of the space: it says that count to
+  // `careless_count` the installer heeds nothing but the size of the buffer: it says that count to
   // both questions, and writes as many units of `path` as there is space for, with no terminator of
   // its own.
   static void AddComponent(std::u16string_view category, std::u16string_view qualifier,
@@ -54,9 +54,9 @@ class MapiSearchTest : public platform::fake::FakePlatformTest {
   static std::vector<std::string> InstallerSettings();
 
   // The system's stub: a mapi32.dll or mapistub.dll with an FGetComponentPath that gives `answer`
-  // and the bytes of `path`, with a terminator unless they fill all of the space.
+  // and the bytes of `path`, with a terminator unless they fill all of the buffer.
   static void AddStub(std::u16string_view library, std::string path, std::int32_t answer = 1);
-  // The questions so far: "COMPONENT, QUALIFIER, SPACE, INSTALL", and whether the space was zeroed.
+  // The questions so far: "COMPONENT, QUALIFIER, SIZE, INSTALL", and whether the buffer was zeroed.
   static std::vector<std::string> StubQuestions();
 
   // Records neither trace nor questions from now on: for a search on several threads, or one whose
