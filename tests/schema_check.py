@@ -6,7 +6,9 @@ Prints what is wrong as FILE: PLACE: TEXT. Exit code 0: all files are as they sh
 not; 2: wrong usage; 77: this machine's Python has no jsonschema (Debian: python3-jsonschema).
 """
 import copy
+import functools
 import json
+import operator
 import pathlib
 import sys
 
@@ -18,28 +20,14 @@ except ImportError:
 
 FOLDER = pathlib.Path(__file__).resolve().parent.parent / "docs" / "schema"
 NAMES = ("job-file", "result", "payload")
+SCHEMAS = {name: json.loads((FOLDER / f"{name}.schema.json").read_text(encoding="utf-8")) for name in NAMES}
 
 
-def load_schemas():
-    """The schemas by the name under which they refer to each other."""
-    schemas = {}
-    for name in NAMES:
-        path = FOLDER / f"{name}.schema.json"
-        schemas[path.name] = json.loads(path.read_text(encoding="utf-8"))
-    return schemas
-
-
-def validator_for(schemas, name):
-    schema = schemas[f"{name}.schema.json"]
-    try:
-        from referencing import Registry, Resource
-    except ImportError:  # before jsonschema 4.18
-        resolver = jsonschema.RefResolver.from_schema(schema, store=dict(schemas))
-        return jsonschema.Draft202012Validator(schema, resolver=resolver)
-    registry = Registry().with_resources(
-        (key, Resource.from_contents(contents)) for key, contents in schemas.items()
-    )
-    return jsonschema.Draft202012Validator(schema, registry=registry)
+@functools.cache
+def validator_for(name):
+    """Takes the other schemas in, which are found by their $id."""
+    schema = SCHEMAS[name]
+    return jsonschema.Draft202012Validator({**schema, "$defs": {**SCHEMAS, **schema.get("$defs", {})}})
 
 
 def members(pairs):
@@ -54,7 +42,7 @@ def no_constant(name):
     raise ValueError(f"{name} is no JSON")
 
 
-def problems(validator, name, data):
+def problems(name, data):
     """What is wrong with these bytes, a line each."""
     try:
         # Job files may begin with a byte-order mark, the rest must not.
@@ -62,28 +50,19 @@ def problems(validator, name, data):
         document = json.loads(text, object_pairs_hook=members, parse_constant=no_constant)
     except ValueError as error:
         return [f"no JSON in UTF-8: {error}"]
-    return [
-        f"{'/'.join(map(str, error.absolute_path)) or 'the whole'}: {error.message}"
-        for error in sorted(validator.iter_errors(document), key=lambda error: list(map(str, error.absolute_path)))
-    ]
+    found = sorted(validator_for(name).iter_errors(document), key=lambda error: list(map(str, error.absolute_path)))
+    return [f"{'/'.join(map(str, error.absolute_path)) or 'the whole'}: {error.message}" for error in found]
 
 
 DELIVERED = {"Status": 0, "ErrorCode": 0, "ErrorText": ""}
-PAYLOAD = {
-    "Parameters": {
-        "Receiver": "0301", "RecipientName": "", "SenderName": "", "FileName": "a.pdf",
-        "AttachmentName": "a.pdf", "Comment": "", "Subject": "", "SendTime": "", "ECM": True,
-        "Preview": False,
-    }
-}
+TEXTS = "Receiver RecipientName SenderName FileName AttachmentName Comment Subject SendTime".split()
+PAYLOAD = {"Parameters": {**dict.fromkeys(TEXTS, ""), "ECM": True, "Preview": False}}
+PARAMETERS = "Baudrate ECM RecipientName Comment NGDX Preview Subject UserName SendTime".split()
 JOB = {
     "FilePath": "C:\\a.pdf",
     "SourceFileName": "a",
     "Cmd": {
-        "Parameters": dict.fromkeys(
-            ["Baudrate", "ECM", "RecipientName", "Comment", "NGDX", "Preview", "Subject", "UserName", "SendTime"],
-            "-",
-        ),
+        "Parameters": dict.fromkeys(PARAMETERS, "-"),
         "Commands": dict.fromkeys("BCEKNOPSUZ", "-"),
         "Receiver": ["0301", "0302"],
     },
@@ -142,32 +121,27 @@ DOCUMENTS = [
 WRONG_VALUE = 1.5
 
 
+def members_in(document, *parents):
+    """The places of all its members."""
+    for key, value in document.items():
+        yield *parents, key
+        if isinstance(value, dict):
+            yield from members_in(value, *parents, key)
+
+
 def mutations():
-    """Whole documents with one member taken out where it must not be, or of the wrong type."""
-    required = [
-        ("job-file", JOB, ["FilePath"]), ("job-file", JOB, ["SourceFileName"]),
-        *(("result", DELIVERED, [key]) for key in DELIVERED),
-        *(("job-file", JOB, ["Result", key]) for key in DELIVERED),
-        ("payload", PAYLOAD, ["Parameters"]),
-        *(("payload", PAYLOAD, ["Parameters", key]) for key in PAYLOAD["Parameters"]),
-    ]
-    optional = [
-        ("job-file", JOB, ["Cmd"]), ("job-file", JOB, ["Result"]),
-        *(("job-file", JOB, ["Cmd", key]) for key in JOB["Cmd"]),
-        *(("job-file", JOB, ["Cmd", holder, key])
-          for holder in ("Parameters", "Commands") for key in JOB["Cmd"][holder]),
-    ]
-    for name, document, path in required + optional:
-        for is_removed in (True, False):
-            changed = copy.deepcopy(document)
-            holder = changed
-            for key in path[:-1]:
-                holder = holder[key]
-            if is_removed:
-                del holder[path[-1]]
-            else:
-                holder[path[-1]] = WRONG_VALUE
-            yield name, changed, is_removed and (name, document, path) in optional
+    """Whole documents with one member taken out, or of the wrong type."""
+    for name, document in ("job-file", JOB), ("result", DELIVERED), ("payload", PAYLOAD):
+        for *parents, key in members_in(document):
+            is_optional = "Cmd" in parents or key in ("Cmd", "Result")
+            for is_removed in True, False:
+                changed = copy.deepcopy(document)
+                holder = functools.reduce(operator.getitem, parents, changed)
+                if is_removed:
+                    del holder[key]
+                else:
+                    holder[key] = WRONG_VALUE
+                yield name, changed, is_removed and is_optional
 
 
 def undescribed(schema, place):
@@ -184,17 +158,16 @@ def undescribed(schema, place):
 
 
 def self_test():
-    schemas = load_schemas()
     bad = []
-    for key, schema in schemas.items():
+    for name, schema in SCHEMAS.items():
         jsonschema.Draft202012Validator.check_schema(schema)
-        if schema["$id"] != key:
-            bad.append(f"{key}: $id is {schema['$id']}")
-        bad += [f"{key}: {place} has no description" for place in undescribed(schema, "the whole")]
+        if schema["$id"] != f"{name}.schema.json":
+            bad.append(f"{name}: $id is {schema['$id']}")
+        bad += [f"{name}: {place} has no description" for place in undescribed(schema, "the whole")]
     documents = DOCUMENTS + list(mutations())
     for name, document, is_right in documents:
         data = document if isinstance(document, bytes) else json.dumps(document).encode()
-        found = problems(validator_for(schemas, name), name, data)
+        found = problems(name, data)
         if is_right != (found == []):
             bad.append(f"{name}: {data!r}: expected {'no' if is_right else 'a'} problem, got {found}")
     print("\n".join(bad + [f"schema_check: {len(documents)} documents, {len(bad)} self-tests failed"]))
@@ -207,18 +180,17 @@ def main():
     if len(sys.argv) < 3 or sys.argv[1] not in NAMES:
         print(__doc__.split("\n\n")[0], file=sys.stderr)
         return 2
-    name = sys.argv[1]
-    validator = validator_for(load_schemas(), name)
+    name, *paths = sys.argv[1:]
     wrong = 0
-    for path in sys.argv[2:]:
+    for path in paths:
         try:
-            found = problems(validator, name, pathlib.Path(path).read_bytes())
+            found = problems(name, pathlib.Path(path).read_bytes())
         except OSError as error:
             found = [str(error)]
         for problem in found:
             print(f"{path}: {problem}")
         wrong += bool(found)
-    print(f"schema_check: {len(sys.argv) - 2} files held against {name}, {wrong} of them wrong")
+    print(f"schema_check: {len(paths)} files held against {name}, {wrong} of them wrong")
     return 1 if wrong else 0
 
 
