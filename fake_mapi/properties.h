@@ -56,7 +56,6 @@ constexpr std::uint32_t Tag(std::uint32_t id, std::uint32_t type) {
 struct Spool {
   std::filesystem::path file;
   std::uint64_t size = 0;
-  std::string sha256;
 };
 
 // Which member holds the value is told by the tag's type.

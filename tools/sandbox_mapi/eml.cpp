@@ -10,7 +10,6 @@
 #include <sstream>
 #include <vector>
 
-#include "tools/sandbox_mapi/sha256.h"
 #include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
@@ -284,8 +283,9 @@ std::string AddressSpec(std::u16string_view address_type, std::u16string_view ad
   std::string local =
       (type.empty() ? std::string() : Percent(type, kAllowed) + '=') + Percent(text, kAllowed);
   if (local.size() > kLocalPartLimit) {
-    // No line may be longer than 998 characters, and an address cannot be folded.
-    local = "sha256=" + Sha256Of(text);
+    // No line may be longer than 998 characters, and an address cannot be folded. Another header
+    // has it whole.
+    local = "long=";
   } else if (local.empty()) {
     local = "empty=";
   }
@@ -372,7 +372,7 @@ bool WriteEml(const Message& message, const EmlOptions& options, std::ostream& o
     return true;
   }
   // Neither quoted-printable nor base64 can hold these two characters side by side.
-  const std::string boundary = "=_" + Sha256Of(options.unique).substr(0, 32);
+  const std::string boundary = "=_" + options.unique;
   out << "Content-Type: multipart/mixed; boundary=\"" << boundary << '"' << kCrLf << kCrLf << "--"
       << boundary << kCrLf;
   WriteText(message, out);

@@ -14,7 +14,7 @@ namespace zentpost::fake_mapi::sandbox {
 
 struct EmlOptions {
   std::chrono::sys_seconds date;
-  std::string unique;      // ASCII without blanks: tells this message from all others.
+  std::string unique;      // At most 60 letters, digits and dots, as no other message has them.
   bool is_unsent = false;  // A draft: mail programs open it for editing.
 };
 

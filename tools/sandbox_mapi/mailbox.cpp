@@ -13,7 +13,6 @@
 #include "fake_mapi/codes.h"
 #include "tools/sandbox_mapi/eml.h"
 #include "tools/sandbox_mapi/names.h"
-#include "tools/sandbox_mapi/sha256.h"
 #include "tools/sandbox_mapi/system.h"
 #include "tools/support/files.h"
 #include "tools/support/text.h"
@@ -22,9 +21,6 @@ namespace zentpost::fake_mapi::sandbox {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Longer binary values are told by their hash alone.
-constexpr std::size_t kLongestHex = 1024;
 
 cJSON* Json(const std::string& text) {
   return cJSON_CreateString(text.c_str());
@@ -67,12 +63,10 @@ cJSON* BinaryJson(const Property& property, const fs::path& file_folder) {
   const std::string& bytes = property.bytes;
   const std::uint64_t size = spool ? spool->size : bytes.size();
   const std::optional<Entry> entry = ReadEntryId(bytes);
-  const bool has_hex = !spool && bytes.size() <= kLongestHex;
   const bool has_file = spool && !file_folder.empty();
   return Json(
       {{"Size", cJSON_CreateNumber(static_cast<double>(size))},
-       {"Hex", has_hex ? Json(support::HexBytes(bytes)) : nullptr},
-       {"Sha256", has_hex ? nullptr : Json(spool ? spool->sha256 : Sha256Of(bytes))},
+       {"Hex", spool ? nullptr : Json(support::HexBytes(bytes))},
        {"File",
         has_file ? Json(support::PathText(spool->file.lexically_relative(file_folder))) : nullptr},
        {"OneOff", OneOffJson(ReadOneOff(bytes))},
@@ -213,20 +207,9 @@ bool Mailbox::Create(Message& message) {
 
 bool Mailbox::KeepDocument(const Message& message, const Attachment& attachment,
                            std::string_view bytes, Property& value) {
-  Spool& spool = value.spool.emplace();
-  spool.file = SpoolFolder(message) / ("attachment-" + std::to_string(attachment.number) + ".bin");
-  std::ofstream file(spool.file, std::ios::binary | std::ios::trunc);
-  Sha256 hash;
-  spool.size = bytes.size();
-  while (!bytes.empty()) {
-    const std::string_view piece = bytes.substr(0, std::size_t{1} << 20);
-    hash.Add(piece);
-    file.write(piece.data(), static_cast<std::streamsize>(piece.size()));
-    bytes.remove_prefix(piece.size());
-  }
-  spool.sha256 = hash.Finish();
-  file.close();
-  return static_cast<bool>(file);
+  const std::string name = "attachment-" + std::to_string(attachment.number) + ".bin";
+  value.spool = Spool{SpoolFolder(message) / name, bytes.size()};
+  return support::WriteBytes(value.spool->file, bytes);
 }
 
 bool Mailbox::Save(const Message& message) {
