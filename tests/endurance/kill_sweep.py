@@ -362,7 +362,7 @@ def problems_undisturbed(scenario, exit_code, left):
 
 
 def kills_of(calls, is_quick):
-    """(call, number, signal) for each kill, the numbers counted as strace does, by call and thread."""
+    """(call, number, signal) for each kill, the numbers counted as strace does, by call."""
     counts = collections.Counter()
     for call in calls:
         # Another thread's calls would be met at the wrong time.

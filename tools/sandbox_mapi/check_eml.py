@@ -16,7 +16,6 @@ import re
 import sys
 import urllib.parse
 
-
 BIG = 16 << 20  # bytes of a document
 
 
@@ -56,8 +55,7 @@ def problems(raw, play):
     raw, play, right = without_big_document(raw, play)
     if not right:
         yield "the big document is not what was sent"
-    body = raw.replace(b"\r\n", b"")
-    if b"\r" in body or b"\n" in body:
+    if re.search(rb"[\r\n]", raw.replace(b"\r\n", b"")):
         yield "a line does not end in CRLF"
     longest = max(len(line) for line in raw.split(b"\r\n"))
     if longest > 78:
@@ -105,8 +103,7 @@ def problems(raw, play):
     if wanted and len(parts) == 1:
         yield from differs("document's name", play["AttachmentName"] or None, parts[0].get_filename())
         data = parts[0].get_payload(decode=True)
-        expected = document(play["AttachmentSize"])
-        if data != expected:
+        if data != document(play["AttachmentSize"]):
             yield f"the document has {len(data)} bytes with {hashlib.sha256(data).hexdigest()}"
 
 
@@ -145,14 +142,15 @@ BREAKAGES = [
 def self_test():
     failures = 0
     unaddressed = {name: value for name, value in GOOD_PLAY.items() if not name.startswith("Address")}
+    big_play = {**GOOD_PLAY, "AttachmentSize": BIG}
     big = GOOD.replace(b"AAcO", base64.encodebytes(document(BIG)).strip().replace(b"\n", b"\r\n"))
-    others = [
+    cases = [
+        (GOOD, GOOD_PLAY, None),
         (re.sub(rb"\r\nTo: [^\r]*", b"", GOOD), unaddressed, None),
         (GOOD, unaddressed, "recipients"),
-        (big, {**GOOD_PLAY, "AttachmentSize": BIG}, None),
-        (big[:-40] + b"A" + big[-39:], {**GOOD_PLAY, "AttachmentSize": BIG}, "big document"),
+        (big, big_play, None),
+        (big[:-40] + b"A" + big[-39:], big_play, "big document"),
     ]
-    cases = [(GOOD, GOOD_PLAY, None), *others]
     for old, new, expected in BREAKAGES:
         assert old in GOOD, old
         cases.append((GOOD.replace(old, new, 1), GOOD_PLAY, expected))

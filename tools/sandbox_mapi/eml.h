@@ -3,7 +3,6 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <ostream>
 #include <string>
 #include <string_view>

@@ -29,12 +29,12 @@ std::string Written(const Message& message, bool is_unsent = false) {
   return WriteEml(message, {kDate, "unique", is_unsent}, out) ? out.str() : "not written";
 }
 
-std::size_t LongestLine(std::string_view text) {
+// Of lines that end in CRLF.
+std::size_t LongestLine(const std::string& text) {
+  std::istringstream lines(text);
   std::size_t longest = 0;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find("\r\n"), text.size());
-    longest = std::max(longest, end);
-    text.remove_prefix(std::min(end + 2, text.size()));
+  for (std::string line; std::getline(lines, line);) {
+    longest = std::max(longest, line.size() - 1);
   }
   return longest;
 }

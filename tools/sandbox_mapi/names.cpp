@@ -1,6 +1,7 @@
 #include "tools/sandbox_mapi/names.h"
 
 #include <map>
+#include <utility>
 
 #include "tools/support/text.h"
 
@@ -11,39 +12,33 @@ namespace {
 constexpr std::string_view kEntryStart(
     "\x00\x00\x00\x00\x5A\x9E\x3C\x11\x77\x02\x4D\x48\x8B\xD6\x60\x2F\xE1\x94\x0A\xC3", 20);
 
-struct NamedTag {
-  std::uint32_t id;
-  std::string_view name;
-  bool is_text;
-};
-constexpr NamedTag kTags[] = {
-    {kIdMessageClass, "PR_MESSAGE_CLASS", true},
-    {kIdSubject, "PR_SUBJECT", true},
-    {kIdSentRepresentingName, "PR_SENT_REPRESENTING_NAME", true},
-    {kIdRecipientType, "PR_RECIPIENT_TYPE", false},
-    {kIdMessageFlags, "PR_MESSAGE_FLAGS", false},
-    {kIdSentMailEntryId, "PR_SENTMAIL_ENTRYID", false},
-    {kIdMessageStatus, "PR_MSG_STATUS", false},
-    {kIdAccess, "PR_ACCESS", false},
-    {kIdEntryId, "PR_ENTRYID", false},
-    {kIdBody, "PR_BODY", true},
-    {kIdDisplayName, "PR_DISPLAY_NAME", true},
-    {kIdAddressType, "PR_ADDRTYPE", true},
-    {kIdEmailAddress, "PR_EMAIL_ADDRESS", true},
-    {kIdDefaultStore, "PR_DEFAULT_STORE", false},
-    {kIdOutboxEntryId, "PR_IPM_OUTBOX_ENTRYID", false},
-    {kIdSentItemsEntryId, "PR_IPM_SENTMAIL_ENTRYID", false},
-    {kIdAttachData, "PR_ATTACH_DATA_BIN", false},
-    {kIdAttachExtension, "PR_ATTACH_EXTENSION", true},
-    {kIdAttachFilename, "PR_ATTACH_FILENAME", true},
-    {0x3705, "PR_ATTACH_METHOD", false},
-    {kIdAttachLongFilename, "PR_ATTACH_LONG_FILENAME", true},
-    {0x370B, "PR_RENDERING_POSITION", false},
-    {0x370E, "PR_ATTACH_MIME_TAG", true},
-    {0x3714, "PR_ATTACH_FLAGS", false},
-    {kIdDefaultProfile, "PR_DEFAULT_PROFILE", false},
-    {0x7FFA, "PR_ATTACHMENT_LINKID", false},
-    {0x0E1D, "PR_NORMALIZED_SUBJECT", true},
+// Those of texts have a name for each width.
+constexpr std::pair<std::uint32_t, std::string_view> kTags[] = {
+    {kIdMessageClass, "PR_MESSAGE_CLASS"},
+    {kIdSubject, "PR_SUBJECT"},
+    {kIdSentRepresentingName, "PR_SENT_REPRESENTING_NAME"},
+    {kIdRecipientType, "PR_RECIPIENT_TYPE"},
+    {kIdMessageFlags, "PR_MESSAGE_FLAGS"},
+    {kIdSentMailEntryId, "PR_SENTMAIL_ENTRYID"},
+    {kIdMessageStatus, "PR_MSG_STATUS"},
+    {kIdAccess, "PR_ACCESS"},
+    {kIdEntryId, "PR_ENTRYID"},
+    {kIdBody, "PR_BODY"},
+    {kIdDisplayName, "PR_DISPLAY_NAME"},
+    {kIdAddressType, "PR_ADDRTYPE"},
+    {kIdEmailAddress, "PR_EMAIL_ADDRESS"},
+    {kIdDefaultStore, "PR_DEFAULT_STORE"},
+    {kIdOutboxEntryId, "PR_IPM_OUTBOX_ENTRYID"},
+    {kIdSentItemsEntryId, "PR_IPM_SENTMAIL_ENTRYID"},
+    {kIdAttachData, "PR_ATTACH_DATA_BIN"},
+    {kIdAttachExtension, "PR_ATTACH_EXTENSION"},
+    {kIdAttachFilename, "PR_ATTACH_FILENAME"},
+    {0x3705, "PR_ATTACH_METHOD"},
+    {kIdAttachLongFilename, "PR_ATTACH_LONG_FILENAME"},
+    {0x370B, "PR_RENDERING_POSITION"},
+    {0x3714, "PR_ATTACH_FLAGS"},
+    {kIdDefaultProfile, "PR_DEFAULT_PROFILE"},
+    {0x7FFA, "PR_ATTACHMENT_LINKID"},
 };
 
 }  // namespace
@@ -61,11 +56,10 @@ std::optional<Entry> ReadEntryId(std::string_view entry_id) {
 }
 
 std::string TagName(std::uint32_t tag) {
-  for (const NamedTag& named : kTags) {
-    if (named.id == IdOf(tag)) {
-      // Texts have a name for each width.
-      const char* const width = TypeOf(tag) == kUnicode ? "_W" : "_A";
-      return std::string(named.name) + (named.is_text ? width : "");
+  const std::uint32_t type = TypeOf(tag);
+  for (const auto& [id, name] : kTags) {
+    if (id == IdOf(tag)) {
+      return std::string(name) + (type == kUnicode ? "_W" : type == kString8 ? "_A" : "");
     }
   }
   return {};

@@ -58,12 +58,12 @@ class Registration : public testing::Test {
 
   [[nodiscard]] fs::path Library() const { return folder_.Path() / "a.dll"; }
 
-  int Run(const std::vector<std::string>& arguments) { return Run(arguments, Library()); }
-  int Run(const std::vector<std::string>& arguments, const fs::path& library) {
+  int Run(const std::vector<std::string>& arguments, const fs::path& library = {}) {
     out_.clear();
     err_.clear();
     return RunProgram(
-        arguments, library, [this](std::string_view text) { out_ += text; },
+        arguments, library.empty() ? Library() : library,
+        [this](std::string_view text) { out_ += text; },
         [this](std::string_view text) { err_ += text; });
   }
   void MustRegister() { EXPECT_EQ(Run({"register"}), 0) << err_; }
