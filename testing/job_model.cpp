@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <initializer_list>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -37,13 +38,12 @@ constexpr std::uint32_t kFaultAsResult = 0x80070000 | kFault;  // HRESULT_FROM_W
 constexpr HRESULT kMapiFault = MakeResult(kFaultAsResult);
 constexpr HRESULT kNoRecipients = MakeResult(0x80040607);  // MAPI_E_NO_RECIPIENTS (mapicode.h)
 
-// A job file as it is read and written: its own members, and what is added behind them.
-class JobFile {
- public:
+// A job file as it is read and written: its own members, and the outcome behind them.
+struct JobFile {
   using Members = std::vector<std::pair<std::string, std::string>>;  // name and JSON
 
   explicit JobFile(const Situation& situation)
-      : start_(
+      : start(
             "{\n\t\"FilePath\":\t\"C:\\\\docs\\\\fax.pdf\",\n"
             "\t\"SourceFileName\":\t\"" +
             std::string(situation.source_name) +
@@ -60,55 +60,43 @@ class JobFile {
             "\t\t\t\"U\":\t\"" + kSender + "\",\n\t\t\t\"K\":\t\"" + kComment +
             "\"\n\t\t},\n\t\t\"Receiver\":\t[\"" + situation.receiver + "\"]\n\t}") {
     if (situation.has_result) {
-      added_.push_back({"Result",
-                        {{"Status", "1"},
-                         {"Extra", "\"kept\""},
-                         {"ErrorCode", "1004"},
-                         {"ErrorText", "\"from before\""}}});
+      result = {{"Status", "1"},
+                {"Extra", "\"kept\""},
+                {"ErrorCode", "1004"},
+                {"ErrorText", "\"from before\""}};
     }
   }
 
-  // The members of the object `name`; null when there is none.
-  Members* Find(const std::string& name) {
-    const auto found = std::find_if(added_.begin(), added_.end(),
-                                    [&](const auto& object) { return object.first == name; });
-    return found == added_.end() ? nullptr : &found->second;
-  }
-
-  void AddObject(const std::string& name) { added_.push_back({name, {}}); }
-
-  static void Set(Members& members, const std::string& name, const std::string& json) {
-    const auto found = std::find_if(members.begin(), members.end(),
+  void SetInResult(const std::string& name, const std::string& json) {
+    const auto found = std::find_if(result->begin(), result->end(),
                                     [&](const auto& member) { return member.first == name; });
-    if (found == members.end()) {
-      members.emplace_back(name, json);
+    if (found == result->end()) {
+      result->emplace_back(name, json);
     } else {
       found->second = json;
     }
   }
 
-  static bool HoldAll(const Members& members, const Members& wanted) {
-    return std::all_of(wanted.begin(), wanted.end(), [&](const auto& member) {
-      return std::find(members.begin(), members.end(), member) != members.end();
-    });
+  [[nodiscard]] bool HasAll(const Members& outcome) const {
+    return result && std::all_of(outcome.begin(), outcome.end(), [&](const auto& member) {
+             return std::find(result->begin(), result->end(), member) != result->end();
+           });
   }
 
   [[nodiscard]] std::string Bytes() const {
-    std::string text = start_;
-    for (const auto& [name, members] : added_) {
-      text += ",\n\t\"" + name + "\":\t{\n";
-      for (std::size_t i = 0; i < members.size(); ++i) {
-        text += "\t\t\"" + members[i].first + "\":\t" + members[i].second +
-                (i + 1 < members.size() ? ",\n" : "\n");
+    std::string text = start;
+    if (result) {
+      text += ",\n\t\"Result\":\t{";
+      for (const auto& [name, json] : *result) {
+        text += (text.back() == '{' ? "\n" : ",\n") + ("\t\t\"" + name) + "\":\t" + json;
       }
-      text += "\t}";
+      text += "\n\t}";
     }
     return text + "\n}";
   }
 
- private:
-  std::string start_;
-  std::vector<std::pair<std::string, Members>> added_;
+  std::string start;
+  std::optional<Members> result;
 };
 
 // What stands behind the last of `separators`, where separators at the very end do not count.
@@ -402,28 +390,22 @@ class JobModel::Run {
 
   // --- the job file ---
 
-  struct Document {
-    bool parsed = false;
-    std::string error;  // what the parser stopped at
-  };
-
-  Document Load(const std::string& path) {
-    if (!Works("OpenFileAt") || !Works("QueryFileSize") || !Works("AllocateBlock") ||
-        !Works("ReadBytes")) {
-      return {};
+  // Reads a file that has to be JSON. Nothing of any other text can be parsed.
+  bool Parse(const std::string& path, const std::string& routine) {
+    std::string rest;
+    if (Works("OpenFileAt") && Works("QueryFileSize") && Works("AllocateBlock") &&
+        Works("ReadBytes")) {
+      rest = model_.files[path];
+      if (rest.starts_with("{")) {
+        return true;
+      }
     }
-    const std::string& bytes = model_.files[path];
-    if (bytes.starts_with("{")) {
-      return {.parsed = true, .error = {}};
-    }
-    // Nothing of another text can be parsed.
-    return {.parsed = false, .error = bytes};
+    Log("ERROR", routine + "(): Parse JSON failed with error '", &rest, "'");
+    return false;
   }
 
   bool ReadFromFile(const std::string& path) {
-    const Document document = Load(path);
-    if (!document.parsed) {
-      LogParseError("ReadFromFile(): Parse JSON failed with error '", document);
+    if (!Parse(path, "ReadFromFile")) {
       return false;
     }
     if (!NameIsNarrowed()) {
@@ -466,43 +448,38 @@ class JobModel::Run {
 
   // Writes the outcome; gives whether it is a success.
   bool Outcome(std::int32_t status, std::int32_t code, const std::string& text) {
-    if (job_name_.empty()) {
-      return status == 0;
+    if (!job_name_.empty() && Parse(job_name_, "WriteJobFileResult")) {
+      WriteOutcome(status, code, Converted(text));
     }
-    const Document document = Load(job_name_);
-    if (!document.parsed) {
-      LogParseError("WriteJobFileResult(): Parse JSON failed with error '", document);
-      return status == 0;
-    }
-    const std::optional<std::string> converted = Converted(text);
-    if (!converted) {
-      return status == 0;
+    return status == 0;
+  }
+
+  // Where it cannot be told whole the job file stays as it is.
+  void WriteOutcome(std::int32_t status, std::int32_t code,
+                    const std::optional<std::string>& text) {
+    if (!text) {
+      return;
     }
     const JobFile::Members outcome = {{"Status", std::to_string(status)},
                                       {"ErrorCode", std::to_string(code)},
-                                      {"ErrorText", "\"" + *converted + "\""}};
+                                      {"ErrorText", "\"" + *text + "\""}};
     JobFile updated = job_file_;
-    if (updated.Find("Result") == nullptr && NameIsNarrowed()) {
-      updated.AddObject("Result");
+    if (!updated.result && NameIsNarrowed()) {
+      updated.result.emplace();
     }
-    JobFile::Members* result = updated.Find("Result");
     for (const auto& [name, json] : outcome) {
       // Where not even "Result" could be named, its members go nowhere.
-      if (NameIsNarrowed() && result != nullptr) {
-        JobFile::Set(*result, name, json);
+      if (NameIsNarrowed() && updated.result) {
+        updated.SetInResult(name, json);
       }
     }
-    if (result == nullptr || !JobFile::HoldAll(*result, outcome)) {
-      return status == 0;  // the job file stays as it is
-    }
-    if (Works("OpenFileAt")) {
+    if (updated.HasAll(outcome) && Works("OpenFileAt")) {
       model_.files[job_name_].clear();
       if (Works("WriteBytes")) {
         job_file_ = updated;
         model_.files[job_name_] = updated.Bytes();
       }
     }
-    return status == 0;
   }
 
   // --- the mail client's library ---
@@ -511,9 +488,6 @@ class JobModel::Run {
     std::string name;
     bool freed = false;
   };
-
-  // A method of one of the library's interfaces.
-  HRESULT Method(const std::string& name) { return Works(name) ? S_OK : kMapiFault; }
 
   // One of the nine functions. It is looked up once, and missing for good when that fails.
   bool IsBound(const std::string& name) {
@@ -529,8 +503,19 @@ class JobModel::Run {
     return bound_[name];
   }
 
-  HRESULT Function(const std::string& name) {
-    return IsBound(name) ? Method(name) : MAPI_E_CALL_FAILED;
+  // A call of the library: of one of its functions, or of a method of one of its interfaces. One
+  // that works gives `answer`. A failure is logged when there is a message for it.
+  bool Does(const std::string& name, const std::string& message = "", HRESULT answer = S_OK) {
+    if (name.find("::") == std::string::npos && !IsBound(name)) {
+      result_ = MAPI_E_CALL_FAILED;
+    } else {
+      result_ = Works(name) ? answer : kMapiFault;
+    }
+    if (result_ < 0) {
+      return !message.empty() && Fails(message);
+    }
+    succeeded_.insert(name);
+    return true;
   }
 
   std::size_t NewBlock(const std::string& origin) {
@@ -598,104 +583,74 @@ class JobModel::Run {
 
   bool IsShown() const { return IsOn("P") || Field("+FAX").empty(); }
 
+  // Its steps give whether the sending goes on. When it does not, `result_` is its result.
   HRESULT SendMail() {
-    if (const HRESULT result = Function("MAPIInitialize"); result < 0) {
-      LogWithCode("ERROR", result, "SendMail(): MAPIInititialize failed.");
+    if (!Does("MAPIInitialize", "SendMail(): MAPIInititialize failed.")) {
       return MAPI_E_CALL_FAILED;
     }
-    const HRESULT result = Deliver();
+    const bool is_sent = Deliver();
     CleanUp();
-    return result;
+    return is_sent ? S_OK : result_;
   }
 
-  // Logs a failure with its code; gives `result`.
-  HRESULT Logged(HRESULT result, const std::string& message) {
-    if (result < 0) {
-      LogWithCode("ERROR", result, message);
-    }
-    return result;
+  bool Tells(const std::string& message) {
+    Log("INFO", message);
+    return true;
+  }
+  bool Fails(const std::string& message) {
+    LogWithCode("ERROR", result_, message);
+    return false;
+  }
+  bool FailsWithoutCode(const std::string& message) {
+    Log("ERROR", message);
+    return false;
   }
 
-  HRESULT Deliver() {
-    HRESULT result = LogOn();
-    if (result < 0) {
-      return result;
-    }
-    has_session_ = true;
-    result = Logged(OpenDefaultStore(), "SendMail(): The default message store cannot be found.");
-    if (result < 0) {
-      return result;
-    }
-    has_store_ = true;
-    result = Logged(Method("IMsgStore::GetProps"),
-                    "SendMail(): The store properties cannot be obtained.");
-    if (result < 0) {
-      return result;
+  bool Deliver() {
+    if (!LogOn() ||
+        !(OpenDefaultStore() || Fails("SendMail(): The default message store cannot be found.")) ||
+        !Does("IMsgStore::GetProps", "SendMail(): The store properties cannot be obtained.")) {
+      return false;
     }
     store_values_ = NewBlock("IMsgStore::GetProps");
-    result =
-        Logged(Method("IMsgStore::OpenEntry"), "SendMail(): The outbox folder cannot be opened.");
-    if (result < 0) {
-      return result;
-    }
-    has_outbox_ = true;
-    result = Logged(Method("IMAPIFolder::CreateMessage"),
-                    "SendMail(): A new message cannot be created.");
-    if (result < 0) {
-      return result;
-    }
-    has_message_ = true;
-    if (!Field("+FAX").empty()) {
-      const bool has_type = ComputesType();
-      result = AddRecipient(has_type);
-      if (result < 0) {
-        Log("ERROR", "SendMail(): The recipient '" + Field("+FAX") + "' cannot be added.");
-        return result;
-      }
-    }
-    result = SetContents();
-    if (result < 0) {
-      Log("ERROR", "SendMail(): Message content cannot be set.");
-      return result;
-    }
-    result = AddAttachment();
-    if (result < 0) {
-      Log("ERROR", "SendMail(): The attachment cannot be added.");
-      return result;
-    }
-    return IsShown() ? Show() : Submit();
+    const std::string number = Field("+FAX");
+    return Does("IMsgStore::OpenEntry", "SendMail(): The outbox folder cannot be opened.") &&
+           Does("IMAPIFolder::CreateMessage", "SendMail(): A new message cannot be created.") &&
+           (number.empty() || AddRecipient(ComputesType()) ||
+            FailsWithoutCode("SendMail(): The recipient '" + number + "' cannot be added.")) &&
+           (SetContents() || FailsWithoutCode("SendMail(): Message content cannot be set.")) &&
+           (AddAttachment() || FailsWithoutCode("SendMail(): The attachment cannot be added.")) &&
+           (IsShown() ? Show() : Submit());
   }
 
-  HRESULT LogOn() {
+  bool LogOn() {
     std::string profile;
-    HRESULT result = FindProfile(profile);
-    if (result < 0) {
-      LogWithCode("ERROR", result, "SendMail(): The default profile cannot be obtained.");
-    } else {
+    if (FindProfile(profile)) {
       Log("INFO", "SendMail(): Profile '" + profile + "' will be used.");
-    }
-    if (!profile.empty()) {
-      Log("INFO", "SendMail(): MAPILogonEx with profile '" + profile + "'.");
-      result = Function("MAPILogonEx");
-      if (result >= 0) {
-        return result;
-      }
-      Log("INFO", "SendMail(): MAPILogonEx with profile '" + profile + "' and Logon UI.");
     } else {
-      Log("INFO", "SendMail(): MAPILogonEx without profile and Logon UI.");
+      Fails("SendMail(): The default profile cannot be obtained.");
     }
-    return Logged(Function("MAPILogonEx"), "SendMail(): MAPILogonEx failed.");
+    if (profile.empty()) {
+      Log("INFO", "SendMail(): MAPILogonEx without profile and Logon UI.");
+    } else {
+      const std::string attempt = "SendMail(): MAPILogonEx with profile '" + profile + "'";
+      Log("INFO", attempt + ".");
+      if (Does("MAPILogonEx")) {
+        return true;
+      }
+      Log("INFO", attempt + " and Logon UI.");
+    }
+    return Does("MAPILogonEx", "SendMail(): MAPILogonEx failed.");
   }
 
-  HRESULT FindProfile(std::string& profile) {
-    HRESULT result = Function("MAPIAdminProfiles");
-    if (result < 0) {
-      return result;
+  bool FindProfile(std::string& profile) {
+    if (!Does("MAPIAdminProfiles")) {
+      return false;
     }
-    result = Method("IProfAdmin::GetProfileTable");
-    if (result >= 0) {
-      result = Function("HrQueryAllRows");
-      if (result >= 0) {
+    bool has_rows = false;
+    if (Does("IProfAdmin::GetProfileTable")) {
+      has_rows = Does("HrQueryAllRows");
+      if (has_rows) {
         const std::size_t rows = NewRows("profile table");
         profile = Works("BytesToWide") ? "Outlook" : "";
         Free("FreeProws", {rows});
@@ -703,39 +658,28 @@ class JobModel::Run {
       Note("IMAPITable::Release");
     }
     Note("IProfAdmin::Release");
-    return result;
+    return has_rows;
   }
 
-  HRESULT OpenDefaultStore() {
-    HRESULT result = Logged(Method("IMAPISession::GetMsgStoresTable"),
-                            "FindDefaultMsgStore(): There are no message stores found.");
-    if (result < 0) {
-      return result;
+  bool OpenDefaultStore() {
+    if (!Does("IMAPISession::GetMsgStoresTable",
+              "FindDefaultMsgStore(): There are no message stores found.")) {
+      return false;
     }
-    result = Function("HrQueryAllRows");
-    if (result >= 0) {
+    bool is_open = false;
+    if (Does("HrQueryAllRows")) {
       const std::size_t rows = NewRows("store table");
-      result = OpenStore();
-      if (result >= 0) {
+      is_open = Does("IMAPISession::OpenMsgStore",
+                     "FindDefaultMsgStore(): The message store canot be opened as online mode.",
+                     situation_.is_online ? S_OK : MAPI_E_NOT_FOUND) ||
+                Does("IMAPISession::OpenMsgStore",
+                     "FindDefaultMsgStore(): The message store canot be opened.");
+      if (is_open) {
         Free("FreeProws", {rows});
       }
     }
     Note("IMAPITable::Release");
-    return result;
-  }
-
-  HRESULT OpenStore() {
-    HRESULT result = Method("IMAPISession::OpenMsgStore");
-    if (result >= 0 && !situation_.is_online) {
-      result = MAPI_E_NOT_FOUND;
-    }
-    if (result >= 0) {
-      return result;
-    }
-    LogWithCode("ERROR", result,
-                "FindDefaultMsgStore(): The message store canot be opened as online mode.");
-    return Logged(Method("IMAPISession::OpenMsgStore"),
-                  "FindDefaultMsgStore(): The message store canot be opened.");
+    return is_open;
   }
 
   // The address automation; gives whether the address has a type.
@@ -763,70 +707,59 @@ class JobModel::Run {
     return Works("OpenKey") && HasAddinKey() && Works("QueryValue") && situation_.is_automatic;
   }
 
-  HRESULT AddRecipient(bool has_type) {
-    const std::string tag = "AddRecipientAddress(): ";
-    HRESULT result =
-        Logged(Method("IMAPISession::OpenAddressBook"), tag + "The address book cannot be opened.");
-    if (result < 0) {
-      return result;
+  bool AddRecipient(bool has_type) {
+    if (!Does("IMAPISession::OpenAddressBook",
+              "AddRecipientAddress(): The address book cannot be opened.")) {
+      return false;
     }
-    if (Function("MAPIAllocateBuffer") < 0) {
-      // The code would be that of the address book, a success.
-      Log("ERROR", tag + "The address list cannot be allocated.");
-      Note("IAddrBook::Release");
-      return S_OK;
+    const bool is_added = AddListedRecipient(has_type);
+    Note("IAddrBook::Release");
+    return is_added;
+  }
+
+  bool AddListedRecipient(bool has_type) {
+    if (!Does("MAPIAllocateBuffer")) {
+      // Nothing fails. The code would be that of the address book, a success.
+      Log("ERROR", "AddRecipientAddress(): The address list cannot be allocated.");
+      return true;
     }
     const std::size_t list = NewBlock("MAPIAllocateBuffer");
-    result = Function("MAPIAllocateBuffer");
-    if (result < 0) {
+    if (!Does("MAPIAllocateBuffer")) {
       Free("FreePadrlist", {list});
-      Note("IAddrBook::Release");
-      return result;
+      return false;
     }
     const std::size_t entry = NewBlock("MAPIAllocateBuffer");
     std::optional<std::size_t> one_off;
-    result = PutOnMessage(has_type, one_off);
+    const bool is_put = PutOnMessage(has_type, one_off);
     Free("FreePadrlist", {list, entry});
     if (one_off) {
       Free("MAPIFreeBuffer", {*one_off});
     }
-    Note("IAddrBook::Release");
-    return result;
+    return is_put;
   }
 
-  HRESULT PutOnMessage(bool has_type, std::optional<std::size_t>& one_off) {
+  bool PutOnMessage(bool has_type, std::optional<std::size_t>& one_off) {
     const std::string tag = "AddRecipientAddress(): ";
     if (has_type) {
-      HRESULT result =
-          Logged(Method("IAddrBook::CreateOneOff"), tag + "The ONE OFF address creation failed.");
-      if (result < 0) {
-        return result;
+      if (!Does("IAddrBook::CreateOneOff", tag + "The ONE OFF address creation failed.")) {
+        return false;
       }
       one_off = NewBlock("IAddrBook::CreateOneOff");
-      result =
-          Logged(Method("IAddrBook::ResolveName"), tag + "The address list resolution failed.");
-      if (result < 0) {
-        return result;
+      if (!Does("IAddrBook::ResolveName", tag + "The address list resolution failed.")) {
+        return false;
       }
     }
-    const HRESULT result =
-        Logged(Method("IMessage::ModifyRecipients"), tag + "The recipient cannot be added.");
-    has_recipient_ = result >= 0;
-    return result < 0
-               ? result
-               : Logged(Method("IMessage::SaveChanges"), tag + "The message cannot be saved.");
+    return Does("IMessage::ModifyRecipients", tag + "The recipient cannot be added.") &&
+           Does("IMessage::SaveChanges", tag + "The message cannot be saved.");
   }
 
-  HRESULT SetContents() {
+  bool SetContents() {
     for (const char* const line : {"SetMessageContents()", "  Sendername    : ",
                                    "  Subject       : ", "  Bodytext      : "}) {
       Log("DEBUG", line);
     }
-    const HRESULT result =
-        Logged(Method("IMessage::SetProps"), "SetMessageContents(): Setting properties failed.");
-    return result < 0 ? result
-                      : Logged(Method("IMessage::SaveChanges"),
-                               "SetMessageContents(): Saving properties failed.");
+    return Does("IMessage::SetProps", "SetMessageContents(): Setting properties failed.") &&
+           Does("IMessage::SaveChanges", "SetMessageContents(): Saving properties failed.");
   }
 
   // Looks for the type of the document's contents, of which only the warnings come.
@@ -843,7 +776,7 @@ class JobModel::Run {
     }
   }
 
-  HRESULT AddAttachment() {
+  bool AddAttachment() {
     const std::string tag = "AddAttachment(): ";
     Log("INFO", tag + "'" + file_name_ + "'");
     std::string extension;
@@ -857,27 +790,26 @@ class JobModel::Run {
     if (file_name_.empty()) {
       Log("ERROR", "GetAttachmentFilename(): The file path parameter is empty.");
       LogWithCode("WARNING", E_INVALIDARG, tag + "The mime tag cannot be retrieved.");
-      return E_INVALIDARG;
+      result_ = E_INVALIDARG;
+      return false;
     }
-    HRESULT result = Logged(Function("MAPIAllocateBuffer"),
-                            tag + "The attachment property tag memory is not available.");
-    if (result < 0) {
-      return result;
+    if (!Does("MAPIAllocateBuffer", tag + "The attachment property tag memory is not available.")) {
+      return false;
     }
     const std::size_t values = NewBlock("MAPIAllocateBuffer");
-    result = LoadDocument();
-    if (result != S_OK) {
-      LogWithCode("ERROR", result, tag + "The attachment path cannot be read.");
+    result_ = LoadDocument();
+    bool is_attached = result_ >= 0;
+    if (result_ != S_OK) {
+      Fails(tag + "The attachment path cannot be read.");
     } else {
-      result =
-          Logged(Method("IMessage::CreateAttach"), tag + "An attachment could not been created.");
-      if (result >= 0) {
-        result = FillAttachment();
+      is_attached = Does("IMessage::CreateAttach", tag + "An attachment could not been created.");
+      if (is_attached) {
+        is_attached = FillAttachment();
         Note("IAttach::Release");
       }
     }
     Free("MAPIFreeBuffer", {values});
-    return result;
+    return is_attached;
   }
 
   // The system's own number where a document cannot be had; a failure where it is there and does
@@ -896,18 +828,13 @@ class JobModel::Run {
     return Works("ReadBytes") && Works("ReadBytes") ? S_OK : kMapiFault;
   }
 
-  HRESULT FillAttachment() {
+  bool FillAttachment() {
     const std::string tag = "AddAttachment(): ";
-    HRESULT result = Logged(Method("IAttach::SetProps"),
-                            tag + "The properties of the attachment could not been set.");
-    if (result < 0) {
-      return result;
-    }
-    Log("INFO", tag + "Attachment properties are set.");
-    result = Logged(Method("IAttach::SaveChanges"),
-                    tag + "The attachment cannot be saved. The attachment is corrupt.");
-    if (result < 0) {
-      return result;
+    if (!Does("IAttach::SetProps", tag + "The properties of the attachment could not been set.") ||
+        !Tells(tag + "Attachment properties are set.") ||
+        !Does("IAttach::SaveChanges",
+              tag + "The attachment cannot be saved. The attachment is corrupt.")) {
+      return false;
     }
     model_.attachments.push_back(model_.files[file_name_]);
     Log("INFO", tag + "Attachment added successfully,");
@@ -918,76 +845,55 @@ class JobModel::Run {
       LogWithCode("WARNING", static_cast<HRESULT>(kFault),
                   tag + "The attachment file cannot be deleted.");
     }
-    return S_OK;
+    return true;
   }
 
   // The mail client sends nothing to nobody.
-  HRESULT Submit() {
-    HRESULT result = Method("IMessage::SubmitMessage");
-    if (result >= 0 && !has_recipient_) {
-      result = kNoRecipients;
-    }
-    if (Logged(result, "SendMail(): Submit message failed.") >= 0) {
-      Log("INFO", "SendMail(): Message sent successfully.");
-    }
-    return result;
+  bool Submit() {
+    return Does("IMessage::SubmitMessage", "SendMail(): Submit message failed.",
+                succeeded_.contains("IMessage::ModifyRecipients") ? S_OK : kNoRecipients) &&
+           Tells("SendMail(): Message sent successfully.");
   }
 
-  HRESULT Show() {
-    HRESULT result =
-        Logged(Function("MAPIOpenFormMgr"), "SendMail(): Form manager cannot be opened.");
-    if (result < 0) {
-      return result;
-    }
-    has_form_manager_ = true;
-    result = Logged(Method("IMessage::GetProps"), "OpenMessageModal(): Getting properties failed.");
-    if (result >= 0) {
-      const std::size_t values = NewBlock("IMessage::GetProps");
-      result = ShowForm();
-      Free("MAPIFreeBuffer", {values});
-    }
-    result = Logged(result, "SendMail(): Message cannot be opened modally.");
-    if (result >= 0) {
-      Log("INFO", "SendMail(): Mail will be opened as modal window.");
-    }
-    return result;
+  bool Show() {
+    return Does("MAPIOpenFormMgr", "SendMail(): Form manager cannot be opened.") &&
+           (OpenModally() || Fails("SendMail(): Message cannot be opened modally.")) &&
+           Tells("SendMail(): Mail will be opened as modal window.");
   }
 
-  HRESULT ShowForm() {
+  bool OpenModally() {
     const std::string tag = "OpenMessageModal(): ";
-    HRESULT result =
-        Logged(Method("IMAPISession::PrepareForm"), tag + "Dialog preparation failed.");
-    if (result < 0) {
-      return result;
+    if (!Does("IMessage::GetProps", tag + "Getting properties failed.")) {
+      return false;
     }
-    Log("INFO", tag + "Dialog prepared.");
-    result = Logged(Method("IMAPIFolder::GetMessageStatus"),
-                    tag + "Dialog message status retrieval failed.");
-    if (result < 0) {
-      return result;
-    }
-    Log("INFO", tag + "Message status retrieval succeeded.");
-    return Logged(Method("IMAPISession::ShowForm"), tag + "The form cannot be shown.");
+    const std::size_t values = NewBlock("IMessage::GetProps");
+    const bool is_shown =
+        Does("IMAPISession::PrepareForm", tag + "Dialog preparation failed.") &&
+        Tells(tag + "Dialog prepared.") &&
+        Does("IMAPIFolder::GetMessageStatus", tag + "Dialog message status retrieval failed.") &&
+        Tells(tag + "Message status retrieval succeeded.") &&
+        Does("IMAPISession::ShowForm", tag + "The form cannot be shown.");
+    Free("MAPIFreeBuffer", {values});
+    return is_shown;
   }
 
   void CleanUp() {
     Log("DEBUG", "SendMail(): cleanup.");
-    if (has_message_) {
-      Note("IMessage::Release");
-    }
-    if (has_form_manager_) {
-      Note("IMAPIFormMgr::Release");
-    }
-    if (has_outbox_) {
-      Note("IMAPIFolder::Release");
+    for (const auto& [origin, release] :
+         {std::pair("IMAPIFolder::CreateMessage", "IMessage::Release"),
+          std::pair("MAPIOpenFormMgr", "IMAPIFormMgr::Release"),
+          std::pair("IMsgStore::OpenEntry", "IMAPIFolder::Release")}) {
+      if (succeeded_.contains(origin)) {
+        Note(release);
+      }
     }
     if (store_values_) {
       Free("MAPIFreeBuffer", {*store_values_});
     }
-    if (has_store_) {
+    if (succeeded_.contains("IMAPISession::OpenMsgStore")) {
       Note("IMsgStore::Release");
     }
-    if (has_session_) {
+    if (succeeded_.contains("MAPILogonEx")) {
       ShutDown();
       Works("IMAPISession::Logoff");
       Note("IMAPISession::Release");
@@ -1056,10 +962,6 @@ class JobModel::Run {
     }
   }
 
-  void LogParseError(const std::string& message, const Document& document) {
-    Log("ERROR", message, &document.error, "'");
-  }
-
   // A text from outside is converted where it comes to stand.
   void Log(const std::string& level, const std::string& message, const std::string* utf8 = nullptr,
            const std::string& end = "") {
@@ -1121,13 +1023,10 @@ class JobModel::Run {
   std::optional<bool> system_directory_works_;
   bool has_kernel_ = false;
   bool module_handle_is_bound_ = false;
-  bool has_session_ = false;
-  bool has_store_ = false;
+
+  HRESULT result_ = S_OK;            // of the latest call of the library
+  std::set<std::string> succeeded_;  // its calls that did
   std::optional<std::size_t> store_values_;
-  bool has_outbox_ = false;
-  bool has_message_ = false;
-  bool has_form_manager_ = false;
-  bool has_recipient_ = false;
 };
 
 JobModel::JobModel(const Situation& situation, std::optional<FaultMode> mode,
