@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "mapi/send_mail.h"
@@ -19,9 +20,43 @@ namespace {
 
 using test::kWithMailClient;
 using test::Situation;
+using Calls = std::vector<std::string>;
+
+// A call of the library, with its place among those of its name.
+struct NamedCall {
+  std::string name;
+  std::size_t index;
+};
 
 class MapiAnswers : public test::WholeJobTest {
  protected:
+  // Starts over for each call that the library gets in jobs in which nothing fails, and has `visit`
+  // run the job with that call answered otherwise.
+  template <class Visit>
+  void ForEachCall(const char* what, const Visit& visit) {
+    std::size_t runs = 0;
+    for (const Situation& situation : kWithMailClient) {
+      SCOPED_TRACE(situation.name);
+      StartOver(situation);
+      RunJob(situation);
+      EXPECT_EQ(exit_code_, 0);
+      const Calls calls = mapi_->Calls();
+      std::map<std::string, std::size_t> counts;
+      for (const std::string& text : calls) {
+        const std::string name = text.substr(0, text.find('('));
+        const NamedCall call = {name, counts[name]++};
+        if (!situation.is_online && name == "IMAPISession::OpenMsgStore" && call.index == 0) {
+          continue;  // has an answer of its own
+        }
+        SCOPED_TRACE(name + " " + std::to_string(call.index));
+        StartOver(situation);
+        visit(situation, call, calls);
+        ++runs;
+      }
+    }
+    std::cout << what << ": " << runs << " runs\n";
+  }
+
   // Exit code and job file agree, and the mail client's accounts are in order.
   void ExpectOutcome(const Situation& situation, bool is_delivered) {
     EXPECT_EQ(exit_code_, is_delivered ? 0 : 1);
@@ -34,45 +69,14 @@ class MapiAnswers : public test::WholeJobTest {
   }
 };
 
-// The calls of the library in a delivery in which nothing fails, each with its place among those of
-// its name.
-struct NamedCall {
-  std::string name;
-  std::size_t index;
-};
-
-std::vector<NamedCall> NamedCalls(const std::vector<std::string>& calls) {
-  std::map<std::string, std::size_t> counts;
-  std::vector<NamedCall> named;
-  for (const std::string& call : calls) {
-    const std::string name = call.substr(0, call.find('('));
-    named.push_back({name, counts[name]++});
-  }
-  return named;
-}
-
 TEST_F(MapiAnswers, AnyResultThatIsNotNegativeIsASuccess) {
-  std::size_t runs = 0;
-  for (const Situation& situation : kWithMailClient) {
-    SCOPED_TRACE(situation.name);
-    StartOver(situation);
-    RunJob(situation);
-    EXPECT_EQ(exit_code_, 0);
-    const std::vector<std::string> calls = mapi_->Calls();
-    for (const NamedCall& call : NamedCalls(calls)) {
-      if (!situation.is_online && call.name == "IMAPISession::OpenMsgStore" && call.index == 0) {
-        continue;  // has an answer of its own
-      }
-      SCOPED_TRACE(call.name + " " + std::to_string(call.index));
-      StartOver(situation);
-      mapi_->Answer(call.name, call.index, 1);
-      RunJob(situation);
-      ExpectOutcome(situation, true);
-      EXPECT_EQ(mapi_->Calls(), calls);
-      ++runs;
-    }
-  }
-  std::cout << "deliveries with an unusual success: " << runs << " runs\n";
+  ForEachCall("deliveries with an unusual success",
+              [&](const Situation& situation, const NamedCall& call, const Calls& calls) {
+                mapi_->Answer(call.name, call.index, 1);
+                RunJob(situation);
+                ExpectOutcome(situation, true);
+                EXPECT_EQ(mapi_->Calls(), calls);
+              });
 }
 
 // The functions that hand something out without which the message cannot be made. Without anything
@@ -92,77 +96,47 @@ constexpr std::string_view kHandOutWhatIsNeeded[] = {
 };
 
 TEST_F(MapiAnswers, ASuccessThatHandsOutNothingDoesNoHarm) {
-  std::size_t runs = 0;
-  for (const Situation& situation : kWithMailClient) {
-    SCOPED_TRACE(situation.name);
-    StartOver(situation);
-    RunJob(situation);
-    EXPECT_EQ(exit_code_, 0);
-    const std::vector<NamedCall> calls = NamedCalls(mapi_->Calls());
-    const auto query = std::count_if(calls.begin(), calls.end(), [](const NamedCall& call) {
-      return call.name == "HrQueryAllRows";
-    });
-    EXPECT_EQ(query, 2);
-    for (const NamedCall& call : calls) {
-      if (!situation.is_online && call.name == "IMAPISession::OpenMsgStore") {
-        continue;
-      }
-      SCOPED_TRACE(call.name + " " + std::to_string(call.index));
-      StartOver(situation);
-      mapi_->GiveNothing(call.name, call.index);
-      RunJob(situation);
-      const bool has_recipient = *situation.receiver != '\0';
-      const bool is_needed =
-          std::find(std::begin(kHandOutWhatIsNeeded), std::end(kHandOutWhatIsNeeded), call.name) !=
-              std::end(kHandOutWhatIsNeeded) ||
-          // the rows of the stores; the recipient's values and the attachment's; and without the
-          // recipient's list there is nobody to submit a message to
-          (call.name == "HrQueryAllRows" && call.index == 1) ||
-          (call.name == "MAPIAllocateBuffer" &&
-           (call.index > 0 || !has_recipient || !situation.preview));
-      ExpectOutcome(situation, !is_needed);
-      ExpectDocumentIsKept();
-      ++runs;
-    }
-  }
-  std::cout << "deliveries in which nothing is handed out: " << runs << " runs\n";
+  ForEachCall("deliveries in which nothing is handed out",
+              [&](const Situation& situation, const NamedCall& call, const Calls& /*calls*/) {
+                mapi_->GiveNothing(call.name, call.index);
+                RunJob(situation);
+                const bool has_recipient = *situation.receiver != '\0';
+                const bool is_needed =
+                    std::find(std::begin(kHandOutWhatIsNeeded), std::end(kHandOutWhatIsNeeded),
+                              call.name) != std::end(kHandOutWhatIsNeeded) ||
+                    // the rows of the stores; the recipient's values and the attachment's; and
+                    // without the recipient's list there is nobody to submit a message to
+                    (call.name == "HrQueryAllRows" && call.index == 1) ||
+                    (call.name == "MAPIAllocateBuffer" &&
+                     (call.index > 0 || !has_recipient || !situation.preview));
+                ExpectOutcome(situation, !is_needed);
+                ExpectDocumentIsKept();
+              });
 }
 
 // --- running out of memory ---
 
 // The calls with which the send flow lets go of all that it got in `calls`, the last first.
-std::vector<std::string> CleanUpAfter(const std::vector<std::string>& calls,
-                                      bool has_form_manager) {
-  const auto has = [&](std::string_view start) {
-    return std::any_of(calls.begin(), calls.end(),
-                       [&](const std::string& call) { return call.starts_with(start); });
-  };
-  std::vector<std::string> cleanup;
-  if (has("IMAPIFolder::CreateMessage(")) {
-    cleanup.emplace_back("IMessage::Release()");
-  }
-  if (has_form_manager) {
-    cleanup.emplace_back("IMAPIFormMgr::Release()");
-  }
-  if (has("IMsgStore::OpenEntry(")) {
-    cleanup.emplace_back("IMAPIFolder::Release()");
-  }
-  if (has("IMsgStore::GetProps(")) {
-    cleanup.emplace_back("MAPIFreeBuffer(block 1)");
-  }
-  if (has("IMAPISession::OpenMsgStore(")) {
-    cleanup.emplace_back("IMsgStore::Release()");
-  }
-  if (has("MAPILogonEx(")) {
-    for (const char* const call :
-         {"IMAPISession::QueryInterface(IMAPIClientShutdown)",
-          "IMAPIClientShutdown::QueryFastShutdown()", "IMAPIClientShutdown::DoFastShutdown()",
-          "IMAPIClientShutdown::Release()", "IMAPISession::Logoff(0, 0x0, 0)",
-          "IMAPISession::Release()"}) {
-      cleanup.emplace_back(call);
+Calls CleanUpAfter(const Calls& calls) {
+  const std::pair<std::string_view, Calls> kCleanUps[] = {
+      {"IMAPIFolder::CreateMessage(", {"IMessage::Release()"}},
+      {"MAPIOpenFormMgr(", {"IMAPIFormMgr::Release()"}},
+      {"IMsgStore::OpenEntry(", {"IMAPIFolder::Release()"}},
+      {"IMsgStore::GetProps(", {"MAPIFreeBuffer(block 1)"}},
+      {"IMAPISession::OpenMsgStore(", {"IMsgStore::Release()"}},
+      {"MAPILogonEx(",
+       {"IMAPISession::QueryInterface(IMAPIClientShutdown)",
+        "IMAPIClientShutdown::QueryFastShutdown()", "IMAPIClientShutdown::DoFastShutdown()",
+        "IMAPIClientShutdown::Release()", "IMAPISession::Logoff(0, 0x0, 0)",
+        "IMAPISession::Release()"}}};
+  Calls all;
+  for (const auto& [origin, cleanup] : kCleanUps) {
+    if (std::any_of(calls.begin(), calls.end(),
+                    [&](const std::string& call) { return call.starts_with(origin); })) {
+      all.insert(all.end(), cleanup.begin(), cleanup.end());
     }
   }
-  return cleanup;
+  return all;
 }
 
 TEST_F(MapiAnswers, WithoutMemoryTheSendFlowCleansUpAndSaysSo) {
@@ -188,17 +162,15 @@ TEST_F(MapiAnswers, WithoutMemoryTheSendFlowCleansUpAndSaysSo) {
           EXPECT_EQ(mapi_->Accounts(), "");
           EXPECT_EQ(fake_.OpenHandles(), 0u);
           ExpectDocumentIsKept();
-          const std::vector<std::string>& calls = mapi_->Calls();
+          const Calls calls = mapi_->Calls();
           if (result == MAPI_E_CALL_FAILED) {
             // The search for the library went without the memory that it needs.
-            EXPECT_EQ(calls, std::vector<std::string>());
+            EXPECT_EQ(calls, Calls());
             return;
           }
-          const bool has_form_manager = !mapi_->CallsOf("MAPIOpenFormMgr").empty();
-          const std::vector<std::string> cleanup = CleanUpAfter(calls, has_form_manager);
+          const Calls cleanup = CleanUpAfter(calls);
           ASSERT_GE(calls.size(), cleanup.size());
-          EXPECT_EQ(std::vector<std::string>(
-                        calls.end() - static_cast<std::ptrdiff_t>(cleanup.size()), calls.end()),
+          EXPECT_EQ(Calls(calls.end() - static_cast<std::ptrdiff_t>(cleanup.size()), calls.end()),
                     cleanup);
           const bool reaches_its_end = !mapi_->CallsOf("IMAPISession::ShowForm").empty() ||
                                        !mapi_->CallsOf("IMessage::SubmitMessage").empty();
