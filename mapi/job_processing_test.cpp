@@ -11,6 +11,7 @@
 #include "testing/expected_texts.h"
 #include "testing/fake_platform/fixture.h"
 #include "testing/log_lines.h"
+#include "testing/mapi_test.h"
 
 namespace zentpost {
 namespace {
@@ -23,7 +24,7 @@ constexpr char16_t kClientKey[] = u"Software\\Sollvex\\FaxClient";
 constexpr char16_t kSkip[] = u"SkipExtendedMapi";
 constexpr char16_t kJobName[] = u"C:\\jobs\\a.json";
 
-const std::string kJobFile =
+constexpr char kJobFile[] =
     "{\n\t\"FilePath\":\t\"C:\\\\docs\\\\fax.pdf\",\n\t\"SourceFileName\":\t\"Letter\"\n}";
 
 // There is no MAPI.
@@ -39,7 +40,9 @@ class JobProcessing : public platform::fake::FakePlatformTest {
   std::string JobFile() const { return fake_.FileBytes(kJobName).value_or("no job file"); }
 };
 
-JobParameters JobWith(const std::vector<ParameterList::Entry>& fields) {
+using Fields = std::vector<ParameterList::Entry>;
+
+JobParameters JobWith(const Fields& fields) {
   JobParameters params;
   params.arguments.Add(u"filename", u"C:\\docs\\fax.pdf");
   params.arguments.Add(u"attdisplayname", u"Letter.pdf");
@@ -51,18 +54,11 @@ JobParameters JobWith(const std::vector<ParameterList::Entry>& fields) {
   return params;
 }
 
-// What is logged of a job, as it stands or with JobWith's document and attachment.
-std::string LogOfAnyJob(const MapiJobText& job, bool is_sent = true) {
-  std::string log;
-  for (const std::string& line : MapiJobLines(job)) {
-    log += "INFO: " + line + "\n";
-  }
-  return log + (is_sent ? test::kNoMapiLog : "");
-}
+// What is logged of JobWith's job.
 std::string LogOf(MapiJobText job, bool is_sent = true) {
   job.attachment = "C:\\docs\\fax.pdf";
   job.attachment_name = "Letter.pdf";
-  return LogOfAnyJob(job, is_sent);
+  return MapiJobLog(job) + (is_sent ? test::kNoMapiLog : "");
 }
 
 TEST_F(JobProcessing, EachValueIsLoggedInItsLine) {
@@ -118,7 +114,7 @@ TEST_F(JobProcessing, DeliberateTheEcmLineTellsTheOpposite) {
 
 TEST_F(JobProcessing, AJobWithoutAJobFileFailsAllTheSame) {
   EXPECT_FALSE(ProcessToExtendedMapi({}));
-  EXPECT_EQ(LogText(), LogOfAnyJob({}));
+  EXPECT_EQ(LogText(), MapiJobLog(MapiJobText{}) + test::kNoMapiLog);
   EXPECT_EQ(JobFile(), kJobFile);
 }
 
@@ -179,6 +175,67 @@ TEST_F(JobProcessing, DeliberateADivertedJobCountsAsDeliveredWhateverBecomesOfIt
   EXPECT_TRUE(ProcessToExtendedMapi(JobWith({{u"O", u"C:\\missing\\payload.json"}})));
   EXPECT_EQ(fake_.FilePaths(), std::vector<std::u16string>{kJobName});
   EXPECT_EQ(JobFile(), test::WithSuccess(kJobFile));
+}
+
+// --- with a mail client ---
+
+class JobDelivery : public test::MapiTest {
+ protected:
+  bool Process(const Fields& fields) {
+    StartOver();
+    fake_.SetFile(kJobName, kJobFile);
+    fake_.SetFile(u"C:\\docs\\fax.pdf", "PDF");
+    return ProcessToExtendedMapi(JobWith(fields));
+  }
+};
+
+TEST_F(JobDelivery, EachFieldHasItsPlaceInTheMessage) {
+  EXPECT_TRUE(Process({{u"+FAX", u"0301234567"},
+                       {u"E", u"recipient"},
+                       {u"U", u"sender"},
+                       {u"K", u"comment"},
+                       {u"S", u"subject"},
+                       {u"Z", u"23:15"},
+                       {u"C", u"1"}}));
+  EXPECT_EQ(mapi_->CallsOf("IMessage::SetProps"),
+            std::vector<std::string>{
+                "IMessage::SetProps(5, [0x001a001f \"IPM.Note\", 0x0037001f \"subject\", "
+                "0x1000001f \"comment\", 0x0042001f \"sender\", 0x0e0a0102 4 bytes 73656e74], "
+                "null)"});
+  EXPECT_EQ(mapi_->CallsOf("IMessage::ModifyRecipients"),
+            std::vector<std::string>{
+                "IMessage::ModifyRecipients(0x2, [5 [0x3001001f \"recipient\", 0x3002001f "
+                "\"SMTP\", 0x3003001f \"0301234567\", 0x0c150003 1, 0x0fff0102 7 bytes "
+                "6f6e652d6f6666]])"});
+  EXPECT_EQ(mapi_->CallsOf("IAttach::SetProps"),
+            std::vector<std::string>{
+                "IAttach::SetProps(9, [0x37050003 1, 0x370b0003 -1, 0x37010102 3 bytes 504446, "
+                "0x3703001f \".pdf\", 0x3704001f \"Letter.pdf\", 0x3707001f \"Letter.pdf\", "
+                "0x37140003 0, 0x3001001f \"Letter.pdf\", 0x7ffa0003 0], null)"});
+  EXPECT_EQ(fake_.FileBytes(kJobName), test::WithSuccess(kJobFile));
+}
+
+TEST_F(JobDelivery, APreviewOrAMessageWithoutANumberIsShown) {
+  const struct {
+    Fields fields;
+    bool is_shown;
+    bool has_recipient;
+  } kCases[] = {
+      {{}, true, false},
+      {{{u"+FAX", u""}, {u"P", u"-"}}, true, false},
+      {{{u"+FAX", u"030"}}, false, true},
+      {{{u"+FAX", u"030"}, {u"P", u"-"}}, false, true},
+      {{{u"+FAX", u"030"}, {u"P", u""}}, true, true},
+      {{{u"+FAX", u"030"}, {u"P", u"1"}}, true, true},
+      {{{u"+FAX", u"030"}, {u"P", u"0"}}, true, true},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(&test - kCases);
+    EXPECT_TRUE(Process(test.fields));
+    EXPECT_EQ(mapi_->CallsOf("IMAPISession::ShowForm").size(), test.is_shown ? 1u : 0u);
+    EXPECT_EQ(mapi_->CallsOf("IMessage::SubmitMessage").size(), test.is_shown ? 0u : 1u);
+    EXPECT_EQ(mapi_->CallsOf("IMessage::ModifyRecipients").size(), test.has_recipient ? 1u : 0u);
+  }
 }
 
 }  // namespace
