@@ -54,7 +54,7 @@ class Discovery : public test::MapiSearchTest {
   // The last line of the trace that begins so.
   static std::string TraceOf(const std::string& start) {
     std::string found;
-    for (const std::string& line : Trace()) {
+    for (const std::string& line : seen_.trace) {
       if (line.starts_with(start)) {
         found = line;
       }
@@ -62,8 +62,7 @@ class Discovery : public test::MapiSearchTest {
     return found;
   }
   static Lines LastLines(std::ptrdiff_t count) {
-    const Lines trace = Trace();
-    return {trace.end() - count, trace.end()};
+    return {seen_.trace.end() - count, seen_.trace.end()};
   }
 };
 
@@ -74,14 +73,12 @@ TEST_F(Discovery, AttachNeverLoads) {
   EXPECT_FALSE(AttachToMAPIDll(u"olmapi32.dll"));
   EXPECT_EQ(fake_.ModuleReferences(u"C:\\Windows\\system32\\olmapi32.dll"), 0u);
   EXPECT_EQ(fake_.CallsOf("GetModuleHandleExW"), Lines{"GetModuleHandleExW(0x0, olmapi32.dll)"});
-  EXPECT_EQ(Trace().back(), R"(Exit AttachToMAPIDll: hinstPrivateMAPI = %p\n [null])");
+  EXPECT_EQ(seen_.trace.back(), R"(Exit AttachToMAPIDll: hinstPrivateMAPI = %p\n [null])");
 }
 
 TEST_F(Discovery, DeliberatelyAttachesWithoutAReferenceWhereTheKernelLacksTheFunction) {
   fake_.AddModule(kKernel, {});
-  AddEmptyLibrary(u"D:\\Mail\\olmapi32.dll");
-  platform::Module held;
-  ASSERT_EQ(platform::LoadModule(u"D:\\Mail\\olmapi32.dll", held), platform::kSuccess);
+  const platform::Module held = Load(u"D:\\Mail\\olmapi32.dll");
   platform::Module found = AttachToMAPIDll(u"olmapi32.dll");
   EXPECT_EQ(found.Detach(), held.Get());
   EXPECT_EQ(fake_.ModuleReferences(u"D:\\Mail\\olmapi32.dll"), 1u);
@@ -108,7 +105,7 @@ TEST_F(Discovery, OpensTheKeyOfTheNamedClientOrOfTheDefaultOne) {
   for (const auto& test : kCases) {
     SCOPED_TRACE(Readable(test.provider) + " " + test.failure);
     fake_.Reset();
-    ClearTrace();
+    seen_.trace.clear();
     fake_.AddKey(Hive::kLocalMachine, test.has_key ? kClientKey : kMailKey);
     if (test.default_client != nullptr) {
       fake_.SetString(Hive::kLocalMachine, kMailKey, u"", test.default_client);
@@ -217,7 +214,7 @@ TEST_F(Discovery, DeliberatelyReadsNoValueOfMoreThan130Characters) {
                    std::string(2 * units, 'x'));
     EXPECT_EQ(Value(), units == 130 ? Padded(std::u16string(130, 0x7878)) : u"");
   }
-  EXPECT_EQ(Trace().back(), R"(Exit RegQueryWszExpand: dwErr = 0x%08X\n [234])");
+  EXPECT_EQ(seen_.trace.back(), R"(Exit RegQueryWszExpand: dwErr = 0x%08X\n [234])");
 }
 
 TEST_F(Discovery, DeliberatelyTakesAnEmptyValueForACandidate) {
@@ -239,7 +236,7 @@ TEST_F(Discovery, AsksTheStubForTheClientsComponent) {
   const RegistryKey key = ClientKey();
   fake_.ClearCalls();
   EXPECT_EQ(GetMailClientFromMSIData(key), u"D:\\Mail\\mapi.dll");
-  EXPECT_EQ(StubQuestions(), Lines{"{C}, 1031, 260, 0, zeroed"});
+  EXPECT_EQ(seen_.stub_questions, Lines{"{C}, 1031, 260, 0, zeroed"});
   EXPECT_EQ(fake_.Calls(),
             (Lines{"QueryValue(MSIComponentID, 260)", "QueryValue(MSIApplicationLCID, 260)",
                    "LoadModule(mapi32.dll)",
@@ -249,17 +246,17 @@ TEST_F(Discovery, AsksTheStubForTheClientsComponent) {
 TEST_F(Discovery, AsksNobodyWithoutAClientKeyOrOneOfItsTwoTexts) {
   EXPECT_EQ(GetMailClientFromMSIData(RegistryKey()), u"");
   EXPECT_EQ(fake_.Calls(), Lines{});
-  EXPECT_EQ(Trace(), Lines{});
+  EXPECT_EQ(seen_.trace, Lines{});
   for (const char16_t* const present : {u"MSIComponentID", u"MSIApplicationLCID"}) {
     fake_.Reset();
-    ClearTrace();
+    seen_.trace.clear();
     AddStub(kSystemMapi, "D:\\mapi.dll");
     SetClientText(present, u"1031");
     EXPECT_EQ(GetMailClientFromMSIData(ClientKey()), u"");
-    EXPECT_EQ(Trace(), (Lines{R"(Enter GetMailClientFromMSIData\n)",
-                              R"(Exit GetMailClientFromMSIData: szPath = %ws\n [])"}));
+    EXPECT_EQ(seen_.trace, (Lines{R"(Enter GetMailClientFromMSIData\n)",
+                                  R"(Exit GetMailClientFromMSIData: szPath = %ws\n [])"}));
   }
-  EXPECT_EQ(StubQuestions(), Lines{});
+  EXPECT_EQ(seen_.stub_questions, Lines{});
 }
 
 TEST_F(Discovery, TakesTheOtherStubWhenTheFirstDoesNotLoad) {
@@ -274,17 +271,17 @@ TEST_F(Discovery, HasNoComponentPathWithoutAStubOrItsFunction) {
   const Lines nothing = {kEnterComponentPath + " [{C}, 1, 1]",
                          R"(Exit GetComponentPath: fReturn = 0x%08X\n [0])"};
   EXPECT_EQ(GetComponentPath(u"{C}", u"1", true), u"");
-  EXPECT_EQ(Trace(), nothing);
+  EXPECT_EQ(seen_.trace, nothing);
   // The other stub is not asked when the first is there.
   AddStub(u"C:\\Windows\\system32\\mapistub.dll", "D:\\mapi.dll");
   for (const platform::fake::FakePlatform::Exports& exports :
        {platform::fake::FakePlatform::Exports(), {{"FGetComponentPath", nullptr}}}) {
     fake_.AddModule(kSystemMapi, exports);
     fake_.ClearCalls();
-    ClearTrace();
+    seen_.trace.clear();
     EXPECT_EQ(GetComponentPath(u"{C}", u"1", true), u"");
     EXPECT_EQ(fake_.CallsOf("LoadModule"), Lines{"LoadModule(mapi32.dll)"});
-    EXPECT_EQ(Trace(), nothing);
+    EXPECT_EQ(seen_.trace, nothing);
     EXPECT_EQ(fake_.ModuleReferences(), 0u);
   }
 }
@@ -315,13 +312,13 @@ TEST_F(Discovery, DeliberatelyLooksAtTheLowByteOfTheStubsAnswerOnly) {
 TEST_F(Discovery, DeliberatelyKeepsOnlyTheLowByteOfEachUnitForTheStub) {
   AddStub(kSystemMapi, "D:\\mapi.dll");
   EXPECT_EQ(GetComponentPath(u"\u0141\u0142C", u"\u0331", true), u"D:\\mapi.dll");
-  EXPECT_EQ(StubQuestions(), Lines{"ABC, 1, 260, 1, zeroed"});
+  EXPECT_EQ(seen_.stub_questions, Lines{"ABC, 1, 260, 1, zeroed"});
 }
 
 TEST_F(Discovery, DeliberatelyEndsATextForTheStubAtAUnitWhoseLowByteIsZero) {
   AddStub(kSystemMapi, "D:\\mapi.dll");
   EXPECT_EQ(GetComponentPath(u"{C}\u0100x", u"10\u020031", false), u"D:\\mapi.dll");
-  EXPECT_EQ(StubQuestions(), Lines{"{C}, 10, 260, 0, zeroed"});
+  EXPECT_EQ(seen_.stub_questions, Lines{"{C}, 10, 260, 0, zeroed"});
 }
 
 TEST_F(Discovery, DeliberatelyWidensTheStubsPathWithTheSignOfEachByte) {
@@ -342,14 +339,14 @@ TEST_F(Discovery, AsksForThe64BitOutlookFirst) {
   AddComponent(u"{A}", u"outlook.x64.exe", u"C:\\64\\OUTLOOK.EXE");
   AddComponent(u"{A}", u"outlook.exe", u"C:\\32\\OUTLOOK.EXE");
   EXPECT_EQ(GetOutlookPath(u"{A}"), u"C:\\64\\OUTLOOK.EXE");
-  EXPECT_EQ(InstallerQuestions(),
+  EXPECT_EQ(seen_.installer_questions,
             (Lines{"{A}, outlook.x64.exe, 0, size 0", "{A}, outlook.x64.exe, 0, fetch 18"}));
 }
 
 TEST_F(Discovery, DeliberatelyFetchesFromThe64BitOneAgainWhenTheOtherAnswered) {
   AddComponent(u"{A}", u"outlook.exe", u"C:\\32\\OUTLOOK.EXE");
   EXPECT_EQ(GetOutlookPath(u"{A}"), u"C:\\32\\OUTLOOK.EXE");
-  EXPECT_EQ(InstallerQuestions(),
+  EXPECT_EQ(seen_.installer_questions,
             (Lines{"{A}, outlook.x64.exe, 0, size 0", "{A}, outlook.exe, 0, size 0",
                    "{A}, outlook.x64.exe, 0, fetch 18", "{A}, outlook.exe, 0, fetch 18"}));
 }
@@ -389,7 +386,8 @@ TEST_F(Discovery, ReadsOutlooksPathUpToItsEndWhateverSizeTheInstallerTells) {
   for (const auto& test : kCases) {
     AddComponent(u"{A}", u"outlook.x64.exe", test.units, 0, test.count);
     EXPECT_EQ(Readable(GetOutlookPath(u"{A}")), test.path);
-    EXPECT_EQ(InstallerQuestions().back(), std::string("{A}, outlook.x64.exe, 0, ") + test.fetch);
+    EXPECT_EQ(seen_.installer_questions.back(),
+              std::string("{A}, outlook.x64.exe, 0, ") + test.fetch);
   }
 }
 
@@ -412,8 +410,8 @@ TEST_F(Discovery, FindsTheLibrariesOfAllOutlooksInTheOrderOfTheirCategories) {
   EXPECT_EQ(Texts(GetInstalledOutlookMAPI()),
             (Lines{R"(C:\1\olmapi32.dll)", R"(C:\2\olmapi32.dll)", R"(C:\4\olmapi32.dll)",
                    R"(C:\5\olmapi32.dll)", R"(C:\6\olmapi32.dll)"}));
-  EXPECT_EQ(Trace().front(), R"(Enter GetInstalledOutlookMAPI\n)");
-  EXPECT_EQ(Trace().back(), R"(Exit GetInstalledOutlookMAPI: found %d paths\n [5])");
+  EXPECT_EQ(seen_.trace.front(), R"(Enter GetInstalledOutlookMAPI\n)");
+  EXPECT_EQ(seen_.trace.back(), R"(Exit GetInstalledOutlookMAPI: found %d paths\n [5])");
   AddComponent(u"{1E77DE88-BCAB-4C37-B9E5-073AF52DFD7A}", u"outlook.exe", u"C:\\3\\o.exe");
   EXPECT_EQ(Readable(GetInstalledOutlookMAPI().at(2)), R"(C:\3\olmapi32.dll)");
 }
@@ -442,7 +440,8 @@ TEST_F(Discovery, ListsTheCandidatesInTheOrderOfTheSearch) {
   EXPECT_EQ(Texts(GetMapiCandidatePaths()),
             (Lines{R"(C:\ol_ex.dll)", R"(C:\2\olmapi32.dll)", R"(C:\5\olmapi32.dll)",
                    R"(C:\ol.dll)", R"(C:\msi.dll)"}));
-  EXPECT_EQ(StubQuestions(), (Lines{"{C}, 1031, 260, 0, zeroed", "{O}, 1033, 260, 0, zeroed"}));
+  EXPECT_EQ(seen_.stub_questions,
+            (Lines{"{C}, 1031, 260, 0, zeroed", "{O}, 1033, 260, 0, zeroed"}));
   UseSystemMapiOnly = true;
   for (const bool is_outlook_preferred : {false, true}) {
     PreferOutlookClient = is_outlook_preferred;
@@ -487,7 +486,7 @@ TEST_F(Discovery, LoadsNothingFromAnEmptyList) {
   PreferOutlookClient = true;
   EXPECT_FALSE(GetDefaultMapiHandle());
   EXPECT_EQ(TraceOf("Trying"), "");
-  EXPECT_EQ(Trace().back(), R"(Exit GetDefaultMapiHandle: hinstMapi = %p\n [null])");
+  EXPECT_EQ(seen_.trace.back(), R"(Exit GetDefaultMapiHandle: hinstMapi = %p\n [null])");
 }
 
 // --- the companion ---
@@ -497,7 +496,7 @@ TEST_F(Discovery, DeliberatelyLoadsTheDriveAloneInsteadOfTheCompanion) {
   AddEmptyLibrary(u"D:\\Office\\pstprx32.dll");
   EXPECT_FALSE(LoadFromOLMAPIDir(u"pstprx32.dll"));
   EXPECT_EQ(fake_.CallsOf("LoadModule").back(), "LoadModule(D:)");
-  EXPECT_EQ(Trace().front(), R"(load: LoadFromOLMAPIDir - loading "%ws"\n [pstprx32.dll])");
+  EXPECT_EQ(seen_.trace.front(), R"(load: LoadFromOLMAPIDir - loading "%ws"\n [pstprx32.dll])");
   EXPECT_EQ(TraceOf("load: LoadFromOLMAPIDir - loading from"),
             R"(load: LoadFromOLMAPIDir - loading from "%ws"\n [D:])");
 }
@@ -523,7 +522,7 @@ TEST_F(Discovery, SkipsAnOutlookWhosePathCannotBeSplitForTheCompanion) {
   EXPECT_FALSE(
       LoadBesideOutlookMapi(u"C:\\" + std::u16string(300, u'd') + u"\\olmapi32.dll", u"p.dll"));
   EXPECT_EQ(fake_.Calls(), Lines{});
-  EXPECT_EQ(Trace(), Lines{"%ws failed with 0x%08X [LoadFromOLMAPIDir: _wsplitpath_s, 34]"});
+  EXPECT_EQ(seen_.trace, Lines{"%ws failed with 0x%08X [LoadFromOLMAPIDir: _wsplitpath_s, 34]"});
 }
 
 }  // namespace

@@ -46,10 +46,7 @@ class EntryPoints : public test::MapiSearchTest {
   }
 
   void Install(const char16_t* path, Exports exports) {
-    fake_.AddModule(path, std::move(exports));
-    Module module;
-    ASSERT_EQ(platform::LoadModule(path, module), platform::kSuccess);
-    SetMAPIHandle(std::move(module));
+    SetMAPIHandle(Load(path, std::move(exports)));
   }
   // The mail client that a search finds.
   void Register(Exports exports) {
@@ -87,10 +84,10 @@ TEST_F(EntryPoints, FindTheLibraryAndForwardWhatTheyTakeAndGive) {
   EXPECT_EQ(fake_.CallsOf("FindProcedure"), lookups);
   // Once bound they only forward.
   fake_.ClearCalls();
-  ClearTrace();
+  seen_.trace.clear();
   ExpectAllWork();
   EXPECT_EQ(fake_.Calls(), Lines{});
-  EXPECT_EQ(Trace(), Lines{});
+  EXPECT_EQ(seen_.trace, Lines{});
 }
 
 TEST_F(EntryPoints, EachFindsTheLibraryByItself) {
@@ -141,7 +138,7 @@ TEST_F(EntryPoints, WithoutALibraryGiveTheirFixedFailureAndSearchAgainEachTime) 
   for (int round = 0; round < 2; ++round) {
     for (const EntryPoint& entry : kEntryPoints) {
       fake_.ClearCalls();
-      ClearTrace();
+      seen_.trace.clear();
       EXPECT_EQ(CallEntryPoint(entry.name), entry.unavailable) << entry.name;
       EXPECT_EQ(fake_.CallsOf("GetModuleHandleExW"),
                 (Lines{"GetModuleHandleExW(0x0, olmapi32.dll)",
@@ -149,8 +146,9 @@ TEST_F(EntryPoints, WithoutALibraryGiveTheirFixedFailureAndSearchAgainEachTime) 
       EXPECT_EQ(fake_.CallsOf("OpenKey").size(), 1u);
       EXPECT_EQ(fake_.CallsOf("LoadModule").back(),
                 R"(LoadModule(C:\Windows\system32\mapi32.dll))");
-      EXPECT_EQ(Trace().front(), R"(Enter GetPrivateMAPI\n)");
-      EXPECT_EQ(Trace().back(), R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n [null])");
+      EXPECT_EQ(seen_.trace.front(), R"(Enter GetPrivateMAPI\n)");
+      EXPECT_EQ(seen_.trace.back(),
+                R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n [null])");
     }
   }
   EXPECT_EQ(client_.Calls(), Lines{});

@@ -24,12 +24,6 @@ constexpr char16_t kOther[] = u"C:\\Mail\\b.dll";
 
 class Library : public test::MapiSearchTest {
  protected:
-  Module Load(const char16_t* path) {
-    AddEmptyLibrary(path);
-    Module module;
-    EXPECT_EQ(platform::LoadModule(path, module), platform::kSuccess);
-    return module;
-  }
   std::string InstalledPath() { return Readable(fake_.ModulePath(GetMAPIHandle())); }
 };
 
@@ -43,8 +37,8 @@ TEST_F(Library, IsNoneAtFirstAndInstalledWithItsReference) {
   EXPECT_EQ(InstalledPath(), Readable(kLibrary));
   EXPECT_EQ(fake_.ModuleReferences(kLibrary), 1u);
   EXPECT_EQ(MapiHandleGeneration, 2u);
-  EXPECT_EQ(Trace().front(), R"(Enter SetMAPIHandle: hinstMAPI = %p\n [a.dll])");
-  EXPECT_EQ(Trace().back(), R"(Exit SetMAPIHandle\n)");
+  EXPECT_EQ(seen_.trace.front(), R"(Enter SetMAPIHandle: hinstMAPI = %p\n [a.dll])");
+  EXPECT_EQ(seen_.trace.back(), R"(Exit SetMAPIHandle\n)");
 }
 
 TEST_F(Library, InstalledFirstStaysAndTheGenerationMovesAllTheSame) {
@@ -68,12 +62,12 @@ TEST_F(Library, InstalledTwiceKeepsOneReference) {
 
 TEST_F(Library, IsReleasedWithoutMovingTheGeneration) {
   SetMAPIHandle(Load(kLibrary));
-  ClearTrace();
+  seen_.trace.clear();
   SetMAPIHandle(Module());
   EXPECT_EQ(GetMAPIHandle(), RawModule{});
   EXPECT_EQ(fake_.ModuleReferences(kLibrary), 0u);
   EXPECT_EQ(MapiHandleGeneration, 2u);
-  EXPECT_EQ(Trace(),
+  EXPECT_EQ(seen_.trace,
             (Lines{R"(Enter SetMAPIHandle: hinstMAPI = %p\n [null])", R"(Exit SetMAPIHandle\n)"}));
   SetMAPIHandle(Module());  // nothing is there any more
   EXPECT_EQ(MapiHandleGeneration, 2u);
@@ -87,10 +81,10 @@ TEST_F(Library, IsReleasedWithoutMovingTheGeneration) {
 // In effect there never is one; were it there, it would be kept and given back.
 TEST_F(Library, LooksForTheCompanionOnlyWhileThereIsNone) {
   storeProxyHandle = Load(kOther).Detach();
-  ClearTrace();
+  seen_.trace.clear();
   SetMAPIHandle(Load(kLibrary));
   EXPECT_EQ(fake_.ModuleReferences(kOther), 1u);
-  EXPECT_EQ(Trace(),
+  EXPECT_EQ(seen_.trace,
             (Lines{R"(Enter SetMAPIHandle: hinstMAPI = %p\n [a.dll])", R"(Exit SetMAPIHandle\n)"}));
   SetMAPIHandle(Module());
   EXPECT_EQ(storeProxyHandle, RawModule{});
@@ -115,21 +109,21 @@ TEST_F(Library, DeliberatelyNeverFindsTheCompanion) {
   EXPECT_EQ(storeProxyHandle, RawModule{});
   EXPECT_EQ(fake_.ModuleReferences(u"D:\\Office\\pstprx32.dll"), 0u);
   // So that it is looked for again.
-  ClearTrace();
+  seen_.trace.clear();
   SetMAPIHandle(Load(kOther));
-  EXPECT_EQ(Trace().at(1), R"(load: LoadFromOLMAPIDir - loading "%ws"\n [pstprx32.dll])");
+  EXPECT_EQ(seen_.trace.at(1), R"(load: LoadFromOLMAPIDir - loading "%ws"\n [pstprx32.dll])");
 }
 
 // --- the search ---
 
 TEST_F(Library, IsNotSearchedForWhenItIsInstalled) {
   SetMAPIHandle(Load(kLibrary));
-  ClearTrace();
+  seen_.trace.clear();
   fake_.ClearCalls();
   EXPECT_EQ(GetPrivateMAPI(), GetMAPIHandle());
   EXPECT_EQ(fake_.Calls(), Lines{});
-  EXPECT_EQ(Trace(), (Lines{R"(Enter GetPrivateMAPI\n)",
-                            R"(Exit GetPrivateMAPI, hinstPrivateMAPI = %p\n [a.dll])"}));
+  EXPECT_EQ(seen_.trace, (Lines{R"(Enter GetPrivateMAPI\n)",
+                                R"(Exit GetPrivateMAPI, hinstPrivateMAPI = %p\n [a.dll])"}));
 }
 
 TEST_F(Library, LoadedByOutlookAlreadyComesBeforeThatOfAnOlderClient) {
@@ -147,7 +141,7 @@ TEST_F(Library, LoadedByOutlookAlreadyComesBeforeThatOfAnOlderClient) {
                                                         "GetModuleHandleExW(0x0, msmapi32.dll)"}));
   EXPECT_EQ(fake_.ModuleReferences(u"D:\\Old\\msmapi32.dll"), 2u);
   EXPECT_EQ(fake_.CallsOf("OpenKey"), Lines{});
-  EXPECT_EQ(Trace().back(),
+  EXPECT_EQ(seen_.trace.back(),
             R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n [msmapi32.dll])");
 }
 

@@ -86,11 +86,8 @@ class ExpectedSearch {
     return Call() && (path == kSystemPath || scenario_.libraries.contains(path));
   }
 
-  void Line(const std::string& format, const std::string& arguments = "") {
-    trace.push_back(format + (arguments.empty() ? "" : " [" + arguments + "]"));
-  }
-  void LineWithText(const std::string& format, const std::string& text) {
-    trace.push_back(format + " [" + text + "]");
+  void Line(const std::string& format, const std::optional<std::string>& arguments = {}) {
+    trace.push_back(format + (arguments ? " [" + *arguments + "]" : ""));
   }
   void Failure(const std::string& label, std::uint32_t status) {
     Line("%ws failed with 0x%08X", label + ", " + std::to_string(status));
@@ -107,8 +104,8 @@ class ExpectedSearch {
         Install(path);
       }
     }
-    LineWithText(R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n)",
-                 found.empty() ? "null" : FileName(found));
+    Line(R"(Exit GetPrivateMAPI: Returning GetMAPIHandle() = %p\n)",
+         found.empty() ? "null" : FileName(found));
   }
 
   bool Attach(const std::string& name, bool is_loaded) {
@@ -173,7 +170,7 @@ class ExpectedSearch {
   }
 
   bool OpenClient() {
-    LineWithText(R"(Enter GetHKeyMapiClient (%ws)\n)", "");
+    Line(R"(Enter GetHKeyMapiClient (%ws)\n)", "");
     bool is_open = false;
     if (!Call()) {
       Failure("GetHKeyMapiClient: RegOpenKeyExW(HKLM)", run_.status);
@@ -230,7 +227,7 @@ class ExpectedSearch {
       }
       Line(R"(Exit GetComponentPath: fReturn = 0x%08X\n)", path ? "1" : "0");
     }
-    LineWithText(R"(Exit GetMailClientFromMSIData: szPath = %ws\n)", path.value_or(""));
+    Line(R"(Exit GetMailClientFromMSIData: szPath = %ws\n)", path.value_or(""));
     return path;
   }
 
@@ -306,7 +303,7 @@ class ExpectedSearch {
       Line(R"(GetSystemDirectory: GetSystemDirectoryW failed with 0x%08X\n)",
            std::to_string(run_.status));
     }
-    LineWithText(R"(Exit GetSystemDirectory: found %ws\n)", folder);
+    Line(R"(Exit GetSystemDirectory: found %ws\n)", folder);
     return folder;
   }
 
@@ -329,7 +326,7 @@ class SearchFaults : public test::MapiSearchTest {
  protected:
   void Prepare(const Scenario& scenario) {
     ForgetMapiLoading();
-    ClearTrace();
+    seen_.trace.clear();
     SetDefaultClient();
     SetClientText(u"DllPathEx", u"%Mail%\\ex.dll", platform::kRegExpandSz);
     fake_.SetVariable(u"Mail", u"C:\\Mail");
@@ -343,8 +340,7 @@ class SearchFaults : public test::MapiSearchTest {
     }
     loaded_.Reset();
     if (scenario.is_loaded_already) {
-      AddEmptyLibrary(Wide(kLoadedPath));
-      ASSERT_EQ(platform::LoadModule(Wide(kLoadedPath).c_str(), loaded_), platform::kSuccess);
+      loaded_ = Load(Wide(kLoadedPath));
     }
   }
 
@@ -358,7 +354,7 @@ TEST_F(SearchFaults, LeadToTheNextSourceAndLeaveNothingOpen) {
     RawModule found{};
     const auto expect = [&](const FaultRun& run) {
       const ExpectedSearch expected(scenario, run);
-      EXPECT_EQ(Trace(), expected.trace);
+      EXPECT_EQ(seen_.trace, expected.trace);
       EXPECT_EQ(Readable(fake_.ModulePath(found)), expected.found);
       EXPECT_EQ(GetMAPIHandle(), found);
       EXPECT_EQ(MapiHandleGeneration, expected.found.empty() ? 1u : 2u);

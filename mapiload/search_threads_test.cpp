@@ -9,6 +9,7 @@
 #include <iterator>
 #include <mutex>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <variant>
 
@@ -16,7 +17,6 @@
 #include "mapiload/process_state.h"
 #include "mapiload/system_libraries.h"
 #include "mapiload/trace.h"
-#include "platform/worker.h"
 #include "testing/entry_points.h"
 #include "testing/fake_mapi.h"
 #include "testing/mapi_search.h"
@@ -38,20 +38,12 @@ bool CallAll() {
                      });
 }
 
-// Does `work` on a thread of its own, which the result waits for at its end.
-platform::Worker Start(std::function<void()>& work) {
-  platform::Worker worker;
-  const auto run = [](void* parameter) -> std::uint32_t {
-    (*static_cast<std::function<void()>*>(parameter))();
-    return 0;
-  };
-  EXPECT_EQ(platform::StartWorker(run, &work, worker), platform::kSuccess);
-  return worker;
-}
-
-void DoBoth(std::function<void()> one, std::function<void()> other) {
-  const platform::Worker first = Start(one);
-  const platform::Worker second = Start(other);
+// Does each on a thread of its own.
+void DoBoth(const std::function<void()>& one, const std::function<void()>& other) {
+  std::thread first(one);
+  std::thread second(other);
+  first.join();
+  second.join();
 }
 
 // Where threads wait for each other. std::latch hangs now and then in 32-bit MinGW builds.

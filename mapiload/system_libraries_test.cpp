@@ -29,7 +29,7 @@ TEST_F(SystemLibraries, AsksAgainWithMoreRoomForALongSystemDirectory) {
 TEST_F(SystemLibraries, LoadsNothingWithoutAName) {
   EXPECT_FALSE(LoadFromSystemDir(u""));
   EXPECT_EQ(fake_.Calls(), Lines{});
-  EXPECT_EQ(Trace(), Lines{});
+  EXPECT_EQ(seen_.trace, Lines{});
 }
 
 TEST_F(SystemLibraries, DeliberatelyKeepsASystemDirectoryThatCouldNotBeHad) {
@@ -53,7 +53,7 @@ TEST_F(SystemLibraries, AsksTheInstallerWithTheArgumentsPassedOn) {
   EXPECT_EQ(ProvideQualifiedComponent(u"{A}", u"outlook.exe", 0, path, &count), 0u);
   EXPECT_EQ(std::u16string(path), u"C:\\Office\\OUTLOOK.EXE");
   EXPECT_EQ(ProvideQualifiedComponent(u"{B}", u"outlook.exe", 0, nullptr, &count), 1607u);
-  EXPECT_EQ(InstallerQuestions(),
+  EXPECT_EQ(seen_.installer_questions,
             (Lines{"{A}, outlook.exe, 0, size 99", "{A}, outlook.exe, 0, fetch 30",
                    "{B}, outlook.exe, 0, size 21"}));
 }
@@ -62,7 +62,7 @@ TEST_F(SystemLibraries, DeliberatelyPassesInstallMode0WhateverIsAskedFor) {
   AddInstaller();
   std::uint32_t count = 0;
   static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0xFFFFFFFF, nullptr, &count));
-  EXPECT_EQ(InstallerQuestions(), Lines{"{A}, b, 0, size 0"});
+  EXPECT_EQ(seen_.installer_questions, Lines{"{A}, b, 0, size 0"});
 }
 
 TEST_F(SystemLibraries, TellsTheInstallerOnceToShowNothingBeforeItIsAsked) {
@@ -70,8 +70,8 @@ TEST_F(SystemLibraries, TellsTheInstallerOnceToShowNothingBeforeItIsAsked) {
   std::uint32_t count = 0;
   static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count));
   static_cast<void>(ProvideQualifiedComponent(u"{A}", u"b", 0, nullptr, &count));
-  EXPECT_EQ(InstallerSettings(), Lines{"2, no window, 0"});
-  EXPECT_EQ(InstallerQuestions().size(), 2u);
+  EXPECT_EQ(seen_.installer_settings, Lines{"2, no window, 0"});
+  EXPECT_EQ(seen_.installer_questions.size(), 2u);
   EXPECT_EQ(fake_.Calls(),
             (Lines{"SystemDirectory(260)", "LoadModule(C:\\Windows\\system32\\msi.dll)",
                    "FindProcedure(C:\\Windows\\system32\\msi.dll, MsiProvideQualifiedComponentW)",

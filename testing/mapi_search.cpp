@@ -24,17 +24,14 @@ struct Doubles {
     std::optional<std::uint32_t> careless_count = std::nullopt;
   };
   std::map<std::pair<std::u16string, std::u16string>, Component> components;
-  std::vector<std::string> installer_questions;
-  std::vector<std::string> installer_settings;
   std::string stub_path;
   std::int32_t stub_answer = 0;
-  std::vector<std::string> stub_questions;
-  std::vector<std::string> trace;
   std::u16string watched;
   std::function<void()> look;
   bool record = true;
 };
 Doubles doubles;
+MapiSearchTest::Seen& seen = MapiSearchTest::seen_;
 
 // Published in msi.h's error codes: ERROR_UNKNOWN_COMPONENT.
 constexpr std::uint32_t kUnknownComponent = 1607;
@@ -44,7 +41,7 @@ std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* cat
                                                              std::uint32_t install_mode,
                                                              char16_t* path, std::uint32_t* count) {
   if (doubles.record) {
-    doubles.installer_questions.push_back(
+    seen.installer_questions.push_back(
         Readable(category) + ", " + Readable(qualifier) + ", " + std::to_string(install_mode) +
         (path == nullptr ? ", size " : ", fetch ") + std::to_string(*count));
   }
@@ -83,9 +80,9 @@ std::uint32_t PLATFORM_STDCALL MsiProvideQualifiedComponentW(const char16_t* cat
 
 std::uint32_t PLATFORM_STDCALL MsiSetInternalUI(std::uint32_t level, void** window) {
   if (doubles.record) {
-    doubles.installer_settings.push_back(std::to_string(level) +
-                                         (window == nullptr ? ", no window, " : ", a window, ") +
-                                         std::to_string(doubles.installer_questions.size()));
+    seen.installer_settings.push_back(std::to_string(level) +
+                                      (window == nullptr ? ", no window, " : ", a window, ") +
+                                      std::to_string(seen.installer_questions.size()));
   }
   return 5;  // INSTALLUILEVEL_FULL, what was set before
 }
@@ -95,9 +92,9 @@ std::int32_t PLATFORM_STDCALL FGetComponentPath(const char* component, const cha
                                                 std::int32_t install) {
   if (doubles.record) {
     const bool zeroed = std::all_of(path, path + capacity, [](char byte) { return byte == '\0'; });
-    doubles.stub_questions.push_back(std::string(component) + ", " + qualifier + ", " +
-                                     std::to_string(capacity) + ", " + std::to_string(install) +
-                                     (zeroed ? ", zeroed" : ", not zeroed"));
+    seen.stub_questions.push_back(std::string(component) + ", " + qualifier + ", " +
+                                  std::to_string(capacity) + ", " + std::to_string(install) +
+                                  (zeroed ? ", zeroed" : ", not zeroed"));
   }
   std::copy_n(doubles.stub_path.data(), std::min<std::size_t>(doubles.stub_path.size(), capacity),
               path);
@@ -139,7 +136,7 @@ void Record(std::string start, const char16_t* format, TraceArguments arguments)
     }
     line.replace(line.size() - 2, 2, "]");
   }
-  doubles.trace.push_back(std::move(line));
+  seen.trace.push_back(std::move(line));
   if (doubles.look && std::u16string_view(format).starts_with(doubles.watched)) {
     doubles.look();
   }
@@ -150,6 +147,7 @@ void Record(std::string start, const char16_t* format, TraceArguments arguments)
 MapiSearchTest::MapiSearchTest() {
   ForgetMapiLoading();
   doubles = {};
+  seen = {};
   MapiTraceSink = [](const char16_t* format, TraceArguments arguments) {
     Record("", format, arguments);
   };
@@ -182,6 +180,14 @@ void MapiSearchTest::SetClientText(std::u16string_view name, std::u16string_view
   TheFakePlatform().SetString(platform::Hive::kLocalMachine, kClientKey, name, text, type);
 }
 
+platform::Module MapiSearchTest::Load(std::u16string_view path,
+                                      platform::fake::FakePlatform::Exports exports) {
+  TheFakePlatform().AddModule(path, std::move(exports));
+  platform::Module module;
+  EXPECT_EQ(platform::LoadModule(std::u16string(path).c_str(), module), platform::kSuccess);
+  return module;
+}
+
 void MapiSearchTest::AddEmptyLibrary(std::u16string_view path) {
   TheFakePlatform().AddModule(path, {});
 }
@@ -201,14 +207,6 @@ void MapiSearchTest::AddComponent(std::u16string_view category, std::u16string_v
       std::u16string(path), fetch_status, careless_count};
 }
 
-std::vector<std::string> MapiSearchTest::InstallerQuestions() {
-  return doubles.installer_questions;
-}
-
-std::vector<std::string> MapiSearchTest::InstallerSettings() {
-  return doubles.installer_settings;
-}
-
 void MapiSearchTest::AddStub(std::u16string_view library, std::string path, std::int32_t answer) {
   TheFakePlatform().AddModule(
       library, {{"FGetComponentPath", reinterpret_cast<platform::Procedure>(FGetComponentPath)}});
@@ -216,22 +214,10 @@ void MapiSearchTest::AddStub(std::u16string_view library, std::string path, std:
   doubles.stub_answer = answer;
 }
 
-std::vector<std::string> MapiSearchTest::StubQuestions() {
-  return doubles.stub_questions;
-}
-
 void MapiSearchTest::RecordNothing() {
   MapiTraceSink = nullptr;
   MapiLoadTraceSink = nullptr;
   doubles.record = false;
-}
-
-std::vector<std::string> MapiSearchTest::Trace() {
-  return doubles.trace;
-}
-
-void MapiSearchTest::ClearTrace() {
-  doubles.trace.clear();
 }
 
 void MapiSearchTest::WatchTrace(std::u16string_view start, std::function<void()> look) {

@@ -25,6 +25,21 @@ class MapiSearchTest : public platform::fake::FakePlatformTest {
   static constexpr char16_t kClient[] = u"Some Client";
   static constexpr char16_t kClientKey[] = u"Software\\Clients\\Mail\\Some Client";
 
+  // What was seen so far.
+  struct Seen {
+    // Line by line: "FORMAT [ARGUMENT, ARGUMENT]" with a line feed as "\n". A handle is the file
+    // name of its library, "null", or "handle". Lines of the load trace begin with "load: ".
+    std::vector<std::string> trace;
+    // "CATEGORY, QUALIFIER, MODE, size COUNT" or "..., fetch COUNT".
+    std::vector<std::string> installer_questions;
+    // What the installer was told to show: "LEVEL, no window, QUESTIONS", how many were asked
+    // before.
+    std::vector<std::string> installer_settings;
+    // "COMPONENT, QUALIFIER, SIZE, INSTALL", and whether the buffer was zeroed.
+    std::vector<std::string> stub_questions;
+  };
+  static inline Seen seen_;
+
  protected:
   MapiSearchTest();
   ~MapiSearchTest() override;
@@ -35,7 +50,9 @@ class MapiSearchTest : public platform::fake::FakePlatformTest {
   static void SetClientText(std::u16string_view name, std::u16string_view text,
                             std::uint32_t type = platform::kRegSz);
 
-  // A library that exports nothing.
+  // A library that is loaded, and one that exports nothing.
+  static platform::Module Load(std::u16string_view path,
+                               platform::fake::FakePlatform::Exports exports = {});
   static void AddEmptyLibrary(std::u16string_view path);
 
   // The installer: puts a msi.dll into the system directory that knows no component, and tells it
@@ -48,25 +65,12 @@ class MapiSearchTest : public platform::fake::FakePlatformTest {
   static void AddComponent(std::u16string_view category, std::u16string_view qualifier,
                            std::u16string_view path, std::uint32_t fetch_status = 0,
                            std::optional<std::uint32_t> careless_count = std::nullopt);
-  // The questions so far: "CATEGORY, QUALIFIER, MODE, size COUNT" or "..., fetch COUNT".
-  static std::vector<std::string> InstallerQuestions();
-  // What the installer was told to show: "LEVEL, no window, QUESTIONS", how many were asked before.
-  static std::vector<std::string> InstallerSettings();
-
   // The system's stub: a mapi32.dll or mapistub.dll with an FGetComponentPath that gives `answer`
   // and the bytes of `path`, with a terminator unless they fill all of the buffer.
   static void AddStub(std::u16string_view library, std::string path, std::int32_t answer = 1);
-  // The questions so far: "COMPONENT, QUALIFIER, SIZE, INSTALL", and whether the buffer was zeroed.
-  static std::vector<std::string> StubQuestions();
-
   // Records neither trace nor questions from now on: for a search on several threads, or one whose
   // allocations are counted.
   static void RecordNothing();
-  // The trace so far, line by line: "FORMAT [ARGUMENT, ARGUMENT]" with a line feed as "\n". A
-  // handle is the file name of its library, "null", or "handle". Lines of the load trace begin with
-  // "load: ".
-  static std::vector<std::string> Trace();
-  static void ClearTrace();
   // Calls `look` at every line of either trace whose format begins so, when it is handed over: what
   // it sees is how things are at that step.
   static void WatchTrace(std::u16string_view start, std::function<void()> look);
