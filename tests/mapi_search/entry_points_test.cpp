@@ -18,9 +18,7 @@ using Texts = std::vector<std::string>;
 void ExpectCalls(const std::string& library, bool (*is_reached)(const std::string& name)) {
   SCOPED_TRACE(library);
   Machine machine;
-  machine.SetDefaultMailClient(kClient);
-  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                            machine.Put(library, "client.dll"));
+  machine.SetClient(registry::kExtendedLibrary, machine.Put(library, "client.dll"));
   Texts steps;
   Texts expected;
   for (int round = 0; round < 2; ++round) {

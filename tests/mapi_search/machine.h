@@ -15,6 +15,9 @@ namespace zentpost::mapi_search {
 // "stub"; in 32 bits on Windows also "decorated" and "both_names".
 [[nodiscard]] std::filesystem::path FakeLibrary(std::string_view name);
 
+// The mail client that most tests register.
+inline constexpr char kClient[] = "Zentpost test client";
+
 // One test's machine: no mail client is registered, and the folder is empty.
 class Machine : public e2e::Machine {
  public:
@@ -28,6 +31,13 @@ class Machine : public e2e::Machine {
   std::string Put(std::string_view fake_library, const std::filesystem::path& below);
   std::string PutBroken(const std::filesystem::path& below);
   void Remove(const std::filesystem::path& below);
+
+  // Makes kClient the default mail client, with this text among its values.
+  void SetClient(std::u16string_view name, std::string_view text,
+                 TextKind kind = TextKind::kPlain) {
+    SetDefaultMailClient(kClient);
+    SetMailClientText(kClient, name, text, kind);
+  }
 
   // What the search finds when nothing else is there: the library of the system's own. Empty where
   // the system has none.
@@ -49,7 +59,4 @@ class Machine : public e2e::Machine {
                                              std::string_view name);
 // Whether a line of the trace begins with `text`.
 [[nodiscard]] bool IsTraced(const std::vector<std::string>& all, std::string_view text);
-// The mail client that most tests register.
-inline constexpr char kClient[] = "Zentpost test client";
-
 }  // namespace zentpost::mapi_search

@@ -22,9 +22,7 @@ std::string Found(const Machine& machine) {
 
 TEST(Search, FindsTheDefaultClientsLibraries) {
   Machine machine;
-  machine.SetDefaultMailClient(kClient);
-  machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                            machine.Put("fake_library", "extended.dll"));
+  machine.SetClient(registry::kExtendedLibrary, machine.Put("fake_library", "extended.dll"));
   machine.SetMailClientText("Another client", registry::kExtendedLibrary,
                             machine.Put("fake_library", "another.dll"));
   const Texts lines = machine.Search({"search"});
@@ -41,12 +39,10 @@ TEST(Search, PrefersTheSourcesInTheirOrder) {
     Machine machine;
     machine.PreferOwnLibraries();
     machine.Put("stub", "mapi32.dll");
-    machine.SetDefaultMailClient(kClient);
-    machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                              machine.Put("fake_library", "1.dll"));
-    machine.SetMailClientText(kClient, registry::kLibrary, machine.Put("fake_library", "2.dll"));
-    machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
-    machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
+    machine.SetClient(registry::kExtendedLibrary, machine.Put("fake_library", "1.dll"));
+    machine.SetClient(registry::kLibrary, machine.Put("fake_library", "2.dll"));
+    machine.SetClient(registry::kInstallerComponent, kComponent);
+    machine.SetClient(registry::kInstallerLanguage, kQualifier);
     machine.SetVariable(kAnswerVariable, machine.Put("fake_library", "3.dll"));
     Texts tried;
     for (const char* const name : {"1.dll", "2.dll", "3.dll"}) {
@@ -86,12 +82,11 @@ TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
     Machine machine;
     const std::string path = machine.Put("fake_library", "expanded.dll");
     machine.SetVariable("ZENTPOST_TEST_FOLDER", machine.Folder());
-    machine.SetDefaultMailClient(kClient);
     const std::filesystem::path text =
         std::filesystem::path("%ZENTPOST_TEST_FOLDER%") / "expanded.dll";
-    machine.SetMailClientText(kClient, name, text.string(), Machine::TextKind::kExpandable);
+    machine.SetClient(name, text.string(), Machine::TextKind::kExpandable);
     EXPECT_EQ(Found(machine), path);
-    machine.SetMailClientText(kClient, name, text.string());
+    machine.SetClient(name, text.string());
     EXPECT_NE(Found(machine), path);
   }
 }
@@ -99,14 +94,13 @@ TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
 // The buffer is told to the registry with half of its size.
 TEST(Search, DeliberateLimitOf260BytesForATextOfTheRegistry) {
   Machine machine;
-  machine.SetDefaultMailClient(kClient);
   const std::size_t begin = (machine.Folder() / "").string().size();
   ASSERT_LT(begin, 100u);
   for (const std::size_t length : {129u, 130u}) {
     const std::string name = std::string(length - begin - 4, 'a') + ".dll";
     const std::string path = machine.Put("fake_library", name);
     ASSERT_EQ(path.size(), length);
-    machine.SetMailClientText(kClient, registry::kExtendedLibrary, path);
+    machine.SetClient(registry::kExtendedLibrary, path);
     const Texts lines = machine.Search({"search"});
     if (length == 129) {
       EXPECT_EQ(Lines(lines, "search"), Texts{path});
@@ -119,9 +113,8 @@ TEST(Search, DeliberateLimitOf260BytesForATextOfTheRegistry) {
 
 TEST(Search, DoesWithoutAnExpansionThatDoesNotFit) {
   Machine machine;
-  machine.SetDefaultMailClient(kClient);
-  machine.SetMailClientText(kClient, registry::kExtendedLibrary, "%ZENTPOST_TEST_NAME%.dll",
-                            Machine::TextKind::kExpandable);
+  machine.SetClient(registry::kExtendedLibrary, "%ZENTPOST_TEST_NAME%.dll",
+                    Machine::TextKind::kExpandable);
   // 259 units with the terminator, and one more.
   const std::string fits = std::string(254, 'a') + ".dll";
   for (const std::size_t length : {254u, 255u}) {
@@ -135,9 +128,7 @@ TEST(Search, DoesWithoutAnExpansionThatDoesNotFit) {
 TEST(Search, TakesALibraryThatIsLoadedAlreadyWithoutLookingFurther) {
   for (const char* const name : {"olmapi32.dll", "msmapi32.dll"}) {
     Machine machine;
-    machine.SetDefaultMailClient(kClient);
-    machine.SetMailClientText(kClient, registry::kExtendedLibrary,
-                              machine.Put("fake_library", "extended.dll"));
+    machine.SetClient(registry::kExtendedLibrary, machine.Put("fake_library", "extended.dll"));
     const std::string path = machine.Put("fake_library", name);
     const Texts lines =
         machine.Search({"load=" + path, "search", "unload=" + path, std::string("loaded=") + name});
@@ -161,9 +152,8 @@ TEST(Search, AsksEitherStubForTheClientsComponent) {
     if (stub != std::string("mapi32.dll")) {
       machine.PutBroken("mapi32.dll");
     }
-    machine.SetDefaultMailClient(kClient);
-    machine.SetMailClientText(kClient, registry::kInstallerComponent, kComponent);
-    machine.SetMailClientText(kClient, registry::kInstallerLanguage, kQualifier);
+    machine.SetClient(registry::kInstallerComponent, kComponent);
+    machine.SetClient(registry::kInstallerLanguage, kQualifier);
     const std::string path = machine.Put("fake_library", "component.dll");
     machine.SetVariable(kAnswerVariable, path);
     const Texts lines = machine.Search({"search", std::string("loaded=") + stub});
