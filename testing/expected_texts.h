@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace zentpost::test {
 
@@ -64,27 +63,18 @@ struct MapiJobText {
   bool preview = false;
 };
 
-inline std::vector<std::string> MapiJobLines(const MapiJobText& job) {
-  const std::string tag = "ProcessToExtendedMapi(): ";
-  return {tag + "Processing single job to extended MAPI.",
-          tag + "Parameters :",
-          tag + "Receiver   : " + job.receiver,
-          tag + "Recipient  : " + job.recipient,
-          tag + "Sendername : " + job.sender,
-          tag + "Comment    : " + job.comment,
-          tag + "Subject    : " + job.subject,
-          tag + "SendTime   : " + job.send_time,
-          tag + "Attachment : " + job.attachment,
-          tag + "Attach Name: " + job.attachment_name,
-          tag + "ECM        : " + (job.ecm ? "True" : "False"),
-          tag + "Preview    : " + (job.preview ? "True" : "False")};
-}
-
-// The same as LogText tells it.
+// As LogText tells it.
 inline std::string MapiJobLog(const MapiJobText& job) {
   std::string log;
-  for (const std::string& line : MapiJobLines(job)) {
-    log += "INFO: " + line + "\n";
+  for (const std::string& line :
+       {std::string("Processing single job to extended MAPI."), std::string("Parameters :"),
+        "Receiver   : " + job.receiver, "Recipient  : " + job.recipient,
+        "Sendername : " + job.sender, "Comment    : " + job.comment, "Subject    : " + job.subject,
+        "SendTime   : " + job.send_time, "Attachment : " + job.attachment,
+        "Attach Name: " + job.attachment_name,
+        std::string("ECM        : ") + (job.ecm ? "True" : "False"),
+        std::string("Preview    : ") + (job.preview ? "True" : "False")}) {
+    log += "INFO: ProcessToExtendedMapi(): " + line + "\n";
   }
   return log;
 }
