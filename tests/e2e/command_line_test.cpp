@@ -26,12 +26,6 @@ TEST_F(CommandLine, EmptyOneReachesAnAddinAsAnEmptyPayload) {
   ExpectDelivery({}, Payload({}));
 }
 
-TEST_F(CommandLine, JobFileWithABlankInItsName) {
-  SetFile("my job.json", kJobFile);
-  ExpectDelivery({"my job.json"}, SamplePayload());
-  ExpectJobFile(JobFileDelivered(), "my job.json");
-}
-
 TEST_F(CommandLine, SecondArgumentWithASlashIsNoFaxCommand) {
   SetFile("job.json", kJobFile);
   ExpectDelivery({"job.json", "/0309;Sshort", "0309;Sother"}, SamplePayload());

@@ -123,7 +123,6 @@ TEST_F(LogFiles, SixteenProcessesAtATimeWriteWholeLines) {
   for (const int lines : next_line) {
     EXPECT_EQ(lines, kLines);
   }
-  RecordProperty("changes_of_writer", changes);
   std::printf("%d whole lines; the writer changed %d times\n", count, changes);
   // Had they written one after the other, nothing would have been shown.
   EXPECT_GT(changes, kWriters);

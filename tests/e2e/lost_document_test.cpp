@@ -2,7 +2,7 @@
 // the job's own files.
 #include <filesystem>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "testing/end_to_end/job_test.h"
@@ -95,12 +95,8 @@ TEST_F(LostDocument, TheFieldOIsNeverWrittenOverTheDocument) {
   SetFile("a long name of a document.pdf", kDocument);
   SetFile("temporary/doc.pdf", kDocument);
   std::filesystem::create_hard_link(PathOf("a long name of a document.pdf"), PathOf("link.pdf"));
-  struct Case {
-    std::string file;
-    std::string output;
-  };
   const std::string name = "a long name of a document.pdf";
-  std::vector<Case> cases = {
+  std::vector<std::pair<std::string, std::string>> cases = {
       {name, ".\\" + name},
       {name, "./" + name},
       {name, "temporary\\..\\" + name},
@@ -111,13 +107,13 @@ TEST_F(LostDocument, TheFieldOIsNeverWrittenOverTheDocument) {
       {Utf8((machine_.TemporaryFolder() / "doc.pdf").u16string()), "doc.pdf"},
   };
   for (const std::filesystem::path& path : OtherWaysTo(PathOf(name))) {
-    cases.push_back({name, Utf8(path.u16string())});
+    cases.emplace_back(name, Utf8(path.u16string()));
   }
-  for (const Case& c : cases) {
+  for (const auto& [file, output] : cases) {
     for (const bool has_addin : {false, true}) {
-      EXPECT_NE(Divert(c.file, c.output, has_addin).find("\"Status\":\t0"), std::string::npos);
-      EXPECT_TRUE(Same(kDocument, FileBytes(name))) << c.output;
-      EXPECT_TRUE(Same(kDocument, FileBytes("temporary/doc.pdf"))) << c.output;
+      EXPECT_NE(Divert(file, output, has_addin).find("\"Status\":\t0"), std::string::npos);
+      EXPECT_TRUE(Same(kDocument, FileBytes(name))) << output;
+      EXPECT_TRUE(Same(kDocument, FileBytes("temporary/doc.pdf"))) << output;
     }
   }
   // Given on the command line, without a job file.

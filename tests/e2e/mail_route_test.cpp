@@ -55,15 +55,5 @@ TEST_F(MailRoute, SkipExtendedMapiIsAskedOfTheUserAndThenOfTheMachine) {
   });
 }
 
-TEST_F(MailRoute, SkippedJobWithoutAJobFileSucceeds) {
-  SkipSending();
-
-  const ToolRun run = Run({"letter.pdf"});
-
-  EXPECT_EQ(run.exit_code, 0);
-  ExpectLog(run,
-            NotAJobFile() + Started("letter.pdf") + test::MapiJobLog({.attachment = "letter.pdf"}));
-}
-
 }  // namespace
 }  // namespace zentpost::e2e
