@@ -8,6 +8,7 @@
 
 #include "testing/fake_platform/fault_sweep.h"
 #include "testing/job_model.h"
+#include "testing/mapi_test.h"
 #include "testing/text_printers.h"
 #include "tests/whole_job/whole_job.h"
 
@@ -17,6 +18,7 @@ namespace {
 using platform::fake::FaultRun;
 using platform::fake::Peer;
 using test::JobModel;
+using test::Lines;
 using test::Situation;
 
 const Situation kWithoutMailClient[] = {
@@ -34,15 +36,6 @@ const Situation kWithoutMailClient[] = {
     {.name = "on the command line", .on_command_line = true, .user_log_level = 1},
     {.name = "on the command line, no port", .on_command_line = true, .has_port = false},
 };
-
-// One on each line, so that a difference is easily seen.
-std::string Lines(const std::vector<std::string>& steps) {
-  std::string lines;
-  for (const std::string& step : steps) {
-    lines += step + "\n";
-  }
-  return lines;
-}
 
 class JobFaultSweep : public test::WholeJobTest {
  protected:

@@ -15,32 +15,24 @@
 
 namespace zentpost::test {
 
+// `situation` with a mail client and no add-in.
+inline Situation ByMail(Situation situation) {
+  situation.has_port = false;
+  situation.has_mail_client = true;
+  return situation;
+}
+
 // Jobs that reach the mail client.
 inline const Situation kWithMailClient[] = {
-    {.name = "submitted", .has_port = false, .has_mail_client = true},
-    {.name = "submitted with address automation",
-     .has_port = false,
-     .has_mail_client = true,
-     .is_automatic = true},
-    {.name = "submitted with an unusual document",
-     .source_name = "Letter.pdf.xyz",
-     .has_port = false,
-     .has_mail_client = true,
-     .has_file_type = true},
-    {.name = "submitted to a plain client",
-     .has_port = false,
-     .has_mail_client = true,
-     .has_shutdown = false,
-     .is_online = false},
-    {.name = "shown", .preview = true, .has_port = false, .has_mail_client = true},
-    {.name = "shown without a recipient",
-     .receiver = "",
-     .has_port = false,
-     .has_mail_client = true},
-    {.name = "submitted from the command line",
-     .on_command_line = true,
-     .has_port = false,
-     .has_mail_client = true},
+    ByMail({.name = "submitted"}),
+    ByMail({.name = "submitted with address automation", .is_automatic = true}),
+    ByMail({.name = "submitted with an unusual document",
+            .source_name = "Letter.pdf.xyz",
+            .has_file_type = true}),
+    ByMail({.name = "submitted to a plain client", .has_shutdown = false, .is_online = false}),
+    ByMail({.name = "shown", .preview = true}),
+    ByMail({.name = "shown without a recipient", .receiver = ""}),
+    ByMail({.name = "submitted from the command line", .on_command_line = true}),
     {.name = "submitted when the add-in refuses", .connections = 1, .has_mail_client = true},
 };
 
