@@ -62,6 +62,9 @@ constexpr char kNotFoundCode[] = "0x8004010f --> (CDO) The value was not found."
 constexpr char kCancelCode[] = "0x80040113 --> (CDO) The user canceled the operation.";
 
 TEST_F(SendMailTest, SubmitsAMessage) {
+  const std::string contents =
+      "IMessage::SetProps(5, [0x001a001f \"IPM.Note\", 0x0037001f \"Hello\", 0x1000001f \"A "
+      "note\", 0x0042001f \"J\xC3\xA4ger\", 0x0e0a0102 4 bytes 73656e74], null)";
   // The calls that are its own, and what the others are given.
   const Calls plain = {
       "MAPIInitialize(null)",
@@ -71,8 +74,7 @@ TEST_F(SendMailTest, SubmitsAMessage) {
       "IMsgStore::OpenEntry(4 bytes 6f757421, null, 0x10)",
       "IMAPIFolder::CreateMessage(null, 0x0)",
       "IAddrBook::CreateOneOff(\"Smith\", \"SMTP\", \"030\", 0x80000000)",
-      "IMessage::SetProps(5, [0x001a001f \"IPM.Note\", 0x0037001f \"Hello\", 0x1000001f \"A "
-      "note\", 0x0042001f \"J\xC3\xA4ger\", 0x0e0a0102 4 bytes 73656e74], null)",
+      contents,
       "IMessage::SubmitMessage(0x0)",
       "IMAPISession::QueryInterface(IMAPIClientShutdown)",
       "IMAPISession::Logoff(0, 0x0, 0)",

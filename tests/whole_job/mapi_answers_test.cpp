@@ -131,8 +131,9 @@ Calls CleanUpAfter(const Calls& calls) {
         "IMAPISession::Release()"}}};
   Calls all;
   for (const auto& [origin, cleanup] : kCleanUps) {
-    if (std::any_of(calls.begin(), calls.end(),
-                    [&](const std::string& call) { return call.starts_with(origin); })) {
+    if (std::any_of(calls.begin(), calls.end(), [start = origin](const std::string& call) {
+          return call.starts_with(start);
+        })) {
       all.insert(all.end(), cleanup.begin(), cleanup.end());
     }
   }
