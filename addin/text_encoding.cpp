@@ -80,7 +80,7 @@ Utf8Result WideToUtf8(std::u16string_view text, std::string& bytes) noexcept {
   return {};
 }
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the name by which the log lines know it
+// NOLINTNEXTLINE(clang-diagnostic-reserved-identifier): the name by which the log lines know it
 std::optional<std::string> _utf8(const char16_t* text) noexcept {
   const std::u16string_view view = text == nullptr ? std::u16string_view() : text;
   if (view.empty()) {

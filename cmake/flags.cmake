@@ -33,18 +33,17 @@ if(WIN32)
   target_compile_options(zentpost_traps INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
 endif()
 
+# zentpost_tool_flags: for the tools, of which nobody waits.
+add_library(zentpost_quickly_compiled INTERFACE)
+target_compile_options(zentpost_quickly_compiled INTERFACE -O1)
+add_library(zentpost_tool_flags INTERFACE)
+target_link_libraries(zentpost_tool_flags INTERFACE zentpost_flags zentpost_traps zentpost_quickly_compiled)
+
 # zentpost_test_flags: for the sources of tests. Compiling them costs more than running them does, so
-# they are not optimised and bring no more debug information than lines; a sanitizer wants its code a
-# little better.
+# they are not optimised and bring no more debug information than lines.
 add_library(zentpost_unoptimised INTERFACE)
-if(ZENTPOST_SANITIZE)
-  # GCC 12 sees overruns in short strings at -O1 that are none.
-  target_compile_options(zentpost_unoptimised INTERFACE -O1 -Wno-array-bounds -Wno-stringop-overflow)
-else()
-  target_compile_options(zentpost_unoptimised INTERFACE -O0)
-endif()
 target_compile_options(zentpost_unoptimised INTERFACE
-  -g1 -fno-stack-protector -fno-function-sections -fno-data-sections)
+  -O0 -g1 -fno-stack-protector -fno-function-sections -fno-data-sections)
 add_library(zentpost_test_flags INTERFACE)
 # The last option counts.
 target_link_libraries(zentpost_test_flags INTERFACE zentpost_flags zentpost_traps zentpost_unoptimised)

@@ -1,5 +1,5 @@
 # zentpost_library(NAME SOURCES ... [LIBS ...])
-# A folder's static library. On Windows a twin NAME_checked is made of the same sources with traps
+# A folder's static library of the product. On Windows a twin NAME_checked is made of the same sources with traps
 # on undefined behaviour; the tests link that one and the product links NAME.
 function(zentpost_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
@@ -21,6 +21,14 @@ function(zentpost_checked out)
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
+# zentpost_tool_library(NAME SOURCES ... [LIBS ...])
+# A static library of the tools, which the tests link as well, so that it has the traps itself.
+function(zentpost_tool_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC ${arg_LIBS} PRIVATE zentpost_tool_flags)
+endfunction()
+
 # zentpost_backend(TARGET BACKEND): puts a platform under an executable (platform_native or
 # platform_fake). Libraries never name one: `platform` asks the executable that links them.
 function(zentpost_backend target backend)
@@ -37,14 +45,19 @@ endif()
 # The tests that the preset host-tsan builds.
 add_custom_target(tests_with_threads)
 
-# zentpost_test_library(NAME SOURCES ... [LIBS ...])
-# A library that only tests link. Optimised, unlike they: the sweeps are at home in it for most of
-# their time.
+# zentpost_test_library(NAME SOURCES ... [LIBS ...] [OPTIMISED])
+# A library that only tests link. The sweeps spend most of their time in one that is OPTIMISED.
 function(zentpost_test_library name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMISED" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
   zentpost_checked(libs ${arg_LIBS})
-  target_link_libraries(${name} PUBLIC ${libs} platform GTest::gtest PRIVATE zentpost_flags zentpost_traps)
+  target_link_libraries(${name} PUBLIC ${libs} platform GTest::gtest)
+  if(arg_OPTIMISED)
+    target_link_libraries(${name} PRIVATE zentpost_tool_flags)
+  else()
+    target_link_libraries(${name} PRIVATE zentpost_test_flags)
+    target_precompile_headers(${name} REUSE_FROM testing_main)
+  endif()
 endfunction()
 
 # zentpost_test_executable(NAME SOURCES ... [LIBS ...] [BACKEND platform_native|platform_fake])
