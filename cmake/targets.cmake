@@ -1,6 +1,6 @@
 # zentpost_library(NAME SOURCES ... [LIBS ...])
-# A folder's static library of the product. On Windows a twin NAME_checked is made of the same sources with traps
-# on undefined behaviour; the tests link that one and the product links NAME.
+# A folder's static library of the product. On Windows a twin NAME_checked is made of the same sources
+# with traps on undefined behaviour; the tests link that one and the product links NAME.
 function(zentpost_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})

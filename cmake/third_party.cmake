@@ -39,7 +39,7 @@ if(CMAKE_CROSSCOMPILING)
     set(BUILD_GMOCK OFF)
     set(INSTALL_GTEST OFF)
     add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
-    target_compile_options(gtest PRIVATE -O0)
+    target_compile_options(gtest PRIVATE -O0)  # as the tests, which compile longer than they run
   endif()
 else()
   find_path(CJSON_INCLUDE_DIR cjson/cJSON.h)
