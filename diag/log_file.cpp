@@ -1,12 +1,12 @@
 #include "diag/log_file.h"
 
 #include <algorithm>
-#include <limits>
 #include <span>
 
 #include "app/registry_names.h"
 #include "diag/client_settings.h"
 #include "diag/error_texts.h"
+#include "diag/utf8_text.h"
 #include "platform/files.h"
 #include "platform/system.h"
 #include "platform/text_codec.h"
@@ -30,16 +30,13 @@ std::size_t Utf8Size(const std::u16string& line) {
 // has its carriage return gets another one. Empty when it cannot be converted.
 std::string FileBytes(const std::u16string& line) {
   const auto line_feeds = static_cast<std::size_t>(std::count(line.begin(), line.end(), u'\n'));
-  const std::size_t size = Utf8Size(line);
-  if (size > std::numeric_limits<std::int32_t>::max()) {
-    return {};
-  }
+  const std::int32_t size = CodecLength(Utf8Size(line));
   // Converted to where it leaves space for the carriage returns, and then moved up to them.
-  std::string bytes(line_feeds + size, '\0');
+  std::string bytes(line_feeds + static_cast<std::size_t>(size), '\0');
   std::int32_t written = 0;
   if (platform::WideToBytes(platform::CodePage::kUtf8, line.data(),
-                            static_cast<std::int32_t>(line.size()), bytes.data() + line_feeds,
-                            static_cast<std::int32_t>(size), written) != platform::kSuccess) {
+                            static_cast<std::int32_t>(line.size()), bytes.data() + line_feeds, size,
+                            written) != platform::kSuccess) {
     return {};
   }
   char* out = bytes.data();

@@ -4,11 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "diag/utf8_text.h"
 #include "testing/fake_platform/fault_sweep.h"
 #include "testing/fake_platform/fixture.h"
 #include "testing/log_lines.h"
@@ -170,6 +172,12 @@ TEST_F(LogFile, ALongLineIsOneAppend) {
   EXPECT_EQ(fake_.CallsOf("AppendToFile"),
             Calls{"AppendToFile(C:\\AppData\\VORNA\\Client\\Log\\zentpost.log, 3000033)"});
   EXPECT_EQ(Stored(), Line(" - INFO   : " + test::Readable(text)));
+}
+
+// Such a line is dropped as one for which there is no memory.
+TEST(LogLine, LongerThanTheCodecTakesIsNone) {
+  EXPECT_EQ(CodecLength(0x7FFFFFFF), 0x7FFFFFFF);
+  EXPECT_THROW(CodecLength(0x80000000), std::length_error);
 }
 
 TEST_F(LogFile, LinesAreAddedBehindWhatIsThere) {

@@ -1,16 +1,20 @@
 #include "diag/utf8_text.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 
 #include "platform/text_codec.h"
 
 namespace zentpost {
+namespace {
+
+constexpr std::size_t kMaxLength = std::numeric_limits<std::int32_t>::max();
+
+}  // namespace
 
 void AppendUtf8(std::u16string& out, const char* bytes) {
-  constexpr std::size_t kMaxLength = std::numeric_limits<std::int32_t>::max();
   // A byte never gives more than one unit. The terminator is converted, too.
   const std::size_t capacity = std::strlen(bytes) + 1;
   if (capacity > kMaxLength) {
@@ -27,6 +31,13 @@ void AppendUtf8(std::u16string& out, const char* bytes) {
   // that is cut short, and there is none then.
   const auto begin = out.begin() + static_cast<std::ptrdiff_t>(start);
   out.erase(std::find(begin, begin + written, u'\0'), out.end());
+}
+
+std::int32_t CodecLength(std::size_t units) {
+  if (units > kMaxLength) {
+    throw std::length_error("text");
+  }
+  return static_cast<std::int32_t>(units);
 }
 
 }  // namespace zentpost

@@ -1,6 +1,8 @@
-// UTF-8 from outside as the tool's own UTF-16.
+// UTF-8 from outside as the tool's own UTF-16, and the longest text that the codec takes.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace zentpost {
@@ -9,5 +11,8 @@ namespace zentpost {
 // Ill-formed bytes become U+FFFD; a text that the system cannot convert adds nothing. Throws
 // std::bad_alloc when memory runs out, and std::length_error beyond what a text can hold.
 void AppendUtf8(std::u16string& out, const char* bytes);
+
+// `units` (bytes or UTF-16 units) as the codec counts them. Throws std::length_error beyond that.
+std::int32_t CodecLength(std::size_t units);
 
 }  // namespace zentpost
