@@ -134,11 +134,11 @@ TEST(Program, TellsOfWhatCameAndEndsWithItsExitCode) {
        1,
        "",
        "addin_listener: the time ran out: 1 of 2 deliveries had come\n"},
-      {{"--misbehave=never-read", "--misbehave=reset", "--connection", "2"},
+      {{"--misbehave=never-read", "--misbehave=reset"},
        {kGoodWire},
        0,
        std::string(kProbe) + "connection 2: delivery 1, reset on purpose\n"},
-      {{"--misbehave", "never-read"},
+      {{"--misbehave", "never-read", "--connection", "2"},
        {kGoodWire},
        0,
        std::string(kProbe) +
