@@ -174,8 +174,7 @@ TEST_F(LogFile, ALongLineIsOneAppend) {
   EXPECT_EQ(Stored(), Line(" - INFO   : " + test::Readable(text)));
 }
 
-// Such a line is dropped as one for which there is no memory.
-TEST(LogLine, LongerThanTheCodecTakesIsNone) {
+TEST(LogLine, LongerThanTheCodecTakesIsDropped) {
   EXPECT_EQ(CodecLength(0x7FFFFFFF), 0x7FFFFFFF);
   EXPECT_THROW(CodecLength(0x80000000), std::length_error);
 }

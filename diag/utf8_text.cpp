@@ -2,22 +2,17 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/text_codec.h"
 
 namespace zentpost {
-namespace {
-
-constexpr std::size_t kMaxLength = std::numeric_limits<std::int32_t>::max();
-
-}  // namespace
 
 void AppendUtf8(std::u16string& out, const char* bytes) {
   // A byte never gives more than one unit. The terminator is converted, too.
   const std::size_t capacity = std::strlen(bytes) + 1;
-  if (capacity > kMaxLength) {
+  if (!std::in_range<std::int32_t>(capacity)) {
     return;
   }
   const std::size_t start = out.size();
@@ -34,7 +29,7 @@ void AppendUtf8(std::u16string& out, const char* bytes) {
 }
 
 std::int32_t CodecLength(std::size_t units) {
-  if (units > kMaxLength) {
+  if (!std::in_range<std::int32_t>(units)) {
     throw std::length_error("text");
   }
   return static_cast<std::int32_t>(units);
