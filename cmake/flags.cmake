@@ -40,10 +40,11 @@ add_library(zentpost_tool_flags INTERFACE)
 target_link_libraries(zentpost_tool_flags INTERFACE zentpost_flags zentpost_traps zentpost_quickly_compiled)
 
 # zentpost_test_flags: for the sources of tests. Compiling them costs more than running them does, so
-# they are not optimised and bring no more debug information than lines.
+# they are not optimised, have no traps (the sanitizers of the host see the same sources), and bring no
+# more debug information than lines, or none where nobody looks at it.
 add_library(zentpost_unoptimised INTERFACE)
 target_compile_options(zentpost_unoptimised INTERFACE
-  -O0 -g1 -fno-stack-protector -fno-function-sections -fno-data-sections)
+  -O0 -g$<IF:$<PLATFORM_ID:Windows>,0,1> -fno-stack-protector -fno-function-sections -fno-data-sections)
 add_library(zentpost_test_flags INTERFACE)
 # The last option counts.
-target_link_libraries(zentpost_test_flags INTERFACE zentpost_flags zentpost_traps zentpost_unoptimised)
+target_link_libraries(zentpost_test_flags INTERFACE zentpost_flags zentpost_unoptimised)
