@@ -39,9 +39,8 @@ target_compile_options(zentpost_quickly_compiled INTERFACE -O1)
 add_library(zentpost_tool_flags INTERFACE)
 target_link_libraries(zentpost_tool_flags INTERFACE zentpost_flags zentpost_traps zentpost_quickly_compiled)
 
-# zentpost_test_flags: for the sources of tests. Compiling them costs more than running them does, so
-# they are not optimised, have no traps (the sanitizers of the host see the same sources), and bring no
-# more debug information than lines, or none where nobody looks at it.
+# zentpost_test_flags: for the sources of tests, which cost more to compile than to run: not optimised,
+# without traps (the sanitizers of the host see them), and with lines for the debugger of the host alone.
 add_library(zentpost_unoptimised INTERFACE)
 target_compile_options(zentpost_unoptimised INTERFACE
   -O0 -g$<IF:$<PLATFORM_ID:Windows>,0,1> -fno-stack-protector -fno-function-sections -fno-data-sections)
