@@ -27,7 +27,7 @@ std::size_t Utf8Size(const std::u16string& line) {
 }
 
 // The line as the file holds it: UTF-8, each line feed stored as CR LF. A line feed that already
-// has its carriage return gets another one. Empty when it cannot be converted.
+// has its carriage return gets another one. Empty when it is not converted. Throws as CodecLength.
 std::string FileBytes(const std::u16string& line) {
   const auto line_feeds = static_cast<std::size_t>(std::count(line.begin(), line.end(), u'\n'));
   const std::int32_t size = CodecLength(Utf8Size(line));

@@ -12,7 +12,7 @@ namespace zentpost {
 // std::bad_alloc when memory runs out, and std::length_error beyond what a text can hold.
 void AppendUtf8(std::u16string& out, const char* bytes);
 
-// `units` (bytes or UTF-16 units) as the codec counts them. Throws std::length_error beyond that.
+// A length in bytes or UTF-16 units as the codec counts it. Throws std::length_error from 2^31 on.
 std::int32_t CodecLength(std::size_t units);
 
 }  // namespace zentpost
