@@ -68,8 +68,8 @@ function(zentpost_test_executable name)
   zentpost_checked(libs ${arg_LIBS})
   target_link_libraries(${name} PRIVATE ${libs} zentpost_test_flags GTest::gtest testing_main Threads::Threads)
   target_precompile_headers(${name} REUSE_FROM testing_main)
-  # In 32 bits it does not keep the tables in order by which exceptions find their way.
-  if(WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 8)
+  # A 32-bit program of LLVM's linker does not find where an exception is caught.
+  if(WIN32 AND CMAKE_CROSSCOMPILING AND CMAKE_SIZEOF_VOID_P EQUAL 8)
     target_link_options(${name} PRIVATE -wrapper ${PROJECT_SOURCE_DIR}/scripts/link-test)
   endif()
   if(arg_BACKEND)
