@@ -22,7 +22,7 @@ function(zentpost_checked out)
 endfunction()
 
 # zentpost_tool_library(NAME SOURCES ... [LIBS ...])
-# A static library of the tools, which the tests link as well, so that it has the traps itself.
+# A static library of the tools, which their tests link as well.
 function(zentpost_tool_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
