@@ -33,14 +33,13 @@ if(WIN32)
   target_compile_options(zentpost_traps INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
 endif()
 
-# zentpost_tool_flags: for the tools, of which nobody waits and which the host's sanitizers see.
+# zentpost_tool_flags: for the tools, of which nobody waits. What they share with the host its sanitizers see.
 add_library(zentpost_quickly_compiled INTERFACE)
 target_compile_options(zentpost_quickly_compiled INTERFACE -O1)
 add_library(zentpost_tool_flags INTERFACE)
 target_link_libraries(zentpost_tool_flags INTERFACE zentpost_flags zentpost_quickly_compiled)
 
-# zentpost_test_flags: for the sources of tests, which cost more to compile than to run: not optimised,
-# and with lines for the debugger of the host alone.
+# zentpost_test_flags: for tests, which cost more to compile than to run. The host's debugger alone has lines.
 add_library(zentpost_unoptimised INTERFACE)
 target_compile_options(zentpost_unoptimised INTERFACE
   -O0 -g$<IF:$<PLATFORM_ID:Windows>,0,1> -fno-stack-protector -fno-function-sections -fno-data-sections)
