@@ -1,26 +1,10 @@
 #include <windows.h>
 
-#include <cstdlib>
-#include <exception>
-
 #include "platform/application.h"
+#include "platform/windows/startup.h"
 #include "platform/windows/wide.h"
 
-// What std::terminate calls: the runtime's own handler would write about the exception and abort,
-// and whatever is shown then waits for a user whom nobody has told of the job.
-void __gnu_cxx::__verbose_terminate_handler() {
-  TerminateProcess(GetCurrentProcess(), 1);
-}
-
 namespace {
-
-// For the whole process, before anything else.
-void ShowNothingAndLoadNothingFromTheCurrentFolder() {
-  SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX |
-               SEM_NOOPENFILEERRORBOX);
-  _set_error_mode(_OUT_TO_STDERR);
-  SetDllDirectoryW(L"");
-}
 
 // Nothing catches what is thrown out of here: std::terminate ends the process.
 int Run(const wchar_t* command_line) noexcept {
@@ -37,6 +21,6 @@ int Run(const wchar_t* command_line) noexcept {
 
 // The C runtime's start-up code has skipped the program's path and the blanks behind it.
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t* command_line, int) {
-  ShowNothingAndLoadNothingFromTheCurrentFolder();
+  platform::ShowNothingAndLoadNothingFromTheCurrentFolder();
   return Run(command_line);
 }

@@ -53,15 +53,4 @@ Status FindProcedure(RawModule module, const char* name, Procedure& procedure) {
   return procedure != nullptr ? kSuccess : Failure();
 }
 
-Status SystemDirectory(std::uint32_t capacity, char16_t* buffer, std::uint32_t& length) {
-  length = GetSystemDirectoryW(ToSystem(buffer), capacity);
-  return length != 0 ? kSuccess : GetLastError();
-}
-
-Status ExpandEnvironment(const char16_t* source, char16_t* buffer, std::uint32_t capacity,
-                         std::uint32_t& length) {
-  length = ExpandEnvironmentStringsW(ToSystem(source), ToSystem(buffer), capacity);
-  return length != 0 ? kSuccess : GetLastError();
-}
-
 }  // namespace platform

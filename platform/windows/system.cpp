@@ -1,8 +1,6 @@
 #include "platform/system.h"
 
 #include <windows.h>
-// In a block of its own, behind windows.h, whose types it uses.
-#include <commctrl.h>
 
 #include "platform/memory_failure.h"
 #include "platform/windows/wide.h"
@@ -15,15 +13,6 @@ constexpr std::int64_t kTicksPerSecond = 10'000'000;
 constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 
 }  // namespace
-
-bool InitializeCommonControls(std::uint32_t classes) {
-  const INITCOMMONCONTROLSEX wanted = {sizeof(INITCOMMONCONTROLSEX), classes};
-  return InitCommonControlsEx(&wanted) != FALSE;
-}
-
-void WriteDebugOutput(const char16_t* text) {
-  OutputDebugStringW(ToSystem(text));
-}
 
 Status SystemMessage(std::uint32_t code, std::u16string& text) {
   text.clear();

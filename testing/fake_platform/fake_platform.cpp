@@ -152,6 +152,24 @@ void FakePlatform::SetSystemMessage(std::uint32_t code, std::u16string_view text
   Locked()->messages[code] = text;
 }
 
+void FakePlatform::SetProcess(const reading::Process& process) {
+  Locked()->process = process;
+}
+
+void FakePlatform::AddComponent(std::u16string_view category, std::u16string_view qualifier,
+                                std::optional<std::u16string_view> path) {
+  Locked()->components[{std::u16string(category), std::u16string(qualifier)}] = path;
+}
+
+void FakePlatform::SetListener(std::uint16_t port, const reading::Listener& listener) {
+  Locked()->told_listeners[port] = listener;
+}
+
+void FakePlatform::SetReadOnlyKey(Hive hive, std::u16string_view path) {
+  Locked()->read_only_keys.insert(
+      NormalKeyPath(std::u16string(HiveName(hive)).append(u"\\").append(path)));
+}
+
 std::uint64_t FakePlatform::SleepCount() const {
   return Locked()->sleeps;
 }

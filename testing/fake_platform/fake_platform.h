@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/modules.h"
+#include "platform/reading.h"
 #include "platform/registry.h"
 #include "platform/status.h"
 #include "platform/system.h"
@@ -131,6 +132,17 @@ class FakePlatform {
   void SetSendWindow(std::size_t bytes);
   // The bytes that the system took for each connection, in the order of connecting.
   const std::vector<std::string>& Connections() const;
+
+  // What the machine tells of itself to platform/reading.h. The process is in
+  // C:\Program Files\Zentpost\ at first, not elevated, with code page 1252. A component without a
+  // path may be installed, and its path is not known. A listener stands in the table of ports only:
+  // connecting is another matter, and without one the table tells of Listen.
+  void SetProcess(const reading::Process& process);
+  void AddComponent(std::u16string_view category, std::u16string_view qualifier,
+                    std::optional<std::u16string_view> path);
+  void SetListener(std::uint16_t port, const reading::Listener& listener);
+  // Opening the key for more than reading fails with kAccessDenied.
+  void SetReadOnlyKey(Hive hive, std::u16string_view path);
 
   // Every platform call of the main thread in order, as "Name(arguments)" in UTF-8; this folder's
   // test has one of each. Paths, names and texts stand as they were passed, numbers are decimal,

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "platform/files.h"
+#include "platform/reading.h"
 #include "testing/fake_platform/fake_platform.h"
 
 namespace platform::fake {
@@ -109,6 +110,11 @@ struct PlatformContents {
   std::int64_t seconds_since_epoch = 0;
   std::map<std::uint32_t, std::u16string> messages;
   std::uint64_t sleeps = 0;
+  std::map<std::pair<std::u16string, std::u16string>, std::optional<std::u16string>> components;
+  std::map<std::uint16_t, reading::Listener> told_listeners;
+  std::set<std::u16string, IgnoringCase> read_only_keys;
+  reading::Process process = {u"C:\\Program Files\\Zentpost\\", false, 1252, false, false,
+                              {u"C:\\Users\\Anna", u"C:\\Temp"}};
 
   std::map<std::u16string, StoredModule, IgnoringCase> modules;  // by normal path
   std::u16string system_directory = u"C:\\Windows\\system32";
@@ -224,5 +230,28 @@ class LockedPlatform : HookedCall, public LockedState {
  private:
   bool OnMainThread() const { return std::this_thread::get_id() == (*this)->main_thread; }
 };
+
+// The open file, or null.
+OpenFile* FindOpen(LockedPlatform& locked, RawFile file);
+
+// As it was passed; empty for no open file.
+std::u16string_view PathOf(const OpenFile* open);
+
+// Gives a new open file its number.
+RawFile Opened(LockedPlatform& locked, std::shared_ptr<StoredFile> file, const std::u16string& path,
+               OpenMode mode);
+
+// Finds the file at `path`. Gives kFileNotFound when only the file itself is missing, kAccessDenied
+// when something else is there.
+Status FindStored(LockedPlatform& locked, const std::u16string& path,
+                  std::shared_ptr<StoredFile>& file);
+
+// The library with that handle, or null.
+StoredModule* FindByHandle(PlatformState& locked, RawModule raw);
+
+// A library that is loaded already, by file name or path, or null.
+StoredModule* FindLoaded(PlatformState& locked, std::u16string_view name);
+
+RawModule AddReference(PlatformState& locked, StoredModule& module);
 
 }  // namespace platform::fake

@@ -18,19 +18,6 @@ constexpr std::int64_t kLastSecond = 910670515199;
 
 }  // namespace
 
-bool InitializeCommonControls(std::uint32_t classes) {
-  LockedPlatform locked;
-  return locked.RecordFallible("InitializeCommonControls", Hex{classes}) == kSuccess;
-}
-
-void WriteDebugOutput(const char16_t* text) {
-  LockedPlatform locked;
-  locked.Record("WriteDebugOutput", text);
-  if (locked->records) {
-    locked->debug_output.emplace_back(text);
-  }
-}
-
 Status SystemMessage(std::uint32_t code, std::u16string& text) {
   text.clear();
   LockedPlatform locked;

@@ -1,5 +1,3 @@
-#include "platform/registry.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,8 +15,9 @@
 #include "platform/posix/errno_status.h"
 #include "platform/posix/reg_file.h"
 #include "platform/posix/utf8.h"
+#include "platform/reading.h"
 
-namespace platform {
+namespace platform::reading {
 namespace {
 
 // A key knows its values as they stood when it was opened.
@@ -68,7 +67,7 @@ Status ReadRegistry(std::string& bytes) {
   return status;
 }
 
-Status Open(std::string path, const char16_t* below, RegistryKey& key) {
+Status Open(std::string path, const char16_t* below, RawKey& key) {
   const bool is_root = path.find('\\') == std::string::npos;
   bool is_same = true;
   if (below != nullptr && *below != u'\0') {
@@ -92,39 +91,33 @@ Status Open(std::string path, const char16_t* below, RegistryKey& key) {
     return kFileNotFound;
   }
   auto opened = std::make_unique<OpenedKey>(OpenedKey{std::move(path), std::move(found->second)});
-  key.Reset(RawKey{reinterpret_cast<std::uintptr_t>(opened.release())});
+  key = RawKey{reinterpret_cast<std::uintptr_t>(opened.release())};
   return kSuccess;
 }
 
 }  // namespace
 
-void RegistryKeyTraits::Close(RawKey key) noexcept {
-  delete Get(key);
-}
-
-Status OpenKey(Hive hive, const char16_t* path, std::uint32_t, RegistryKey& key) {
-  key.Reset();
+// The file has no rights of its own for a key, so that every access is given.
+Status OpenKey(Hive hive, const char16_t* path, std::uint32_t /*access*/, RawKey& key) {
+  key = RawKey{};
   return UnlessMemoryRunsOut([&] { return Open(RootName(hive), path, key); });
 }
 
-Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t,
-                  RegistryKey& key) {
-  // `key` may be `parent`, so that what it holds is closed last.
-  RegistryKey opened;
-  const Status status =
-      parent ? UnlessMemoryRunsOut([&] { return Open(Get(parent.Get())->path, path, opened); })
-             : kInvalidHandle;
-  key = std::move(opened);
-  return status;
+Status OpenSubKey(RawKey parent, const char16_t* path, std::uint32_t /*access*/, RawKey& key) {
+  key = RawKey{};
+  if (parent == RawKey{}) {
+    return kInvalidHandle;
+  }
+  return UnlessMemoryRunsOut([&] { return Open(Get(parent)->path, path, key); });
 }
 
-Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type, void* data,
+Status QueryValue(RawKey key, const char16_t* name, std::uint32_t* type, void* data,
                   std::uint32_t& size) {
-  if (!key) {
+  if (key == RawKey{}) {
     return kInvalidHandle;
   }
   return UnlessMemoryRunsOut([&] {
-    const RegValues& values = Get(key.Get())->values;
+    const RegValues& values = Get(key)->values;
     const auto found = values.find(name != nullptr ? ToUtf8(name) : std::string());
     if (found == values.end()) {
       return kFileNotFound;
@@ -146,12 +139,17 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
   });
 }
 
-Status CloseKey(RegistryKey& key) {
-  if (!key) {
-    return kInvalidHandle;
-  }
-  key.Reset();
-  return kSuccess;
+void LetGo(RawKey key) noexcept {
+  delete Get(key);
 }
 
-}  // namespace platform
+Status CloseKey(RawKey key) {
+  LetGo(key);
+  return key != RawKey{} ? kSuccess : kInvalidHandle;
+}
+
+Status WouldOpenKey(RawKey key, std::uint32_t /*access*/) {
+  return key != RawKey{} ? kSuccess : kInvalidHandle;
+}
+
+}  // namespace platform::reading

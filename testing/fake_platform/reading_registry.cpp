@@ -1,11 +1,10 @@
-#include "platform/registry.h"
-
 #include <algorithm>
 #include <utility>
 
+#include "platform/reading.h"
 #include "testing/fake_platform/state.h"
 
-namespace platform {
+namespace platform::reading {
 namespace {
 
 using fake::Hex;
@@ -27,58 +26,54 @@ std::u16string Below(std::u16string_view parent, const char16_t* path) {
       std::u16string(parent).append(u"\\").append(path == nullptr ? u"" : path));
 }
 
-Status Open(LockedPlatform& locked, const std::u16string& path, RegistryKey& key) {
+// Whether the rights to a key allow the access.
+Status MayOpen(LockedPlatform& locked, const std::u16string& path, std::uint32_t access) {
+  const bool is_more = (access & ~kKeyRead) != 0;
+  return is_more && locked->read_only_keys.contains(path) ? kAccessDenied : kSuccess;
+}
+
+Status Open(LockedPlatform& locked, const std::u16string& path, std::uint32_t access, RawKey& key) {
   if (!locked->keys.contains(path)) {
     return kFileNotFound;
   }
+  if (const Status status = MayOpen(locked, path, access); status != kSuccess) {
+    return status;
+  }
   const std::uintptr_t handle = locked->NewHandle();
   locked->open_keys[handle] = path;
-  key.Reset(RawKey{handle});
+  key = RawKey{handle};
   return kSuccess;
 }
 
 }  // namespace
 
-void RegistryKeyTraits::Close(RawKey key) noexcept {
-  LockedPlatform locked;
-  locked->open_keys.erase(Number(key));
-}
-
-Status OpenKey(Hive hive, const char16_t* path, std::uint32_t access, RegistryKey& key) {
-  key.Reset();
+Status OpenKey(Hive hive, const char16_t* path, std::uint32_t access, RawKey& key) {
+  key = RawKey{};
   LockedPlatform locked;
   const std::u16string_view hive_name = fake::HiveName(hive);
   if (const Status fault = locked.RecordFallible("OpenKey", hive_name, path, Hex{access})) {
     return fault;
   }
-  return Open(locked, Below(hive_name, path), key);
+  return Open(locked, Below(hive_name, path), access, key);
 }
 
-Status OpenSubKey(const RegistryKey& parent, const char16_t* path, std::uint32_t access,
-                  RegistryKey& key) {
-  // `key` may be `parent`, so that what it holds is closed last.
-  RegistryKey opened;
-  Status status = kSuccess;
-  {
-    LockedPlatform locked;
-    const std::u16string parent_path = PathOf(locked, parent.Get());
-    status = locked.RecordFallible("OpenSubKey", parent_path, path, Hex{access});
-    if (status == kSuccess) {
-      status =
-          parent_path.empty() ? kInvalidHandle : Open(locked, Below(parent_path, path), opened);
-    }
+Status OpenSubKey(RawKey parent, const char16_t* path, std::uint32_t access, RawKey& key) {
+  key = RawKey{};
+  LockedPlatform locked;
+  const std::u16string parent_path = PathOf(locked, parent);
+  if (const Status fault = locked.RecordFallible("OpenSubKey", parent_path, path, Hex{access})) {
+    return fault;
   }
-  key = std::move(opened);
-  return status;
+  return parent_path.empty() ? kInvalidHandle : Open(locked, Below(parent_path, path), access, key);
 }
 
-Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* type, void* data,
+Status QueryValue(RawKey key, const char16_t* name, std::uint32_t* type, void* data,
                   std::uint32_t& size) {
   LockedPlatform locked;
   if (const Status fault = locked.RecordFallible("QueryValue", name, size)) {
     return fault;
   }
-  const std::u16string path = PathOf(locked, key.Get());
+  const std::u16string path = PathOf(locked, key);
   if (path.empty()) {
     return kInvalidHandle;
   }
@@ -103,12 +98,22 @@ Status QueryValue(const RegistryKey& key, const char16_t* name, std::uint32_t* t
   return kSuccess;
 }
 
-Status CloseKey(RegistryKey& key) {
-  const RawKey raw = key.Detach();
+void LetGo(RawKey key) noexcept {
   LockedPlatform locked;
-  const Status fault = locked.RecordFallible("CloseKey", PathOf(locked, raw));
-  const bool was_open = locked->open_keys.erase(Number(raw)) != 0;
+  locked->open_keys.erase(Number(key));
+}
+
+Status CloseKey(RawKey key) {
+  LockedPlatform locked;
+  const Status fault = locked.RecordFallible("CloseKey", PathOf(locked, key));
+  const bool was_open = locked->open_keys.erase(Number(key)) != 0;
   return was_open || fault != kSuccess ? fault : kInvalidHandle;
 }
 
-}  // namespace platform
+Status WouldOpenKey(RawKey key, std::uint32_t access) {
+  LockedPlatform locked;
+  const std::u16string path = PathOf(locked, key);
+  return path.empty() ? kInvalidHandle : MayOpen(locked, path, access);
+}
+
+}  // namespace platform::reading
