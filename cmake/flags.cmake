@@ -33,11 +33,12 @@ if(WIN32)
   target_compile_options(zentpost_traps INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
 endif()
 
-# zentpost_tool_flags: for the tools, of which nobody waits. What they share with the host its sanitizers see.
-add_library(zentpost_quickly_compiled INTERFACE)
-target_compile_options(zentpost_quickly_compiled INTERFACE -O1)
+# zentpost_tool_flags: for the tools, of which nobody waits: for size, which takes less time to compile as well.
+# What they share with the host its sanitizers see.
+add_library(zentpost_small INTERFACE)
+target_compile_options(zentpost_small INTERFACE -Os)
 add_library(zentpost_tool_flags INTERFACE)
-target_link_libraries(zentpost_tool_flags INTERFACE zentpost_flags zentpost_quickly_compiled)
+target_link_libraries(zentpost_tool_flags INTERFACE zentpost_flags zentpost_small)
 
 # zentpost_test_flags: for tests, which cost more to compile than to run. The host's debugger alone has lines.
 add_library(zentpost_unoptimised INTERFACE)

@@ -1,32 +1,60 @@
 # zentpost_library(NAME SOURCES ... [LIBS ...])
-# A folder's static library of the product. On Windows a twin NAME_checked is made of the same sources
-# with traps on undefined behaviour; the tests link that one and the product links NAME.
+# A folder's static library of the product, which zentpost links. On Windows two twins are made of the same
+# sources: NAME_checked with traps on undefined behaviour, for tests, and NAME_small for the tools.
 function(zentpost_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
   target_link_libraries(${name} PUBLIC ${arg_LIBS} platform PRIVATE zentpost_flags)
   if(WIN32)
-    add_library(${name}_checked STATIC EXCLUDE_FROM_ALL ${arg_SOURCES})
-    zentpost_checked(checked_libs ${arg_LIBS})
-    target_link_libraries(${name}_checked PUBLIC ${checked_libs} platform PRIVATE zentpost_flags zentpost_traps)
+    set(checked_flags zentpost_flags zentpost_traps)
+    set(small_flags zentpost_tool_flags)
+    foreach(kind checked small)
+      add_library(${name}_${kind} STATIC EXCLUDE_FROM_ALL ${arg_SOURCES})
+      zentpost_twins(twins ${kind} ${arg_LIBS})
+      target_link_libraries(${name}_${kind} PUBLIC ${twins} platform PRIVATE ${${kind}_flags})
+    endforeach()
+    target_compile_options(${name}_small PRIVATE -fno-rtti)
   endif()
 endfunction()
 
-# zentpost_checked(OUT LIB...): each library's twin with traps, where it has one.
-function(zentpost_checked out)
+# zentpost_twins(OUT KIND LIB...): each library's twin of that kind, where it has one.
+function(zentpost_twins out kind)
   set(result)
   foreach(lib IN LISTS ARGN)
-    list(APPEND result $<IF:$<TARGET_EXISTS:${lib}_checked>,${lib}_checked,${lib}>)
+    list(APPEND result $<IF:$<TARGET_EXISTS:${lib}_${kind}>,${lib}_${kind},${lib}>)
   endforeach()
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
-# zentpost_tool_library(NAME SOURCES ... [LIBS ...])
-# A static library of the tools, which their tests link as well.
+# zentpost_tool_library(NAME SOURCES ... [LIBS ...] [AS_ONE])
+# A static library of the tools, which their tests link as well. For Windows the sources of one that is
+# shipped are compiled AS_ONE: what several of them need of a template is there once, as are its unwind
+# tables, of which the 32-bit linker drops none.
 function(zentpost_tool_library name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "AS_ONE" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
-  target_link_libraries(${name} PUBLIC ${arg_LIBS} PRIVATE zentpost_tool_flags)
+  zentpost_twins(libs small ${arg_LIBS})
+  target_link_libraries(${name} PUBLIC ${libs} PRIVATE zentpost_tool_flags)
+  if(WIN32 AND arg_AS_ONE)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
+    target_compile_options(${name} PRIVATE -fno-rtti)
+  endif()
+endfunction()
+
+# zentpost_shipped(NAME DESCRIPTION): the executable NAME is part of the product. It stands where people
+# look for it (build/PRESET), and on Windows it has a version resource and a manifest, and no symbols.
+function(zentpost_shipped name description)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+  if(WIN32)
+    set(folder ${CMAKE_CURRENT_BINARY_DIR}/${name}_resources)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/windows/program.rc.in ${folder}/${name}.rc @ONLY)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/windows/program.manifest.in ${folder}/${name}.manifest @ONLY)
+    target_sources(${name} PRIVATE ${folder}/${name}.rc)
+    set_source_files_properties(${folder}/${name}.rc PROPERTIES
+      OBJECT_DEPENDS ${folder}/${name}.manifest
+      INCLUDE_DIRECTORIES ${folder})
+    target_link_options(${name} PRIVATE $<$<CONFIG:Release>:-s>)
+  endif()
 endfunction()
 
 # zentpost_backend(TARGET BACKEND): puts a platform under an executable (platform_native or
@@ -50,7 +78,7 @@ add_custom_target(tests_with_threads)
 function(zentpost_test_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMISED" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
-  zentpost_checked(libs ${arg_LIBS})
+  zentpost_twins(libs checked ${arg_LIBS})
   target_link_libraries(${name} PUBLIC ${libs} platform GTest::gtest)
   if(arg_OPTIMISED)
     target_link_libraries(${name} PRIVATE zentpost_tool_flags)
@@ -65,7 +93,7 @@ endfunction()
 function(zentpost_test_executable name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "BACKEND" "SOURCES;LIBS")
   add_executable(${name} ${arg_SOURCES})
-  zentpost_checked(libs ${arg_LIBS})
+  zentpost_twins(libs checked ${arg_LIBS})
   target_link_libraries(${name} PRIVATE ${libs} zentpost_test_flags GTest::gtest testing_main Threads::Threads)
   target_precompile_headers(${name} REUSE_FROM testing_main)
   # A 32-bit program of LLVM's linker does not find where an exception is caught.
@@ -92,4 +120,19 @@ function(zentpost_add_test name)
   if(threads IN_LIST arg_LABELS)
     add_dependencies(tests_with_threads ${name})
   endif()
+endfunction()
+
+# zentpost_check_samples(NAME FIXTURE SAMPLES KIND...): a test that holds what those of the FIXTURE kept in
+# the folder SAMPLES against the published schemas. A KIND is a schema's name, and a folder's.
+function(zentpost_check_samples name fixture samples)
+  list(JOIN ARGN " " kinds)
+  add_test(NAME ${name}
+    COMMAND ${CMAKE_COMMAND}
+      -DPYTHON=${SYSTEM_PYTHON3}
+      -DCHECK=${PROJECT_SOURCE_DIR}/tests/schema_check.py
+      -DSAMPLES=${samples}
+      -DKINDS=${kinds}
+      -P ${PROJECT_SOURCE_DIR}/tests/check_samples.cmake)
+  set_tests_properties(${name} PROPERTIES
+    FIXTURES_REQUIRED ${fixture} SKIP_REGULAR_EXPRESSION "nothing was checked")
 endfunction()

@@ -5,12 +5,12 @@
 namespace zentpost::fake_mapi {
 
 Call::Call(const char* function)
-    : client_(TheClient()), hook_(client_.Hook()), lock_(Inside().mutex), name_(function) {
+    : client_(TheClient()), hook_(client_.Hook()), lock_(Inside().lock), name_(function) {
   Accounts().BeginCall(Inside().calls.size() + 1);
 }
 
 Call::Call(Object& object, const char* method)
-    : client_(TheClient()), hook_(client_.Hook()), lock_(Inside().mutex) {
+    : client_(TheClient()), hook_(client_.Hook()), lock_(Inside().lock) {
   Accounts().BeginCall(Inside().calls.size() + 1);
   name_.append(object.interface_name).append("::").append(method);
   record_.object = object.ordinal;

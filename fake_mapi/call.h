@@ -2,6 +2,7 @@
 // the contract, and hands out the results.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
@@ -10,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -22,10 +24,25 @@ namespace zentpost::fake_mapi {
 using support::FromWide;
 using support::LowerHex;
 
+// One call works at a time. The standard library's mutex would bring all of its errors' texts into
+// every program and library that has the client: 50 KB.
+class SpinLock {
+ public:
+  void lock() noexcept {
+    while (is_taken_.test_and_set(std::memory_order_acquire)) {
+      std::this_thread::yield();
+    }
+  }
+  void unlock() noexcept { is_taken_.clear(std::memory_order_release); }
+
+ private:
+  std::atomic_flag is_taken_;
+};
+
 struct Client::State {
   explicit State(std::unique_ptr<Storage> where) : storage(std::move(where)) {}
 
-  std::mutex mutex;
+  SpinLock lock;
   std::unique_ptr<Storage> storage;
   Accounting accounting;
   std::vector<RecordedCall> calls;
@@ -140,7 +157,7 @@ class Call {
 
   Client& client_;
   HookScope hook_;  // first in and last out: everything else here is the client's doing
-  std::unique_lock<std::mutex> lock_;
+  const std::lock_guard<SpinLock> lock_;
   RecordedCall record_;
   std::string name_;
   std::int32_t result_ = 0;

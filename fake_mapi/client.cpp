@@ -69,7 +69,7 @@ Client* Client::Latest() {
 }
 
 void Client::Plan(Behaviour behaviour) {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->lock);
   state_->planned.push_back({std::move(behaviour)});
 }
 
@@ -85,7 +85,7 @@ void Client::GiveNothing(std::string_view call, std::size_t index) {
 }
 
 std::vector<RecordedCall> Client::RecordedCalls() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->lock);
   return state_->calls;
 }
 
@@ -106,7 +106,7 @@ std::vector<std::string> Client::CallsOf(std::string_view name) const {
 }
 
 std::vector<Finding> Client::Findings() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->lock);
   return state_->accounting.Findings();
 }
 
@@ -119,7 +119,7 @@ std::string Client::Accounts() const {
 }
 
 std::vector<std::string> Client::SavedAttachments() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->lock);
   std::vector<std::string> documents;
   for (const auto& message : state_->messages) {
     for (const Attachment& attachment : message->attachments) {
@@ -133,7 +133,7 @@ std::vector<std::string> Client::SavedAttachments() const {
 }
 
 void Client::AddProblem(std::string text) {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->lock);
   state_->accounting.Add(FindingKind::kOther, std::move(text));
 }
 

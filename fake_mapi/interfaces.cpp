@@ -153,17 +153,17 @@ IMAPIClientShutdown* NewClientShutdown(Accounting& accounting);
 
 // Nobody has an object but its callers, and no object keeps another one alive: so the accounts show
 // the callers' references and no others.
-template <class Base>
-class ObjectOf : public Base, public Object {
+class InterfaceObject : public Object {
  public:
-  ObjectOf(std::string_view interface_called, std::string_view called,
-           std::initializer_list<std::uint32_t> identifiers)
+  InterfaceObject(std::string_view interface_called, std::string_view called,
+                  std::initializer_list<std::uint32_t> identifiers)
       : Object(interface_called, called), identifiers_(identifiers) {
     identifiers_.push_back(kIidUnknown);
-    address = static_cast<IUnknown*>(static_cast<Base*>(this));
   }
 
-  HRESULT PLATFORM_STDCALL QueryInterface(const GUID& id, void** place) override {
+ protected:
+  // The methods of every interface. `own` is the object as its callers know it.
+  HRESULT Query(const GUID& id, void** place, void* own) {
     Call call(*this, "QueryInterface");
     call.Record({InterfaceOf(&id)});
     const bool is_own =
@@ -177,17 +177,17 @@ class ObjectOf : public Base, public Object {
         return NewClientShutdown(call.Accounts());
       }
       ++references;
-      return static_cast<Base*>(this);
+      return own;
     });
   }
 
-  ULONG PLATFORM_STDCALL AddRef() override {
+  ULONG Add() {
     Call call(*this, "AddRef");
     call.RecordInfallible({});
     return call.Count(references == 0 ? 0 : ++references);
   }
 
-  ULONG PLATFORM_STDCALL Release() override {
+  ULONG GiveBack() {
     Call call(*this, "Release");
     call.RecordInfallible({});
     if (references == 1) {
@@ -196,12 +196,28 @@ class ObjectOf : public Base, public Object {
     return call.Count(references == 0 ? 0 : --references);
   }
 
- protected:
   [[nodiscard]] virtual bool HasShutdown(const Client& /*client*/) const { return false; }
   virtual void OnLastRelease(Call& /*call*/) {}
 
  private:
   std::vector<std::uint32_t> identifiers_;
+};
+
+// `Methods` is what does not depend on the interface.
+template <class Base, class Methods = InterfaceObject>
+class ObjectOf : public Base, public Methods {
+ public:
+  ObjectOf(std::string_view interface_called, std::string_view called,
+           std::initializer_list<std::uint32_t> identifiers)
+      : Methods(interface_called, called, identifiers) {
+    this->address = static_cast<IUnknown*>(static_cast<Base*>(this));
+  }
+
+  HRESULT PLATFORM_STDCALL QueryInterface(const GUID& id, void** place) override {
+    return this->Query(id, place, static_cast<Base*>(this));
+  }
+  ULONG PLATFORM_STDCALL AddRef() override { return this->Add(); }
+  ULONG PLATFORM_STDCALL Release() override { return this->GiveBack(); }
 };
 
 template <class Type, class... Arguments>
@@ -235,12 +251,12 @@ IMAPIClientShutdown* NewClientShutdown(Accounting& accounting) {
 }
 
 // What all objects with properties have.
-template <class Base>
-class PropertyObject : public ObjectOf<Base> {
+class ObjectWithProperties : public InterfaceObject {
  public:
-  using ObjectOf<Base>::ObjectOf;
+  using InterfaceObject::InterfaceObject;
 
-  HRESULT PLATFORM_STDCALL SaveChanges(ULONG flags) override {
+ protected:
+  HRESULT Save(ULONG flags) {
     Call call(*this, "SaveChanges");
     call.Record({LowerHex(flags)});
     call.AllowFlags(flags, kSaveFlags);
@@ -250,8 +266,7 @@ class PropertyObject : public ObjectOf<Base> {
     return call.Result();
   }
 
-  HRESULT PLATFORM_STDCALL GetProps(SPropTagArray* tags, ULONG flags, ULONG* count,
-                                    SPropValue** values) override {
+  HRESULT Get(SPropTagArray* tags, ULONG flags, ULONG* count, SPropValue** values) {
     Call call(*this, "GetProps");
     call.Record({TagsOf(tags), LowerHex(flags)});
     call.AllowFlags(flags, kUnicodeFlag);
@@ -264,13 +279,11 @@ class PropertyObject : public ObjectOf<Base> {
       call.Succeed(has_errors ? kErrorsReturned : kOk);
     }
     call.GiveNumber(count, static_cast<ULONG>(chosen.size()));
-    return call.Give(values, [&] {
-      return NewValues(call.Accounts(), chosen, this->interface_name + "::GetProps");
-    });
+    return call.Give(
+        values, [&] { return NewValues(call.Accounts(), chosen, interface_name + "::GetProps"); });
   }
 
-  HRESULT PLATFORM_STDCALL SetProps(ULONG count, SPropValue* values,
-                                    SPropProblemArray** problems) override {
+  HRESULT SetAll(ULONG count, SPropValue* values, SPropProblemArray** problems) {
     Call call(*this, "SetProps");
     call.Record({std::to_string(count), ValuesOf(count, values), NullOr(problems)});
     call.Need(count == 0 ? nullptr : values, "values");
@@ -286,13 +299,28 @@ class PropertyObject : public ObjectOf<Base> {
     return call.Result();
   }
 
- protected:
   // All that GetProps can give.
   [[nodiscard]] virtual Properties Current(const Client& /*client*/) const { return {}; }
   virtual void OnSave(Call& call, ULONG /*flags*/) { call.Refuse(kNoSupport); }
   // `value` has what `property` lacks: a document's bytes.
   virtual void Set(Call& call, const Property& /*property*/, const SPropValue& /*value*/) {
     call.Refuse(kNoSupport);
+  }
+};
+
+template <class Base>
+class PropertyObject : public ObjectOf<Base, ObjectWithProperties> {
+ public:
+  using ObjectOf<Base, ObjectWithProperties>::ObjectOf;
+
+  HRESULT PLATFORM_STDCALL SaveChanges(ULONG flags) override { return this->Save(flags); }
+  HRESULT PLATFORM_STDCALL GetProps(SPropTagArray* tags, ULONG flags, ULONG* count,
+                                    SPropValue** values) override {
+    return this->Get(tags, flags, count, values);
+  }
+  HRESULT PLATFORM_STDCALL SetProps(ULONG count, SPropValue* values,
+                                    SPropProblemArray** problems) override {
+    return this->SetAll(count, values, problems);
   }
 };
 
@@ -815,7 +843,7 @@ void NeedTags(Call& call, const SPropTagArray* tags) {
 }
 
 SRowSet* NewRows(Call& call, const Object* table, const SPropTagArray* tags, std::size_t most) {
-  static const std::vector<Properties> no_rows;
+  const std::vector<Properties> no_rows;
   const auto& rows = call.Works() ? static_cast<const Table*>(table)->rows : no_rows;
   const std::size_t count = most != 0 ? std::min(most, rows.size()) : rows.size();
   Accounting& accounting = call.Accounts();

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -54,7 +53,7 @@ constexpr std::uint32_t Tag(std::uint32_t id, std::uint32_t type) {
 
 // Bytes that were written to a file instead of being kept.
 struct Spool {
-  std::filesystem::path file;
+  std::string file;  // its path in UTF-8
   std::uint64_t size = 0;
 };
 

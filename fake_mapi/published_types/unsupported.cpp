@@ -1,5 +1,4 @@
 #include <cstdlib>
-#include <mutex>
 
 #include "fake_mapi/call.h"
 #include "mapi_types.h"
@@ -8,9 +7,9 @@ namespace zentpost::fake_mapi {
 
 HRESULT Unsupported(const IUnknown* object, const char* method) {
   Client::State& state = TheClient().Inside();
-  std::unique_lock lock(state.mutex);
+  state.lock.lock();
   Object* const called = state.accounting.Find(object);
-  lock.unlock();
+  state.lock.unlock();
   if (called == nullptr) {
     std::abort();
   }

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <vector>
 
+#include "tools/support/files.h"
 #include "tools/support/text.h"
 
 namespace zentpost::fake_mapi::sandbox {
@@ -243,7 +244,7 @@ bool WriteData(const Property* data, std::ostream& out) {
     WriteBase64(data->bytes, out);
     return true;
   }
-  std::ifstream file(data->spool->file, std::ios::binary);
+  std::ifstream file(support::Path(data->spool->file), std::ios::binary);
   std::uint64_t left = data->spool->size;
   std::string piece(kBase64Line * 4096, '\0');  // A whole number of lines.
   while (left > 0) {

@@ -149,8 +149,9 @@ TEST(Eml, DocumentsComeFromTheirFilesAndOnlySavedOnes) {
   for (const bool saved : {true, false}) {
     Attachment& attachment = message.attachments.emplace_back();
     attachment.saved = saved;
-    attachment.properties = {TextOf(kIdAttachLongFilename, saved ? u"a\"\\.PDF" : u"b.pdf"),
-                             {.tag = Tag(kIdAttachData, kBinary), .spool = Spool{file, 8}}};
+    attachment.properties = {
+        TextOf(kIdAttachLongFilename, saved ? u"a\"\\.PDF" : u"b.pdf"),
+        {.tag = Tag(kIdAttachData, kBinary), .spool = Spool{support::PathText(file), 8}}};
   }
   Attachment& other = message.attachments.emplace_back();
   other.saved = true;

@@ -64,13 +64,13 @@ cJSON* BinaryJson(const Property& property, const fs::path& file_folder) {
   const std::uint64_t size = spool ? spool->size : bytes.size();
   const std::optional<Entry> entry = ReadEntryId(bytes);
   const bool has_file = spool && !file_folder.empty();
-  return Json(
-      {{"Size", cJSON_CreateNumber(static_cast<double>(size))},
-       {"Hex", spool ? nullptr : Json(support::HexBytes(bytes))},
-       {"File",
-        has_file ? Json(support::PathText(spool->file.lexically_relative(file_folder))) : nullptr},
-       {"OneOff", OneOffJson(ReadOneOff(bytes))},
-       {"Entry", entry ? Json(EntryText(*entry)) : nullptr}});
+  return Json({{"Size", cJSON_CreateNumber(static_cast<double>(size))},
+               {"Hex", spool ? nullptr : Json(support::HexBytes(bytes))},
+               {"File", has_file ? Json(support::PathText(
+                                       support::Path(spool->file).lexically_relative(file_folder)))
+                                 : nullptr},
+               {"OneOff", OneOffJson(ReadOneOff(bytes))},
+               {"Entry", entry ? Json(EntryText(*entry)) : nullptr}});
 }
 
 cJSON* ValueJson(const Property& property, const fs::path& file_folder) {
@@ -208,8 +208,9 @@ bool Mailbox::Create(Message& message) {
 bool Mailbox::KeepDocument(const Message& message, const Attachment& attachment,
                            std::string_view bytes, Property& value) {
   const std::string name = "attachment-" + std::to_string(attachment.number) + ".bin";
-  value.spool = Spool{SpoolFolder(message) / name, bytes.size()};
-  return support::WriteBytes(value.spool->file, bytes);
+  const fs::path file = SpoolFolder(message) / name;
+  value.spool = Spool{support::PathText(file), bytes.size()};
+  return support::WriteBytes(file, bytes);
 }
 
 bool Mailbox::Save(const Message& message) {

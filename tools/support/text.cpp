@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstdio>
-#include <iomanip>
-#include <sstream>
 
 namespace zentpost::support {
 namespace {
@@ -147,9 +145,11 @@ std::string HexBytes(std::string_view bytes) {
 }
 
 std::string Quoted(std::string_view text) {
-  std::ostringstream quoted;
-  quoted << std::quoted(text);
-  return quoted.str();
+  std::string quoted = "\"";
+  for (const char unit : text) {
+    quoted.append(unit == '"' || unit == '\\' ? "\\" : "").push_back(unit);
+  }
+  return quoted + "\"";
 }
 
 }  // namespace zentpost::support
