@@ -23,9 +23,9 @@ bool AddMember(cJSON* object, const char* name, cJSON* item) {
 }
 
 // False when memory runs out over the text.
-bool AddText(cJSON* object, const char* name, const ParameterList& list, const char16_t* entry) {
-  const std::optional<std::string> bytes = _utf8(list.Value(entry).c_str());
-  return bytes && AddMember(object, name, cJSON_CreateString(bytes->c_str()));
+bool AddText(cJSON* object, const JobParameters& params, const PayloadMember& member) {
+  const std::optional<std::string> bytes = _utf8((params.*member.list).Value(member.entry).c_str());
+  return bytes && AddMember(object, member.name, cJSON_CreateString(bytes->c_str()));
 }
 
 // The folder for temporary files, ending with a separator; empty when there is none.
@@ -48,9 +48,8 @@ std::u16string FileName(std::u16string_view path) {
   return name;
 }
 
-// Whether `path` names one of the files that the job is about. One that is there and cannot be
-// identified is taken for one of them: what would be lost by writing to it is not known. Where the
-// file system tells no files apart, their names do.
+}  // namespace
+
 bool IsFileOfTheJob(const JobParameters& params, const std::u16string& path) {
   platform::FileIdentity target;
   const platform::Status status =
@@ -69,26 +68,25 @@ bool IsFileOfTheJob(const JobParameters& params, const std::u16string& path) {
            identity == target;
   };
   return (status != platform::kSuccess && status != platform::kNotSupported) ||
-         is_target(params.arguments.Value(u"filename")) ||
-         is_target(params.arguments.Value(u"jobname"));
+         is_target(params.arguments.Value(argument::kDocument)) ||
+         is_target(params.arguments.Value(argument::kJobFile));
 }
 
-}  // namespace
+std::u16string PayloadFilePath(const std::u16string& path) {
+  const bool is_bare_name = path.find_first_of(u"/\\") == std::u16string::npos;
+  return is_bare_name ? TemporaryFolder() + path : path;
+}
 
 std::string CCommands::json(const JobParameters& params) try {
-  const ParameterList& arguments = params.arguments;
   const ParameterList& fields = params.faxFields;
   const JsonTree root(cJSON_CreateObject());
   cJSON* members = cJSON_CreateObject();
+  bool is_built = AddMember(root.get(), "Parameters", members);
+  for (const PayloadMember& member : kPayloadTexts) {
+    is_built = is_built && AddText(members, params, member);
+  }
   // A missing C means true and a missing P means false: the add-in expects the two switches so.
-  if (!AddMember(root.get(), "Parameters", members) ||
-      !AddText(members, "Receiver", fields, u"+FAX") ||
-      !AddText(members, "RecipientName", fields, u"E") ||
-      !AddText(members, "SenderName", fields, u"U") ||
-      !AddText(members, "FileName", arguments, u"filename") ||
-      !AddText(members, "AttachmentName", arguments, u"attdisplayname") ||
-      !AddText(members, "Comment", fields, u"K") || !AddText(members, "Subject", fields, u"S") ||
-      !AddText(members, "SendTime", fields, u"Z") ||
+  if (!is_built ||
       !AddMember(members, "ECM", cJSON_CreateBool(IsPresentAndNotMinus(fields, u"C") ? 0 : 1)) ||
       !AddMember(members, "Preview",
                  cJSON_CreateBool(IsPresentAndNotMinus(fields, u"P") ? 1 : 0))) {
@@ -101,8 +99,7 @@ std::string CCommands::json(const JobParameters& params) try {
 }
 
 PayloadFile WriteAddinJsonFile(const JobParameters& params, const std::u16string& path) try {
-  const bool is_bare_name = path.find_first_of(u"/\\") == std::u16string::npos;
-  const std::u16string full_path = is_bare_name ? TemporaryFolder() + path : path;
+  const std::u16string full_path = PayloadFilePath(path);
   platform::File file;
   if (IsFileOfTheJob(params, full_path) ||
       platform::ThrowWithoutMemory(platform::OpenFileAt(full_path, platform::OpenMode::kRewrite,

@@ -37,7 +37,8 @@ int CAmbroluxPrintSendApp::ExitInstance() {
 }
 
 void CAmbroluxPrintSendApp::DeliverJob() {
-  JobParameters params;
+  JobParameters job;
+  JobParameters& params = m_pSeenJob != nullptr ? *m_pSeenJob : job;
   ParseCommandLine(params, m_lpCmdLine);
   // After the parsing, so that what the job file reader logs stands before it.
   LogInfo(u"StartZentpost(): %s", m_lpCmdLine);

@@ -2,6 +2,7 @@
 // job's outcome. Never opens a window.
 #pragma once
 
+#include "app/job_parameters.h"
 #include "platform/application.h"
 
 namespace zentpost {
@@ -14,6 +15,9 @@ class CAmbroluxPrintSendApp : public platform::CWinApp {
 
   // 0 when the job was delivered, 1 when it was not.
   int ExitInstance() override;
+
+  // Where the job is kept as it was understood, for who looks on; null: nowhere.
+  JobParameters* m_pSeenJob = nullptr;
 
  private:
   void DeliverJob();

@@ -15,32 +15,33 @@ bool IsQuote(char16_t unit) {
   return unit == u'"' || unit == u'\'';
 }
 
-std::u16string FinishToken(std::u16string_view raw) {
-  std::u16string token(Trimmed(raw));
-  std::erase_if(token, IsQuote);
-  return token;
-}
-
 }  // namespace
 
-std::vector<std::u16string> SplitQuoted(std::u16string_view text, char16_t separator) {
-  std::vector<std::u16string> tokens;
-  if (text.empty()) {
-    return tokens;
-  }
+RawToken TakeToken(std::u16string_view& text, char16_t separator) {
   bool quoted = false;
-  std::size_t start = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (IsQuote(text[i])) {
       // A quote closes before a blank whatever the separator is: fax commands rely on it.
       quoted = !quoted || (i + 1 != text.size() && text[i + 1] != u' ');
     }
     if (text[i] == separator && !quoted) {
-      tokens.push_back(FinishToken(text.substr(start, i - start)));
-      start = i + 1;
+      const std::u16string_view token = Trimmed(text.substr(0, i));
+      text.remove_prefix(i + 1);
+      return {token, false, false};
     }
   }
-  tokens.push_back(FinishToken(text.substr(start)));
+  return {Trimmed(std::exchange(text, {})), true, quoted};
+}
+
+std::vector<std::u16string> SplitQuoted(std::u16string_view text, char16_t separator) {
+  std::vector<std::u16string> tokens;
+  for (bool is_done = text.empty(); !is_done;) {
+    const RawToken raw = TakeToken(text, separator);
+    std::u16string token(raw.text);
+    std::erase_if(token, IsQuote);
+    tokens.push_back(std::move(token));
+    is_done = raw.is_last;
+  }
   return tokens;
 }
 
@@ -68,11 +69,11 @@ void ParseCommandLine(JobParameters& params, std::u16string_view command_line) {
     throw std::bad_alloc();
   }
   params.fromJobFile = reading == JobFileReading::kJobFile;
-  params.arguments.Add(params.fromJobFile ? u"jobname" : u"filename", tokens[0]);
+  params.arguments.Add(params.fromJobFile ? argument::kJobFile : argument::kDocument, tokens[0]);
 
   std::size_t next = 1;
   if (next < tokens.size() && !tokens[next].starts_with(u'/')) {
-    params.arguments.Add(u"faxcommand", tokens[next]);
+    params.arguments.Add(argument::kFaxCommand, tokens[next]);
     ParseFaxCommand(params.faxFields, tokens[next]);
     ++next;
   }

@@ -16,6 +16,16 @@ namespace zentpost {
 // trimmed of white space and lose all their quotes; they may be empty. An empty text has no tokens.
 [[nodiscard]] std::vector<std::u16string> SplitQuoted(std::u16string_view text, char16_t separator);
 
+// A token as it stands in the text: trimmed, and with its quotes.
+struct RawToken {
+  std::u16string_view text;
+  bool is_last;
+  bool is_open;  // nothing closes its last quote
+};
+
+// Takes the next of these tokens off `text`, with the separator behind it. Does not throw.
+[[nodiscard]] RawToken TakeToken(std::u16string_view& text, char16_t separator);
+
 // Replaces `faxFields` by the fields of a fax command, "0301234567;Nexample;Shello": the fax number
 // ("+FAX", also when empty), then fields of a letter (converted to upper case) and a value. Empty
 // fields are left out.

@@ -130,6 +130,30 @@ TEST_F(CommandLine, DeliberateBlanksInsideQuotesSurviveTheTrimming) {
   ExpectTokens({{u"\" a \" b", "[ a ][b]"}, {u"\t\"a \"\t b", "[a \t b]"}});
 }
 
+TEST_F(CommandLine, TokensCanBeTakenAsTheyStand) {
+  const struct {
+    std::u16string_view text;
+    Tokens tokens;
+    bool is_open;
+  } kCases[] = {
+      {u"'a b' \"c\" \td  e'f'", {u"'a b'", u"\"c\"", u"d", u"", u"e'f'"}, false},
+      {u"a b\"c d", {u"a", u"b\"c d"}, true},
+      {u"a b\"", {u"a", u"b\""}, true},
+      {u"a ", {u"a", u""}, false},
+  };
+  for (const auto& test : kCases) {
+    std::u16string_view rest = test.text;
+    for (const std::u16string& token : test.tokens) {
+      const RawToken raw = TakeToken(rest, u' ');
+      const bool is_last = &token == &test.tokens.back();
+      EXPECT_EQ(Readable(raw.text), Readable(token));
+      EXPECT_EQ(raw.is_last, is_last) << Readable(test.text);
+      EXPECT_EQ(raw.is_open, is_last && test.is_open) << Readable(test.text);
+    }
+    EXPECT_TRUE(rest.empty());
+  }
+}
+
 TEST_F(CommandLine, SemicolonsSeparateFaxFields) {
   ExpectFields({
       {u"0301234567;Nexample;Shello", "[0301234567][Nexample][Shello]"},

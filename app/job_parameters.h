@@ -40,10 +40,17 @@ class ParameterList {
   std::vector<Entry> entries_;
 };
 
+// The names of arguments. An option of the command line has an effect where its name is looked up.
+namespace argument {
+inline constexpr char16_t kJobFile[] = u"jobname";              // its path
+inline constexpr char16_t kDocument[] = u"filename";            // its path
+inline constexpr char16_t kDocumentName[] = u"attdisplayname";  // the attachment's display name
+inline constexpr char16_t kFaxCommand[] = u"faxcommand";        // as it stands
+inline constexpr const char16_t* kLookedUp[] = {kJobFile, kDocument, kDocumentName};
+}  // namespace argument
+
 struct JobParameters {
-  // "jobname" (path of the job file), "filename" (path of the document), "attdisplayname" (display
-  // name of the attachment), "faxcommand" (the raw fax command), and the command line's options
-  // under lower-case names.
+  // Those above, and the command line's options under lower-case names.
   ParameterList arguments;
 
   // "+FAX" (the fax number) and the one-letter fields B, C, E, K, N, O, P, S, U, Z.

@@ -1,14 +1,11 @@
 #include "diag/client_settings.h"
 
 #include "app/registry_names.h"
-#include "platform/registry.h"
 
 namespace zentpost {
-namespace {
 
-// The key stays open in `key`, so that the caller sees how closing it went.
-std::uint32_t ReadNumber(platform::Hive hive, const char16_t* value_name,
-                         platform::RegistryKey& key) {
+std::uint32_t ReadClientNumberOf(platform::Hive hive, const char16_t* value_name,
+                                 platform::RegistryKey& key) {
   if (platform::OpenKey(hive, registry::kFaxClientKey, platform::kKeyRead, key) !=
       platform::kSuccess) {
     return 0;
@@ -21,11 +18,9 @@ std::uint32_t ReadNumber(platform::Hive hive, const char16_t* value_name,
   return number;
 }
 
-}  // namespace
-
 std::uint32_t ReadClientNumber(const char16_t* value_name) {
   platform::RegistryKey key;
-  const std::uint32_t number = ReadNumber(platform::Hive::kCurrentUser, value_name, key);
+  const std::uint32_t number = ReadClientNumberOf(platform::Hive::kCurrentUser, value_name, key);
   if (number != 0) {
     return number;
   }
@@ -33,7 +28,7 @@ std::uint32_t ReadClientNumber(const char16_t* value_name) {
   if (key && platform::CloseKey(key) != platform::kSuccess) {
     return 0;
   }
-  return ReadNumber(platform::Hive::kLocalMachine, value_name, key);
+  return ReadClientNumberOf(platform::Hive::kLocalMachine, value_name, key);
 }
 
 }  // namespace zentpost

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "platform/registry.h"
+
 namespace zentpost {
 
 // The 32-bit number `value_name` of the key "Software\Sollvex\FaxClient": the user's, or the
@@ -10,5 +12,10 @@ namespace zentpost {
 // looked at; data of more than four bytes counts as absent, and so does what cannot be read when
 // memory runs out. Does not throw.
 [[nodiscard]] std::uint32_t ReadClientNumber(const char16_t* value_name);
+
+// The same of one hive alone; 0 when it has none. The registry's key stays open in `key`, so that
+// the caller sees how closing it went. Does not throw.
+[[nodiscard]] std::uint32_t ReadClientNumberOf(platform::Hive hive, const char16_t* value_name,
+                                               platform::RegistryKey& key);
 
 }  // namespace zentpost

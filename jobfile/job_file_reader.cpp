@@ -8,24 +8,13 @@
 #include "diag/log_file.h"
 #include "jobfile/commands.h"
 #include "jobfile/json_memory.h"
+#include "jobfile/member_names.h"
 #include "platform/files.h"
 #include "platform/memory.h"
 #include "platform/memory_failure.h"
 
 namespace zentpost {
 namespace {
-
-struct FaxField {
-  const char16_t* long_name;  // in "Cmd"/"Parameters"
-  const char16_t* letter;     // in "Cmd"/"Commands" and in the job's fields
-};
-
-// In the order in which the fields are entered. The add-in and the mail client rely on the pairing
-// as it is, "RecipientName" with E and "Comment" with K included.
-constexpr FaxField kFaxFields[] = {
-    {u"Baudrate", u"B"}, {u"ECM", u"C"},     {u"RecipientName", u"E"}, {u"Comment", u"K"},
-    {u"NGDX", u"N"},     {u"", u"O"},        {u"Preview", u"P"},       {u"Subject", u"S"},
-    {u"UserName", u"U"}, {u"SendTime", u"Z"}};
 
 // Reads `bytes` as a C library's text mode does on Windows: CR LF is one line feed, and Ctrl-Z ends
 // the text. Works in place and gives the new size.
@@ -98,8 +87,12 @@ const cJSON* Member(const cJSON* object, const char* name) {
 // Whether `tree` is an object with the two texts that make a job file of it, whatever stands
 // behind.
 bool NamesADocument(const cJSON* tree) {
-  return cJSON_IsObject(tree) != 0 && cJSON_IsString(Member(tree, "FilePath")) != 0 &&
-         cJSON_IsString(Member(tree, "SourceFileName")) != 0;
+  return cJSON_IsObject(tree) != 0 && cJSON_IsString(Member(tree, kFilePathMember)) != 0 &&
+         cJSON_IsString(Member(tree, kSourceFileNameMember)) != 0;
+}
+
+std::u16string Widened(std::string_view ascii) {
+  return {ascii.begin(), ascii.end()};
 }
 
 // GetJsonString without a default.
@@ -162,9 +155,9 @@ JobFileReading CCommands::ReadFromFile(JobParameters& params, const std::u16stri
     // A field that is not there is left out.
     static_cast<void>(ReadCommandValue(params, tree, field.letter, field.long_name));
   }
-  const cJSON* command = Member(tree, "Cmd");
+  const cJSON* command = Member(tree, kCommandMember);
   if (cJSON_IsObject(command) != 0) {
-    const cJSON* receivers = Member(command, "Receiver");
+    const cJSON* receivers = Member(command, kReceiverMember);
     const cJSON* first = cJSON_IsArray(receivers) != 0 ? cJSON_GetArrayItem(receivers, 0) : nullptr;
     if (cJSON_IsString(first) != 0) {
       params.faxFields.Add(u"+FAX", WithinMemory(FromUtf8(first->valuestring)));
@@ -182,26 +175,26 @@ bool CCommands::GetDocumentFromJson(ParameterList& arguments, const cJSON* tree)
     return false;
   }
   std::u16string path;
-  if (!FindText(tree, u"FilePath", path)) {
+  if (!FindText(tree, Widened(kFilePathMember), path)) {
     LogError(u"GetDocumentFromJson(): Filename not found");
     return false;
   }
   std::u16string display_name;
-  if (!FindText(tree, u"SourceFileName", display_name)) {
+  if (!FindText(tree, Widened(kSourceFileNameMember), display_name)) {
     LogError(u"GetDocumentFromJson(): JobName not found");
     return false;
   }
   if (display_name.find(u".pdf") == std::u16string::npos) {
     display_name += u".pdf";
   }
-  arguments.Add(u"filename", std::move(path));
-  arguments.Add(u"attdisplayname", std::move(display_name));
+  arguments.Add(argument::kDocument, std::move(path));
+  arguments.Add(argument::kDocumentName, std::move(display_name));
   return true;
 }
 
 bool CCommands::ReadCommandValue(JobParameters& params, const cJSON* tree,
                                  const std::u16string& letter, const std::u16string& long_name) {
-  const cJSON* command = Member(tree, "Cmd");
+  const cJSON* command = Member(tree, kCommandMember);
   if (cJSON_IsObject(command) == 0) {
     return false;
   }
@@ -213,8 +206,8 @@ bool CCommands::ReadCommandValue(JobParameters& params, const cJSON* tree,
     params.faxFields.Add(letter, std::move(value));
     return true;
   };
-  return take(Member(command, "Parameters"), long_name) ||
-         take(Member(command, "Commands"), letter);
+  return take(Member(command, kParametersMember), long_name) ||
+         take(Member(command, kCommandsMember), letter);
 }
 
 }  // namespace zentpost

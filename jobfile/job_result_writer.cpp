@@ -5,6 +5,7 @@
 #include "addin/text_encoding.h"
 #include "diag/log_file.h"
 #include "jobfile/commands.h"
+#include "jobfile/member_names.h"
 #include "platform/files.h"
 
 namespace zentpost {
@@ -13,12 +14,12 @@ namespace {
 // The job file's member "Result", made when it is missing. A "Result" that is no object cannot hold
 // an outcome and gives way to one that can. Null when memory runs out.
 cJSON* ResultObject(cJSON* job_file) {
-  cJSON* result = cJSON_GetObjectItem(job_file, "Result");
+  cJSON* result = cJSON_GetObjectItem(job_file, kResultMember);
   if (cJSON_IsObject(result) != 0) {
     return result;
   }
   SetJsonItem(job_file, u"Result", cJSON_CreateObject());
-  return cJSON_GetObjectItem(job_file, "Result");
+  return cJSON_GetObjectItem(job_file, kResultMember);
 }
 
 // Whether `result` says all of this outcome. Where memory ran out, a member is missing or still
@@ -37,7 +38,7 @@ bool HoldsOutcome(const cJSON* result, std::int32_t status, std::int32_t error_c
 
 bool CCommands::UpdateJobFile(const JobParameters& params, std::int32_t status,
                               std::int32_t errorCode, const char16_t* errorText) try {
-  const std::u16string& path = params.arguments.Value(u"jobname");
+  const std::u16string& path = params.arguments.Value(argument::kJobFile);
   if (path.empty()) {
     return false;
   }

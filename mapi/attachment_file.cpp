@@ -1,7 +1,5 @@
 #include "mapi/attachment_file.h"
 
-#include <limits>
-
 #include "mapi/results.h"
 #include "platform/files.h"
 #include "platform/memory_failure.h"
@@ -48,7 +46,7 @@ bool LoadAttachmentFile(AttachmentFileData& fileData, const char16_t* path) try 
   if (status != platform::kSuccess) {
     return Fail(fileData, CodeOf(FromSystemError(status)), u"The file's size cannot be told.");
   }
-  if (size > std::numeric_limits<std::uint32_t>::max()) {
+  if (size > kLargestAttachment) {
     return Fail(fileData, CodeOf(FromSystemError(kFileTooLarge)), u"The file is too large.");
   }
   status = platform::AllocateBlock(static_cast<std::size_t>(size), fileData.data);

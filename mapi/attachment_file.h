@@ -2,11 +2,15 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string_view>
 
 #include "platform/memory.h"
 
 namespace zentpost {
+
+// In bytes: what an attachment's own size can tell.
+inline constexpr std::uint64_t kLargestAttachment = std::numeric_limits<std::uint32_t>::max();
 
 struct AttachmentFileData {
   platform::HeapBlock data;         // the file's bytes; owns nothing while nothing is loaded

@@ -15,8 +15,8 @@ namespace zentpost {
 bool ProcessToExtendedMapi(const JobParameters& params) {
   LogInfo(u"ProcessToExtendedMapi(): Processing single job to extended MAPI.");
   const ParameterList& fields = params.faxFields;
-  const std::u16string& attachment_path = params.arguments.Value(u"filename");
-  const std::u16string& attachment_name = params.arguments.Value(u"attdisplayname");
+  const std::u16string& attachment_path = params.arguments.Value(argument::kDocument);
+  const std::u16string& attachment_name = params.arguments.Value(argument::kDocumentName);
   const std::u16string& recipient = fields.Value(u"+FAX");
   const std::u16string& recipient_name = fields.Value(u"E");
   const std::u16string& sender_name = fields.Value(u"U");

@@ -72,9 +72,13 @@ Address PlainAddress(const std::u16string& recipient) {
 
 }  // namespace
 
+bool IsAddressAutomatic() {
+  return ReadSetting(registry::kAddressAutomation) == u"1";
+}
+
 HRESULT ProcessClientAddressAutomation(const char16_t* recipient, char16_t* address,
                                        std::uint32_t /*reserved*/, char16_t* addressType) try {
-  const bool is_automatic = ReadSetting(registry::kAddressAutomation) == u"1";
+  const bool is_automatic = IsAddressAutomatic();
   const std::u16string prefix = ReadSetting(registry::kAddressPrefix);
   const std::u16string suffix = ReadSetting(registry::kAddressPostfix);
   if (recipient == nullptr) {

@@ -8,6 +8,10 @@
 
 namespace zentpost {
 
+// Whether the settings of the mail client's add-in ask for the automation of addresses. Throws
+// std::bad_alloc when memory runs out.
+[[nodiscard]] bool IsAddressAutomatic();
+
 // Computes from `recipient`, a fax number or an e-mail address, the address and its type ("SMTP",
 // "FAX" or empty) by the settings of the mail client's add-in for the current user. Both buffers
 // have space for kTextBufferSize UTF-16 units with the terminator; what is longer is cut off.

@@ -36,10 +36,6 @@ constexpr std::uint32_t kInstallModeDefault = 0;
 constexpr std::uint32_t kTextUnits = 260;
 using TextBuffer = std::array<char16_t, kTextUnits>;
 
-// A registry value is asked for with this many bytes, half of what the buffer holds. So the search
-// has always done it, and which entries it finds is known by that.
-constexpr std::uint32_t kTextBytes = 260;
-
 // The path that the system's stub writes, in 8-bit text.
 constexpr std::uint32_t kComponentPathBytes = 260;
 
@@ -56,7 +52,7 @@ void TraceFailure(const char16_t* what, std::uint32_t code) {
 // `text` is all zero on entry, so that what is read always ends.
 Status ReadText(const RegistryKey& key, const char16_t* name, TextBuffer& text,
                 std::uint32_t* type) {
-  std::uint32_t bytes = kTextBytes;
+  std::uint32_t bytes = kMailClientTextBytes;
   return platform::QueryValue(key, name, type, text.data(), bytes);
 }
 

@@ -24,6 +24,11 @@ inline constexpr std::array<const char16_t*, 6> OutlookComponentIds = {
     u"{BC174BAD-2F53-4855-A1D5-0D575C19B1EA}", u"{BC174BAD-2F53-4855-A1D5-1D575C19B1EA}",
 };
 
+// A text of a mail client is asked of the registry with so many bytes, half of what its buffer
+// holds: a longer one cannot be read. So the search has always done it, and which entries it finds
+// is known by that.
+inline constexpr std::uint32_t kMailClientTextBytes = 260;
+
 // Only the system's own mapi32.dll is a candidate. Nothing in the tool sets it.
 extern bool UseSystemMapiOnly;
 // The mail client "Microsoft Outlook" counts instead of the default one, and the system's own
