@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""schema_check.py job-file|result|payload FILE...: holds JSON files against docs/schema.
+"""schema_check.py job-file|result|payload|doctor FILE...: holds JSON files against docs/schema.
 schema_check.py --self-test: holds the schemas themselves against documents made up for it.
 
 Prints what is wrong as FILE: PLACE: TEXT. Exit code 0: all files are as they should be; 1: one is
@@ -19,7 +19,7 @@ except ImportError:
     sys.exit(77)
 
 FOLDER = pathlib.Path(__file__).resolve().parent.parent / "docs" / "schema"
-NAMES = ("job-file", "result", "payload")
+NAMES = ("job-file", "result", "payload", "doctor")
 SCHEMAS = {name: json.loads((FOLDER / f"{name}.schema.json").read_text(encoding="utf-8")) for name in NAMES}
 
 
@@ -68,6 +68,51 @@ JOB = {
     },
     "Result": DELIVERED,
 }
+MESSAGE = {
+    "subject": "a",
+    "body": "",
+    "sender": "",
+    "recipient": {"address": "0301", "type": "SMTP", "name": "b"},
+    "attachment": {"name": "a.pdf", "size": 2**32},
+}
+REPORT = {
+    "version": "1.1.0",
+    "bitness": 64,
+    "time": "2026-11-21T15:04:05",
+    "verdict": {"route": "mapi", "delivered": True, "exit_code": 0, "text": "a"},
+    "findings": [{"code": "D06", "severity": "note", "title": "a", "seen": ["b"], "remedy": "c"}],
+    "settings": [{"name": "LogLevel", "hive": "HKCU", "type": "REG_DWORD", "value": "0", "effect": "a"}],
+    "candidates": [
+        {"path": "C:\\a.dll", "source": "MSI", "state": "usable", "bitness": 64, "exports": 8,
+         "missing_exports": ["FreeProws"]},
+    ],
+    "rehearsal": {
+        "job_file": "C:\\a.json",
+        "document": "C:\\a.pdf",
+        "document_fate": "kept",
+        "result": DELIVERED,
+        "fields": {"+FAX": "0301", "S": ""},
+        "payload": None,
+        "message": MESSAGE,
+        "log": ["a"],
+        "steps": ["a"],
+    },
+    "assumed": ["a"],
+}
+
+
+def report(place, value):
+    """A report with another value at this place, whose parts are parted by slashes."""
+    changed = copy.deepcopy(REPORT)
+    *parents, key = (int(part) if part.isdigit() else part for part in place.split("/"))
+    functools.reduce(operator.getitem, parents, changed)[key] = value
+    return changed
+
+
+def on_route(route, payload, message):
+    changed = report("verdict/route", route)
+    changed["rehearsal"].update(payload=payload, message=message)
+    return changed
 
 
 def failed(code, text):
@@ -115,6 +160,40 @@ DOCUMENTS = [
     ("payload", {"Parameters": []}, False),
     ("payload", PAYLOAD["Parameters"], False),
     ("payload", {}, False),
+    ("doctor", REPORT, True),
+    ("doctor", {**REPORT, "findings": [], "settings": [], "candidates": [], "assumed": []}, True),
+    ("doctor", {**REPORT, "Extra": 1}, False),
+    *(("doctor", report(f"{place}/Extra", "a"), False)
+      for place in ("verdict", "findings/0", "settings/0", "candidates/0", "rehearsal", "rehearsal/result",
+                    "rehearsal/message", "rehearsal/message/recipient", "rehearsal/message/attachment")),
+    *(("doctor", report(place, None), True)
+      for place in ("candidates/0/bitness", "candidates/0/exports", "rehearsal/job_file", "rehearsal/result",
+                    "rehearsal/message", "rehearsal/message/recipient", "rehearsal/message/attachment")),
+    *(("doctor", report(place, value), False)
+      for place, value in (
+          ("version", "1.1"), ("bitness", 16), ("time", "2026-11-21 15:04:05"), ("verdict/route", "MAPI"),
+          ("verdict/exit_code", 2), ("verdict/text", ""), ("findings/0/code", "D36"),
+          ("findings/0/severity", "fatal"), ("findings/0/seen", [""]), ("settings/0/name", "Loglevel"),
+          ("settings/0/hive", "HKCR"), ("settings/0/type", "DWORD"), ("candidates/0/source", "dll"),
+          ("candidates/0/state", "unknown"), ("candidates/0/path", None), ("candidates/0/exports", 10),
+          ("candidates/0/missing_exports", ["a"]), ("rehearsal/document", None),
+          ("rehearsal/document_fate", "lost"), ("rehearsal/result", failed(5, "MAPI Error")),
+          ("rehearsal/fields/S", None), ("rehearsal/message/attachment/size", -1),
+          ("rehearsal/payload", PAYLOAD), ("rehearsal/log", None), ("assumed", [1]))),
+    ("doctor", {**REPORT, "candidates": [{**REPORT["candidates"][0], "path": None, "state": "unknown"}]}, True),
+    ("doctor", on_route("addin", PAYLOAD, None), True),
+    ("doctor", on_route("file", {"a": [1, {}]}, None), True),
+    ("doctor", on_route("file", "no object", None), True),
+    ("doctor", on_route("addin", [], None), False),
+    ("doctor", on_route("addin", PAYLOAD, MESSAGE), False),
+    ("doctor", on_route("skipped", None, None), True),
+    ("doctor", on_route("none", PAYLOAD, None), False),
+    ("doctor", on_route("none", None, MESSAGE), False),
+    ("doctor", report("assumed/0", "\u00e4" * 4096), True),
+    ("doctor", report("assumed/0", "\u00e4" * 4097), False),
+    ("doctor", report("assumed/0", "\n" * 4096 + "... (4097 characters)"), True),
+    ("doctor", report("assumed/0", "a" * 4095 + "... (4097 characters)!"), False),
+    ("doctor", report("assumed/0", "a\0"), False),
 ]
 
 # A value that is of none of the types in the schemas.
@@ -127,13 +206,17 @@ def members_in(document, *parents):
         yield *parents, key
         if isinstance(value, dict):
             yield from members_in(value, *parents, key)
+        elif isinstance(value, list):
+            for index, element in enumerate(value):
+                if isinstance(element, dict):
+                    yield from members_in(element, *parents, key, index)
 
 
 def mutations():
     """Whole documents with one member taken out, or of the wrong type."""
-    for name, document in ("job-file", JOB), ("result", DELIVERED), ("payload", PAYLOAD):
+    for name, document in ("job-file", JOB), ("result", DELIVERED), ("payload", PAYLOAD), ("doctor", REPORT):
         for *parents, key in members_in(document):
-            is_optional = "Cmd" in parents or key in ("Cmd", "Result")
+            is_optional = bool({"Cmd", "fields"} & {*parents}) or key in ("Cmd", "Result", "rehearsal")
             for is_removed in True, False:
                 changed = copy.deepcopy(document)
                 holder = functools.reduce(operator.getitem, parents, changed)
@@ -152,6 +235,8 @@ def undescribed(schema, place):
         elif "description" not in member and not member.get("$ref", "").startswith("#/$defs/"):
             yield f"{place}/{key}"
         yield from undescribed(member, f"{place}/{key}")
+    if "items" in schema:
+        yield from undescribed(schema["items"], f"{place}[]")
     for key, member in schema.get("$defs", {}).items():
         if "description" not in member:
             yield f"{place}/$defs/{key}"

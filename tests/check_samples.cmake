@@ -1,14 +1,15 @@
-# Holds each kind of sample that the end-to-end tests kept in SAMPLES against its schema, with the
-# script CHECK run by PYTHON.
+# Holds each of the KINDS of samples (parted by blanks) that tests kept in SAMPLES against its schema,
+# with the script CHECK run by PYTHON.
 if(NOT EXISTS ${SAMPLES})
-  message("the end-to-end tests did not run here; nothing was checked")
+  message("the tests that keep samples did not run here; nothing was checked")
   return()
 endif()
-foreach(kind job-file result payload)
+separate_arguments(KINDS)
+foreach(kind IN LISTS KINDS)
   file(GLOB files ${SAMPLES}/${kind}/*.json)
   list(LENGTH files count)
   if(count EQUAL 0)
-    message(FATAL_ERROR "the end-to-end tests kept no ${kind}")
+    message(FATAL_ERROR "the tests kept no ${kind}")
   endif()
   execute_process(COMMAND ${PYTHON} ${CHECK} ${kind} ${files} RESULT_VARIABLE status)
   if(status EQUAL 77)
