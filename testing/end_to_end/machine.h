@@ -89,6 +89,10 @@ class Machine {
   // The path of a named pipe whose other end nobody uses. It is there as long as the machine.
   [[nodiscard]] std::filesystem::path AddPipe();
 
+  // What stands in the registry where the tool and its doctor look: the user's hive, the mail
+  // clients, the makers' keys and the installer's components.
+  [[nodiscard]] std::string RegistryContents() const;
+
   // For processes that are to see this machine.
   [[nodiscard]] ProcessOptions Options() const;
   // Adds a variable to the environment of these processes.

@@ -148,6 +148,10 @@ bool Machine::CanWrite(Hive) {
   return true;
 }
 
+std::string Machine::RegistryContents() const {
+  return ReadBytes(registry_->file).value_or("");
+}
+
 std::filesystem::path Machine::LogFolder() const {
   return folder_ / "local" / "VORNA" / "Client" / "Log";
 }

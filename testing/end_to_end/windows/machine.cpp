@@ -186,6 +186,15 @@ bool Machine::CanWrite(Hive hive) {
   return can;
 }
 
+std::string Machine::RegistryContents() const {
+  std::wstring text = e2e::RegistryContents(HKEY_CURRENT_USER, L"");
+  for (const wchar_t* const key : {L"Software\\Clients", L"Software\\Sollvex",
+                                   L"Software\\Microsoft\\Windows\\CurrentVersion\\Installer"}) {
+    text += e2e::RegistryContents(HKEY_LOCAL_MACHINE, key);
+  }
+  return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)};
+}
+
 std::filesystem::path Machine::LogFolder() const {
   return VendorFolder() / "Client" / "Log";
 }

@@ -1,6 +1,7 @@
 #include "testing/end_to_end/windows/registry.h"
 
 #include <stdexcept>
+#include <vector>
 
 #include "platform/unique_handle.h"
 
@@ -95,6 +96,37 @@ void PutKeyBack(HKEY root, const std::wstring& key, const std::wstring& aside) {
   if (KeyExists(root, aside)) {
     MoveKey(root, aside, key);
   }
+}
+
+std::wstring RegistryContents(HKEY root, const std::wstring& key) {
+  constexpr DWORD kLongestName = 16384;  // published for names of values; those of keys are shorter
+  Key opened;
+  if (RegOpenKeyExW(root, key.c_str(), 0, KEY_READ, opened.Put()) != ERROR_SUCCESS) {
+    return {};
+  }
+  std::wstring text = L"[" + key + L"]\n";
+  std::wstring name(kLongestName, L'\0');
+  std::vector<BYTE> data(1 << 20);
+  for (DWORD i = 0;; ++i) {
+    DWORD length = kLongestName;
+    DWORD size = static_cast<DWORD>(data.size());
+    DWORD type = 0;
+    if (RegEnumValueW(opened.Get(), i, name.data(), &length, nullptr, &type, data.data(), &size) !=
+        ERROR_SUCCESS) {
+      break;
+    }
+    text.append(name, 0, length).append(L"=").append(std::to_wstring(type)).append(L":");
+    text.append(data.begin(), data.begin() + size).append(L"\n");
+  }
+  for (DWORD i = 0;; ++i) {
+    DWORD length = kLongestName;
+    if (RegEnumKeyExW(opened.Get(), i, name.data(), &length, nullptr, nullptr, nullptr, nullptr) !=
+        ERROR_SUCCESS) {
+      break;
+    }
+    text += RegistryContents(root, (key.empty() ? key : key + L"\\") + name.substr(0, length));
+  }
+  return text;
 }
 
 }  // namespace zentpost::e2e

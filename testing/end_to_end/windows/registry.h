@@ -24,4 +24,7 @@ void RemoveRegistryKey(HKEY root, const std::wstring& key);
 [[nodiscard]] bool PutKeyAside(HKEY root, const std::wstring& key, const std::wstring& aside);
 void PutKeyBack(HKEY root, const std::wstring& key, const std::wstring& aside);
 
+// All that stands in a key and below it, key by key and value by value.
+[[nodiscard]] std::wstring RegistryContents(HKEY root, const std::wstring& key);
+
 }  // namespace zentpost::e2e
