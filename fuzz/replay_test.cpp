@@ -16,11 +16,6 @@
 namespace zentpost::fuzz {
 namespace {
 
-struct Target {
-  const char* name;  // of its folder
-  void (*run)(std::string_view input);
-};
-
 class FuzzReplay : public testing::TestWithParam<Target> {};
 
 TEST_P(FuzzReplay, EveryCommittedInputHolds) {
@@ -48,11 +43,7 @@ TEST_P(FuzzReplay, ShortInputsHold) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, FuzzReplay,
-                         testing::Values(Target{"command_line", FuzzCommandLine},
-                                         Target{"job_file", FuzzJobFile},
-                                         Target{"text_encoding", FuzzTextEncoding},
-                                         Target{"format", FuzzFormat}),
+INSTANTIATE_TEST_SUITE_P(OfTheProgram, FuzzReplay, testing::ValuesIn(Targets()),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 }  // namespace

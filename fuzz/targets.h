@@ -1,11 +1,13 @@
 // The fuzz targets: each takes arbitrary bytes in memory, runs a part of the core on the fake
-// platform, and ends the process when something that must hold for every input does not. They never
-// read files; entry.cpp hands them a fuzzer's inputs, replay_test.cpp the committed ones.
+// platform, or of the tools, and ends the process when something that must hold for every input
+// does not. They never read files; entry.cpp hands them a fuzzer's inputs, replay_test.cpp the
+// committed ones.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <vector>
 
 #include "testing/fake_platform/fake_platform.h"
 
@@ -22,6 +24,20 @@ void FuzzTextEncoding(std::string_view input);
 
 // The formatter against the C library's.
 void FuzzFormat(std::string_view input);
+
+// What the file of a library tells without being loaded.
+void FuzzLibraryFile(std::string_view input);
+
+// What the doctor says of a command line. Apart from the others: it rehearses.
+void FuzzDoctorLine(std::string_view input);
+
+// A target, and the name of its folder in corpus/.
+struct Target {
+  const char* name;
+  void (*run)(std::string_view input);
+};
+// Those that a program replays.
+[[nodiscard]] std::vector<Target> Targets();
 
 // Ends the process when `holds` is false, and says where. (clang 14 has no std::source_location.)
 inline void Require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
