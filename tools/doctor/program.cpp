@@ -63,8 +63,9 @@ bool HasError(const Report& report) {
 bool AreSameFile(const std::u16string& left, const std::u16string& right) {
   platform::FileIdentity left_file;
   platform::FileIdentity right_file;
-  if (platform::ThrowWithoutMemory(reading::IdentifyFile(left, left_file)) == platform::kSuccess &&
-      platform::ThrowWithoutMemory(reading::IdentifyFile(right, right_file)) ==
+  // The rehearsal's own opens no device.
+  if (platform::ThrowWithoutMemory(platform::IdentifyFile(left, left_file)) == platform::kSuccess &&
+      platform::ThrowWithoutMemory(platform::IdentifyFile(right, right_file)) ==
           platform::kSuccess) {
     return left_file == right_file;
   }
