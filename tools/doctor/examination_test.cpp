@@ -934,6 +934,20 @@ TEST_F(BadInput, ValuesOfEveryTypeAndSizeAreReported) {
   }
 }
 
+TEST_F(BadInput, AMachineThatNobodyMayReadIsReported) {
+  for (const char* const call :
+       {"OpenKey", "OpenSubKey", "QueryValue", "OpenFileAt", "QueryFileSize", "ReadBytes",
+        "IdentifyFile", "LocalApplicationDataFolder", "TemporaryFolder"}) {
+    for (const char16_t* const line : {kJob, kDocument, u"C:\\fax\\a.pdf 0301;Oout.json"}) {
+      StartOver();
+      StopAddin();
+      wanted_.line = line;
+      fake_.FailCallOf(call, 0, platform::kAccessDenied, platform::fake::FaultMode::kFromThere);
+      ExpectReport();
+    }
+  }
+}
+
 TEST_F(BadInput, FilesOfAnyContentsAreReported) {
   const std::string deep(10000, '[');
   const std::string files[] = {
