@@ -8,6 +8,7 @@
 #include "addin/text_encoding.h"
 #include "app/application.h"
 #include "jobfile/commands.h"
+#include "jobfile/member_names.h"
 #include "mapiload/process_state.h"
 #include "tools/doctor/message_keeper.h"
 #include "tools/doctor/seen_text.h"
@@ -46,7 +47,7 @@ LogLine WithoutTime(std::u16string_view line, std::size_t units) {
 // any case, as they are written.
 std::optional<JobResult> ReadResult(const std::u16string& job_file) {
   const LoadedJson loaded = CCommands::LoadJsonFile(job_file);
-  const cJSON* const result = cJSON_GetObjectItem(loaded.tree.get(), "Result");
+  const cJSON* const result = cJSON_GetObjectItem(loaded.tree.get(), kResultMember);
   if (cJSON_IsObject(result) == 0) {
     return std::nullopt;
   }
