@@ -1,27 +1,23 @@
 # zentpost_library(NAME SOURCES ... [LIBS ...])
-# A folder's static library of the product, which zentpost links. On Windows two twins are made of the same
-# sources: NAME_checked with traps on undefined behaviour, for tests, and NAME_small for the tools.
+# A folder's static library of the product, which zentpost links. On Windows its twin NAME_checked is made
+# of the same sources, with traps on undefined behaviour, for tests.
 function(zentpost_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
   target_link_libraries(${name} PUBLIC ${arg_LIBS} platform PRIVATE zentpost_flags)
   if(WIN32)
-    set(checked_flags zentpost_flags zentpost_traps)
-    set(small_flags zentpost_tool_flags)
-    foreach(kind checked small)
-      add_library(${name}_${kind} STATIC EXCLUDE_FROM_ALL ${arg_SOURCES})
-      zentpost_twins(twins ${kind} ${arg_LIBS})
-      target_link_libraries(${name}_${kind} PUBLIC ${twins} platform PRIVATE ${${kind}_flags})
-    endforeach()
-    target_compile_options(${name}_small PRIVATE -fno-rtti)
+    target_compile_options(${name} PRIVATE -fno-rtti)
+    add_library(${name}_checked STATIC EXCLUDE_FROM_ALL ${arg_SOURCES})
+    zentpost_checked(checked_libs ${arg_LIBS})
+    target_link_libraries(${name}_checked PUBLIC ${checked_libs} platform PRIVATE zentpost_flags zentpost_traps)
   endif()
 endfunction()
 
-# zentpost_twins(OUT KIND LIB...): each library's twin of that kind, where it has one.
-function(zentpost_twins out kind)
+# zentpost_checked(OUT LIB...): each library's checked twin, where it has one.
+function(zentpost_checked out)
   set(result)
   foreach(lib IN LISTS ARGN)
-    list(APPEND result $<IF:$<TARGET_EXISTS:${lib}_${kind}>,${lib}_${kind},${lib}>)
+    list(APPEND result $<IF:$<TARGET_EXISTS:${lib}_checked>,${lib}_checked,${lib}>)
   endforeach()
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
@@ -33,8 +29,7 @@ endfunction()
 function(zentpost_tool_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "AS_ONE" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
-  zentpost_twins(libs small ${arg_LIBS})
-  target_link_libraries(${name} PUBLIC ${libs} PRIVATE zentpost_tool_flags)
+  target_link_libraries(${name} PUBLIC ${arg_LIBS} PRIVATE zentpost_tool_flags)
   if(WIN32 AND arg_AS_ONE)
     set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
     target_compile_options(${name} PRIVATE -fno-rtti)
@@ -53,7 +48,18 @@ function(zentpost_shipped name description)
     set_source_files_properties(${folder}/${name}.rc PROPERTIES
       OBJECT_DEPENDS ${folder}/${name}.manifest
       INCLUDE_DIRECTORIES ${folder})
+  endif()
+  zentpost_released(${name})
+endfunction()
+
+# zentpost_released(NAME): its bytes follow from the sources. For Windows it is linked without symbols: to strip
+# it later would write the time of day into it. The host's is stripped when it is installed, and has no
+# build ID, which would follow from debug information, and so from the folder in which it was built.
+function(zentpost_released name)
+  if(WIN32)
     target_link_options(${name} PRIVATE $<$<CONFIG:Release>:-s>)
+  else()
+    target_link_options(${name} PRIVATE LINKER:--build-id=none)
   endif()
 endfunction()
 
@@ -78,7 +84,7 @@ add_custom_target(tests_with_threads)
 function(zentpost_test_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMISED" "" "SOURCES;LIBS")
   add_library(${name} STATIC ${arg_SOURCES})
-  zentpost_twins(libs checked ${arg_LIBS})
+  zentpost_checked(libs ${arg_LIBS})
   target_link_libraries(${name} PUBLIC ${libs} platform GTest::gtest)
   if(arg_OPTIMISED)
     target_link_libraries(${name} PRIVATE zentpost_tool_flags)
@@ -93,7 +99,7 @@ endfunction()
 function(zentpost_test_executable name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "BACKEND" "SOURCES;LIBS")
   add_executable(${name} ${arg_SOURCES})
-  zentpost_twins(libs checked ${arg_LIBS})
+  zentpost_checked(libs ${arg_LIBS})
   target_link_libraries(${name} PRIVATE ${libs} zentpost_test_flags GTest::gtest testing_main Threads::Threads)
   target_precompile_headers(${name} REUSE_FROM testing_main)
   # A 32-bit program of LLVM's linker does not find where an exception is caught.
