@@ -9,9 +9,11 @@
 # Elsewhere they run in build/wine32-root, an i386 Debian that debootstrap makes once, entered by
 # chroot in a mount namespace of the call's own, so that no mount outlives the last program.
 # shellcheck shell=bash
+# shellcheck source=scripts/steps.sh
+. "$(dirname "${BASH_SOURCE[0]}")/steps.sh"
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-wine_home=$root/build/wine
+wine_home=${ZENTPOST_WINE_HOME:-$root/build/wine}
 jail=$root/build/wine32-root
 readonly root wine_home jail
 readonly server_idle_seconds=300
@@ -128,7 +130,7 @@ make_jail() {
   # debootstrap mounts in there, hence the namespace: nothing stays when it is interrupted. It knows
   # the folder as /mnt, since it cannot work in one whose path has a blank.
   # shellcheck disable=SC2016 # expanded by that shell
-  if ! unshare --mount --propagation private /bin/sh -c '
+  if ! with_progress "debootstrap" unshare --mount --propagation private /bin/sh -c '
     mount --bind "$1" /mnt &&
       exec debootstrap --arch=i386 --variant=minbase --include=wine,wine32 "$2" /mnt "$3"' \
     sh "$jail.partial" "$suite" "$mirror" >"$log" 2>&1 </dev/null; then
@@ -154,7 +156,7 @@ make_prefix() {
   mkdir -p "$WINEPREFIX/home"
   # Any program makes Wine boot and fill the prefix first. What this one does: a program that
   # crashes ends, without a dialog that nobody sees.
-  wine_boot reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f
+  with_progress "wine boot" wine_boot reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f
   : >"$WINEPREFIX/.complete"
 }
 
