@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "testing/expected_texts.h"
 #include "testing/job_fixture.h"
 #include "testing/log_lines.h"
+#include "testing/outcomes.h"
 #include "testing/steps.h"
 
 namespace zentpost {
@@ -34,13 +36,18 @@ class Application : public test::JobTest {
 
   // A whole process on this machine; gives its exit code.
   int Run(const char16_t* command_line) {
+    const std::optional<std::string> job_file_before = fake_.FileBytes(kJobName);
     CAmbroluxPrintSendApp application;
     application.m_lpCmdLine = command_line;
     EXPECT_FALSE(application.InitInstance());
     const int exit_code = application.ExitInstance();
     EXPECT_EQ(application.ExitInstance(), exit_code) << "the outcome stays";
+    outcome_ = test::ReadOutcome(exit_code, LogText(), job_file_before, fake_.FileBytes(kJobName));
+    EXPECT_EQ(test::OutcomeProblem(outcome_), "");
     return exit_code;
   }
+
+  std::vector<test::SeenOutcome> outcome_;  // of the latest job
 };
 
 // The log of a job that says nothing but its document, on the Extended MAPI route without MAPI.
@@ -151,6 +158,7 @@ TEST_F(Application, WhateverIsThrownTheJobHasFailedAndTheSocketsAreEnded) {
   EXPECT_EQ(fake_.OpenHandles(), 0u);
   EXPECT_EQ(JobFile(), kJobFile);
   EXPECT_EQ(LogText(), "INFO: StartZentpost(): C:\\jobs\\a.json\n");
+  EXPECT_EQ(test::SourceOf(outcome_), test::Source::kException);
 }
 
 }  // namespace

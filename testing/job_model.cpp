@@ -127,10 +127,15 @@ std::string EncodedTwice(const std::string& utf8) {
 }  // namespace
 
 const char16_t* CommandLineOf(const Situation& situation) {
-  return situation.on_command_line ? u"C:\\docs\\fax.pdf \"0301234567 and an extension;"
-                                     u"SA subject of some length;KA comment of some length;"
-                                     u"EJ\u00E4ger and Company;c1\" /x"
-                                   : kJobPath;
+  if (!situation.on_command_line) {
+    return kJobPath;
+  }
+  return situation.preview ? u"C:\\docs\\fax.pdf \"0301234567 and an extension;"
+                             u"SA subject of some length;KA comment of some length;"
+                             u"EJ\u00E4ger and Company;c1;P1\" /x"
+                           : u"C:\\docs\\fax.pdf \"0301234567 and an extension;"
+                             u"SA subject of some length;KA comment of some length;"
+                             u"EJ\u00E4ger and Company;c1\" /x";
 }
 
 std::string JobFileOf(const Situation& situation) {
@@ -218,6 +223,9 @@ class JobModel::Run {
                  {"K", kComment},
                  {"E", "J\xC3\xA4ger and Company"},
                  {"C", "1"}};
+      if (situation_.preview) {
+        fields_["P"] = "1";
+      }
     }
     Log("INFO", "StartZentpost(): " + Readable(CommandLineOf(situation_)));
     const bool by_addin = AddinPort() && Connect() && AddinRoute();

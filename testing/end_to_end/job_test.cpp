@@ -6,6 +6,7 @@
 #include <ctime>
 #include <iterator>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include "testing/end_to_end/settings.h"
@@ -19,6 +20,15 @@ namespace al = addin_listener;
 constexpr std::size_t kTimeLength = 19;
 // From here on a sample would only take time and space.
 constexpr std::size_t kBigSample = std::size_t{1} << 20;
+
+// What stands at `path`, where that may be a job file: no pipe, and no document of many megabytes.
+std::optional<std::string> PossibleJobFile(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(path, error) &&
+                 std::filesystem::file_size(path, error) < kBigSample
+             ? ReadBytes(path)
+             : std::nullopt;
+}
 
 struct JsonDeleter {
   void operator()(cJSON* tree) const { cJSON_Delete(tree); }
@@ -126,17 +136,27 @@ std::string SentLines(const std::string& payload_as_logged) {
 }
 
 ToolRun JobTest::Run(const std::vector<std::string>& arguments, const ProcessOptions& options) {
+  std::filesystem::path job_file;
+  if (!arguments.empty()) {
+    job_file = options.folder / std::filesystem::path(Utf16(arguments[0]));
+  }
+  const std::optional<std::string> job_file_before = PossibleJobFile(job_file);
   const std::time_t begin = std::time(nullptr);
-  return Checked(RunProcess(Setting("tool"), arguments, options), begin);
+  return Checked(RunProcess(Setting("tool"), arguments, options), begin, job_file_before, job_file);
 }
 
-ToolRun JobTest::Checked(ProcessRun run, std::time_t begin) {
+ToolRun JobTest::Checked(ProcessRun run, std::time_t begin,
+                         const std::optional<std::string>& job_file_before,
+                         const std::filesystem::path& job_file) {
   EXPECT_EQ(run.printed, "");
   ToolRun result;
   result.exit_code = run.exit_code;
   result.duration = run.duration;
   result.log =
       WithoutTimes(run.debug_output, LocalTimeText(begin), LocalTimeText(std::time(nullptr)));
+  result.outcome =
+      test::ReadOutcome(result.exit_code, result.log, job_file_before, PossibleJobFile(job_file));
+  EXPECT_EQ(test::OutcomeProblem(result.outcome), "");
   if (log_file_ == LogFile::kAbsent) {
     EXPECT_FALSE(std::filesystem::exists(machine_.LogFile()));
   } else if (log_file_ == LogFile::kWritten) {

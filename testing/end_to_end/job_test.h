@@ -1,7 +1,8 @@
 // The fixture of the end-to-end tests: a machine, the tool run on it, and everything that can be
 // seen of a run from outside. What holds for every run is checked at every run: nothing is printed,
-// each log line has a true time stamp and a known level and comes with its line end, and the log
-// file holds exactly what the debugger got, or does not exist.
+// each log line has a true time stamp and a known level and comes with its line end, the log file
+// holds exactly what the debugger got, or does not exist, and the job has ended in a way that is
+// known.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@
 #include "testing/end_to_end/process.h"
 #include "testing/end_to_end/text.h"
 #include "testing/expected_texts.h"
+#include "testing/outcomes.h"
 
 namespace zentpost::e2e {
 
@@ -52,6 +54,7 @@ namespace zentpost::e2e {
 struct ToolRun {
   int exit_code = 0;
   std::string log;  // UTF-8
+  std::vector<test::SeenOutcome> outcome;
   std::chrono::steady_clock::duration duration{};
 };
 
@@ -65,8 +68,11 @@ class JobTest : public testing::Test {
   }
   ToolRun Run(const std::vector<std::string>& arguments, const ProcessOptions& options);
 
-  // For runs started in another way: checks what holds for every run.
-  ToolRun Checked(ProcessRun run, std::time_t begin);
+  // For runs started in another way: checks what holds for every run. One of a job file names the
+  // bytes that it had before.
+  ToolRun Checked(ProcessRun run, std::time_t begin,
+                  const std::optional<std::string>& job_file_before = std::nullopt,
+                  const std::filesystem::path& job_file = {});
 
   // From now on runs have to write the log file: "LogLevel" is set and the log's folder is there.
   void SwitchLogOn();

@@ -169,6 +169,8 @@ TEST_F(AddinFailure, AJobFileThatVanishesOrIsSpoiledDuringTheJobStaysSo) {
     const ToolRun run = Run({"job.json"});
 
     EXPECT_EQ(run.exit_code, 0);
+    EXPECT_EQ(test::SourceOf(run.outcome),
+              vanishes ? test::Source::kModel : test::Source::kSpoiledJobFile);
     ExpectReceived(addin, big_.Payload());
     EXPECT_EQ(ReadBytes(PathOf("job.json")), vanishes ? std::nullopt : std::optional(spoiled));
     ExpectLog(run, Started() + SentLines(big_.Payload()) +

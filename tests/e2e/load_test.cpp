@@ -109,6 +109,9 @@ TEST_F(Load, EveryJobArrivesOnceAndIsLoggedWhole) {
     EXPECT_EQ(outcomes[static_cast<std::size_t>(&job - jobs.data())], "0");
     EXPECT_EQ(arrived[job.Payload()], 1);
     ExpectJobFile(test::WithSuccess(job.File()), job.name + ".json");
+    EXPECT_EQ(test::OutcomeProblem(
+                  test::ReadOutcome(0, LogOf(job), job.File(), FileBytes(job.name + ".json"))),
+              "");
     EXPECT_EQ(FileBytes(job.document), job.name);
     for (const std::string& message : Messages(LogOf(job))) {
       ++unlogged[Replaced(message, "\n", "\r\n")];

@@ -3,6 +3,7 @@
 
 #include <iostream>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "testing/job_model.h"
 #include "testing/mapi_test.h"
 #include "testing/text_printers.h"
+#include "tests/outcomes/random_situation.h"
 #include "tests/whole_job/whole_job.h"
 
 namespace zentpost {
@@ -114,6 +116,35 @@ TEST_F(JobFaultSweep, EveryFailureOnTheWayToTheMailClientHasItsOutcome) {
     std::cout << "whole jobs through MAPI with a fault that leaves "
               << (leaves_garbage ? "garbage" : "null") << " behind: " << runs << " runs\n";
   }
+}
+
+// The model holds for more than the situations above.
+TEST_F(JobFaultSweep, RandomJobsEndAsTheModelSays) {
+  std::mt19937 random(2);
+  constexpr int kJobs = 1000;
+  int faults = 0;
+  for (int job = 0; job < kJobs; ++job) {
+    const Situation situation = test::RandomSituation(random).Make();
+    const std::size_t index = random() % 300;
+    const JobModel faultless(situation);
+    // Whether or not it is cancelled, a send to a peer that never reads takes long.
+    const bool is_faulty = index < faultless.fallible_calls && situation.peer != Peer::kNeverRead;
+    SCOPED_TRACE("job " + std::to_string(job) + ", call " + std::to_string(index));
+    StartOver(situation);
+    fake_.ClearCalls();
+    if (is_faulty) {
+      fake_.FailCall(index, test::kFault);
+      ++faults;
+    }
+    RunJob(situation);
+    fake_.ClearFault();
+    ExpectOutcome(is_faulty ? JobModel(situation, platform::fake::FaultMode::kOnce, index)
+                            : faultless);
+    if (HasFailure()) {
+      break;
+    }
+  }
+  std::cout << "random whole jobs: " << kJobs << ", " << faults << " of them with a fault\n";
 }
 
 // A write that stops half way leaves half a job file: it is rewritten in place, and what is lost

@@ -18,6 +18,7 @@
 #include "testing/allocation_faults.h"
 #include "testing/expected_texts.h"
 #include "testing/log_lines.h"
+#include "testing/outcomes.h"
 #include "tests/whole_job/whole_job.h"
 
 namespace zentpost {
@@ -71,7 +72,11 @@ class JobMemory : public test::WholeJobTest {
  protected:
   Outcome Run(const Situation& situation, AllocationFaults& faults) {
     StartOver(situation);
-    EXPECT_TRUE(faults.Run([&] { RunJob(situation); })) << "an exception came out";
+    EXPECT_TRUE(faults.Run([&] { RunUnchecked(situation); })) << "an exception came out";
+    const bool has_little_memory = faults.Mode() != test::AllocationFaultMode::kNone;
+    const std::vector<test::SeenOutcome> seen = SeenOutcomes();
+    EXPECT_EQ(test::OutcomeProblem(seen, has_little_memory), "");
+    known_outcomes_.insert(test::FindOutcome(seen, has_little_memory));
     EXPECT_EQ(fake_.CallsOf("EndSockets").size(), 1u);
     EXPECT_EQ(fake_.OpenHandles(), 0u);
     ForgetMapiLoading();
@@ -102,6 +107,9 @@ class JobMemory : public test::WholeJobTest {
     ForgetMapiLoading();
     return LogLines();
   }
+
+  // The places of those that there were.
+  std::set<std::optional<std::size_t>> known_outcomes_;
 };
 
 bool IsTakenForDocument(const Outcome& outcome) {
@@ -287,6 +295,14 @@ TEST_F(JobMemory, EveryAllocationOfAJobHasAnOutcome) {
   EXPECT_GT(outcomes["delivered"], 0u);
   EXPECT_GT(outcomes["failed, out of memory"], 0u);
   EXPECT_GT(outcomes["not written down"], 0u);
+  for (std::size_t place = 0; place < test::Outcomes().size(); ++place) {
+    const test::Outcome& outcome = test::Outcomes()[place];
+    if (outcome.source == test::Source::kMemory) {
+      EXPECT_TRUE(known_outcomes_.contains(place))
+          << test::NameOf(outcome.route) << ", exit code " << outcome.exit_code << ", Result "
+          << outcome.result;
+    }
+  }
   std::cout << "whole jobs without memory: " << std::size(kSituations) << " jobs, " << runs
             << " runs\n";
   for (const auto& [outcome, count] : outcomes) {

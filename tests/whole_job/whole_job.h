@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "app/application.h"
 #include "mapiload/process_state.h"
@@ -12,6 +15,8 @@
 #include "testing/fake_platform/fake_platform.h"
 #include "testing/fake_platform/fixture.h"
 #include "testing/job_model.h"
+#include "testing/log_lines.h"
+#include "testing/outcomes.h"
 
 namespace zentpost::test {
 
@@ -53,6 +58,7 @@ class WholeJobTest : public platform::fake::FakePlatformTest {
       FakeMapi::Install();
     }
     SetUpMachine(situation);
+    job_file_before_ = fake_.FileBytes(kJobPath);
   }
 
   void StartOver(const Situation& situation) {
@@ -60,11 +66,19 @@ class WholeJobTest : public platform::fake::FakePlatformTest {
     SetUpJob(situation);
   }
 
+  // A job, which has to end in one of the ways that are known.
   void RunJob(const Situation& situation) {
+    RunUnchecked(situation);
+    EXPECT_EQ(OutcomeProblem(SeenOutcomes()), "");
+  }
+  void RunUnchecked(const Situation& situation) {
     CAmbroluxPrintSendApp application;
     application.m_lpCmdLine = CommandLineOf(situation);
     EXPECT_FALSE(application.InitInstance());
     exit_code_ = application.ExitInstance();
+  }
+  [[nodiscard]] std::vector<SeenOutcome> SeenOutcomes() const {
+    return ReadOutcome(exit_code_, LogText(), job_file_before_, fake_.FileBytes(kJobPath));
   }
 
   // Whatever happened, the document is there byte for byte, or an attachment that was saved holds
@@ -76,6 +90,7 @@ class WholeJobTest : public platform::fake::FakePlatformTest {
   }
 
   std::unique_ptr<FakeMapi> mapi_;
+  std::optional<std::string> job_file_before_;
   bool failures_leave_garbage_ = false;
   int exit_code_ = -1;
 };

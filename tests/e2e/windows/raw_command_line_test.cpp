@@ -113,8 +113,9 @@ TEST_F(RawCommandLine, EventsTellADebuggerTheSameLines) {
   SwitchLogOn();
   SetFile("job.json", kJobFile);
 
-  const ToolRun run = Checked(
-      RunRawWithDebugEvents(Setting("tool"), u"job.json /preview", machine_.Options()), begin);
+  const ToolRun run =
+      Checked(RunRawWithDebugEvents(Setting("tool"), u"job.json /preview", machine_.Options()),
+              begin, kJobFile, PathOf("job.json"));
 
   EXPECT_EQ(run.exit_code, 1);
   ExpectLog(run, Started("job.json /preview") + NoMapiLines(SampleMapi()));
@@ -135,7 +136,8 @@ TEST_F(RawCommandLine, LogLevelCountsFromTheNextLineOn) {
   };
 
   const std::time_t begin = std::time(nullptr);
-  const ToolRun run = Checked(RunRaw(Setting("tool"), u"job.json", options), begin);
+  const ToolRun run =
+      Checked(RunRaw(Setting("tool"), u"job.json", options), begin, kJobFile, PathOf("job.json"));
 
   ExpectLog(run, Started() + NoMapiLines(SampleMapi()));
   std::string file = ReadBytes(machine_.LogFile()).value_or("");

@@ -1,4 +1,5 @@
 // tool_side COUNT FILE: what the tool does with the random jobs 1 to COUNT, each on its machine.
+// Fails for a job that ends in a way that is not known.
 
 #include <cjson/cJSON.h>
 
@@ -22,6 +23,7 @@
 #include "platform/reading.h"
 #include "testing/fake_platform/fake_platform.h"
 #include "testing/log_lines.h"
+#include "testing/outcomes.h"
 #include "tools/doctor/message_keeper.h"
 #include "tools/doctor/parity/outcome.h"
 #include "tools/doctor/parity/random_machine.h"
@@ -96,7 +98,8 @@ std::string RouteOf(const JobParameters& params, bool was_sent) {
                                                               : kExtendedMapi;
 }
 
-Outcome RunJob(std::uint32_t seed) {
+// Nothing, and a message: the job has ended in a way that is not known.
+std::optional<Outcome> RunJob(std::uint32_t seed) {
   platform::fake::FakePlatform& fake = platform::fake::TheFakePlatform();
   const RandomJob job = SetUpRandomMachine(seed, Side::kTool);
   fake.AddModule(
@@ -104,10 +107,13 @@ Outcome RunJob(std::uint32_t seed) {
       {{"MsiSetInternalUI", reinterpret_cast<Procedure>(SetInternalUi)},
        {"MsiProvideQualifiedComponentW", reinterpret_cast<Procedure>(ProvideComponent)}});
   const std::vector<std::u16string> before = fake.FilePaths();
+  const std::optional<std::string> job_file_before =
+      job.has_job_file ? fake.FileBytes(job.job_file) : std::nullopt;
   std::optional<Message> message;
   bool is_shown = false;
   JobParameters params;
   Outcome outcome;
+  int exit_code = -1;
   ForgetMapiLoading();
   {
     fake_mapi::Client client(std::make_unique<MessageKeeper>(message, is_shown));
@@ -118,9 +124,17 @@ Outcome RunJob(std::uint32_t seed) {
     application.m_lpCmdLine = job.line.c_str();
     application.m_pSeenJob = &params;
     static_cast<void>(application.InitInstance());
-    outcome["exit code"] = std::to_string(application.ExitInstance());
+    exit_code = application.ExitInstance();
     ForgetMapiLoading();
   }
+  const std::string problem = test::OutcomeProblem(
+      test::ReadOutcome(exit_code, test::LogText(fake), job_file_before,
+                        job.has_job_file ? fake.FileBytes(job.job_file) : std::nullopt));
+  if (!problem.empty()) {
+    std::cerr << "job " << seed << ": " << problem << '\n';
+    return std::nullopt;
+  }
+  outcome["exit code"] = std::to_string(exit_code);
   outcome["log"] = OneLine(test::LogText(fake));
   outcome["message"] = OneLine(message);
   std::string removed = kNothing;
@@ -156,8 +170,11 @@ int main(int argc, char** argv) {
   }
   std::ofstream out(argv[2], std::ios::binary);
   const auto count = static_cast<std::uint32_t>(std::atoi(argv[1]));
+  bool are_known = true;
   for (std::uint32_t seed = 1; seed <= count; ++seed) {
-    parity::Write(out, seed, parity::RunJob(seed));
+    const std::optional<parity::Outcome> outcome = parity::RunJob(seed);
+    are_known = are_known && outcome.has_value();
+    parity::Write(out, seed, outcome.value_or(parity::Outcome()));
   }
-  return out.flush() ? 0 : 1;
+  return out.flush() && are_known ? 0 : 1;
 }
