@@ -5,9 +5,11 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <system_error>
 
+#include "tools/addin_listener/code_page.h"
 #include "tools/support/files.h"
 
 namespace zentpost::addin_listener {
@@ -36,7 +38,12 @@ What to show and keep
                      delivery-0001.json, the text with the conversion undone
                      (missing when it cannot be undone). Existing files stay:
                      the next free number is taken.
-  --code-page 1252   the ANSI code page of the sender; only 1252 is supported
+  --code-page N      the ANSI code page of the sender: 1250 to 1254, 932 or 936
+                     (default 1252). With 932 and 936 a text may be lost on its
+                     way; it is then not valid.
+  --decode FILE      do not listen, but take the bytes of one delivery from FILE
+                     ("-" is the standard input). Goes with --code-page, --json
+                     and --quiet alone.
 
 Behaving badly on purpose
   --misbehave KIND   never-read        accept, and leave the payload unread
@@ -51,7 +58,7 @@ Behaving badly on purpose
                      left alone. With it, reset does not wait for a byte, and
                      stop-after-probe serves the connections before it.
 
-  --help             show this text
+  -h, --help         show this text
   --version          show the version
 
 Connections
@@ -64,9 +71,9 @@ Connections
 
 Exit codes
   0  every delivery was valid, or was misbehaved at as asked
-  1  a delivery was not a valid payload
+  1  a delivery was not a valid payload, or not decodable
   2  the command line cannot be used
-  3  cannot listen, or cannot write a file or the output
+  3  cannot listen, or cannot read or write a file or the output
   4  the time ran out, or the program was ended, before all deliveries had come
   Where several apply, the first of 3, 1, 4 counts. Ctrl-C ends the program;
   with --count 0 that is no failure.
@@ -80,6 +87,8 @@ Examples
       Collect deliveries in the folder "received" until Ctrl-C.
   addin_listener --port 5000 --misbehave never-read
       See how a job ends when the add-in hangs.
+  addin_listener --code-page 1250 --decode received/delivery-0001.wire
+      Look at a delivery of a Polish sender once more.
 )";
 
 // A decimal number of digits alone, from `lowest` to `highest`.
@@ -97,6 +106,15 @@ unsigned Number(const std::string& value, unsigned lowest, unsigned highest) {
 std::filesystem::path Name(const std::string& value) {
   return !value.empty() ? support::Path(value)
                         : throw std::runtime_error("a name, not an empty text");
+}
+
+unsigned CodePageNumber(const std::string& value) {
+  for (const unsigned number : CodePage::kSupported) {
+    if (value == std::to_string(number)) {
+      return number;
+    }
+  }
+  throw std::runtime_error("1250 to 1254, 932 or 936, not \"" + value + '"');
 }
 
 Misbehaviour Kind(const std::string& value) {
@@ -130,11 +148,13 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
       {"--misbehave", [&](Value text) { listener.misbehaviour = Kind(text); }},
       {"--port-file", [&](Value text) { options.port_file = Name(text); }},
       {"--out", [&](Value text) { options.out_folder = Name(text); }},
-      {"--code-page", [](Value text) {
-         if (text != "1252") {
-           throw std::runtime_error("1252 only, not \"" + text + '"');
-         }
+      {"--code-page", [&](Value text) { options.code_page = CodePageNumber(text); }},
+      {"--decode", [&](Value text) {
+         options.action = Action::kDecode;
+         options.capture = text == "-" ? std::nullopt : std::optional(Name(text));
        }}};
+  // Those of the listening that were given.
+  std::set<std::string> of_listening;
   bool json = false;
   bool quiet = false;
   for (auto word = arguments.begin(); word != arguments.end(); ++word) {
@@ -149,8 +169,11 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
       } catch (const std::runtime_error& wanted) {
         throw std::runtime_error(name + " takes " + wanted.what());
       }
-    } else if (*word == "--help" || *word == "--version") {
-      options.action = *word == "--help" ? Action::kShowHelp : Action::kShowVersion;
+      if (name != "--code-page" && name != "--decode") {
+        of_listening.insert(name);
+      }
+    } else if (*word == "--help" || *word == "-h" || *word == "--version") {
+      options.action = *word == "--version" ? Action::kShowVersion : Action::kShowHelp;
       return options;
     } else if (*word == "--json") {
       json = true;
@@ -162,6 +185,9 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
   }
   if (json && quiet) {
     throw std::runtime_error("--json and --quiet exclude each other");
+  }
+  if (options.action == Action::kDecode && !of_listening.empty()) {
+    throw std::runtime_error("--decode and " + *of_listening.begin() + " exclude each other");
   }
   if (listener.connection != 0 && listener.misbehaviour == Misbehaviour::kNone) {
     throw std::runtime_error("--connection needs --misbehave");

@@ -11,7 +11,7 @@
 
 namespace zentpost::addin_listener {
 
-enum class Action { kListen, kShowHelp, kShowVersion };
+enum class Action { kListen, kDecode, kShowHelp, kShowVersion };
 enum class Display { kReadable, kJson, kQuiet };
 
 struct Options {
@@ -20,12 +20,14 @@ struct Options {
   Display display = Display::kReadable;
   std::optional<std::filesystem::path> port_file;
   std::optional<std::filesystem::path> out_folder;
+  unsigned code_page = 1252;                     // the sender's
+  std::optional<std::filesystem::path> capture;  // kDecode: nothing is the standard input
 };
 
 // `arguments` are the words after the program's name, in UTF-8. A value follows its option as the
 // next word or after "="; of an option given twice the last one counts. Throws std::runtime_error
-// with what is wrong with a command line that cannot be used. --help and --version count at once,
-// whatever follows them.
+// with what is wrong with a command line that cannot be used. --help, -h and --version count at
+// once, whatever follows them.
 [[nodiscard]] Options ParseOptions(const std::vector<std::string>& arguments);
 
 // The text of --help, with a line feed at its end.

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "tools/support/text.h"
+#include "tools/support/wrap.h"
 
 namespace zentpost::addin_listener {
 namespace {
@@ -174,11 +175,13 @@ void CheckDocument(PayloadReport& report) {
   }
 }
 
-// Undoes the sender's conversion. The sender reads its UTF-8 JSON text as Windows-1252, one
-// character a byte, and sends these characters in UTF-8; here each character of `wire` becomes its
-// byte again. Nothing where that cannot be done or does not give UTF-8; `problem` then says why and
-// where.
-std::string UndoConversion(std::string_view wire, std::string& problem) {
+// Undoes the sender's conversion. The sender reads its UTF-8 JSON text in its ANSI code page and
+// sends the characters that it gets in UTF-8; here each character of `wire` becomes its bytes
+// again. Nothing where that cannot be done with certainty or does not give UTF-8; `problem` then
+// says why and where.
+std::string UndoConversion(std::string_view wire, const CodePage& code_page, std::string& problem) {
+  const std::string hint =
+      code_page.HasPairs() ? "; " + code_page.Name() + " cannot carry every text" : kPlainUtf8Hint;
   std::string bytes;
   bytes.reserve(wire.size());
   for (std::size_t i = 0; i < wire.size();) {
@@ -187,20 +190,21 @@ std::string UndoConversion(std::string_view wire, std::string& problem) {
       problem = OnWire(i) + "ill-formed UTF-8 (" + support::HexBytes(wire.substr(i, 1)) + ")";
       return "";
     }
-    const std::optional<char> byte = support::Windows1252Byte(character->code);
-    if (!byte) {
-      problem = OnWire(i) + "character U+" + support::HexDigits(character->code, 4) +
-                " has no byte in Windows-1252" + kPlainUtf8Hint;
+    const std::string* const code = code_page.BytesOf(character->code);
+    if (code == nullptr || code->empty()) {
+      problem = OnWire(i) + "character U+" + support::HexDigits(character->code, 4) + " has " +
+                (code == nullptr ? "no byte" : "more than one origin") + " in " + code_page.Name() +
+                hint;
       return "";
     }
-    bytes += *byte;
+    bytes += *code;
     i += character->size;
   }
   for (std::size_t i = 0; i < bytes.size();) {
     const auto character = support::FirstCharacter(std::string_view(bytes).substr(i));
     if (!character) {
       problem = InText(i) + "not UTF-8 once the conversion is undone (" +
-                support::HexBytes(bytes.substr(i, 1)) + ")" + kPlainUtf8Hint;
+                support::HexBytes(bytes.substr(i, 1)) + ")" + hint;
       return "";
     }
     i += character->size;
@@ -208,18 +212,57 @@ std::string UndoConversion(std::string_view wire, std::string& problem) {
   return bytes;
 }
 
+// Appends `line` in lines of a console's width. It is cut before a blank where that can be, and the
+// blank stays: the value is what stands behind "> ", put together. A tab is as wide as it can be.
+void AppendCut(std::string_view line, std::size_t value_column, std::string& lines) {
+  std::string lead;
+  while (true) {
+    std::size_t columns = lead.size();
+    std::size_t fitting = 0;
+    std::size_t blank = 0;
+    while (fitting < line.size()) {
+      const auto [code, size] =
+          support::FirstCharacter(line.substr(fitting)).value_or(support::Character{'?', 1});
+      columns += code == '\t' ? 8 : support::Columns(code);
+      if (columns > support::kConsoleColumns) {
+        break;
+      }
+      if (code == ' ' && lead.size() + fitting > value_column) {
+        blank = fitting;
+      }
+      fitting += size;
+    }
+    if (fitting < line.size() && line[fitting] == ' ') {
+      blank = fitting;
+    }
+    const std::size_t end = fitting < line.size() && blank != 0 ? blank : fitting;
+    lines.append(lead).append(line.substr(0, end)) += '\n';
+    line.remove_prefix(end);
+    if (line.empty()) {
+      return;
+    }
+    lead = std::string(value_column - 2, ' ') + "> ";
+  }
+}
+
 }  // namespace
 
-PayloadReport CheckPayload(std::string_view wire) {
+PayloadReport CheckPayload(std::string_view wire, const CodePage& code_page) {
   PayloadReport report;
   std::string problem;
-  report.json_utf8 = UndoConversion(wire, problem);
-  if (problem.empty()) {
+  report.json_utf8 = UndoConversion(wire, code_page, problem);
+  report.decodable = problem.empty();
+  if (report.decodable) {
     CheckDocument(report);
   } else {
     report.problems.push_back(std::move(problem));
   }
   return report;
+}
+
+PayloadReport CheckPayload(std::string_view wire) {
+  static const CodePage western(1252);
+  return CheckPayload(wire, western);
 }
 
 std::string FormatMembers(const std::vector<PayloadMember>& members) {
@@ -230,6 +273,7 @@ std::string FormatMembers(const std::vector<PayloadMember>& members) {
   for (const PayloadMember& member : members) {
     width = std::max(width, lead_of(member).size() + 1);
   }
+  width = std::min(width, support::kConsoleColumns / 2);
   std::string result;
   for (const PayloadMember& member : members) {
     std::string lead = lead_of(member);
@@ -237,8 +281,10 @@ std::string FormatMembers(const std::vector<PayloadMember>& members) {
     for (std::size_t end = 0; end != rest.npos; lead.clear()) {
       end = rest.find_first_of("\r\n");
       const std::string_view line = rest.substr(0, end);
-      lead.resize(line.empty() ? lead.size() : width, ' ');  // no blanks at a line's end
-      result += lead + WithoutControls(line, true) + '\n';
+      if (!line.empty()) {  // no blanks at a line's end
+        lead.resize(std::max(lead.size() + (lead.empty() ? 0 : 1), width), ' ');
+      }
+      AppendCut(lead + WithoutControls(line, true), width, result);
       if (end != rest.npos) {
         rest.remove_prefix(end + (rest.substr(end).starts_with("\r\n") ? 2 : 1));
       }

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/addin_listener/code_page.h"
+
 namespace zentpost::addin_listener {
 
 struct PayloadMember {
@@ -16,6 +18,8 @@ struct PayloadMember {
 };
 
 struct PayloadReport {
+  // Whether the bytes lead back to a text with certainty.
+  bool decodable = true;
   // The document that was sent, byte for byte; empty when the conversion cannot be undone.
   std::string json_utf8;
   // What "Parameters" holds, in its order and as far as it could be read.
@@ -26,15 +30,18 @@ struct PayloadReport {
   bool valid() const { return problems.empty(); }
 };
 
-// Undoes and checks one delivery. A valid document is an object with "Parameters" alone, an object
-// with exactly the ten members, in their order and with their types; the case of names counts.
-// Not to be called by two threads at the same time: the JSON library keeps its last error position
-// for the whole process.
+// Undoes and checks one delivery of a sender with this code page. A valid document is an object
+// with "Parameters" alone, an object with exactly the ten members, in their order and with their
+// types; the case of names counts. Not to be called by two threads at the same time: the JSON
+// library keeps its last error position for the whole process.
+[[nodiscard]] PayloadReport CheckPayload(std::string_view wire, const CodePage& code_page);
+// The same in Windows-1252.
 [[nodiscard]] PayloadReport CheckPayload(std::string_view wire);
 
 // Lines "name: value" with the values below each other, each line indented by two blanks and ended
-// by a line feed. A line break inside a value continues below it; other control characters appear
-// as <U+0007>, so that a payload cannot command the terminal.
+// by a line feed. A line break inside a value continues below it, and so does a line that is longer
+// than a console's, behind "> ". Other control characters appear as <U+0007>, so that a payload
+// cannot command the terminal.
 [[nodiscard]] std::string FormatMembers(const std::vector<PayloadMember>& members);
 
 }  // namespace zentpost::addin_listener

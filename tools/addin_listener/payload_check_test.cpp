@@ -57,6 +57,26 @@ TEST(PayloadCheck, SaysWhatCannotBeUndoneAndWhere) {
   }
 }
 
+TEST(PayloadCheck, UndoesTheConversionOfOtherCodePages) {
+  const CodePage polish(1250);
+  EXPECT_EQ(CheckPayload("\u0139\u201A", polish).json_utf8, "\u0142");
+  EXPECT_EQ(
+      CheckPayload("\u4E2D", polish).problems,
+      Strings{"byte 0 on the wire: character U+4E2D has no byte in Windows-1250; was the text "
+              "sent as plain UTF-8, without the conversion?"});
+  const CodePage japanese(932);
+  EXPECT_EQ(CheckPayload("\uFF83\uFF64", japanese).json_utf8, "\u00E4");
+  EXPECT_FALSE(CheckPayload("\u30FB", japanese).decodable);
+  EXPECT_EQ(CheckPayload("\u30FB", japanese).problems,
+            Strings{"byte 0 on the wire: character U+30FB has more than one origin in code page "
+                    "932; code page 932 cannot carry every text"});
+  // E2 82 AC and a quotation mark, of which the last two bytes were lost.
+  EXPECT_EQ(
+      CheckPayload("\u9225?", CodePage(936)).problems,
+      Strings{"byte 0 of the text: not UTF-8 once the conversion is undone (E2); code page 936 "
+              "cannot carry every text"});
+}
+
 TEST(PayloadCheck, TakesThePayloadAsItIsSent) {
   const PayloadReport report = CheckPayload(kGood);
   EXPECT_EQ(report.problems, Strings{});
@@ -146,6 +166,28 @@ TEST(PayloadCheck, ShownValuesCannotCommandTheTerminal) {
     EXPECT_EQ(FormatMembers({member}), lines);
   }
   EXPECT_EQ(FormatMembers({}), "");
+}
+
+TEST(PayloadCheck, ShownValuesFitAConsoleAndCanBePutTogetherAgain) {
+  const auto x = [](std::size_t count) { return std::string(count, 'x'); };
+  const std::pair<std::string, std::string> cases[] = {
+      {x(75), "  A: " + x(75) + "\n"},
+      {x(76), "  A: " + x(75) + "\n   > x\n"},
+      {x(160), "  A: " + x(75) + "\n   > " + x(75) + "\n   > " + x(10) + "\n"},
+      {"one " + x(75), "  A: one\n   >  " + x(74) + "\n   > x\n"},
+      {x(74) + " two", "  A: " + x(74) + "\n   >  two\n"},
+      {x(75) + " two", "  A: " + x(75) + "\n   >  two\n"},
+      {x(76) + "\nthree", "  A: " + x(75) + "\n   > x\n     three\n"},
+      // 38 characters of two columns; a tab may take eight.
+      {x(1) + "\u4E2D\u4E2D" + x(71), "  A: x\u4E2D\u4E2D" + x(70) + "\n   > x\n"},
+      {x(70) + "\t", "  A: " + x(70) + "\n   > \t\n"},
+  };
+  for (const auto& [value, lines] : cases) {
+    EXPECT_EQ(FormatMembers({{"A", value}}), lines);
+  }
+  EXPECT_EQ(FormatMembers({{x(90), "1"}, {"B", "2"}}),
+            "  " + x(78) + "\n" + std::string(38, ' ') + "> " + x(12) +
+                ": 1\n  B:" + std::string(36, ' ') + "2\n");
 }
 
 }  // namespace

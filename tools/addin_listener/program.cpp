@@ -10,15 +10,19 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tools/addin_listener/code_page.h"
 #include "tools/addin_listener/listener.h"
 #include "tools/addin_listener/options.h"
 #include "tools/addin_listener/payload_check.h"
 #include "tools/addin_listener/system.h"
 #include "tools/support/files.h"
 #include "tools/support/program.h"
+#include "tools/support/wrap.h"
 
 namespace zentpost::addin_listener {
 namespace {
+
+constexpr char kTooManyBytes[] = "there are more bytes than this program takes";
 
 enum ExitCode : int { kExitGood, kExitNotValid, kExitUsage, kExitSystem, kExitUnfinished };
 
@@ -33,6 +37,21 @@ std::string CountOfBytes(std::size_t count) {
 void Remove(const std::filesystem::path& path) {
   std::error_code ignored;
   std::filesystem::remove(path, ignored);
+}
+
+// Nothing when it cannot be read. More than kMaxPayload is not read to its end.
+std::optional<std::string> ReadStandardInput() {
+  MakeInputBinary();
+  std::string bytes;
+  std::vector<char> piece(65536);
+  while (bytes.size() <= kMaxPayload) {
+    const std::size_t count = std::fread(piece.data(), 1, piece.size(), stdin);
+    bytes.append(piece.data(), count);
+    if (count == 0) {
+      return std::ferror(stdin) != 0 ? std::nullopt : std::optional(bytes);
+    }
+  }
+  return bytes;
 }
 
 // Creates `path` with `bytes` as its content. False: a file of that name was there already and is
@@ -117,10 +136,11 @@ std::filesystem::path KeepDelivery(const std::filesystem::path& folder, const st
 class Program {
  public:
   Program(const Options& options, const Writer& out, const Writer& err)
-      : options_(options), out_(out), err_(err) {}
+      : options_(options), out_(out), err_(err), code_page_(options.code_page) {}
 
-  // The exit code. Throws std::runtime_error where it is kExitSystem.
+  // The exit code. Both throw std::runtime_error where it is kExitSystem.
   int Run();
+  int Decode();
 
  private:
   // Ends the listening; the first failure is the one that is named.
@@ -128,7 +148,9 @@ class Program {
     if (failure_.empty()) {
       failure_ = failure;
     }
-    listener_.Stop();
+    if (options_.action == Action::kListen) {
+      listener_.Stop();
+    }
   }
   void Print(std::string_view text) {
     if (!out_(text)) {
@@ -145,10 +167,14 @@ class Program {
   }
   void TakeConnection(const Connection& connection);
   void TakeDelivery(std::string text, const Connection& connection);
+  // "332 bytes, valid", the problems and the members, as far as they are shown.
+  std::string Described(const PayloadReport& report, std::size_t size) const;
+  void PrintJson(const PayloadReport& report);
 
   const Options& options_;
   const Writer& out_;
   const Writer& err_;
+  const CodePage code_page_;
   Listener listener_;
   std::size_t deliveries_ = 0;
   bool not_valid_ = false;
@@ -156,23 +182,38 @@ class Program {
   std::string failure_;
 };
 
-void Program::TakeDelivery(std::string text, const Connection& connection) {
-  PayloadReport report = CheckPayload(connection.wire);
-  if (connection.end == ConnectionEnd::kBroken) {
-    report.problems.insert(report.problems.begin(),
-                           connection.wire.size() > kMaxPayload
-                               ? "there are more bytes than this program takes"
-                               : "the sender reset the connection instead of closing it");
-  }
-  not_valid_ = not_valid_ || !report.valid();
-  text += ", " + CountOfBytes(connection.wire.size()) +
-          (report.valid() ? ", valid\n" : ", NOT VALID\n");
+std::string Program::Described(const PayloadReport& report, std::size_t size) const {
+  std::string text = CountOfBytes(size) + (report.valid()     ? ", valid\n"
+                                           : report.decodable ? ", NOT VALID\n"
+                                                              : ", NOT VALID, not decodable\n");
   for (const std::string& problem : report.problems) {
-    text += "  problem: " + problem + "\n";
+    text += support::Wrap(problem, "  problem: ", "           ");
   }
   if (options_.display == Display::kReadable) {
     text += FormatMembers(report.members);
   }
+  return text;
+}
+
+void Program::PrintJson(const PayloadReport& report) {
+  if (options_.display == Display::kJson && !report.json_utf8.empty()) {
+    Print(report.json_utf8);
+    if (!report.json_utf8.ends_with('\n')) {
+      Print("\n");
+    }
+  }
+}
+
+void Program::TakeDelivery(std::string text, const Connection& connection) {
+  PayloadReport report = CheckPayload(connection.wire, code_page_);
+  if (connection.end == ConnectionEnd::kBroken) {
+    report.problems.insert(report.problems.begin(),
+                           connection.wire.size() > kMaxPayload
+                               ? kTooManyBytes
+                               : "the sender reset the connection instead of closing it");
+  }
+  not_valid_ = not_valid_ || !report.valid();
+  text += ", " + Described(report, connection.wire.size());
   if (options_.out_folder) {
     try {
       const std::filesystem::path written =
@@ -183,12 +224,7 @@ void Program::TakeDelivery(std::string text, const Connection& connection) {
     }
   }
   Tell(text);
-  if (options_.display == Display::kJson && !report.json_utf8.empty()) {
-    Print(report.json_utf8);
-    if (!report.json_utf8.ends_with('\n')) {
-      Print("\n");
-    }
-  }
+  PrintJson(report);
 }
 
 void Program::TakeConnection(const Connection& connection) {
@@ -210,6 +246,27 @@ void Program::TakeConnection(const Connection& connection) {
   Tell(delivery + (options_.listener.misbehaviour == Misbehaviour::kReset
                        ? ", reset on purpose\n"
                        : ", left unread on purpose until the sender closed\n"));
+}
+
+int Program::Decode() {
+  const std::optional<std::string> wire =
+      options_.capture ? support::ReadBytes(*options_.capture) : ReadStandardInput();
+  if (!wire) {
+    throw std::runtime_error("cannot read " +
+                             (options_.capture ? Quoted(*options_.capture) : "the standard input"));
+  }
+  PayloadReport report;
+  if (wire->size() > kMaxPayload) {
+    report.problems.push_back(kTooManyBytes);
+  } else {
+    report = CheckPayload(*wire, code_page_);
+  }
+  Tell(Described(report, wire->size()));
+  PrintJson(report);
+  if (!failure_.empty()) {
+    throw std::runtime_error(failure_);
+  }
+  return report.valid() ? kExitGood : kExitNotValid;
 }
 
 int Program::Run() {
@@ -256,7 +313,7 @@ int Program::Run() {
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& arguments, const Writer& out, const Writer& err) {
-  std::string ending = "\nTry addin_listener --help.\n";
+  std::string ending = "; see addin_listener --help\n";
   int exit_code = kExitUsage;
   try {
     const Options options = ParseOptions(arguments);
@@ -264,6 +321,9 @@ int RunProgram(const std::vector<std::string>& arguments, const Writer& out, con
     exit_code = kExitSystem;
     if (options.action == Action::kListen) {
       return Program(options, out, err).Run();
+    }
+    if (options.action == Action::kDecode) {
+      return Program(options, out, err).Decode();
     }
     const bool is_help = options.action == Action::kShowHelp;
     const bool is_told = out(is_help ? HelpText() : "addin_listener " ADDIN_LISTENER_VERSION "\n");

@@ -110,7 +110,8 @@ void Deliver(std::uint16_t port, std::string_view wire) {
 
 TEST(Program, TellsOfWhatCameAndEndsWithItsExitCode) {
   const std::string good = std::string(kProbe) + "connection 2: delivery 1, 176 bytes, valid\n";
-  const std::string bad = std::string(kProbe) + "connection 2: delivery 1, 1 byte, NOT VALID\n" +
+  const std::string bad = std::string(kProbe) +
+                          "connection 2: delivery 1, 1 byte, NOT VALID, not decodable\n" +
                           "  problem: byte 0 on the wire: ill-formed UTF-8 (FF)\n";
   const struct {
     Arguments arguments;
@@ -249,7 +250,9 @@ TEST(Program, NeedsNoDeliveryToEndForAnotherReason) {
        0,
        "Usage: addin_listener [options]\n",
        ""},
+      {{"-h"}, 0, "Usage: addin_listener [options]\n", ""},
       {{"--version"}, 0, "addin_listener ", ""},
+      {{"--decode", nowhere}, 3, "", "addin_listener: cannot read \"" + nowhere + "\"\n"},
       {{"--out", nowhere}, 3, "", "addin_listener: no such folder: \"" + nowhere + "\"\n"},
       {{"--port-file", nowhere + "/port.txt"}, 3, "", "addin_listener: cannot write \""},
       {{"--port-file", PathText(folder.Path() / "folder")},
@@ -293,7 +296,12 @@ TEST(Program, SaysWhatIsWrongWithItsCommandLine) {
       {{"--connection", "2"}, "--connection needs --misbehave"},
       {{"--misbehave", "Slow"},
        "--misbehave takes never-read, slow, reset or stop-after-probe, not \"Slow\""},
-      {{"--code-page", "1250"}, "--code-page takes 1252 only, not \"1250\""},
+      {{"--code-page", "1255"}, "--code-page takes 1250 to 1254, 932 or 936, not \"1255\""},
+      {{"--code-page="}, "--code-page takes 1250 to 1254, 932 or 936, not \"\""},
+      {{"--decode"}, "--decode needs a value"},
+      {{"--decode="}, "--decode takes a name, not an empty text"},
+      {{"--port", "1", "--decode", "x"}, "--decode and --port exclude each other"},
+      {{"--decode", "x", "--out", "y"}, "--decode and --out exclude each other"},
       {{"--out", ""}, "--out takes a name, not an empty text"},
       {{"--port-file="}, "--port-file takes a name, not an empty text"},
       {{"--json", "--quiet"}, "--json and --quiet exclude each other"},
@@ -303,15 +311,100 @@ TEST(Program, SaysWhatIsWrongWithItsCommandLine) {
     std::string out;
     std::string err;
     EXPECT_EQ(RunProgram(arguments, AppendsTo(out), AppendsTo(err)), 2);
-    EXPECT_EQ(err, "addin_listener: " + error + "\nTry addin_listener --help.\n");
+    EXPECT_EQ(err, "addin_listener: " + error + "; see addin_listener --help\n");
     EXPECT_EQ(out, "");
   }
+}
+
+TEST(Program, DecodesACaptureAsItDoesADelivery) {
+  const support::TemporaryFolder folder(u8"capture-");
+  const std::string capture = PathText(folder.Path() / "delivery.wire");
+  const std::string good = "176 bytes, valid\n";
+  const std::string polish_wire = PayloadOf("\u0139\u201A");  // C5 82 in Windows-1250
+  const struct {
+    std::string wire;
+    Arguments more;
+    int exit_code;
+    std::string out;
+    std::string err = "";
+  } cases[] = {
+      {kGoodWire, {}, 0, good + kGoodLines},
+      {kGoodWire, {"--json"}, 0, kGood + "\n", good},
+      {kGoodWire, {"--quiet"}, 0, ""},
+      {polish_wire,
+       {"--code-page=1250", "--json"},
+       0,
+       PayloadOf("\u0142") + "\n",
+       "172 bytes, valid\n"},
+      {polish_wire,
+       {"--json"},
+       1,
+       "",
+       "172 bytes, NOT VALID, not decodable\n"
+       "  problem: byte 47 on the wire: character U+0139 has no byte in Windows-1252;\n"
+       "           was the text sent as plain UTF-8, without the conversion?\n"},
+      {"{}", {}, 1, "2 bytes, NOT VALID\n  problem: member \"Parameters\" is missing\n"},
+      {"", {}, 1, "0 bytes, NOT VALID\n  problem: byte 0 of the text: no JSON from here on\n"},
+  };
+  for (const auto& item : cases) {
+    Arguments arguments = {"--decode", capture};
+    arguments.insert(arguments.end(), item.more.begin(), item.more.end());
+    SCOPED_TRACE(::testing::PrintToString(arguments));
+    WriteBytes(folder.Path() / "delivery.wire", item.wire);
+    std::string out;
+    std::string err;
+    EXPECT_EQ(RunProgram(arguments, AppendsTo(out), AppendsTo(err)), item.exit_code);
+    EXPECT_EQ(out, item.out);
+    EXPECT_EQ(err, item.err);
+    // The same from the standard input.
+    ASSERT_NE(std::freopen(capture.c_str(), "r", stdin), nullptr);
+    arguments[1] = "-";
+    std::string out_of_input;
+    EXPECT_EQ(RunProgram(arguments, AppendsTo(out_of_input), AppendsTo(err)), item.exit_code);
+    EXPECT_EQ(out_of_input, item.out);
+  }
+}
+
+TEST(Program, EndOfACaptureIsNoEndOfALine) {
+  // What a text file of Windows would lose: a line end's first byte, and all behind 1A.
+  const support::TemporaryFolder folder(u8"capture-");
+  const std::string capture = PathText(folder.Path() / "delivery.wire");
+  WriteBytes(folder.Path() / "delivery.wire", "{\r\n\x1A}");
+  ASSERT_NE(std::freopen(capture.c_str(), "r", stdin), nullptr);
+  std::string out;
+  EXPECT_EQ(RunProgram({"--decode", "-"}, AppendsTo(out), AppendsTo(out)), 1);
+  EXPECT_TRUE(out.starts_with("5 bytes, ")) << out;
+}
+
+TEST(Program, LinesFitAConsole) {
+  const auto fits = [](const std::string& text) {
+    for (std::size_t start = 0; start < text.size(); start = text.find('\n', start) + 1) {
+      const std::string line = text.substr(start, text.find('\n', start) - start);
+      EXPECT_LE(line.size(), 80u) << line;
+    }
+  };
+  const support::TemporaryFolder folder;
+  const std::string capture = PathText(folder.Path() / "delivery.wire");
+  std::string out;
+  EXPECT_EQ(RunProgram({"--help"}, AppendsTo(out), AppendsTo(out)), 0);
+  for (const std::string& wire :
+       {PayloadOf(std::string(1000, 'x')), std::string(1000, '['), PayloadOf("\u4E2D")}) {
+    WriteBytes(folder.Path() / "delivery.wire", wire);
+    EXPECT_EQ(RunProgram({"--decode", capture}, AppendsTo(out), AppendsTo(out)),
+              wire.find('x') == wire.npos ? 1 : 0);
+  }
+  fits(out);
 }
 
 TEST(Program, OutputThatCannotBeWrittenEndsWithThree) {
   std::string err;
   const auto refuses = [](std::string_view) { return false; };
   EXPECT_EQ(RunProgram({"--count", "0"}, refuses, AppendsTo(err)), 3);
+  EXPECT_EQ(err, "addin_listener: cannot write the output\n");
+  const support::TemporaryFolder folder;
+  WriteBytes(folder.Path() / "wire", "{}");
+  err.clear();
+  EXPECT_EQ(RunProgram({"--decode", PathText(folder.Path() / "wire")}, refuses, AppendsTo(err)), 3);
   EXPECT_EQ(err, "addin_listener: cannot write the output\n");
 }
 

@@ -18,6 +18,9 @@ class Listener;
 // Creates a file for bytes. Null: `errno` says why; EEXIST where that name was there already.
 [[nodiscard]] std::FILE* CreateNewFile(const std::filesystem::path& path);
 
+// From now on the standard input gives its bytes as they are.
+void MakeInputBinary();
+
 // No child process inherits `socket`: a port stays open for as long as anybody holds its socket.
 void KeepFromChildren(std::uintptr_t socket);
 

@@ -29,12 +29,12 @@ it stands.
 tool would do on this computer and why. Run it as the user whose fax is missing, without "Run as
 administrator".
 
-```
-zentpost_doctor                             examines this computer
-zentpost_doctor C:\fax\job.json             tells as well what the tool would do with this line
-zentpost_doctor --out report.txt            writes the report into a file
-zentpost_doctor --explain D13               explains a code
-```
+| command | what it does |
+|---|---|
+| `zentpost_doctor` | examines this computer |
+| `zentpost_doctor C:\fax\job.json` | tells as well what the tool would do with this line |
+| `zentpost_doctor --out report.txt` | writes the report into a file |
+| `zentpost_doctor --explain D13` | explains a code |
 
 The report begins with what would become of a job. Read out the first finding: it is the most serious
 one, with causes before what follows from them. An **error** means that the job would fail, or would

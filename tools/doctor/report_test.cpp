@@ -12,8 +12,8 @@
 #include "testing/allocation_faults.h"
 #include "tools/doctor/report_parts.h"
 #include "tools/doctor/report_samples.h"
-#include "tools/doctor/wrap.h"
 #include "tools/support/text.h"
+#include "tools/support/wrap.h"
 
 namespace zentpost::doctor {
 namespace {
@@ -584,7 +584,7 @@ TEST_F(ReportWriters, LinesHaveEightyColumnsAndATextGoesOnFurtherIn) {
   for (std::size_t start = 0; start < lines.size(); start = lines.find('\n', start) + 1) {
     const std::string line = lines.substr(start, lines.find('\n', start) - start);
     const std::size_t begin = std::min(line.find_first_not_of(' '), line.size());
-    EXPECT_TRUE(support::Utf16(line).size() <= kConsoleColumns ||
+    EXPECT_TRUE(support::Utf16(line).size() <= support::kConsoleColumns ||
                 line.find(' ', begin) == std::string::npos)
         << line;
     if (begin == 0) {

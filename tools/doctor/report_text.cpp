@@ -3,8 +3,8 @@
 
 #include "tools/doctor/report.h"
 #include "tools/doctor/report_parts.h"
-#include "tools/doctor/wrap.h"
 #include "tools/support/text.h"
+#include "tools/support/wrap.h"
 
 namespace zentpost::doctor {
 namespace {
@@ -57,11 +57,11 @@ class Page {
   }
   void BeginGroup(std::string_view heading) {
     BeginGroup();
-    lines_ += Wrap(heading);
+    lines_ += support::Wrap(heading);
   }
   // `depth` is in steps of two columns, `further_lines` in columns.
   void Add(std::size_t depth, std::string_view text, std::size_t further_lines = kFurtherLines) {
-    lines_ += Wrap(text, std::string(2 * depth, ' '), std::string(further_lines, ' '));
+    lines_ += support::Wrap(text, std::string(2 * depth, ' '), std::string(further_lines, ' '));
   }
   // Nothing where there is no text.
   void AddNamed(std::size_t depth, std::string_view name, std::string_view text) {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/doctor/wrap.h"
+#include "tools/support/wrap.h"
 
 namespace zentpost::doctor {
 namespace {
@@ -291,9 +291,10 @@ std::string Explain(std::string_view code) {
     return {};
   }
   constexpr std::string_view kIndent = "         ";
-  return Wrap(std::string(text->code).append(": ").append(text->title)) + "\n" +
-         Wrap(text->meaning, "Meaning: ", kIndent) + Wrap(text->cause, "Cause:   ", kIndent) +
-         Wrap(text->remedy, "Remedy:  ", kIndent);
+  return support::Wrap(std::string(text->code).append(": ").append(text->title)) + "\n" +
+         support::Wrap(text->meaning, "Meaning: ", kIndent) +
+         support::Wrap(text->cause, "Cause:   ", kIndent) +
+         support::Wrap(text->remedy, "Remedy:  ", kIndent);
 }
 
 }  // namespace zentpost::doctor

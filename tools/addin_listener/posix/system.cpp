@@ -47,6 +47,8 @@ std::FILE* CreateNewFile(const std::filesystem::path& path) {
   return std::fopen(path.c_str(), "wbxe");
 }
 
+void MakeInputBinary() {}
+
 void KeepFromChildren(std::uintptr_t socket) {
   fcntl(static_cast<int>(socket), F_SETFD, FD_CLOEXEC);
 }

@@ -61,6 +61,10 @@ std::FILE* CreateNewFile(const std::filesystem::path& path) {
   return file < 0 ? nullptr : _fdopen(file, "wb");
 }
 
+void MakeInputBinary() {
+  _setmode(_fileno(stdin), _O_BINARY);
+}
+
 void KeepFromChildren(std::uintptr_t socket) {
   SetHandleInformation(reinterpret_cast<HANDLE>(socket), HANDLE_FLAG_INHERIT, 0);
 }

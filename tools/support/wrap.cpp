@@ -1,11 +1,11 @@
-#include "tools/doctor/wrap.h"
+#include "tools/support/wrap.h"
 
 #include <algorithm>
 #include <iterator>
 
 #include "tools/support/text.h"
 
-namespace zentpost::doctor {
+namespace zentpost::support {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\n";
@@ -20,6 +20,17 @@ constexpr struct {
              {0xFFE0, 0xFFE6},  {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF},
              {0x20000, 0x3FFFD}};
 
+}  // namespace
+
+std::size_t Columns(char32_t character) {
+  const bool is_wide = std::any_of(std::begin(kWide), std::end(kWide), [&](const auto& block) {
+    return character >= block.first && character <= block.last;
+  });
+  return is_wide ? 2 : 1;
+}
+
+namespace {
+
 // How much of `utf8` stands in so many columns, in bytes, and in how many of them.
 struct Extent {
   std::size_t bytes = 0;
@@ -28,12 +39,9 @@ struct Extent {
 Extent Measure(std::string_view utf8, std::size_t most_columns) {
   Extent extent;
   while (extent.bytes < utf8.size()) {
-    const support::Character character =
-        support::FirstCharacter(utf8.substr(extent.bytes)).value_or(support::Character{0xFFFD, 1});
-    const bool is_wide = std::any_of(std::begin(kWide), std::end(kWide), [&](const auto& block) {
-      return character.code >= block.first && character.code <= block.last;
-    });
-    const std::size_t columns = is_wide ? 2 : 1;
+    const Character character =
+        FirstCharacter(utf8.substr(extent.bytes)).value_or(Character{0xFFFD, 1});
+    const std::size_t columns = Columns(character.code);
     if (extent.columns + columns > most_columns) {
       break;
     }
@@ -90,4 +98,4 @@ std::string Wrap(std::string_view text, std::string_view first, std::string_view
   return lines;
 }
 
-}  // namespace zentpost::doctor
+}  // namespace zentpost::support

@@ -1,8 +1,8 @@
-#include "tools/doctor/wrap.h"
+#include "tools/support/wrap.h"
 
 #include <gtest/gtest.h>
 
-namespace zentpost::doctor {
+namespace zentpost::support {
 namespace {
 
 TEST(Wrap, FillsLinesWithWords) {
@@ -41,10 +41,17 @@ TEST(Wrap, FillsLinesWithWords) {
   }
 }
 
+TEST(Wrap, CharactersOfEastAsiaTakeTwoColumns) {
+  EXPECT_EQ(Columns(U'a'), 1u);
+  EXPECT_EQ(Columns(U'\u00E4'), 1u);
+  EXPECT_EQ(Columns(U'\u65E5'), 2u);
+  EXPECT_EQ(Columns(U'\U0001F4E0'), 2u);
+}
+
 TEST(Wrap, IsAsWideAsAConsole) {
   const std::string line(78, 'x');
   EXPECT_EQ(Wrap(line + " y z"), line + " y\nz\n");
 }
 
 }  // namespace
-}  // namespace zentpost::doctor
+}  // namespace zentpost::support

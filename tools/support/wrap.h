@@ -5,9 +5,12 @@
 #include <string>
 #include <string_view>
 
-namespace zentpost::doctor {
+namespace zentpost::support {
 
 inline constexpr std::size_t kConsoleColumns = 80;
+
+// How many a character takes: two for one of East Asia.
+[[nodiscard]] std::size_t Columns(char32_t character);
 
 // The words of `text` (UTF-8; blanks, tabs and line ends stand between them) in lines of at most
 // `columns` columns, each with a line feed behind it. Characters of East Asia take two. The first
@@ -17,4 +20,4 @@ inline constexpr std::size_t kConsoleColumns = 80;
 [[nodiscard]] std::string Wrap(std::string_view text, std::string_view first = "",
                                std::string_view next = "", std::size_t columns = kConsoleColumns);
 
-}  // namespace zentpost::doctor
+}  // namespace zentpost::support
