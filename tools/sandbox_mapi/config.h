@@ -23,7 +23,8 @@ struct Config {
 };
 
 // `json` is UTF-8; empty gives the defaults. Throws std::runtime_error for a text that cannot be
-// used. An unknown member is an error: a misspelt wish must not go unnoticed.
+// used, with the line at which that shows. An unknown member is an error: a misspelt wish must not
+// go unnoticed.
 [[nodiscard]] Config ParseConfig(std::string_view json);
 
 }  // namespace zentpost::fake_mapi::sandbox

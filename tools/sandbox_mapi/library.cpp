@@ -33,23 +33,6 @@ fs::path ChosenFolder() {
   return ModulePath().parent_path() / "Sandbox MAPI";
 }
 
-// Throws std::runtime_error for orders that cannot be used.
-Config ReadOrders(const fs::path& folder, const std::optional<std::string>& orders) {
-  const bool are_told = orders && orders->find_first_not_of(" \t\r\n") == orders->find('{');
-  const fs::path path = orders ? support::Path(*orders) : folder / "sandbox.json";
-  std::error_code ignored;
-  if (!orders && !fs::exists(path, ignored)) {
-    return Config();
-  }
-  const std::optional<std::string> text = are_told ? orders : support::ReadBytes(path);
-  try {
-    return text ? ParseConfig(*text) : throw std::runtime_error("cannot be read");
-  } catch (const std::runtime_error& problem) {
-    throw std::runtime_error((are_told ? "SANDBOX_MAPI_CONFIG" : support::PathText(path)) + ": " +
-                             problem.what());
-  }
-}
-
 // What the client is, as `config` has it.
 void Prepare(Client& client, const Config& config) {
   const auto flag = [](std::uint32_t id, bool is_set) {
@@ -81,6 +64,22 @@ void Prepare(Client& client, const Config& config) {
 }
 
 }  // namespace
+
+Config ReadOrders(const fs::path& folder, const std::optional<std::string>& orders) {
+  const bool are_told = orders && orders->find_first_not_of(" \t\r\n") == orders->find('{');
+  const fs::path path = orders ? support::Path(*orders) : folder / "sandbox.json";
+  std::error_code ignored;
+  if (!orders && !fs::exists(path, ignored)) {
+    return Config();
+  }
+  const std::optional<std::string> text = are_told ? orders : support::ReadBytes(path);
+  try {
+    return text ? ParseConfig(*text) : throw std::runtime_error("cannot be read");
+  } catch (const std::runtime_error& problem) {
+    throw std::runtime_error((are_told ? "SANDBOX_MAPI_CONFIG" : support::PathText(path)) + ": " +
+                             problem.what());
+  }
+}
 
 Library::Library() : Library(ChosenFolder(), EnvironmentVariable("SANDBOX_MAPI_CONFIG")) {}
 

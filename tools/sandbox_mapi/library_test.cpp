@@ -118,7 +118,8 @@ TEST_F(LibraryTest, OrdersThatCannotBeReadEndEverythingAtTheFirstCall) {
   }
   ExpectInReport(
       "  1 MAPIInitialize(null) = 0x8004011c\nfindings:\n  SANDBOX_MAPI_CONFIG: "
-      "unknown member \"Fial\" (call 0)\n");
+      "line 1: unknown member \"Fial\"; there are Fail, Garbage, ShowForm, ClientShutdown, "
+      "DefaultProfile, DefaultStore, Outbox, SentItems and ProfileName (call 0)\n");
   ExpectInReport("missing.json: cannot be read");
 }
 

@@ -42,9 +42,12 @@ std::string Parsed(std::string_view text) {
 }
 
 TEST(Config, OrdersAreReadOrRefusedWithTheReason) {
-  const std::string no_code = "\"Code\" is no code like \"0x80040111\"";
-  const std::string no_call = "\"Call\" is not the name of a call that can fail: ";
-  const std::string lacks = "a member of \"Fail\" lacks \"Call\" or \"Code\"";
+  const std::string unknown =
+      "unknown member \"Fial\"; there are Fail, Garbage, ShowForm, ClientShutdown, DefaultProfile, "
+      "DefaultStore, Outbox, SentItems and ProfileName";
+  const std::string no_code = "line 1: \"Code\" is no code like \"0x80040111\"";
+  const std::string no_call = "line 1: \"Call\" is not the name of a call that can fail: ";
+  const std::string lacks = "line 1: a member of \"Fail\" lacks \"Call\" or \"Code\"";
   const std::pair<std::string, std::string> cases[] = {
       {"", "form 0 n y y y y y Sandbox"},
       {" \r\n", "form 0 n y y y y y Sandbox"},
@@ -60,10 +63,17 @@ TEST(Config, OrdersAreReadOrRefusedWithTheReason) {
       {R"({"ShowForm": "cancelled"})",
        "form " + std::to_string(kUserCancel) + " n y y y y y Sandbox"},
       {"[]", "is no JSON object"},
-      {"{} x", "is no JSON object"},
-      {R"({"Fial": []})", "unknown member \"Fial\""},
-      {R"({"Fail": {}})", "\"Fail\" is no array"},
-      {R"({"Fail": [1]})", "\"Fail\" holds something that is no object"},
+      {"{} x", "line 1: is no JSON from here on"},
+      {R"({"Fial": []})", "line 1: " + unknown},
+      {"{\r\n\"Garbage\": true,\r\n  \"Fial\": []}", "line 3: " + unknown},
+      {"{\n\"Fail\": [{\n\"Call\": \"MAPIInitialize\",\n\"Code\": 1},\n{\"Code\": 1,\n\"From\": "
+       "1}]}",
+       "line 6: \"From\" is neither true nor false"},
+      {"{\n\"ProfileName\": \"a\\\":\nb\",\n\n\"Outbox\"\n: 1}",
+       "line 5: \"Outbox\" is neither true nor false"},
+      {"{\n\"Garbage\": true,\n\"Outbox\": false,,\n}", "line 3: is no JSON from here on"},
+      {R"({"Fail": {}})", "line 1: \"Fail\" is no array"},
+      {R"({"Fail": [1]})", "line 1: \"Fail\" holds something that is no object"},
       {R"({"Fail": [{"Call": "FreeProws", "Code": 1}]})", no_call + "\"FreeProws\""},
       {R"({"Fail": [{"Call": "MAPILogonEx MAPIOpenFormMgr", "Code": 1}]})",
        no_call + "\"MAPILogonEx MAPIOpenFormMgr\""},
@@ -71,16 +81,17 @@ TEST(Config, OrdersAreReadOrRefusedWithTheReason) {
       {R"({"Fail": [{"Call": 1, "Code": 1}]})", no_call + "\"?\""},
       {R"({"Fail": [{"Call": "MAPIInitialize"}]})", lacks},
       {R"({"Fail": [{"Code": 1}]})", lacks},
-      {R"({"Fail": [{"At": 0}]})", "\"At\" is no number from 1 on"},
-      {R"({"Fail": [{"From": 1}]})", "\"From\" is neither true nor false"},
+      {R"({"Fail": [{"At": 0}]})", "line 1: \"At\" is no number from 1 on"},
+      {R"({"Fail": [{"From": 1}]})", "line 1: \"From\" is neither true nor false"},
       {R"({"Fail": [{"Code": "80004005"}]})", no_code},
       {R"({"Fail": [{"Code": "0x180004005"}]})", no_code},
       {R"({"Fail": [{"Code": -1}]})", no_code},
-      {R"({"Fail": [{"Kode": 1}]})", "unknown member of \"Fail\": \"Kode\""},
+      {R"({"Fail": [{"Kode": 1}]})",
+       "line 1: unknown member of \"Fail\": \"Kode\"; it knows Call, At, From and Code"},
       {R"({"ShowForm": "maybe"})",
-       "\"ShowForm\" is neither \"sent\" nor \"cancelled\" nor a code like \"0x80004005\""},
-      {R"({"Outbox": "no"})", "\"Outbox\" is neither true nor false"},
-      {R"({"ProfileName": 1})", "\"ProfileName\" is no text"},
+       "line 1: \"ShowForm\" is neither \"sent\" nor \"cancelled\" nor a code like \"0x80004005\""},
+      {R"({"Outbox": "no"})", "line 1: \"Outbox\" is neither true nor false"},
+      {R"({"ProfileName": 1})", "line 1: \"ProfileName\" is no text"},
   };
   for (const auto& [text, expected] : cases) {
     EXPECT_EQ(Parsed(text), expected) << text;

@@ -29,6 +29,13 @@ void Register(const std::filesystem::path& library, const std::filesystem::path&
 // that Register has written. False: there was nothing to undo. Throws std::runtime_error.
 bool Unregister();
 
+// Where it is written: a key of the registry, or the file that stands for it. Throws
+// std::runtime_error where there is none.
+[[nodiscard]] std::string RegistrationPlace();
+
+// What to tell of a call to the registry that has failed with this code of the system.
+[[nodiscard]] std::string RegistryProblem(const std::string& call, long code);
+
 // The folder that was registered; nothing when there is none.
 [[nodiscard]] std::optional<std::string> RegisteredFolder();
 

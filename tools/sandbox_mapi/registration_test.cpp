@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -93,7 +94,7 @@ TEST_F(Registration, FormerClientComesBackHoweverOftenTheLibraryWasRegistered) {
       EXPECT_EQ(DefaultClient(), former);
       EXPECT_EQ(RegisteredFolder(), std::nullopt);
       EXPECT_EQ(Read(kClientKey, nullptr), std::nullopt);
-      EXPECT_EQ(MustUnregister(), "was not registered\n");
+      EXPECT_EQ(MustUnregister(), "nothing to undo: sandbox_mapi was not registered\n");
     }
   }
 }
@@ -120,8 +121,11 @@ TEST_F(Registration, PathThatTheToolCannotReadIsRefused) {
   EXPECT_EQ(RegisteredLibrary(), PathText(longest)) << "as long as it may be, it can be read";
   MustUnregister();
   EXPECT_EQ(Run({"register"}, too_long), 3);
-  EXPECT_NE(err_.find("has 130 characters, and more than 129 are not read"), std::string::npos)
-      << err_;
+  EXPECT_EQ(
+      err_,
+      "sandbox_mapi: the library's path has 130 characters, and more than 129\nare not read when "
+      "a mail client is looked for: put it into a folder with a\nshorter path\n  " +
+          PathText(too_long) + '\n');
   EXPECT_EQ(DefaultClient(), "Former");
 }
 
@@ -130,12 +134,55 @@ TEST_F(Registration, ProgramRegistersWithAFolderAndMakesIt) {
   EXPECT_EQ(Run({"register", "--folder", PathText(deep)}), 0) << err_;
   EXPECT_TRUE(fs::is_directory(deep));
   EXPECT_EQ(RegisteredFolder(), PathText(deep));
-  EXPECT_EQ(out_, "the default mail client is now " + PathText(Library()) + "\nmail goes to " +
-                      PathText(deep) + "\n");
+  EXPECT_EQ(out_, "this machine's default mail client is now\n  " + PathText(Library()) +
+                      "\nmail becomes files in\n  " + PathText(deep) + "\nthat is written in\n  " +
+                      RegistrationPlace() + "\nto undo it: sandbox_mapi unregister\n");
+  EXPECT_TRUE(fs::is_empty(deep)) << "nothing is left of the trial";
+  MustUnregister();
+}
+
+TEST_F(Registration, OrdersThatCannotBeUsedAreToldBeforeAnythingIsChanged) {
+  registry_->SetDefaultClient("Former");
+  const fs::path mail = folder_.Path() / "mail";
+  fs::create_directory(mail);
+  support::WriteBytes(mail / "sandbox.json", "{\n\"Outbox\": 1\n}");
+  EXPECT_EQ(Run({"register", "--folder", PathText(mail)}), 3);
+  EXPECT_EQ(err_,
+            "sandbox_mapi: the orders cannot be used, and no mail would be sent: correct them or\n"
+            "take them away\n  " +
+                PathText(mail / "sandbox.json") +
+                ": line 2: \"Outbox\" is neither true nor false\n");
+  EXPECT_EQ(DefaultClient(), "Former");
+  support::WriteBytes(mail / "sandbox.json", "{\n\"Outbox\": false\n}");
+  EXPECT_EQ(Run({"register", "--folder", PathText(mail)}), 0) << err_;
+  MustUnregister();
+}
+
+TEST(RegistryProblem, TellsWhoMayAndWhatToDo) {
+  EXPECT_EQ(
+      RegistryProblem("RegSetKeyValue", 5),
+      "only an administrator may change the machine's mail client: start the\ncommand prompt as "
+      "an administrator and try again (RegSetKeyValue failed with 5)");
+  EXPECT_EQ(RegistryProblem("RegDeleteTree", 1018),
+            "the registry cannot be changed (RegDeleteTree failed with 1018)");
+}
+
+// But for paths, which are as long as they are.
+void ExpectNarrow(const std::string& text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    const std::string line = text.substr(at, end - at);
+    EXPECT_TRUE(line.size() <= 80 || line.starts_with("  ")) << line;
+    at = end + 1;
+  }
 }
 
 TEST_F(Registration, ProgramSaysWhatItCannotDo) {
   registry_->SetDefaultClient("Former");
+  const std::string help = "; --help shows what there is\n";
+  // What the program would write for a trial is a folder already.
+  const fs::path unwritable = folder_.Path() / "unwritable";
+  fs::create_directories(unwritable / ("probe-" + std::to_string(ProcessId())) / "x");
   const struct {
     std::vector<std::string> arguments;
     int exit_code;
@@ -145,22 +192,37 @@ TEST_F(Registration, ProgramSaysWhatItCannotDo) {
       {{"register", "--folder", PathText(Library() / "x")},
        3,
        "",
-       "sandbox_mapi: cannot make the folder "},
-      {{"register"}, 3, "", "sandbox_mapi: there is no library " + PathText(Library())},
+       "sandbox_mapi: cannot make the folder for the mail: name another with --folder\n  " +
+           PathText(Library() / "x") + "\n  "},
+      {{"register", "--folder", PathText(unwritable)},
+       3,
+       "",
+       "sandbox_mapi: cannot write into the folder: name another with --folder\n  " +
+           PathText(unwritable)},
+      {{"register"},
+       3,
+       "",
+       "sandbox_mapi: there is no library beside this program: put back what was\nbuilt with it\n "
+       " " +
+           PathText(Library())},
       {{"--help"}, 0, "usage: sandbox_mapi register"},
+      {{"-h"}, 0, "usage: sandbox_mapi register"},
       {{"--version"}, 0, "sandbox_mapi "},
-      {{}, 2, "", "sandbox_mapi: this command line cannot be used; --help"},
-      {{"sign"}, 2, "", "sandbox_mapi: this"},
-      {{"register", "x"}, 2, "", "sandbox_mapi: this"},
-      {{"register", "--folder"}, 2, "", "sandbox_mapi: this"},
-      {{"register", "--folder", ""}, 2, "", "sandbox_mapi: this"},
-      {{"unregister", "x"}, 2, "", "sandbox_mapi: this"},
+      {{}, 2, "", "sandbox_mapi: a command is missing" + help},
+      {{"sign"}, 2, "", "sandbox_mapi: unknown command sign" + help},
+      {{"register", "x"}, 2, "", "sandbox_mapi: register takes --folder FOLDER alone" + help},
+      {{"register", "--folder"}, 2, "", "sandbox_mapi: --folder takes one folder" + help},
+      {{"register", "--folder", ""}, 2, "", "sandbox_mapi: --folder takes one folder" + help},
+      {{"register", "--folder", "a", "b"}, 2, "", "sandbox_mapi: --folder takes one folder" + help},
+      {{"unregister", "x"}, 2, "", "sandbox_mapi: unregister takes nothing behind it" + help},
+      {{"--help", "x"}, 2, "", "sandbox_mapi: --help takes nothing behind it" + help},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(testing::PrintToString(test.arguments));
     EXPECT_EQ(Run(test.arguments), test.exit_code);
     EXPECT_TRUE(out_.starts_with(test.out) && out_.empty() == test.out.empty()) << out_;
     EXPECT_TRUE(err_.starts_with(test.err) && err_.empty() == test.err.empty()) << err_;
+    ExpectNarrow(out_ + err_);
     EXPECT_EQ(DefaultClient(), "Former");
     fs::remove(Library());
   }

@@ -38,16 +38,17 @@ class RegistryFile {
                                                 ? support::ReadBytes(path_)
                                                 : std::string(kHeader) + "\n";
     if (!read) {
-      throw std::runtime_error("cannot read " + support::PathText(path_));
+      throw std::runtime_error("the registry's file cannot be read" + Advice());
     }
     bytes_ = *read;
     if (!bytes_.starts_with(kHeader) && !bytes_.starts_with(std::string(kUtf8Mark) += kHeader)) {
-      throw std::runtime_error(support::PathText(path_) + " does not begin with \"" +
-                               std::string(kHeader) + '"');
+      throw std::runtime_error("the registry's file does not begin with\n\"" +
+                               std::string(kHeader) + '"' + Advice());
     }
     begin_ = bytes_.find(kBegin);
   }
 
+  [[nodiscard]] std::string Place() const { return support::PathText(path_); }
   [[nodiscard]] bool HasBlock() const { return begin_ != std::string::npos; }
 
   // The block's "Folder".
@@ -81,11 +82,15 @@ class RegistryFile {
     const bool is_written = support::WriteBytes(fresh, bytes_);
     std::filesystem::rename(fresh, path_, problem);
     if (!is_written || problem) {
-      throw std::runtime_error("cannot write " + support::PathText(path_));
+      throw std::runtime_error("the registry's file cannot be written" + Advice());
     }
   }
 
  private:
+  [[nodiscard]] std::string Advice() const {
+    return ": name another one in ZENTPOST_REGISTRY\n  " + Place();
+  }
+
   std::filesystem::path path_;
   std::string bytes_;
   std::size_t begin_ = std::string::npos;
@@ -113,6 +118,10 @@ bool Unregister() {
     file.Write();
   }
   return was_registered;
+}
+
+std::string RegistrationPlace() {
+  return RegistryFile().Place();
 }
 
 std::optional<std::string> RegisteredFolder() {

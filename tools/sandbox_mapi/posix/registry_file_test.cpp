@@ -61,14 +61,15 @@ TEST_F(RegistryFileTest, LinesBehindTheBlockStay) {
 
 TEST_F(RegistryFileTest, WhatCannotBeChangedIsLeftAlone) {
   support::WriteBytes(path_, "REGEDIT4\r\n");
-  EXPECT_NE(Registered().find("does not begin with"), std::string::npos);
+  const std::string advice = ": name another one in ZENTPOST_REGISTRY\n  " + path_.string();
+  EXPECT_EQ(Registered(), "the registry's file does not begin with\n\"" + kHeader + '"' + advice);
   EXPECT_EQ(support::ReadBytes(path_), "REGEDIT4\r\n");
   support::WriteBytes(path_, kHeader);
   std::filesystem::create_directories(path_.string() + ".new");
-  EXPECT_EQ(Registered(), "cannot write " + path_.string());
+  EXPECT_EQ(Registered(), "the registry's file cannot be written" + advice);
   std::filesystem::remove(path_);
   std::filesystem::create_directories(path_);
-  EXPECT_EQ(Registered(), "cannot read " + path_.string());
+  EXPECT_EQ(Registered(), "the registry's file cannot be read" + advice);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <string_view>
 #include <system_error>
 
 namespace zentpost::fake_mapi::sandbox {
@@ -21,6 +22,10 @@ std::filesystem::path ModulePath() {
   Dl_info info = {};
   if (dladdr(reinterpret_cast<void*>(&ModulePath), &info) == 0 || info.dli_fname == nullptr) {
     return {};
+  }
+  // A program that was found in the search path is known by its bare name.
+  if (std::string_view(info.dli_fname).find('/') == std::string_view::npos) {
+    return ProgramPath();
   }
   std::error_code error;
   const std::filesystem::path path = std::filesystem::canonical(info.dli_fname, error);

@@ -22,10 +22,7 @@ std::wstring Wide(std::string_view utf8) {
 
 void Demand(LSTATUS status, const char* call) {
   if (status != ERROR_SUCCESS) {
-    throw std::runtime_error(std::string(call) + " failed with " + std::to_string(status) +
-                             (status == ERROR_ACCESS_DENIED
-                                  ? ": only an administrator may change the machine's mail client"
-                                  : ""));
+    throw std::runtime_error(RegistryProblem(call, status));
   }
 }
 
@@ -102,6 +99,10 @@ bool Unregister() {
   }
   Demand(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kClientKey), "RegDeleteTree");
   return true;
+}
+
+std::string RegistrationPlace() {
+  return "HKEY_LOCAL_MACHINE\\Software\\Clients\\Mail";
 }
 
 std::optional<std::string> RegisteredFolder() {
