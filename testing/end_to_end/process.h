@@ -46,6 +46,12 @@ struct ProcessRun {
                                     const std::vector<std::string>& arguments,
                                     const ProcessOptions& options);
 
+// The same without a debugger, whose output is then not caught: for programs that throw. Under a
+// debugger Wine loses registers on the way to where a 64-bit program catches.
+[[nodiscard]] ProcessRun RunWithoutDebugger(const std::filesystem::path& program,
+                                            const std::vector<std::string>& arguments,
+                                            const ProcessOptions& options);
+
 // The same without a debugger, and what the process prints is dropped: nothing stops it or waits
 // for it but the call's end. Gives the exit code. May be called on several threads at a time.
 [[nodiscard]] int RunUnwatched(const std::filesystem::path& program,

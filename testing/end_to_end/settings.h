@@ -12,6 +12,8 @@ namespace zentpost::e2e {
 
 // An absolute path, the same for the whole run; empty when the command line does not give it.
 //   tool, log-writer, sandbox, mapi-search   programs
+//   starter, python, script, played-tool     the same, for the tests of the sample starters
+//   cases                                    the random jobs of the starter in Python
 //   libraries                                the folder of the MAPI libraries that stand in
 //   work-folder                              each test has a folder of its own in here
 //   samples                                  what the tool wrote, kept for the checks that follow

@@ -163,6 +163,14 @@ ProcessRun RunProcess(const std::filesystem::path& program,
   return run;
 }
 
+ProcessRun RunWithoutDebugger(const std::filesystem::path& program,
+                              const std::vector<std::string>& arguments,
+                              const ProcessOptions& options) {
+  ProcessRun run = RunProcess(program, arguments, options);
+  run.debug_output.clear();
+  return run;
+}
+
 int RunUnwatched(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                  const ProcessOptions& options) {
   const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));

@@ -346,6 +346,27 @@ ProcessRun RunRawWithDebugEvents(const std::filesystem::path& program,
   return RunUnderDebugger(program, Wide(command_line), options, true);
 }
 
+ProcessRun RunWithoutDebugger(const std::filesystem::path& program,
+                              const std::vector<std::string>& arguments,
+                              const ProcessOptions& options) {
+  const Handle nothing = OpenNothing();
+  Pipe output(false, true);
+  ProcessRun run;
+  const auto begin = std::chrono::steady_clock::now();
+  const Child child =
+      Start(program, Wide(CommandLineOf(arguments)), options, nothing.Get(), output.write.Get(), 0);
+  constexpr DWORD kMilliseconds = std::chrono::milliseconds(kPatience).count();
+  if (WaitForSingleObject(child.process.Get(), kMilliseconds) == WAIT_TIMEOUT) {
+    ADD_FAILURE() << "the process did not end";
+    TerminateProcess(child.process.Get(), 1);
+    WaitForSingleObject(child.process.Get(), INFINITE);
+  }
+  run.exit_code = ExitCodeOf(child.process.Get());
+  run.duration = std::chrono::steady_clock::now() - begin;
+  run.printed = ReadWhatIsThere(output.read.Get());
+  return run;
+}
+
 int RunUnwatched(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                  const ProcessOptions& options) {
   const Handle nothing = OpenNothing();
