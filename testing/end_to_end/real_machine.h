@@ -11,4 +11,8 @@ namespace zentpost::e2e {
 // a real Windows. There ZENTPOST_TEST_REAL_MACHINE has to be 1 in the environment.
 [[nodiscard]] bool MayChangeMachine(const std::string& what);
 
+// Whether the machine is somebody's, so that no test may reach his mail client: a real Windows, or
+// one that this variable says to take for it.
+[[nodiscard]] bool IsRealMachine();
+
 }  // namespace zentpost::e2e

@@ -11,7 +11,7 @@
 //                  would show
 //   call=NAME      one entry point         "call: RESULT <- NAME(ARGUMENT, ...)", the latter as
 //                                          the fake library saw it
-// "yes" may be "no", and a path or what was seen "nothing". Paths are ASCII. A line of a trace is
+// "yes" may be "no", and a path or what was seen "nothing". Texts are UTF-8. A line of a trace is
 // "trace: FORMAT [ARGUMENT, ...]" or "load trace: ...", that of a path that the search tries
 // "tried: PATH".
 #include <cstdint>
@@ -19,6 +19,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "mapiload/library.h"
 #include "mapiload/trace.h"
@@ -28,6 +29,7 @@
 #include "testing/entry_points.h"
 #include "tests/mapi_search/fake_library.h"
 #include "tests/mapi_search/module_path.h"
+#include "tools/support/program.h"
 
 namespace zentpost::mapi_search {
 namespace {
@@ -42,8 +44,8 @@ void PrintAnswer(const char* what, bool answer) {
   Print(what, answer ? "yes" : "no");
 }
 
-std::u16string Wide(std::string_view ascii) {
-  return {ascii.begin(), ascii.end()};
+std::u16string Wide(std::string_view utf8) {
+  return e2e::Utf16(utf8);
 }
 
 // --- the traces ---
@@ -136,16 +138,16 @@ bool TakeStep(std::string_view step) {
   return true;
 }
 
-int Run(int argc, char** argv) {
-  output = argc < 2 ? nullptr : std::fopen(argv[1], "wb");
+int Run(const std::vector<std::string>& arguments) {
+  output = arguments.empty() ? nullptr : std::fopen(arguments[0].c_str(), "wb");
   if (output == nullptr) {
     return 2;
   }
   MapiTraceSink = SinkFor("trace");
   MapiLoadTraceSink = SinkFor("load trace");
-  for (int i = 2; i < argc; ++i) {
-    if (!TakeStep(argv[i])) {
-      Print("cannot do", argv[i]);
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    if (!TakeStep(arguments[i])) {
+      Print("cannot do", arguments[i]);
       return 3;
     }
   }
@@ -155,6 +157,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace zentpost::mapi_search
 
-int main(int argc, char** argv) {
-  return zentpost::mapi_search::Run(argc, argv);
+const bool zentpost::kToolWritesLineFeeds = true;
+
+int zentpost::RunTool(const std::vector<std::string>& arguments) {
+  return mapi_search::Run(arguments);
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "testing/end_to_end/text.h"
 #include "tests/mapi_search/fake_library.h"
 #include "tests/mapi_search/machine.h"
 
@@ -94,12 +95,12 @@ TEST(Search, ExpandsVariablesWhereTheTypeSaysSo) {
 // The buffer is told to the registry with half of its size.
 TEST(Search, DeliberateLimitOf260BytesForATextOfTheRegistry) {
   Machine machine;
-  const std::size_t begin = (machine.Folder() / "").string().size();
+  const std::size_t begin = (machine.Folder() / "").u16string().size();
   ASSERT_LT(begin, 100u);
   for (const std::size_t length : {129u, 130u}) {
     const std::string name = std::string(length - begin - 4, 'a') + ".dll";
     const std::string path = machine.Put("fake_library", name);
-    ASSERT_EQ(path.size(), length);
+    ASSERT_EQ(e2e::Utf16(path).size(), length);
     machine.SetClient(registry::kExtendedLibrary, path);
     const Texts lines = machine.Search({"search"});
     if (length == 129) {

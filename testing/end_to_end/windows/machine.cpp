@@ -4,6 +4,7 @@
 // After windows.h, whose types they use.
 #include <shlobj.h>
 
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -12,7 +13,6 @@
 #include "testing/end_to_end/real_machine.h"
 #include "testing/end_to_end/windows/registry.h"
 #include "testing/end_to_end/windows/wide_text.h"
-#include "testing/end_to_end/windows/wine.h"
 
 namespace zentpost::e2e {
 namespace {
@@ -57,6 +57,25 @@ std::filesystem::path VendorFolder() {
   return LocalApplicationData() / "VORNA";
 }
 
+// The first `count` of them.
+void PutKeysBack(std::size_t count) {
+  for (std::size_t number = 0; number < count; ++number) {
+    const auto& [root, key] = kKeys[number];
+    PutKeyBack(root, key, Aside(key));
+  }
+}
+
+// The library that the search then finds first has none of MAPI's functions, so that every job
+// fails as it does where there is no MAPI, and no real mail client is found behind it.
+void RegisterClientWithoutMapi() {
+  constexpr wchar_t kClient[] = L"Zentpost's tests";
+  wchar_t folder[MAX_PATH] = {};
+  GetSystemDirectoryW(folder, MAX_PATH);
+  SetRegistryText(HKEY_LOCAL_MACHINE, kMailKey, L"", REG_SZ, kClient);
+  SetRegistryText(HKEY_LOCAL_MACHINE, kMailKey + (L"\\" + std::wstring(kClient)), L"DllPathEx",
+                  REG_SZ, folder + std::wstring(L"\\lz32.dll"));
+}
+
 void ClearRegistry() {
   RemoveRegistryKey(HKEY_CURRENT_USER, kMakersKey);
   RemoveRegistryKey(HKEY_LOCAL_MACHINE, kMakersKey);
@@ -72,14 +91,23 @@ std::string TakeMachineOver() {
           VendorFolder().string())) {
     return "this machine is no test's";
   }
-  for (const auto& [root, key] : kKeys) {
+  constexpr char kRefusal[] = "this user may not change the registry for a while";
+  for (std::size_t taken = 0; taken < std::size(kKeys); ++taken) {
+    const auto& [root, key] = kKeys[taken];
     if (!PutKeyAside(root, key, Aside(key))) {
-      return "this user may not change the registry for a while";
+      PutKeysBack(taken);
+      return kRefusal;
     }
   }
-  // Wine's own mail client sends nothing, and is what the tool has to find where there is no other.
-  if (IsWine()) {
+  if (!IsRealMachine()) {
+    // Wine's own mail client sends nothing, and is what the tool has to find where there is no
+    // other.
     CopyRegistryKey(HKEY_LOCAL_MACHINE, Aside(kMailKey), kMailKey);
+  } else if (!Machine::CanWrite(Hive::kLocalMachine)) {
+    PutKeysBack(std::size(kKeys));
+    return kRefusal;
+  } else {
+    RegisterClientWithoutMapi();
   }
   const std::filesystem::path aside = LocalApplicationData() / kFolderPutAside;
   if (exists(aside)) {
@@ -91,9 +119,7 @@ std::string TakeMachineOver() {
 }
 
 void GiveMachineBack() {
-  for (const auto& [root, key] : kKeys) {
-    PutKeyBack(root, key, Aside(key));
-  }
+  PutKeysBack(std::size(kKeys));
   remove_all(VendorFolder());
   const std::filesystem::path aside = LocalApplicationData() / kFolderPutAside;
   if (exists(aside)) {

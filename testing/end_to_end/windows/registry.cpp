@@ -86,7 +86,14 @@ bool PutKeyAside(HKEY root, const std::wstring& key, const std::wstring& aside) 
       return false;
     }
     writable.Reset();
-    MoveKey(root, key, aside);
+    try {
+      MoveKey(root, key, aside);
+    } catch (const std::runtime_error&) {
+      // Something below it is not this user's to remove, and not all of it is there any more.
+      CopyRegistryKey(root, aside, key);
+      RemoveRegistryKey(root, aside);
+      return false;
+    }
   }
   return true;
 }
