@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""schema_check.py job-file|result|payload|doctor FILE...: holds JSON files against docs/schema.
+"""schema_check.py job-file|job-file.strict|result|payload|doctor FILE...: holds JSON files against docs/schema.
 schema_check.py --self-test: holds the schemas themselves against documents made up for it.
 
 Prints what is wrong as FILE: PLACE: TEXT. Exit code 0: all files are as they should be; 1: one is
@@ -10,24 +10,48 @@ import functools
 import json
 import operator
 import pathlib
+import shutil
 import sys
+import tempfile
+import urllib.parse
+import urllib.request
 
 try:
     import jsonschema
+    from jsonschema.exceptions import RefResolutionError
 except ImportError:
     print("schema_check: jsonschema is missing (python3-jsonschema); nothing was checked")
     sys.exit(77)
+try:
+    import referencing
+except ImportError:
+    referencing = None  # jsonschema is older than 4.18
 
 FOLDER = pathlib.Path(__file__).resolve().parent.parent / "docs" / "schema"
-NAMES = ("job-file", "result", "payload", "doctor")
+NAMES = ("job-file", "job-file.strict", "result", "payload", "doctor")
 SCHEMAS = {name: json.loads((FOLDER / f"{name}.schema.json").read_text(encoding="utf-8")) for name in NAMES}
 
 
+def beside(folder):
+    """Reads what a schema refers to, of this folder and nothing else."""
+    def read(uri):
+        path = pathlib.Path(urllib.request.url2pathname(urllib.parse.urlsplit(uri).path))
+        if not uri.startswith("file:") or path.parent != folder:
+            raise ValueError(f"{uri} is not in {folder}")
+        return json.loads(path.read_text(encoding="utf-8"))
+    return read
+
+
 @functools.cache
-def validator_for(name):
-    """Takes the other schemas in, which are found by their $id."""
-    schema = SCHEMAS[name]
-    return jsonschema.Draft202012Validator({**schema, "$defs": {**SCHEMAS, **schema.get("$defs", {})}})
+def validator_for(name, folder=FOLDER):
+    """Finds the other schemas as any program does that gets this one from its file: by their $id and $ref,
+    which are file names in the same folder."""
+    start, read = {"$ref": (folder / f"{name}.schema.json").as_uri()}, beside(folder)
+    if referencing:
+        registry = referencing.Registry(retrieve=lambda uri: referencing.Resource.from_contents(read(uri)))
+        return jsonschema.Draft202012Validator(start, registry=registry)
+    resolver = jsonschema.RefResolver("", start, handlers=dict.fromkeys(("file", "http", "https"), read))
+    return jsonschema.Draft202012Validator(start, resolver=resolver)
 
 
 def members(pairs):
@@ -42,12 +66,15 @@ def no_constant(name):
     raise ValueError(f"{name} is no JSON")
 
 
+def parsed(data, encoding="utf-8"):
+    return json.loads(data.decode(encoding), object_pairs_hook=members, parse_constant=no_constant)
+
+
 def problems(name, data):
     """What is wrong with these bytes, a line each."""
     try:
-        # Job files may begin with a byte-order mark, the rest must not.
-        text = data.decode("utf-8-sig" if name == "job-file" else "utf-8")
-        document = json.loads(text, object_pairs_hook=members, parse_constant=no_constant)
+        # The tool takes a byte-order mark; nobody writes one who is careful, the tool neither.
+        document = parsed(data, "utf-8-sig" if name == "job-file" else "utf-8")
     except ValueError as error:
         return [f"no JSON in UTF-8: {error}"]
     found = sorted(validator_for(name).iter_errors(document), key=lambda error: list(map(str, error.absolute_path)))
@@ -60,11 +87,11 @@ PAYLOAD = {"Parameters": {**dict.fromkeys(TEXTS, ""), "ECM": True, "Preview": Fa
 PARAMETERS = "Baudrate ECM RecipientName Comment NGDX Preview Subject UserName SendTime".split()
 JOB = {
     "FilePath": "C:\\a.pdf",
-    "SourceFileName": "a",
+    "SourceFileName": "a.pdf",
     "Cmd": {
-        "Parameters": dict.fromkeys(PARAMETERS, "-"),
-        "Commands": dict.fromkeys("BCEKNOPSUZ", "-"),
-        "Receiver": ["0301", "0302"],
+        "Parameters": {**dict.fromkeys(PARAMETERS, "-"), "Preview": "1"},
+        "Commands": {"O": "a.json"},
+        "Receiver": ["0301"],
     },
     "Result": DELIVERED,
 }
@@ -101,12 +128,16 @@ REPORT = {
 }
 
 
-def report(place, value):
-    """A report with another value at this place, whose parts are parted by slashes."""
-    changed = copy.deepcopy(REPORT)
+def with_value(document, place, value):
+    """It with another value at this place, whose parts are parted by slashes."""
+    changed = copy.deepcopy(document)
     *parents, key = (int(part) if part.isdigit() else part for part in place.split("/"))
     functools.reduce(operator.getitem, parents, changed)[key] = value
     return changed
+
+
+report = functools.partial(with_value, REPORT)
+job = functools.partial(with_value, JOB)
 
 
 def on_route(route, payload, message):
@@ -125,12 +156,32 @@ DOCUMENTS = [
     ("job-file", {"FilePath": "a", "SourceFileName": ""}, True),
     ("job-file", {"FilePath": "a", "SourceFileName": "b", "Extra": 1, "Cmd": {"Extra": [1]}}, True),
     ("job-file", b'\xef\xbb\xbf{"FilePath": "a", "SourceFileName": "b"}', True),
-    ("job-file", {"FilePath": "", "SourceFileName": "b"}, False),
-    ("job-file", {"FilePath": "a", "SourceFileName": "b", "Cmd": []}, False),
-    ("job-file", {"FilePath": "a", "SourceFileName": "b", "Cmd": {"Receiver": "0301"}}, False),
-    ("job-file", {"FilePath": "a", "SourceFileName": "b", "Cmd": {"Receiver": ["0301", 17]}}, False),
-    ("job-file", {"FilePath": "a", "SourceFileName": "b", "Result": failed(0, "")}, False),
+    ("job-file", {"FilePath": "", "SourceFileName": "", "Cmd": [], "Result": 5}, True),
+    ("job-file", {"filePATH": "a", "SOURCEfilename": "b", "Cmd": {"Receiver": "0301", "Parameters": 1}}, True),
+    ("job-file", {"FilePath": 1, "filepath": "a", "SourceFileName": "b"}, True),  # false of the tool: the order
+    ("job-file", {"FilePath ": "a", "SourceFileName": "b"}, False),
+    ("job-file", {"FilePath": "a", "SourceFileName": ["b"]}, False),
     ("job-file", [], False),
+    ("job-file.strict", JOB, True),
+    *(("job-file.strict", job(place, value), True)
+      for place, value in (
+          ("FilePath", "\\\\server\\fax\\a.pdf"), ("FilePath", "/tmp/a b'c.pdf"), ("SourceFileName", ".pdf"),
+          ("Cmd/Receiver/0", "fax 0301@example"), ("Cmd/Parameters/Subject", ""), ("Cmd/Parameters/ECM", "0"),
+          ("Result", failed(1003, "OutlookClient: Transmission failure.")))),
+    *(("job-file.strict", job(place, value), False)
+      for place, value in (
+          ("FilePath", ""), ("FilePath", "a.pdf"), ("FilePath", "C:a.pdf"), ("FilePath", "C:\\a\0"),
+          ("SourceFileName", "a"), ("SourceFileName", "a.PDF"), ("SourceFileName", "a.pdf.txt"),
+          ("SourceFileName", "b\\a.pdf"), ("SourceFileName", "a.pdf\n"), ("Extra", 1), ("Cmd", []), ("Cmd/Extra", 1),
+          ("Cmd/Parameters/Extra", "a"), ("Cmd/Parameters/subject", "a"), ("Cmd/Parameters/Subject", "a\0b"),
+          ("Cmd/Parameters/Baudrate", 9600), ("Cmd/Parameters/Preview", "0"), ("Cmd/Parameters/Preview", ""),
+          ("Cmd/Parameters/ECM", "1"), ("Cmd/Commands/S", "a"), ("Cmd/Commands/O", ""), ("Cmd/Receiver", "0301"),
+          ("Cmd/Receiver", []), ("Cmd/Receiver", ["0301", "0302"]), ("Cmd/Receiver", [17]),
+          ("Cmd/Receiver", [" 0301"]), ("Cmd/Receiver", [""]), ("Result", failed(0, "")))),
+    ("job-file.strict", {**JOB, "Cmd": {"Parameters": {"Preview": "1"}}}, True),
+    ("job-file.strict", {**JOB, "Cmd": {"Parameters": {"Preview": "-"}}}, False),
+    ("job-file.strict", {**JOB, "Cmd": {}}, False),
+    ("job-file.strict", b'\xef\xbb\xbf' + json.dumps(JOB).encode(), False),
     ("job-file", b'{"FilePath": "a", "FilePath": "a", "SourceFileName": "b"}', False),
     ("job-file", b'{"FilePath": "a", "SourceFileName": "\xfc"}', False),
     ("job-file", b"", False),
@@ -214,9 +265,11 @@ def members_in(document, *parents):
 
 def mutations():
     """Whole documents with one member taken out, or of the wrong type."""
-    for name, document in ("job-file", JOB), ("result", DELIVERED), ("payload", PAYLOAD), ("doctor", REPORT):
+    for name, document in (("job-file", JOB), ("job-file.strict", JOB), ("result", DELIVERED), ("payload", PAYLOAD),
+                           ("doctor", REPORT)):
         for *parents, key in members_in(document):
-            is_optional = bool({"Cmd", "fields"} & {*parents}) or key in ("Cmd", "Result", "rehearsal")
+            is_optional = bool({"Cmd", "fields"} & {*parents}) or key in ("Result", "rehearsal")
+            is_ignored = name == "job-file" and key not in ("FilePath", "SourceFileName")
             for is_removed in True, False:
                 changed = copy.deepcopy(document)
                 holder = functools.reduce(operator.getitem, parents, changed)
@@ -224,7 +277,7 @@ def mutations():
                     del holder[key]
                 else:
                     holder[key] = WRONG_VALUE
-                yield name, changed, is_removed and is_optional
+                yield name, changed, is_ignored or is_removed and is_optional
 
 
 def undescribed(schema, place):
@@ -232,7 +285,7 @@ def undescribed(schema, place):
     for key, member in schema.get("properties", {}).items():
         if place == "the whole" and key == "Parameters" and "description" in schema:
             pass  # the payload's only member, told of with the whole
-        elif "description" not in member and not member.get("$ref", "").startswith("#/$defs/"):
+        elif "description" not in member and "#/$defs/" not in member.get("$ref", ""):
             yield f"{place}/{key}"
         yield from undescribed(member, f"{place}/{key}")
     if "items" in schema:
@@ -242,6 +295,26 @@ def undescribed(schema, place):
             yield f"{place}/$defs/{key}"
 
 
+def out_of_place():
+    """The schemas in a folder of their own, with nothing else to find them by; and one that asks for more."""
+    bad = []
+    with tempfile.TemporaryDirectory() as parent:
+        folder = pathlib.Path(parent).resolve() / "a folder"
+        shutil.copytree(FOLDER, folder)
+        for name, schema in SCHEMAS.items():
+            validator = validator_for(name, folder)
+            for example in schema["examples"]:
+                bad += [f"{name}, elsewhere: {error.message}" for error in validator.iter_errors(example)]
+        for target in "https://example.invalid/job-file.schema.json", "../job-file.schema.json":
+            (folder / "far.schema.json").write_text(json.dumps({**SCHEMAS["result"], "$ref": target}))
+            try:
+                list(validator_for.__wrapped__("far", folder).iter_errors({}))
+                bad.append(f"{target} was found")
+            except RefResolutionError:
+                pass
+    return bad
+
+
 def self_test():
     bad = []
     for name, schema in SCHEMAS.items():
@@ -249,7 +322,12 @@ def self_test():
         if schema["$id"] != f"{name}.schema.json":
             bad.append(f"{name}: $id is {schema['$id']}")
         bad += [f"{name}: {place} has no description" for place in undescribed(schema, "the whole")]
-    documents = DOCUMENTS + list(mutations())
+        bad += [] if schema["examples"] else [f"{name} has no examples"]
+    bad += out_of_place()
+    examples = [(name, example, True) for name, schema in SCHEMAS.items() for example in schema["examples"]]
+    documents = DOCUMENTS + list(mutations()) + examples
+    documents += [("job-file", document, True) for name, document, is_right in documents
+                  if name == "job-file.strict" and is_right]
     for name, document, is_right in documents:
         data = document if isinstance(document, bytes) else json.dumps(document).encode()
         found = problems(name, data)
